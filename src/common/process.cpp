@@ -1,0 +1,5 @@
+#include "common/process.h"
+
+HINSTANCE g_hInstance = nullptr;
+DWORD IsNtPlatform = 0;
+DWORD IsVistaOrLater = 0;

@@ -1,0 +1,38 @@
+#include "driver/firmware.h"
+
+void DriverHandles::Release() {
+    if (primary != nullptr)
+        CloseHandle(primary);
+    primary = nullptr;
+    if (secondary != nullptr)
+        CloseHandle(secondary);
+    secondary = nullptr;
+}
+
+BOOL OneWordRequest(HANDLE device, DWORD code, DWORD argument, DWORD* result) {
+    DWORD answer = 0;
+    DWORD returned = 0;
+    const BOOL sent = DeviceIoControl(device, code, &argument, sizeof(argument), &answer, sizeof(answer),
+                                      &returned, nullptr);
+    if (sent && result != nullptr)
+        CopyMemory(result, &answer, returned <= sizeof(answer) ? returned : sizeof(answer));
+    return sent;
+}
+
+static BOOL RequestOn(HANDLE* device, const wchar_t* path, DWORD code, DWORD argument, DWORD* result) {
+    if (*device == nullptr) {
+        HANDLE opened = OpenDevice(path, QUERY_ACCESS, QUERY_SHARE);
+        if (opened == INVALID_HANDLE_VALUE)
+            return FALSE;
+        *device = opened;
+    }
+    return OneWordRequest(*device, code, argument, result);
+}
+
+BOOL PMDriverIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result) {
+    return RequestOn(&holder->primary, PRIMARY_DEVICE, code, argument, result);
+}
+
+BOOL PMDRVSIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result) {
+    return RequestOn(&holder->secondary, SECONDARY_DEVICE, code, argument, result);
+}

@@ -1,0 +1,13 @@
+// Form factor: platform checks at start, screen rotation and the form-factor refresh.
+#pragma once
+
+#include <windows.h>
+
+// Start-up steps, service thread. Results are of no interest to the caller.
+BOOL GetSystemBiosVersion();
+BOOL InitSystemTransformationNotebookMode();
+BOOL CheckLegacyTabletModel();
+
+// Event actions of the notebook-mode and tablet-mode events.
+BOOL NotebookScreenRotationFunctionality();
+BOOL TabletScreenRotationFunctionality();
