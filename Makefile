@@ -1,0 +1,61 @@
+# The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
+.PHONY: help demo test test-host windows release bench lint format defects clean
+.DEFAULT_GOAL := help
+
+help:
+	@echo "make demo       a morning with the notebook, on the simulated machine"
+	@echo "make test       everything: host tests, scenarios, sweeps, the Windows executable under Wine"
+	@echo "make test-host  host tests and scenarios only: seconds"
+	@echo "make windows    build/windows/zorpmsvc.exe"
+	@echo "make release    the optimised host build, build/release"
+	@echo "make bench      measured figures"
+	@echo "make lint       clang-tidy, cppcheck, clang-format, the project's own rules"
+	@echo "make format     lay out all sources"
+	@echo "make defects    plant every known defect in turn; each must be caught"
+	@echo "make clean      remove build/"
+
+# Builds the targets $(2) (default: all) of the preset $(1).
+build = cmake --preset $(1) $(if $(wildcard build/$(1)/build.ninja),>/dev/null) && \
+	cmake --build --preset $(1) $(if $(2),--target $(2))
+
+demo:
+	@tools/ensure.sh host
+	@$(call build,release,zorpmsim zorpm_image)
+	@build/release/zorpmsim scenarios/demo.txt
+
+test:
+	@tools/ensure.sh host windows
+	@$(call build,host)
+	@$(call build,windows)
+	@tools/run_tests.sh host windows
+
+test-host:
+	@tools/ensure.sh host
+	@$(call build,host)
+	@tools/run_tests.sh host -LE sweep
+
+windows:
+	@tools/ensure.sh windows
+	@$(call build,windows)
+
+release:
+	@tools/ensure.sh host
+	@$(call build,release)
+
+bench: release
+	@build/release/zorpm_bench
+
+lint:
+	@tools/ensure.sh lint
+	@tools/lint.sh
+
+format:
+	@tools/ensure.sh lint
+	@git ls-files -co --exclude-standard '*.h' '*.cpp' | xargs clang-format -i
+
+defects:
+	@tools/ensure.sh host
+	@tests/defects/run.sh
+
+clean:
+	rm -rf build

@@ -1,0 +1,83 @@
+# The host build: WCHAR has 16 bits, and the headers in sim/include stand in for the SDK's.
+# -fno-gnu-unique: a unique symbol would be shared between the images of two processes.
+add_compile_options(-fshort-wchar -fno-gnu-unique -fPIC)
+include_directories(sim/include)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+set(CMAKE_BUILD_RPATH "$ORIGIN")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+if(ZORPM_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+file(GLOB sim_sources CONFIGURE_DEPENDS sim/*.cpp)
+file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/zorpmsim*.cpp)
+file(GLOB test_sources CONFIGURE_DEPENDS tests/*.cpp)
+file(GLOB sweep_sources CONFIGURE_DEPENDS tests/sweeps/*.cpp)
+file(GLOB bench_sources CONFIGURE_DEPENDS tests/bench/*.cpp)
+file(GLOB scenarios CONFIGURE_DEPENDS scenarios/*.txt)
+
+# The product, compiled once: for the image, and as an archive for tests of pure functions.
+add_library(zorpm_objects OBJECT ${product_sources})
+target_include_directories(zorpm_objects PRIVATE src)
+target_compile_options(zorpm_objects PRIVATE -fno-exceptions -fno-rtti)
+add_library(zorpm_src STATIC $<TARGET_OBJECTS:zorpm_objects>)
+
+if(NOT sim_sources)
+    return()
+endif()
+
+# The simulated machine, and the image of the product that it loads once for every simulated process. It finds the
+# image by its name, beside itself. The image keeps its symbol table: it names the threads in a trace.
+add_library(zorpmsim_lib SHARED ${sim_sources})
+target_include_directories(zorpmsim_lib PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
+target_compile_definitions(zorpmsim_lib PUBLIC ZORPM_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+target_link_libraries(zorpmsim_lib PRIVATE ${CMAKE_DL_LIBS})
+set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim)
+
+add_library(zorpm_image MODULE $<TARGET_OBJECTS:zorpm_objects>)
+set_target_properties(zorpm_image PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
+target_link_options(zorpm_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
+                    -Wl,--no-undefined)
+target_link_libraries(zorpm_image PRIVATE zorpmsim_lib)
+
+# An executable on the simulated machine. It exports no symbols: its variables would take over the images'. The
+# sanitizers read their options from the executable itself.
+function(add_host_executable name)
+    add_executable(${name} ${ARGN} sim/tool/sanitizer_options.cpp)
+    target_link_libraries(${name} PRIVATE zorpmsim_lib)
+    add_dependencies(${name} zorpm_image)
+endfunction()
+
+if(tool_sources)
+    add_host_executable(zorpmsim ${tool_sources})
+    foreach(scenario IN LISTS scenarios)
+        get_filename_component(name ${scenario} NAME_WE)
+        file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${scenario})
+        add_test(NAME scenario_${name} COMMAND zorpmsim ${path} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
+        set_tests_properties(scenario_${name} PROPERTIES LABELS scenario TIMEOUT 120)
+    endforeach()
+endif()
+
+if(bench_sources)
+    add_host_executable(zorpm_bench ${bench_sources})
+endif()
+
+if(test_sources OR sweep_sources)
+    find_package(GTest REQUIRED)
+    include(GoogleTest)
+endif()
+if(test_sources)
+    add_host_executable(zorpm_tests ${test_sources})
+    target_link_libraries(zorpm_tests PRIVATE zorpm_src GTest::gtest GTest::gtest_main)
+    gtest_discover_tests(zorpm_tests DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit TIMEOUT 120)
+endif()
+if(sweep_sources)
+    add_host_executable(zorpm_sweeps ${sweep_sources})
+    target_link_libraries(zorpm_sweeps PRIVATE zorpm_src GTest::gtest GTest::gtest_main)
+    gtest_discover_tests(zorpm_sweeps DISCOVERY_MODE PRE_TEST PROPERTIES LABELS sweep TIMEOUT 900
+                         ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
+endif()

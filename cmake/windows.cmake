@@ -1,0 +1,44 @@
+# zorpmsvc.exe: one self-contained file that imports system DLLs only.
+enable_language(RC)
+
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-ffunction-sections;-fdata-sections>")
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-municode>")
+include_directories(src)
+
+# What a resource script embeds is searched beside the script, and a change of it rebuilds the resources.
+file(GLOB resource_scripts CONFIGURE_DEPENDS src/*/*.rc)
+file(GLOB resource_data CONFIGURE_DEPENDS src/*/*.inf src/*/*.ico src/*/*.manifest)
+foreach(script IN LISTS resource_scripts)
+    get_filename_component(folder ${script} DIRECTORY)
+    set_source_files_properties(${script} PROPERTIES OBJECT_DEPENDS "${resource_data}" INCLUDE_DIRECTORIES ${folder})
+endforeach()
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+add_link_options(-municode -static -Wl,--gc-sections -s)
+
+if(product_sources MATCHES "/src/service/") # the entry is there
+    add_executable(zorpmsvc WIN32 ${product_sources} ${resource_scripts})
+    target_link_libraries(zorpmsvc PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+    # Size and imports: powrprof.dll is loaded when needed and must never be linked.
+    add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmsvc>)
+    set_tests_properties(executable PROPERTIES LABELS windows
+                         ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
+endif()
+
+# The probes: each tests/wine/NAME.cpp is one console program tests/NAME.exe (entry wmain) that a Wine test starts.
+file(GLOB probes CONFIGURE_DEPENDS tests/wine/*.cpp)
+foreach(probe IN LISTS probes)
+    get_filename_component(name ${probe} NAME_WE)
+    add_executable(${name} ${probe})
+    target_link_libraries(${name} PRIVATE advapi32 user32 ole32 oleaut32 shell32 taskschd uuid)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+endforeach()
+
+# The Wine tests: each tests/wine/run_*.sh, run by the harness tests/wine/run.sh.
+file(GLOB wine_tests CONFIGURE_DEPENDS tests/wine/run_*.sh)
+foreach(script IN LISTS wine_tests)
+    get_filename_component(name ${script} NAME_WE)
+    string(REPLACE "run_" "wine_" name ${name})
+    add_test(NAME ${name} COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/run.sh ${CMAKE_BINARY_DIR} ${script})
+    set_tests_properties(${name} PROPERTIES LABELS wine RESOURCE_LOCK wine TIMEOUT 300)
+endforeach()

@@ -1,0 +1,14 @@
+// Options of the sanitizers, read from the executable at its very start. LeakSanitizer does not see the stacks of
+// fibers; the simulated machine keeps accounts of its own.
+extern "C" {
+const char* __asan_default_options();
+const char* __ubsan_default_options();
+
+const char* __asan_default_options() {
+    return "detect_leaks=0:detect_stack_use_after_return=0";
+}
+
+const char* __ubsan_default_options() {
+    return "print_stacktrace=1";
+}
+}

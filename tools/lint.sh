@@ -1,0 +1,36 @@
+#!/bin/bash
+# lint.sh - all checks of the sources; reports every finding and fails when there is one.
+set -u
+cd "$(dirname "$0")/.."
+
+status=0
+check() { # NAME COMMAND...
+    local name=$1
+    shift
+    echo "lint: $name"
+    "$@" || { status=1; echo "lint: $name found something"; }
+}
+
+# The host build's flags, as far as clang knows them.
+flags=(-std=c++20 -fshort-wchar -fno-exceptions -fno-rtti -Wall -Wextra -Wconversion
+       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 -isystem sim/include -Isrc)
+
+layout() { git ls-files -co --exclude-standard '*.h' '*.cpp' | xargs clang-format --dry-run -Werror; }
+
+tidy() {
+    printf '%s\n' src/*/*.cpp | xargs -P "$(nproc)" -n 4 sh -c \
+        'for file; do clang-tidy --quiet "$file" -- '"${flags[*]}"' 2>&1 | grep -v "warnings* generated" && bad=1; done
+         exit ${bad:-0}' sh
+}
+
+static_analysis() {
+    cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --inline-suppr -j "$(nproc)" \
+        --std=c++20 --language=c++ --suppress='*:sim/include/*' --suppress=missingInclude \
+        -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -Isim/include -Isrc src
+}
+
+check "layout (clang-format)" layout
+check "project rules" tools/rules.sh
+check "cppcheck" static_analysis
+check "clang-tidy" tidy
+exit $status
