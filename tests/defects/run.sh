@@ -1,0 +1,105 @@
+#!/bin/bash
+# run.sh [NAME...] - plants the known defects, one at a time, in a copy of the tree; the tests must notice each of them.
+#
+# A defect is tests/defects/NAME.patch: a comment line that says what it breaks, then a patch against the root of the
+# tree (as `git diff` writes it). "# Needs: sweeps" in the comment runs the sweeps too, if nothing else has failed.
+# It counts as caught when a unit test, a scenario or a sweep fails or hangs; a defect that does not apply or does not
+# compile proves nothing and fails the run, and so do tests that fail without any defect.
+#
+# The copies are built without sanitizers, one for each processor, and rebuilt by what each patch touches.
+set -u
+cd "$(dirname "$0")/../.."
+root=$PWD
+work=$root/build/defects
+limit_s=120 # for one run of the tests; a defect may hang them
+
+patches=()
+if [ $# -gt 0 ]; then
+    for name in "$@"; do patches+=("tests/defects/$(basename "$name" .patch).patch"); done
+else
+    patches=(tests/defects/*.patch)
+fi
+[ -e "${patches[0]}" ] || { echo "no such defect: ${patches[*]}"; exit 1; }
+
+export GIT_CEILING_DIRECTORIES=$work # the copies are no part of this repository
+export CCACHE_NOHASHDIR=1
+
+build() { # TREE
+    CCACHE_BASEDIR=$1 cmake --build "$1/build" >"$1/build.log" 2>&1
+}
+
+make_tree() { # TREE
+    mkdir -p "$1"
+    git ls-files -co --exclude-standard | while IFS= read -r file; do [ -e "$file" ] && echo "$file"; done |
+        tar cf - -T - | tar xf - -C "$1"
+    cmake -S "$1" -B "$1/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O1 \
+        -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >"$1/build.log" 2>&1 && build "$1" || { tail -n 20 "$1/build.log"; return 1; }
+}
+
+# Runs the tests in a tree; prints the first failure and returns 1 when there is one.
+run_tests() { # TREE SWEEPS
+    local status found
+    cd "$1" || exit 1
+    timeout -k 5 $limit_s build/zorpm_tests --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
+    status=$?
+    if [ $status -eq 0 ]; then
+        timeout -k 5 $limit_s build/zorpmsim scenarios/*.txt >test.log 2>&1
+        status=$?
+    fi
+    if [ $status -eq 0 ] && [ "$2" = sweeps ]; then
+        timeout -k 5 $((5 * limit_s)) build/zorpm_sweeps --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
+        status=$?
+    fi
+    [ $status -ne 0 ] || return 0
+    found=$(grep -m1 -oE '^\[  FAILED  \] [A-Za-z0-9_./]+|^scenarios/[^:]*:[0-9]+: .*' test.log | cut -c1-60)
+    if [ $status -eq 124 ] || [ $status -eq 137 ]; then found="hangs"; fi
+    echo "${found:-exit status $status}" | sed 's/^\[  FAILED  \] //'
+    return 1
+}
+
+try() { # TREE PATCH - one line of the table; returns 1 unless caught
+    local tree=$1 patch=$root/$2 verdict name needs=none by
+    name=$(basename "$2" .patch)
+    grep -qE '^#.*Needs: sweeps' "$patch" && needs=sweeps
+    if ! (cd "$tree" && git apply -C1 "$patch") 2>"$tree/build.log"; then
+        verdict="BROKEN  $name: does not apply: $(head -n1 "$tree/build.log")"
+    else
+        if ! build "$tree"; then
+            verdict="BROKEN  $name: does not compile: $(grep -m1 error: "$tree/build.log")"
+        elif by=$(run_tests "$tree" $needs); then
+            verdict="MISSED  $name: $(sed -n '1s/^# *//p' "$patch")"
+        else
+            verdict=$(printf 'caught  %-44s by %s' "$name" "$by")
+        fi
+        (cd "$tree" && git apply -C1 -R "$patch") || verdict="BROKEN  $name: does not come off again"
+    fi
+    echo "$verdict"
+    [[ $verdict == caught* ]]
+}
+
+worker() { # NUMBER COUNT
+    local i status=0
+    for ((i = $1; i < ${#patches[@]}; i += $2)); do
+        try "$work/tree$1" "${patches[i]}" || status=1
+    done
+    return $status
+}
+
+# The copies start afresh: what an interrupted run left in them may be patched.
+rm -rf "$work"
+count=$(nproc)
+[ "$count" -le ${#patches[@]} ] || count=${#patches[@]}
+for ((n = 0; n < count; n++)); do
+    make_tree "$work/tree$n" || { echo "the tree does not build"; exit 1; }
+done
+first=$(run_tests "$work/tree0" sweeps) || { echo "the tests fail without any defect: $first"; exit 1; }
+
+pids=()
+for ((n = 0; n < count; n++)); do
+    worker $n "$count" &
+    pids+=($!)
+done
+status=0
+for pid in "${pids[@]}"; do wait "$pid" || status=1; done
+[ $status -eq 0 ] && echo "all ${#patches[@]} defects caught" || echo "not every defect was caught"
+exit $status
