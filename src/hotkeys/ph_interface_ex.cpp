@@ -1,0 +1,194 @@
+// The extended PH interface: two further pages of 32 hot keys (family Type10) and a second set of event
+// notifications (family Type20), for firmware of interface version 0x200 or later.
+#include "hotkeys/ph_interface.h"
+
+#include "common/registry.h"
+#include "common/trace.h"
+#include "driver/firmware.h"
+#include "hotkeys/ph_watch.h"
+
+#define TYPE10_KEY             SERVICE_KEY L"\\Parameters2\\Type10"
+#define TYPE20_KEY             SERVICE_KEY L"\\Parameters2\\Type20"
+#define TYPE10_CAPABILITY      TYPE10_KEY L"\\Capability"
+#define TYPE10_CURRENTSETTING  TYPE10_KEY L"\\CurrentSetting"
+#define TYPE10_OVERRIDESETTING TYPE10_KEY L"\\OverrideSetting"
+#define TYPE10_NOTIFICATION    TYPE10_KEY L"\\Notification"
+#define TYPE20_CAPABILITY      TYPE20_KEY L"\\Capability"
+#define TYPE20_NOTIFICATION    TYPE20_KEY L"\\Notification"
+
+std::atomic<DWORD> g_Type12CurrentSetting;
+std::atomic<DWORD> g_Type13CurrentSetting;
+
+// The first firmware interface version with the extended pages.
+constexpr DWORD MHKV_EXTENDED = 0x200;
+
+// Page selectors of MHKA and MHKN.
+constexpr DWORD PAGE_TYPE12 = 2;
+constexpr DWORD PAGE_TYPE13 = 3;
+
+static BOOL Failed(const wchar_t* message) {
+    Trace(message);
+    return FALSE;
+}
+
+static BOOL Publish(const wchar_t* path, const wchar_t* name, DWORD value) {
+    return CreateKeySetDword(HKEY_LOCAL_MACHINE, path, name, value);
+}
+
+static BOOL Initialize_Registry_Type10_Capability() {
+    DriverHandles driver;
+    DWORD version = 0;
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKV, 0, &version) || version < MHKV_EXTENDED) {
+        Trace(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKV or MHKV < 0x200.\n");
+        if (!Publish(TYPE10_CAPABILITY, nullptr, 0))
+            Trace(L"Error: Initialize_Registry_Type10_Capability(): Couldn't write Type10 default capability "
+                  L"registry.\n");
+        return FALSE;
+    }
+    DWORD hot_keys = 0;
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, PAGE_TYPE12, &hot_keys))
+        return Failed(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKA. (Param: 2)\n");
+    if (!Publish(TYPE10_CAPABILITY, L"Type12", hot_keys))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_Capability(): Couldn't write type12 default capability "
+            L"registry.\n");
+    hot_keys = 0;
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, PAGE_TYPE13, &hot_keys))
+        return Failed(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKA (Param: 3).\n");
+    if (!Publish(TYPE10_CAPABILITY, L"Type13", hot_keys))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_Capability(): Couldn't write type13 default capability "
+            L"registry.\n");
+    return TRUE;
+}
+
+static BOOL Initialize_Registry_Type10_CurrentSetting() {
+    DriverHandles driver;
+    DWORD mask = 0;
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, PAGE_TYPE12, &mask))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't call MHKN (Param: 2).\n");
+    g_Type12CurrentSetting = mask;
+    if (!Publish(TYPE10_CURRENTSETTING, L"Type11", 0))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type11 current setting "
+            L"registry.\n");
+    if (!Publish(TYPE10_CURRENTSETTING, L"Type12", mask))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type12 current setting "
+            L"registry.\n");
+    mask = 0;
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, PAGE_TYPE13, &mask))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't call MHKN (Param: 3).\n");
+    g_Type13CurrentSetting = mask;
+    if (!Publish(TYPE10_CURRENTSETTING, L"Type13", mask))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type13 current setting "
+            L"registry.\n");
+    return TRUE;
+}
+
+static BOOL Initialize_Registry_Type10_OverrideSetting() {
+    DWORD mask = 0;
+    if (CreateKeyQueryDword(HKEY_LOCAL_MACHINE, TYPE10_OVERRIDESETTING, nullptr, &mask)) {
+        g_Type10OverrideSetting = mask;
+        return TRUE;
+    }
+    if (!Publish(TYPE10_OVERRIDESETTING, nullptr, 0))
+        return Failed(
+            L"Error: Initialize_Registry_Type10_OverrideSetting(): Cannot initialize type10 override "
+            L"setting registry.\n");
+    return TRUE;
+}
+
+static BOOL Initialize_Registry_Type10_Notification() {
+    if (!Publish(TYPE10_NOTIFICATION, L"Type11", 0))
+        return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type11 notification "
+                      L"registry.\n");
+    if (!Publish(TYPE10_NOTIFICATION, L"Type12", g_Type12CurrentSetting))
+        return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type12 notification "
+                      L"registry.\n");
+    if (!Publish(TYPE10_NOTIFICATION, L"Type13", g_Type13CurrentSetting))
+        return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type13 notification "
+                      L"registry.\n");
+    return TRUE;
+}
+
+static BOOL Initialize_Registry_Type20_Capability() {
+    return Publish(TYPE20_CAPABILITY, L"Type21", 0) && Publish(TYPE20_CAPABILITY, L"Type22", 0);
+}
+
+static BOOL Initialize_Registry_Type20_Notification() {
+    return Publish(TYPE20_NOTIFICATION, L"Type21", 0) && Publish(TYPE20_NOTIFICATION, L"Type22", 0);
+}
+
+// The extended watches in their order of starting, and what is traced when one cannot be started.
+struct ExtendedWatch {
+    PHWatchIndex watch;
+    const wchar_t* key;
+    const wchar_t* event_failed;
+    const wchar_t* thread_failed;
+};
+
+// One current-setting key serves both pages: a client writes its page-2 mask to the key's default value and
+// its page-3 mask to "Type13". "Type12" only tells the state at start; writing it moves nothing. The family
+// has one override value, which stands for both pages.
+static const ExtendedWatch g_extendedWatches[] = {
+    {PH_WATCH_TYPE12, TYPE10_CURRENTSETTING,
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 event. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 thread. (%d)\n"},
+    {PH_WATCH_TYPE12_OVERRIDE, TYPE10_OVERRIDESETTING,
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12OverrideEvent. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 Override thread. (%d)\n"},
+    {PH_WATCH_TYPE13, TYPE10_CURRENTSETTING,
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 event. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 thread. (%d)\n"},
+    {PH_WATCH_TYPE13_OVERRIDE, TYPE10_OVERRIDESETTING,
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override event. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override thread. (%d)\n"},
+};
+
+// Opens the key for good. A page-2 mask that a client left there before the service started is withdrawn: the
+// firmware's state has taken its place, and the next change of whatever value would push the old mask.
+static void OpenExtendedKey(const ExtendedWatch& row) {
+    const bool withdraw = row.watch == PH_WATCH_TYPE12;
+    const REGSAM access = KEY_QUERY_VALUE | KEY_NOTIFY | (withdraw ? KEY_SET_VALUE : 0);
+    KeyHolder holder;
+    if (!OpenKey(&holder, HKEY_LOCAL_MACHINE, row.key, access))
+        return;
+    if (withdraw)
+        RegDeleteValueW(holder.key, nullptr);
+    SetPHWatchKey(row.watch, holder.key);
+    holder.key = nullptr;
+}
+
+static BOOL Initialize_PH_Ex_Thread() {
+    for (const ExtendedWatch& row : g_extendedWatches) {
+        if (CreatePHWatchEvent(row.watch) == nullptr) {
+            Trace(row.event_failed, GetLastError());
+            return FALSE;
+        }
+        OpenExtendedKey(row);
+        ArmPHWatch(row.watch);
+        if (CreatePHWatchThread(row.watch) == nullptr) {
+            Trace(row.thread_failed, GetLastError());
+            return FALSE;
+        }
+    }
+    return TRUE;
+}
+
+BOOL InitPHInterfaceEx() {
+    Trace(L"Enter InitPHInterfaceEx\n");
+    if (!Initialize_Registry_Type10_Capability() || !Initialize_Registry_Type10_CurrentSetting() ||
+        !Initialize_Registry_Type10_OverrideSetting() || !Initialize_Registry_Type10_Notification())
+        return FALSE;
+    if (!Initialize_Registry_Type20_Capability())
+        return Failed(L"Error: InitPHInterfaceEx(): Couldn't initialize Type20 Capability registry.\n");
+    if (!Initialize_Registry_Type20_Notification())
+        return Failed(L"Error: InitPHInterfaceEx(): Couldn't initialize Type20 notification registry.\n");
+    const BOOL started = Initialize_PH_Ex_Thread();
+    Trace(L"InitPHInterfaceEx(): Return 0x%08x\n", started);
+    return started;
+}
