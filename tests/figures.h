@@ -1,11 +1,13 @@
-// Figures that a sweep measured. They are printed at once, and once more as one table at the end of `make test`.
+// Figures that a sweep measured. They are printed at once, and once more as one table at the end of `make
+// test`.
 #pragma once
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
-// One line of the table: printf format, without a line end. Say what was counted, then the number and its unit.
+// One line of the table: printf format, without a line end. Say what was counted, then the number and its
+// unit.
 __attribute__((format(printf, 1, 2))) inline void Figure(const char* format, ...) {
     char line[256];
     va_list arguments;

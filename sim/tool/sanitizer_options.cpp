@@ -1,5 +1,5 @@
-// Options of the sanitizers, read from the executable at its very start. LeakSanitizer does not see the stacks of
-// fibers; the simulated machine keeps accounts of its own.
+// Options of the sanitizers, read from the executable at its very start. LeakSanitizer does not see the
+// stacks of fibers; the simulated machine keeps accounts of its own.
 extern "C" {
 const char* __asan_default_options();
 const char* __ubsan_default_options();
