@@ -1,0 +1,155 @@
+#include "cpu/cpu_monitor.h"
+
+#include "common/registry.h"
+#include "common/trace.h"
+#include "driver/device.h"
+
+#define CPU_CONTROL_KEY ZORPM_KEY L"\\CPUControl"
+
+std::atomic<HANDLE> g_hCPUMonitorThread;
+
+// Questions to IOCTL_PMDRV_QCPULEVELCTRL.
+constexpr DWORD QUERY_WORKAROUND = 0;
+constexpr DWORD QUERY_POLLING_DURATION = 1;
+constexpr DWORD QUERY_C4_THRESHOLD = 2;
+
+constexpr DWORD SELECT_C3 = 3;
+constexpr DWORD SELECT_C4 = 4;
+
+// Keeps the duration in milliseconds within 32 bits.
+constexpr DWORD MAX_POLLING_DURATION_S = 4000000;
+
+// Both devices stay open for the life of the thread. They are not checked on opening: a request on a device
+// that is not there fails, and that is the case each step provides for.
+struct MonitorDevices {
+    HandleHolder primary{OpenDevice(PRIMARY_DEVICE, QUERY_ACCESS, QUERY_SHARE)};
+    HandleHolder secondary{OpenDevice(SECONDARY_DEVICE, QUERY_ACCESS, QUERY_SHARE)};
+};
+
+struct MonitorSettings {
+    DWORD workaround = 0;
+    DWORD polling_duration_s = 0;
+    // Compared with a tenth of the timer resolution.
+    DWORD c4_threshold = 0;
+};
+
+// FALSE leaves *value as it was; so do the bytes that a short answer lacks.
+static BOOL ReadWord(HANDLE device, DWORD code, DWORD argument, DWORD* value) {
+    DWORD answer = 0;
+    DWORD returned = 0;
+    if (!SendIoCode(device, code, &argument, &answer, &returned))
+        return FALSE;
+    CopyMemory(value, &answer, returned <= sizeof(answer) ? returned : sizeof(answer));
+    return TRUE;
+}
+
+static BOOL ReadTimerResolution(const MonitorDevices& devices, DWORD* resolution) {
+    if (ReadWord(devices.secondary.handle, IOCTL_PMDRV_GETTIMERRESOL, 0, resolution))
+        return TRUE;
+    Trace(L"IOCTL_PMDRV_GETTIMERRESOL failed.");
+    return FALSE;
+}
+
+static void RefreshDefaults(const MonitorDevices& devices, HKEY key, MonitorSettings* settings) {
+    ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_POLLING_DURATION,
+             &settings->polling_duration_s);
+    ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_C4_THRESHOLD, &settings->c4_threshold);
+    SetDword(key, L"PollingDuration", settings->polling_duration_s);
+    SetDword(key, L"C4TimerReso", settings->c4_threshold);
+    SetDword(key, L"UseRegValue", 0);
+}
+
+// Fills the settings from an open key. FALSE when the key is new and the driver wants no control: the key
+// must then go, so that the next start asks again.
+static BOOL LoadSettings(const MonitorDevices& devices, HKEY key, BOOL created, MonitorSettings* settings) {
+    DWORD use_registry = 0;
+    if (created) {
+        DWORD wanted = 0;
+        if (!ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_WORKAROUND, &wanted) ||
+            wanted == 0)
+            return FALSE;
+        SetDword(key, L"Workaround", wanted);
+    } else {
+        QueryDword(key, L"UseRegValue", &use_registry);
+    }
+    if (use_registry != 0) {
+        // A missing value leaves 0; a duration of 0 makes the passes follow each other without pause.
+        QueryDword(key, L"PollingDuration", &settings->polling_duration_s);
+        QueryDword(key, L"C4TimerReso", &settings->c4_threshold);
+    } else {
+        RefreshDefaults(devices, key, settings);
+    }
+    // Read back: a client's 0 in an existing key turns the control off.
+    QueryDword(key, L"Workaround", &settings->workaround);
+    return TRUE;
+}
+
+// Returns when the driver stops telling the timer resolution.
+static void RunControlLoop(const MonitorDevices& devices, MonitorSettings* settings) {
+    DWORD resolution = 0;
+    DWORD selection = 0;
+    while (ReadTimerResolution(devices, &resolution)) {
+        const DWORD target = resolution / 10 > settings->c4_threshold ? SELECT_C4 : SELECT_C3;
+        ReadWord(devices.primary.handle, IOCTL_PMDRV_CSTATESELECT, 0, &selection);
+        if (selection != target) {
+            DWORD returned = 0;
+            SendIoCode(devices.primary.handle, IOCTL_PMDRV_CSTATEPARAMS, &target, nullptr, &returned);
+        }
+        if (settings->polling_duration_s > MAX_POLLING_DURATION_S)
+            settings->polling_duration_s = MAX_POLLING_DURATION_S;
+        Sleep(settings->polling_duration_s * 1000);
+    }
+}
+
+// FALSE when the registry key could not be created.
+static BOOL MonitorCpuState() {
+    MonitorDevices devices;
+    KeyHolder key;
+    BOOL created = FALSE;
+    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, CPU_CONTROL_KEY, KEY_READ | KEY_WRITE, &created)) {
+        Trace(L"ZORPMSVC coundn't create CPUControl registry key.");
+        return FALSE;
+    }
+    MonitorSettings settings;
+    const BOOL loaded = LoadSettings(devices, key.key, created, &settings);
+    key.Release();
+    if (!loaded) {
+        RegDeleteKeyW(HKEY_LOCAL_MACHINE, CPU_CONTROL_KEY);
+        return TRUE;
+    }
+    DWORD wanted = 0;
+    if (!ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_WORKAROUND, &wanted) ||
+        wanted == 0 || settings.workaround == 0) {
+        Trace(L"Do nothing as for this function?");
+        return TRUE;
+    }
+    RunControlLoop(devices, &settings);
+    return TRUE;
+}
+
+DWORD WINAPI CPUStateC3C4MonitorThreadProc(void*) {
+    Trace(L"Enter CPUStateC3C4MonitorThreadProc()\n");
+    if (MonitorCpuState())
+        g_hCPUMonitorThread = nullptr;
+    Trace(L"Exit CPUStateC3C4MonitorThreadProc()\n");
+    return 0;
+}
+
+void StartCPUMonitorThread() {
+    if (g_hCPUMonitorThread != nullptr)
+        return;
+    // Suspended until its handle is in the slot: a thread that ends at once must find there what it empties.
+    HANDLE thread =
+        CreateThread(nullptr, 0, CPUStateC3C4MonitorThreadProc, nullptr, CREATE_SUSPENDED, nullptr);
+    if (thread == nullptr) {
+        Trace(L"StartCPUMonitorThread(): Error: thread not created. (%lu)\n", GetLastError());
+        return;
+    }
+    g_hCPUMonitorThread = thread;
+    if (ResumeThread(thread) == static_cast<DWORD>(-1)) {
+        Trace(L"StartCPUMonitorThread(): Error: thread not started. (%lu)\n", GetLastError());
+        g_hCPUMonitorThread = nullptr;
+        TerminateThread(thread, 0);
+        CloseHandle(thread);
+    }
+}
