@@ -1,10 +1,8 @@
-// IEventTrigger of the Task Scheduler 2.0 as documented, where the SDK's header leaves it out.
+// IEventTrigger of the Task Scheduler 2.0 as documented: mingw-w64's taskschd.h leaves it out. Goes once it
+// no longer does.
 #pragma once
 
 #include <taskschd.h>
-
-#ifndef __IEventTrigger_INTERFACE_DEFINED__
-#define __IEventTrigger_INTERFACE_DEFINED__
 
 // {D45B0167-9653-4EEF-B94F-0732CA7AF251}
 constexpr IID IID_IEventTrigger = {
@@ -19,5 +17,3 @@ struct IEventTrigger : public ITrigger {
     virtual HRESULT STDMETHODCALLTYPE get_ValueQueries(IUnknown** queries) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_ValueQueries(IUnknown* queries) = 0;
 };
-
-#endif
