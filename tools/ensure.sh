@@ -15,7 +15,6 @@ windows    ninja                            ninja-build
 windows    x86_64-w64-mingw32-g++           g++-mingw-w64-x86-64-win32
 windows    x86_64-w64-mingw32-windres       binutils-mingw-w64-x86-64
 windows    /usr/lib/wine/wine64             wine64
-windows    wine                             wine
 windows    Xvfb                             xvfb
 windows    timeout                          coreutils
 lint       clang-tidy                       clang-tidy

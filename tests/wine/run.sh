@@ -22,18 +22,19 @@ EXE=$build/zorpmsvc.exe
 PROBES=$build/tests
 SCRATCH=$build/wine-scratch/$(basename "$script" .sh)
 
-export WINEPREFIX=$build/../wine-prefix
+export WINEPREFIX=$(dirname "$build")/wine-prefix
 export WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree,mshtml=" # no offers to download
+export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=" # no offers to download, no menus in the home folder
 export WINEARCH=win64
 unset DISPLAY
+PATH=$PATH:/usr/lib/wine # where Debian keeps wine64 and wineserver
 wine=$(command -v wine64 || command -v wine) || { echo "wine is not installed"; exit 1; }
 
 xvfb=
 finish() {
     local status=$?
     timeout 20 wineserver -k >/dev/null 2>&1 # this prefix's processes only
-    [ -z "$xvfb" ] || kill "$xvfb" 2>/dev/null
+    [ -z "$xvfb" ] || { kill "$xvfb" && wait "$xvfb"; } 2>/dev/null
     exit $status
 }
 trap finish EXIT
