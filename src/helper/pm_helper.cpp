@@ -1,0 +1,152 @@
+#include "helper/pm_helper.h"
+
+#include "common/process.h"
+#include "common/trace.h"
+#include "helper/helper_store.h"
+#include "power/powrprof.h"
+
+#define HELPER_CLASS   L"PmHelperWindowClass"
+#define HELPER_MESSAGE L"PmHelperMessage"
+
+#define POLICIES_SUBKEY      L"PowerPolicies"
+#define GLOBAL_POLICY_SUBKEY L"GlobalPowerPolicy"
+#define INDEX_VALUE          L"CurrentPwrPolicy"
+#define POLICIES_VALUE       L"Policies"
+
+static_assert(sizeof(GLOBAL_USER_POWER_POLICY) == HELPER_RECORD_BYTES);
+
+// The registered id of the helper's message; 0 until it could be registered.
+static UINT g_uHelperMessage;
+
+POWER_POLICY WithOneSecondTimeouts(const POWER_POLICY& policy) {
+    POWER_POLICY changed = policy;
+    changed.user.VideoTimeoutAc = 1;
+    changed.user.VideoTimeoutDc = 1;
+    changed.user.SpindownTimeoutAc = 1;
+    changed.user.SpindownTimeoutDc = 1;
+    return changed;
+}
+
+static DWORD SaveGlobalPowerPolicy(LPARAM) {
+    GLOBAL_POWER_POLICY policy = {};
+    if (PowrProfReadGlobalPwrPolicy(&policy))
+        WriteHelperRegistryValue(GLOBAL_POLICY_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
+    return 0;
+}
+
+static DWORD SaveActivePowerSchemeIndex(LPARAM) {
+    UINT index = 0;
+    if (PowrProfGetActivePwrScheme(&index))
+        WriteHelperRegistryValue(POLICIES_SUBKEY, INDEX_VALUE, &index, sizeof(index));
+    return 0;
+}
+
+// The active scheme's index (0 when it cannot be read) and policy. FALSE when the policy cannot be read.
+static BOOL ReadActiveScheme(UINT* index, POWER_POLICY* policy) {
+    if (!PowrProfGetActivePwrScheme(index))
+        *index = 0;
+    return PowrProfReadPwrScheme(*index, policy);
+}
+
+static DWORD SaveUserPowerPolicy(LPARAM) {
+    UINT index = 0;
+    POWER_POLICY policy = {};
+    if (ReadActiveScheme(&index, &policy))
+        WriteHelperRegistryValue(POLICIES_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
+    return 0;
+}
+
+static DWORD RestoreUserPowerPolicy(LPARAM) {
+    UINT index = 0;
+    POWER_POLICY policy = {};
+    if (!ReadActiveScheme(&index, &policy))
+        return 0;
+    // Without a stored policy the system's own is activated again.
+    ReadHelperRegistryValue(POLICIES_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
+    PowrProfSetActivePwrScheme(index, nullptr, &policy);
+    return 0;
+}
+
+// Writes the scheme; the system may put another index into the word it is given.
+static void WriteScheme(UINT index, POWER_POLICY policy) {
+    PowrProfWritePwrScheme(&index, nullptr, nullptr, &policy);
+}
+
+// Activates the scheme with timeouts of one second and stores it again as it was: the display goes dark after
+// a second without input, and activating the index again brings the stored timeouts back.
+static DWORD HelperLcdOffHandler(LPARAM) {
+    UINT index = 0;
+    if (!PowrProfGetActivePwrScheme(&index))
+        return 0;
+    POWER_POLICY policy = {};
+    if (!PowrProfReadPwrScheme(index, &policy))
+        return index;
+    WriteScheme(index, WithOneSecondTimeouts(policy));
+    PowrProfSetActivePwrScheme(index, nullptr, nullptr);
+    WriteScheme(index, policy);
+    return index;
+}
+
+static DWORD ActivateScheme(LPARAM index) {
+    PowrProfSetActivePwrScheme(static_cast<UINT>(index), nullptr, nullptr);
+    return 0;
+}
+
+// The commands by number.
+static DWORD (*const g_helperCommands[])(LPARAM argument) = {
+    nullptr,
+    SaveGlobalPowerPolicy,      // 1
+    SaveActivePowerSchemeIndex, // 2
+    SaveUserPowerPolicy,        // 3
+    RestoreUserPowerPolicy,     // 4
+    HelperLcdOffHandler,        // 5
+    ActivateScheme,             // 6
+};
+
+static DWORD PmHelperCommand(WPARAM command, LPARAM argument) {
+    Trace(L"Enter PmHelperCommand(%lu, %lu)\n", static_cast<DWORD>(command), static_cast<DWORD>(argument));
+    if (command >= ARRAYSIZE(g_helperCommands) || g_helperCommands[command] == nullptr)
+        return 0;
+    const DWORD result = g_helperCommands[command](argument);
+    Trace(L"PmHelperCommand(): Return 0x%08x\n", result);
+    return result;
+}
+
+static LRESULT CALLBACK PmHelperWndProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (g_uHelperMessage == 0)
+        g_uHelperMessage = RegisterWindowMessageW(HELPER_MESSAGE);
+    // An id that could not be registered must not match WM_NULL.
+    if (message == g_uHelperMessage && message != WM_NULL)
+        return PmHelperCommand(wParam, lParam);
+    return DefWindowProcW(window, message, wParam, lParam);
+}
+
+static ATOM RegisterPmHelperWindowClass() {
+    WNDCLASSEXW window_class = {};
+    window_class.cbSize = sizeof(window_class);
+    window_class.style = CS_HREDRAW | CS_VREDRAW;
+    window_class.lpfnWndProc = PmHelperWndProc;
+    window_class.hInstance = g_hInstance;
+    window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+    window_class.hbrBackground = reinterpret_cast<HBRUSH>(static_cast<ULONG_PTR>(COLOR_WINDOW + 1));
+    window_class.lpszClassName = HELPER_CLASS;
+    return RegisterClassExW(&window_class);
+}
+
+void PmHelperMain() {
+    Trace(L"Enter PmHelperMain()\n");
+    if (RegisterPmHelperWindowClass() == 0)
+        Trace(L"PmHelperMain(): Error: RegisterClassExW(). (%lu)\n", GetLastError());
+    HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, HELPER_CLASS, nullptr, WS_POPUP, 100, 100, 100, 100,
+                                  nullptr, nullptr, g_hInstance, nullptr);
+    if (window == nullptr) {
+        Trace(L"PmHelperMain(): Error: CreateWindowExW(). (%lu)\n", GetLastError());
+        return;
+    }
+    MSG message = {};
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+    Trace(L"Exit PmHelperMain()\n");
+}
