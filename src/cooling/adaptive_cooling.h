@@ -1,5 +1,5 @@
-// Adaptive cooling: the entry points that service, events and form factor call. Each returns nonzero on success; no
-// caller depends on it.
+// Adaptive cooling: the entry points that service, events and form factor call. Each returns nonzero on
+// success; no caller depends on it.
 #pragma once
 
 #include <windows.h>

@@ -1,0 +1,26 @@
+// The worker threads: of version 2, for as long as Adaptive Cooling runs, and of version 3, until the
+// firmware is initialised. Workers are created and ended by one thread at a time: the service's own at start
+// and stop, the control handler's in between. Results are nonzero on success.
+#pragma once
+
+#include <windows.h>
+
+// Creates the version 2 worker and starts it. A worker of an earlier start is ended first.
+BOOL AdaptiveCoolingCreateWorkerThread();
+
+// Tells the worker to end and waits until it has, however long its present firmware request takes. Fails when
+// there is no worker.
+BOOL AdaptiveCoolingTerminateWorkerThread();
+
+// Hand an attach or detach to the version 2 worker. May be called from any thread. Fail before the first
+// start.
+BOOL AdaptiveCoolingRiseEventOfOptionAttached();
+BOOL AdaptiveCoolingRiseEventOfOptionDetached();
+
+// The same pair for version 3's initialise worker.
+BOOL AdaptiveCoolingCreateInitilizeWorkerThread();
+BOOL AdaptiveCoolingTerminateInitilizeWorkerThread();
+
+// Ends what workers there are, of either version. Fails when one could not be ended; it is then still
+// recorded.
+BOOL EndAdaptiveCoolingWorkers();
