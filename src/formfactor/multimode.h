@@ -1,4 +1,5 @@
-// The multimode posture: the form-factor refresh and the transformation event.
+// The multimode posture of the hinge: what the firmware reports, the form-factor refresh and the
+// transformation event.
 #pragma once
 
 #include <windows.h>
@@ -6,5 +7,10 @@
 // The form-factor refresh: start-up, resume and monitor-on. Always 1.
 BOOL SystemTransformationGetCurrentSystemStatus();
 
-// Publishes the posture that the firmware reports now.
+// The firmware's posture word; the low 16 bits are the multimode state. *word is written only on success.
+BOOL SystemTransformationGetCurrentSystemStatus(DWORD* word);
+
+// Publishes the posture that the firmware reports now, and moves the laptop/slate indicator accordingly. 0
+// when the firmware does not answer (then nothing changes), knows a state that has no row, or the indicator
+// cannot be driven.
 BOOL SystemTransformationEventActionChangeTransformation();

@@ -1,4 +1,4 @@
-// Form factor: platform checks at start, screen rotation and the form-factor refresh.
+// Screen rotation on the Harrow platform, and the platform checks at start.
 #pragma once
 
 #include <windows.h>

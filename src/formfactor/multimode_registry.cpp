@@ -1,0 +1,214 @@
+#include "formfactor/multimode_registry.h"
+
+#include <strsafe.h>
+
+#include "common/registry.h"
+#include "common/trace.h"
+
+static const wchar_t g_parametersKey[] = SERVICE_KEY L"\\Transform\\Parameters";
+static const wchar_t g_currentStatusKey[] = SERVICE_KEY L"\\Transform\\CurrentStatus";
+static const wchar_t g_multimodeKey[] = L"SOFTWARE\\Mestra\\MultiMode";
+static const wchar_t g_dolbyKey[] = L"SOFTWARE\\Dolby\\DAX";
+static const wchar_t g_windowsKey[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+
+// Sizes of the text buffers, in characters.
+static constexpr DWORD MODE_NAME_CHARACTERS = 10;
+static constexpr DWORD TIME_STAMP_CHARACTERS = 25;
+static constexpr DWORD BUILD_NUMBER_CHARACTERS = 65;
+// Longest values that are read, in bytes.
+static constexpr DWORD TIME_STAMP_LIMIT = 50;
+static constexpr DWORD BUILD_NUMBER_LIMIT = 128;
+
+static constexpr DWORD LAST_BUILD_BEFORE_10 = 9600;
+
+std::atomic<DWORD> g_dwCurrentSetting{1};
+std::atomic<DWORD> g_dwChkINode{1};
+std::atomic<DWORD> g_dwChkOSV{0};
+
+struct TransformParameter {
+    const wchar_t* name;
+    DWORD default_value;
+    std::atomic<DWORD>* value;
+};
+
+static const TransformParameter g_transformParameters[] = {
+    {L"CurrentSetting", 1, &g_dwCurrentSetting},
+    {L"ChkINode", 1, &g_dwChkINode},
+    {L"ChkOSV", 0, &g_dwChkOSV},
+};
+
+// Reads a REG_DWORD that may have been stored with 1 to 4 bytes; missing bytes are 0. FALSE leaves *value
+// untouched.
+static BOOL QueryShortDword(HKEY key, const wchar_t* name, DWORD* value) {
+    DWORD type = 0;
+    DWORD data = 0;
+    DWORD size = sizeof(data);
+    if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) != ERROR_SUCCESS)
+        return FALSE;
+    if (type != REG_DWORD || size == 0 || size > sizeof(data))
+        return FALSE;
+    *value = data;
+    return TRUE;
+}
+
+// "CurrentSetting" is kept for clients that look for it; nothing here acts on it.
+static BOOL SystemTransformationCreateParamatersToReg() {
+    KeyHolder key;
+    BOOL created = FALSE;
+    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, g_parametersKey, KEY_ALL_ACCESS, &created))
+        return FALSE;
+    for (const TransformParameter& parameter : g_transformParameters) {
+        DWORD value = parameter.default_value;
+        if (created)
+            SetDword(key.key, parameter.name, value);
+        else
+            QueryShortDword(key.key, parameter.name, &value);
+        *parameter.value = value;
+    }
+    return TRUE;
+}
+
+// The names that other programs know the postures by.
+static const wchar_t* const g_modeNames[] = {
+    L"UNKNOWN", // MM_SYSTEM_STATE_NotReceived
+    L"LAPTOP",  // MM_SYSTEM_STATE_NoteBook
+    L"LAYFLAT", // MM_SYSTEM_STATE_Layflat
+    L"TABLET",  // MM_SYSTEM_STATE_Tablet
+    L"STAND",   // MM_SYSTEM_STATE_Media
+    L"TENT",    // MM_SYSTEM_STATE_Tent
+};
+
+// Every state without a posture is "UNKNOWN". `size` in characters.
+static void ConvertToModeName(DWORD state, wchar_t* buffer, DWORD size) {
+    StringCchCopyW(buffer, size, g_modeNames[state < ARRAYSIZE(g_modeNames) ? state : 0]);
+}
+
+// The local time as a time stamp, cut if it does not fit. `size` in characters. The hour 0 stays 0, and noon
+// counts as "AM": readers of the stamp expect it so.
+static void GetCurrentDateAndTime(wchar_t* buffer, DWORD size) {
+    SYSTEMTIME now = {};
+    GetLocalTime(&now);
+    const int hour = now.wHour;
+    const bool afternoon = hour >= 13;
+    StringCchPrintfW(buffer, size, L"%d/%d/%d %d:%02d:%02d %ls", int{now.wMonth}, int{now.wDay},
+                     int{now.wYear}, afternoon ? hour - 12 : hour, int{now.wMinute}, int{now.wSecond},
+                     afternoon ? L"PM" : L"AM");
+}
+
+// "MM" in the status key is still the old state here.
+static BOOL UpdatePrevMultimode(HKEY multimode, HKEY current_status) {
+    DWORD previous = 0;
+    if (!QueryDword(current_status, L"MM", &previous))
+        return FALSE;
+    wchar_t name[MODE_NAME_CHARACTERS] = {};
+    ConvertToModeName(previous, name, ARRAYSIZE(name));
+    return SetString(multimode, L"PrevMode", name);
+}
+
+static BOOL UpdateCurrentModeRegValue(HKEY multimode, DWORD state) {
+    return SetDword(multimode, L"CurrentMode", state);
+}
+
+// Copies the bytes as they stand: they need not be a well-formed string, and are never used as one.
+static BOOL CopyTimeStampToPrev(HKEY multimode) {
+    BYTE stamp[TIME_STAMP_LIMIT] = {};
+    DWORD size = sizeof(stamp);
+    if (RegQueryValueExW(multimode, L"ModeChangeTimeStamp", nullptr, nullptr, stamp, &size) != ERROR_SUCCESS)
+        return FALSE;
+    return RegSetValueExW(multimode, L"PrevTimeStamp", 0, REG_SZ, stamp, size) == ERROR_SUCCESS;
+}
+
+static BOOL UpdateTimeStampRegValue(HKEY multimode) {
+    CopyTimeStampToPrev(multimode);
+    wchar_t stamp[TIME_STAMP_CHARACTERS] = {};
+    GetCurrentDateAndTime(stamp, ARRAYSIZE(stamp));
+    return SetString(multimode, L"ModeChangeTimeStamp", stamp);
+}
+
+// Each step runs whatever became of the one before.
+static BOOL UpdateSettingsMultimodeRegistry(DWORD state, HKEY current_status) {
+    KeyHolder multimode;
+    if (!CreateKey(&multimode, HKEY_LOCAL_MACHINE, g_multimodeKey, KEY_READ | KEY_SET_VALUE)) {
+        Trace(L"UpdateSettingsMultimodeRegistry(): Error: key not opened.\n");
+        return FALSE;
+    }
+    UpdatePrevMultimode(multimode.key, current_status);
+    UpdateCurrentModeRegValue(multimode.key, state);
+    UpdateTimeStampRegValue(multimode.key);
+    return TRUE;
+}
+
+// The audio software may be missing, and with it the key.
+static BOOL UpdateDolbyMultimodeRegistry(DWORD state) {
+    KeyHolder key;
+    return OpenKey(&key, HKEY_LOCAL_MACHINE, g_dolbyKey, KEY_ALL_ACCESS) &&
+           SetDword(key.key, L"MultimodeFormFactor", state);
+}
+
+static BOOL SystemTransformationCreateCurrentStatusToReg() {
+    KeyHolder key;
+    BOOL created = FALSE;
+    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS, &created))
+        return FALSE;
+    UpdateSettingsMultimodeRegistry(MM_SYSTEM_STATE_NotReceived, key.key);
+    DWORD state = MM_SYSTEM_STATE_NotReceived;
+    if (created)
+        SetDword(key.key, L"MM", state);
+    else
+        QueryShortDword(key.key, L"MM", &state);
+    UpdateDolbyMultimodeRegistry(state);
+    return TRUE;
+}
+
+BOOL SystemTransformationInitReg() {
+    if (SystemTransformationCreateParamatersToReg() && SystemTransformationCreateCurrentStatusToReg())
+        return TRUE;
+    Trace(L"SystemTransformationInitReg(): Error: transform keys not opened.\n");
+    return FALSE;
+}
+
+void SystemTransformationSetCurrentStatusToReg(DWORD state) {
+    KeyHolder key;
+    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS)) {
+        Trace(L"SystemTransformationSetCurrentStatusToReg(): Error: key not opened.\n");
+        return;
+    }
+    UpdateSettingsMultimodeRegistry(state, key.key);
+    if (SetDword(key.key, L"MM", state))
+        UpdateDolbyMultimodeRegistry(state);
+}
+
+void PublishLidState(DWORD lid) {
+    KeyHolder key;
+    if (OpenKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_SET_VALUE))
+        SetDword(key.key, L"Lid", lid);
+}
+
+// The leading decimal digits of a text; a number beyond 32 bits counts as the largest.
+static DWORD LeadingNumber(const wchar_t* text) {
+    ULONGLONG number = 0;
+    for (; *text >= L'0' && *text <= L'9'; ++text) {
+        number = number * 10 + static_cast<DWORD>(*text - L'0');
+        if (number > MAXDWORD)
+            return MAXDWORD;
+    }
+    return static_cast<DWORD>(number);
+}
+
+// Reads the Windows build number; 0 in *build when it cannot be read.
+static BOOL SystemTransformationCreateReg(DWORD* build) {
+    *build = 0;
+    KeyHolder key;
+    wchar_t text[BUILD_NUMBER_CHARACTERS] = {};
+    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, g_windowsKey, KEY_READ) ||
+        !QueryString(key.key, L"CurrentBuildNumber", text, ARRAYSIZE(text), BUILD_NUMBER_LIMIT))
+        return FALSE;
+    *build = LeadingNumber(text);
+    return TRUE;
+}
+
+BOOL SystemTransformationIsWindows10orLater() {
+    DWORD build = 0;
+    SystemTransformationCreateReg(&build);
+    return build > LAST_BUILD_BEFORE_10;
+}

@@ -1,0 +1,35 @@
+// What the multimode posture leaves in the registry, for this service and for other programs.
+#pragma once
+
+#include <atomic>
+#include <windows.h>
+
+// The multimode states: the low 16 bits of the firmware's posture word.
+enum : DWORD {
+    MM_SYSTEM_STATE_NotReceived,
+    MM_SYSTEM_STATE_NoteBook,
+    MM_SYSTEM_STATE_Layflat,
+    MM_SYSTEM_STATE_Tablet,
+    MM_SYSTEM_STATE_Media,
+    MM_SYSTEM_STATE_Tent,
+};
+
+// The settings in "Transform\Parameters", as of the last refresh.
+extern std::atomic<DWORD> g_dwCurrentSetting;
+// 1: a machine with Intel's virtual-button device gets no form-factor support.
+extern std::atomic<DWORD> g_dwChkINode;
+// 1: a Windows build of 9600 or lower gets no form-factor support.
+extern std::atomic<DWORD> g_dwChkOSV;
+
+// Creates the service's transform keys where they are missing and reads the settings. 0 when a key cannot be
+// opened.
+BOOL SystemTransformationInitReg();
+
+// Publishes a multimode state under all keys.
+void SystemTransformationSetCurrentStatusToReg(DWORD state);
+
+// Publishes the lid state: 0 unknown, 1 closed, 2 open. Nothing is written where the status key is missing.
+void PublishLidState(DWORD lid);
+
+// 1 when the Windows build is above 9600, else 0 (also when it cannot be read).
+BOOL SystemTransformationIsWindows10orLater();
