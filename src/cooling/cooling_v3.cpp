@@ -288,16 +288,16 @@ BOOL AdaptiveCoolingDynamicCpuControlSettings_v3() {
 
 // The dock types that the firmware may report; only some take power commands.
 struct DockRow {
-    DWORD type;
     const wchar_t* name;
+    DWORD type;
     bool sets_power;
 };
 
 static const DockRow g_docks[] = {
-    {0, L"Vantor", true},
-    {1, L"Quillon", true},
-    {2, L"Bastion", false},
-    {8, L"Linkway", false},
+    {L"Vantor", 0, true},
+    {L"Quillon", 1, true},
+    {L"Bastion", 2, false},
+    {L"Linkway", 8, false},
 };
 
 static const DockRow* FindDock(DWORD type) {

@@ -175,9 +175,11 @@ struct Version2State {
     bool special_cooling = false;
 };
 
-// Clients may ask for more ticks than a counter holds; it then stays at its end.
+// Clients may ask for as many ticks as a counter holds; it stays at its end.
+constexpr DWORD LAST_TICK = 0xFFFFFFFF;
+
 static void CountTick(DWORD* counter) {
-    if (*counter != MAXDWORD)
+    if (*counter != LAST_TICK)
         ++*counter;
 }
 
