@@ -57,7 +57,7 @@ BOOL StartAdaptiveCooling() {
     Trace(L"Enter StartAdaptiveCooling()\n");
     // The version may come out different this time, and then no request would reach an earlier worker any
     // more.
-    if (!EndAdaptiveCoolingWorkers())
+    if (!AdaptiveCoolingRetireWorkers())
         return FALSE;
     DWORD version = g_dwAdaptiveCoolingSupportVersion;
     if (!AdaptiveCoolingCheckBIOSVersion(&version))

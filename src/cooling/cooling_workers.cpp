@@ -52,18 +52,6 @@ static CoolingWorker g_version3Worker = {
 
 // ---- creating and ending ----
 
-static BOOL PrepareEvents(const CoolingWorker& worker) {
-    for (DWORD i = 0; i < worker.event_count; ++i) {
-        if (*worker.events[i] == nullptr)
-            *worker.events[i] = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        else if (!ResetEvent(*worker.events[i]))
-            return FALSE;
-        if (*worker.events[i] == nullptr)
-            return FALSE;
-    }
-    return TRUE;
-}
-
 // TRUE when no worker is recorded any more.
 static BOOL EndWorker(CoolingWorker* worker) {
     HANDLE thread = worker->thread;
@@ -79,14 +67,33 @@ static BOOL EndWorker(CoolingWorker* worker) {
     return TRUE;
 }
 
-static BOOL CreateWorker(CoolingWorker* worker) {
-    if (worker->thread != nullptr) {
+// Ends the worker of an earlier start and forgets what was signalled to it.
+static BOOL RetireWorker(CoolingWorker* worker) {
+    if (worker->thread != nullptr)
         Trace(L"%ls aready have\n", worker->name);
-        if (!EndWorker(worker))
+    if (!EndWorker(worker))
+        return FALSE;
+    for (DWORD i = 0; i < worker->event_count; ++i) {
+        HANDLE event = *worker->events[i];
+        if (event != nullptr && !ResetEvent(event))
             return FALSE;
     }
+    return TRUE;
+}
+
+static BOOL CreateMissingEvents(const CoolingWorker& worker) {
+    for (DWORD i = 0; i < worker.event_count; ++i) {
+        if (*worker.events[i] == nullptr)
+            *worker.events[i] = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        if (*worker.events[i] == nullptr)
+            return FALSE;
+    }
+    return TRUE;
+}
+
+static BOOL CreateWorker(CoolingWorker* worker) {
     HANDLE thread = nullptr;
-    if (PrepareEvents(*worker))
+    if (CreateMissingEvents(*worker))
         thread = CreateThread(nullptr, 0, worker->procedure, nullptr, 0, nullptr);
     if (thread == nullptr) {
         Trace(L"%ls: create thread error. (%u)\n", worker->name, GetLastError());
@@ -106,6 +113,12 @@ static BOOL TerminateWorker(CoolingWorker* worker) {
     return EndWorker(worker);
 }
 
+BOOL AdaptiveCoolingRetireWorkers() {
+    const BOOL version2_ended = RetireWorker(&g_version2Worker);
+    const BOOL version3_ended = RetireWorker(&g_version3Worker);
+    return version2_ended && version3_ended;
+}
+
 BOOL AdaptiveCoolingCreateWorkerThread() {
     return CreateWorker(&g_version2Worker);
 }
@@ -120,12 +133,6 @@ BOOL AdaptiveCoolingCreateInitilizeWorkerThread() {
 
 BOOL AdaptiveCoolingTerminateInitilizeWorkerThread() {
     return TerminateWorker(&g_version3Worker);
-}
-
-BOOL EndAdaptiveCoolingWorkers() {
-    const BOOL version2_ended = EndWorker(&g_version2Worker);
-    const BOOL version3_ended = EndWorker(&g_version3Worker);
-    return version2_ended && version3_ended;
 }
 
 static BOOL RiseEvent(HANDLE event, const wchar_t* operation) {

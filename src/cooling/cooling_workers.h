@@ -5,7 +5,12 @@
 
 #include <windows.h>
 
-// Creates the version 2 worker and starts it. A worker of an earlier start is ended first.
+// The first step of every start: ends the worker of an earlier one, of either version, and forgets the attach
+// and detach events that nobody has handled. Later ones wait for the next worker. Fails when a worker could
+// not be ended; it is then still recorded.
+BOOL AdaptiveCoolingRetireWorkers();
+
+// Creates the version 2 worker and starts it; none may be recorded.
 BOOL AdaptiveCoolingCreateWorkerThread();
 
 // Tells the worker to end and waits until it has, however long its present firmware request takes. Fails when
@@ -17,10 +22,6 @@ BOOL AdaptiveCoolingTerminateWorkerThread();
 BOOL AdaptiveCoolingRiseEventOfOptionAttached();
 BOOL AdaptiveCoolingRiseEventOfOptionDetached();
 
-// The same pair for version 3's initialise worker.
+// Create and terminate version 3's initialise worker.
 BOOL AdaptiveCoolingCreateInitilizeWorkerThread();
 BOOL AdaptiveCoolingTerminateInitilizeWorkerThread();
-
-// Ends what workers there are, of either version. Fails when one could not be ended; it is then still
-// recorded.
-BOOL EndAdaptiveCoolingWorkers();
