@@ -96,7 +96,7 @@ static DWORD ReadByte(HANDLE device, BYTE* value) {
     if (!ReadFile(device, value, sizeof(*value), &read, nullptr))
         return FailureCode();
     // Without a byte there is no state; the zero of the buffer must not pass for "tablet" or "undocked".
-    return read == sizeof(*value) ? ERROR_SUCCESS : ERROR_HANDLE_EOF;
+    return read == sizeof(*value) ? ERROR_SUCCESS : ERROR_GEN_FAILURE;
 }
 
 static BOOL ReadIndicator(const wchar_t* operation, const GUID& interface_class, DWORD* state) {

@@ -189,8 +189,8 @@ static DWORD LeadingNumber(const wchar_t* text) {
     ULONGLONG number = 0;
     for (; *text >= L'0' && *text <= L'9'; ++text) {
         number = number * 10 + static_cast<DWORD>(*text - L'0');
-        if (number > MAXDWORD)
-            return MAXDWORD;
+        if (number > 0xFFFFFFFF)
+            return 0xFFFFFFFF;
     }
     return static_cast<DWORD>(number);
 }
