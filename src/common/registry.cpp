@@ -11,8 +11,8 @@ BOOL OpenKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access) {
 BOOL CreateKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access, BOOL* created) {
     HKEY key = nullptr;
     DWORD disposition = 0;
-    if (RegCreateKeyExW(root, path, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, &disposition) !=
-        ERROR_SUCCESS)
+    if (RegCreateKeyExW(root, path, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key,
+                        &disposition) != ERROR_SUCCESS)
         return FALSE;
     holder->key = key;
     if (created != nullptr)
@@ -32,7 +32,8 @@ BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value) {
     return TRUE;
 }
 
-BOOL QueryString(HKEY key, const wchar_t* name, wchar_t* text, DWORD capacity, DWORD limit_bytes, DWORD type) {
+BOOL QueryString(HKEY key, const wchar_t* name, wchar_t* text, DWORD capacity, DWORD limit_bytes,
+                 DWORD type) {
     text[0] = L'\0';
     if (limit_bytes / sizeof(wchar_t) >= capacity)
         return FALSE;

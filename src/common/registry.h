@@ -11,16 +11,16 @@
 // Opens an existing key into an empty holder. TRUE on success; the holder stays empty otherwise.
 BOOL OpenKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access);
 
-// Creates or opens a non-volatile key into an empty holder. `created`, when given, tells whether the key is new
-// (written on success only).
+// Creates or opens a non-volatile key into an empty holder. `created`, when given, tells whether the key is
+// new (written on success only).
 BOOL CreateKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access, BOOL* created = nullptr);
 
 // Reads a REG_DWORD of exactly 4 bytes. `name` null means the default value. FALSE leaves *value untouched.
 BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value);
 
-// Reads a REG_SZ (or REG_EXPAND_SZ when `type` says so) of at most `limit_bytes` bytes into `text`, which has room
-// for `capacity` characters; the result always ends in a null, whatever was stored (an odd last byte is dropped).
-// FALSE leaves an empty text. `capacity` must exceed limit_bytes / 2.
+// Reads a REG_SZ (or REG_EXPAND_SZ when `type` says so) of at most `limit_bytes` bytes into `text`, which has
+// room for `capacity` characters; the result always ends in a null, whatever was stored (an odd last byte is
+// dropped). FALSE leaves an empty text. `capacity` must exceed limit_bytes / 2.
 BOOL QueryString(HKEY key, const wchar_t* name, wchar_t* text, DWORD capacity, DWORD limit_bytes,
                  DWORD type = REG_SZ);
 

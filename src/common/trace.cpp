@@ -5,8 +5,7 @@
 
 #ifdef NDEBUG
 
-void Trace(const wchar_t*, ...) {
-}
+void Trace(const wchar_t*, ...) {}
 
 #else
 

@@ -22,8 +22,9 @@ BOOL SendIoCode(HANDLE device, DWORD code, const void* input, void* output, DWOR
         return FALSE;
     }
     // The platform declares the input buffer without const although it only reads it.
-    return DeviceIoControl(device, code, row->in_bytes != 0 ? const_cast<void*>(input) : nullptr, row->in_bytes,
-                           row->out_bytes != 0 ? output : nullptr, row->out_bytes, returned, nullptr);
+    return DeviceIoControl(device, code, row->in_bytes != 0 ? const_cast<void*>(input) : nullptr,
+                           row->in_bytes, row->out_bytes != 0 ? output : nullptr, row->out_bytes, returned,
+                           nullptr);
 }
 
 static const wchar_t* DevicePath(Device device) {
@@ -101,12 +102,13 @@ static bool DeviceMatches(HDEVINFO devices, SP_DEVINFO_DATA* device, const wchar
     DWORD capacity = 0;
     DWORD size = 0;
     DWORD type = 0;
-    // The list can grow between two calls; a bound keeps a device that always wants more from holding us here.
+    // The list can grow between two calls; a bound keeps a device that always wants more from holding us
+    // here.
     for (int attempt = 0; attempt < 16; ++attempt) {
         if (SetupDiGetDeviceRegistryPropertyW(devices, device, SPDRP_HARDWAREID, &type,
                                               static_cast<BYTE*>(buffer.data), capacity, &size))
-            return buffer.data != nullptr &&
-                   MultiStringContains(static_cast<wchar_t*>(buffer.data), size < capacity ? size : capacity, id);
+            return buffer.data != nullptr && MultiStringContains(static_cast<wchar_t*>(buffer.data),
+                                                                 size < capacity ? size : capacity, id);
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size > 0x100000)
             return false;
         buffer.Release();

@@ -10,35 +10,36 @@ constexpr DWORD QUERY_SHARE = FILE_SHARE_READ;
 constexpr DWORD FULL_ACCESS = GENERIC_READ | GENERIC_WRITE;
 constexpr DWORD FULL_SHARE = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-// Opens an existing device (OPEN_EXISTING, no attributes, no template). INVALID_HANDLE_VALUE on failure, with the
-// system's last error.
+// Opens an existing device (OPEN_EXISTING, no attributes, no template). INVALID_HANDLE_VALUE on failure, with
+// the system's last error.
 HANDLE OpenDevice(const wchar_t* path, DWORD access, DWORD share);
 
-// Sends one code of the catalogue with the buffer sizes of its row, synchronously. `input` and `output` must be
-// that large (null where the row says 0). `returned` takes the driver's byte count, never more than the output
-// size on success. FALSE on failure, with the system's last error.
+// Sends one code of the catalogue with the buffer sizes of its row, synchronously. `input` and `output` must
+// be that large (null where the row says 0). `returned` takes the driver's byte count, never more than the
+// output size on success. FALSE on failure, with the system's last error.
 BOOL SendIoCode(HANDLE device, DWORD code, const void* input, void* output, DWORD* returned);
 
-// Opens the code's own device with the given access and sharing, sends the code with a one-word input (ignored by
-// rows without input) and closes the device. `result` may be null; it takes exactly the bytes that the driver
-// returned (0 to 4) and keeps its prior value otherwise. FALSE when the device cannot be opened (nothing is sent)
-// or the request fails; the last error is that of the failing step. Rows with more than 4 bytes are refused.
+// Opens the code's own device with the given access and sharing, sends the code with a one-word input
+// (ignored by rows without input) and closes the device. `result` may be null; it takes exactly the bytes
+// that the driver returned (0 to 4) and keeps its prior value otherwise. FALSE when the device cannot be
+// opened (nothing is sent) or the request fails; the last error is that of the failing step. Rows with more
+// than 4 bytes are refused.
 BOOL SendOneWord(DWORD code, DWORD argument, DWORD* result, DWORD access = QUERY_ACCESS,
                  DWORD share = QUERY_SHARE);
 
 // The start-up probe's handle. OpenPMDriver: TRUE when the primary device was opened; FALSE when it cannot be
-// opened, or is open already (then nothing changes). ClosePMDriver: TRUE when there was an open handle to close.
-// Service thread only.
+// opened, or is open already (then nothing changes). ClosePMDriver: TRUE when there was an open handle to
+// close. Service thread only.
 BOOL OpenPMDriver();
 BOOL ClosePMDriver();
 
-// Searches all present devices for one whose hardware-id list has a string that contains `id` (case-sensitive).
-// *found becomes 1 only for a match, else 0. Result TRUE: match, or the enumeration failed; FALSE: enumerated to
-// the end without a match. Decide on *found.
+// Searches all present devices for one whose hardware-id list has a string that contains `id`
+// (case-sensitive). *found becomes 1 only for a match, else 0. Result TRUE: match, or the enumeration failed;
+// FALSE: enumerated to the end without a match. Decide on *found.
 BOOL FindDevice(const wchar_t* id, DWORD* found);
 
-// Reads the machine's "SystemFamily" text, at most 256 bytes, into a buffer of SYSTEM_FAMILY_CHARACTERS. TRUE when
-// it was read.
+// Reads the machine's "SystemFamily" text, at most 256 bytes, into a buffer of SYSTEM_FAMILY_CHARACTERS. TRUE
+// when it was read.
 constexpr DWORD SYSTEM_FAMILY_CHARACTERS = 129;
 BOOL GetSystemFamily(wchar_t* buffer);
 

@@ -1,10 +1,11 @@
-// Firmware methods: one 32-bit argument in, one 32-bit result out, on a device that one operation opens for itself.
+// Firmware methods: one 32-bit argument in, one 32-bit result out, on a device that one operation opens for
+// itself.
 #pragma once
 
 #include "driver/device.h"
 
-// The device handles of one operation; a local of that operation, never shared between threads. Each device is
-// opened by the first request on it and closed when the holder goes.
+// The device handles of one operation; a local of that operation, never shared between threads. Each device
+// is opened by the first request on it and closed when the holder goes.
 struct DriverHandles {
     HANDLE primary = nullptr;
     HANDLE secondary = nullptr;
@@ -18,8 +19,9 @@ struct DriverHandles {
 };
 
 // One request on the primary (PMDriverIoControl) or secondary (PMDRVSIoControl) device. FALSE when the device
-// cannot be opened (nothing is sent) or the request fails; *result is then untouched. On success exactly the bytes
-// that the driver returned (0 to 4) are copied to *result, so initialise it before the call; `result` may be null.
+// cannot be opened (nothing is sent) or the request fails; *result is then untouched. On success exactly the
+// bytes that the driver returned (0 to 4) are copied to *result, so initialise it before the call; `result`
+// may be null.
 BOOL PMDriverIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result);
 BOOL PMDRVSIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result);
 

@@ -25,7 +25,8 @@ void CreateDriverNotificationEvents() {
     for (DWORD i = 0; i < DRIVER_NOTIFICATION_EVENT_COUNT; ++i) {
         g_hDriverNotificationEvents[i] = CreateEventW(nullptr, TRUE, FALSE, g_eventNames[i]);
         if (g_hDriverNotificationEvents[i] == nullptr)
-            Trace(L"CreateDriverNotificationEvents(): Error: event %lu not created. (%lu)\n", i, GetLastError());
+            Trace(L"CreateDriverNotificationEvents(): Error: event %lu not created. (%lu)\n", i,
+                  GetLastError());
     }
 }
 

@@ -19,14 +19,14 @@ extern HANDLE g_hDriverNotificationEvents[DRIVER_NOTIFICATION_EVENT_COUNT];
 // Creates the five manual-reset events. A failure leaves a null entry.
 void CreateDriverNotificationEvents();
 
-// Hand the five handles to the driver, or withdraw them (48 zero bytes). Nothing is sent when the device cannot be
-// opened; the request's result is of no interest.
+// Hand the five handles to the driver, or withdraw them (48 zero bytes). Nothing is sent when the device
+// cannot be opened; the request's result is of no interest.
 void RegisterDriverNotificationEvents();
 void UnregisterDriverNotificationEvents();
 
 // Unregisters, then closes the five handles.
 void CloseDriverNotificationEvents();
 
-// Announces (TRUE) or withdraws (FALSE) the service at the driver and publishes or removes its capability values.
-// FALSE at the first failing step.
+// Announces (TRUE) or withdraws (FALSE) the service at the driver and publishes or removes its capability
+// values. FALSE at the first failing step.
 BOOL MakeConnect(BOOL connect);

@@ -1,0 +1,24 @@
+// Process images: the product is a shared library loaded once per living process, each from a copy of its
+// own.
+#pragma once
+
+#include <string>
+#include <windows.h>
+
+namespace sim {
+
+struct Image;
+
+// An image whose process-wide variables are as freshly loaded. The pool keeps images between processes: on
+// release the writable segment is put back to its state just after loading, which is what a new load would
+// give.
+Image* image_acquire();
+void image_release(Image* image);
+
+using EntryPoint = int(WINAPI*)(HINSTANCE, HINSTANCE, LPWSTR, int);
+EntryPoint image_entry(const Image* image);
+HINSTANCE image_instance(const Image* image);
+// The name of the function at an address of the image, "" when unknown.
+std::string image_symbol(const Image* image, const void* address);
+
+} // namespace sim

@@ -1,0 +1,3 @@
+#pragma once
+
+#include "sim_base.h"

@@ -1,0 +1,47 @@
+// The bench of the tests: one simulated machine, driven by scripts in the scenario language and by C++.
+#pragma once
+
+#include "sim/core.h"
+#include "sim/driver.h"
+#include "sim/registry.h"
+#include "sim/scenario.h"
+#include "sim/scm.h"
+
+#include <gtest/gtest.h>
+
+struct Bench {
+    sim::Machine machine;
+
+    explicit Bench(std::uint64_t seed = 0) : machine(seed) {}
+    // Whatever a test forgets to look at: no violation, ever.
+    ~Bench() {
+        for (const std::string& violation : machine.violations)
+            ADD_FAILURE() << "violation: " << violation;
+    }
+
+    // Runs a script on the machine as it stands; all its expectations must hold.
+    void run(const std::string& script) {
+        const sim::ScriptResult result = sim::run_text(script);
+        EXPECT_EQ(0, result.exit_code) << "line " << result.line << " of the script: " << result.message;
+        machine.violations.clear();
+    }
+
+    // Starts the service and lets it come to rest; the mark is behind the start.
+    void started(const std::string& setup = "") {
+        run(setup + "\nstart\nadvance 2s\ncheck status RUNNING\nmark\n");
+    }
+};
+
+// Rows of a table of scripts: each runs on a new machine, behind a common beginning.
+struct ScriptCase {
+    const char* name;
+    const char* script;
+};
+
+inline void run_cases(const char* beginning, std::initializer_list<ScriptCase> cases) {
+    for (const ScriptCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        Bench bench;
+        bench.run(std::string(beginning) + "\n" + row.script);
+    }
+}

@@ -1,0 +1,73 @@
+// What the sweeps share: every call failing once, many seeds, and the figures they print.
+#pragma once
+
+#include "tests/bench.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+// One line of the table of figures that `make test` shows at its end.
+inline void figure(const char* what, const std::string& value) {
+    std::printf("figure: %-60s %s\n", what, value.c_str());
+    if (const char* path = std::getenv("ZORPM_FIGURES")) {
+        if (FILE* file = std::fopen(path, "a")) {
+            std::fprintf(file, "%-60s %s\n", what, value.c_str());
+            std::fclose(file);
+        }
+    }
+}
+
+// Runs `script` (no expectations in it: only acts) once to count its platform calls, then once per call with
+// that call failing. Asks what must always hold: no violation (so no crash, no spin, no bad handle). `after`
+// may ask more, with the name of the failed call. Returns how many calls were failed.
+inline std::uint64_t sweep_failures(const std::string& script,
+                                    const std::function<void(const std::string& failed)>& after = {}) {
+    std::uint64_t calls = 0;
+    {
+        Bench bench;
+        bench.run(script);
+        calls = bench.machine.calls;
+    }
+    for (std::uint64_t number = 1; number <= calls; ++number) {
+        Bench bench;
+        bench.machine.fail_at = number;
+        bench.run(script);
+        SCOPED_TRACE("call " + std::to_string(number) + " failed: " + bench.machine.failed_call);
+        if (after)
+            after(bench.machine.failed_call);
+        if (::testing::Test::HasFailure()) {
+            ADD_FAILURE() << "stopped at call " << number << ", " << bench.machine.failed_call;
+            return number;
+        }
+    }
+    return calls;
+}
+
+// Runs `body` on a machine of each seed from 1 to `seeds`, every one twice; the two traces must be the same.
+// The seed is named when something fails, and no further one is run.
+inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& body) {
+    for (std::uint64_t seed = 1; seed <= seeds; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::uint64_t hash[2];
+        std::vector<std::string> lines[2];
+        for (int round = 0; round < 2; ++round) {
+            Bench bench(seed);
+            body(bench);
+            hash[round] = bench.machine.trace_hash;
+            for (const sim::TraceLine& line : bench.machine.trace)
+                lines[round].push_back(line.thread + " " + line.text);
+        }
+        if (hash[0] != hash[1]) {
+            size_t at = 0;
+            while (at < lines[0].size() && at < lines[1].size() && lines[0][at] == lines[1][at])
+                ++at;
+            ADD_FAILURE() << "the same seed gave two traces, first difference in line " << at << ": "
+                          << (at < lines[0].size() ? lines[0][at] : "(end)") << " / "
+                          << (at < lines[1].size() ? lines[1][at] : "(end)");
+        }
+        if (::testing::Test::HasFailure()) {
+            ADD_FAILURE() << "stopped at seed " << seed;
+            return;
+        }
+    }
+}
