@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 namespace sim {
 
@@ -28,10 +29,9 @@ struct Key {
 // Body of a handle: one opening of a key, with the change notification that belongs to it.
 struct OpenedKey {
     KeyRef key;
-    std::string path; // as the service named it, for the trace
-    DWORD filter = 0;
-    ObjectRef event; // armed while not null
-    Thread* armed_by = nullptr;
+    std::string path;            // as the service named it, for the trace
+    ObjectRef event;             // armed while not null
+    Thread* armed_by = nullptr;  // whose end is told like a change
     bool asked = false;          // a notification has been asked for on this handle
     bool change_pending = false; // a change since the last one was reported
 };
@@ -39,6 +39,7 @@ struct OpenedKey {
 struct Registry {
     KeyRef roots[4]; // HKCR, HKCU, HKLM, HKU
     std::vector<OpenedKey*> opened;
+    bool remembers_changes = true;
     Registry();
 };
 
@@ -134,19 +135,48 @@ Registry::Registry() {
 // ---- change notification
 // -------------------------------------------------------------------------------------
 
+// One call tells of one change: the event is signalled and the handle no longer armed.
+static void complete_notification(OpenedKey* opened) {
+    if (const ObjectRef event = std::exchange(opened->event, nullptr))
+        signal_object(*event);
+}
+
 static void key_changed(const Key* key) {
     for (OpenedKey* opened : registry().opened) {
-        if (opened->key.get() != key || !opened->asked || (opened->filter & REG_NOTIFY_CHANGE_LAST_SET) == 0)
+        if (opened->key.get() != key || !opened->asked)
             continue;
-        if (opened->event != nullptr) {
-            const ObjectRef event = std::move(opened->event);
-            opened->event = nullptr;
-            signal_object(*event);
-        } else {
-            // Nobody waits at the moment: the next one who asks on this handle is told at once.
+        if (opened->event != nullptr)
+            complete_notification(opened);
+        else if (registry().remembers_changes)
             opened->change_pending = true;
+    }
+}
+
+// The key is gone for its handles; who waits for a change is told.
+static void key_deleted(Key* key) {
+    key->deleted = true;
+    for (OpenedKey* opened : registry().opened) {
+        if (opened->key.get() == key)
+            complete_notification(opened);
+    }
+    for (auto& [name, below] : key->children)
+        key_deleted(below.get());
+}
+
+// State of a thread that has asked for notifications. They end with the thread, and ending signals their
+// events.
+struct AskingThread {
+    Thread* thread = current();
+    ~AskingThread() {
+        for (OpenedKey* opened : registry().opened) {
+            if (opened->armed_by == thread)
+                complete_notification(opened);
         }
     }
+};
+
+void registry_remembers_changes(bool remembers) {
+    registry().remembers_changes = remembers;
 }
 
 // ---- as another program
@@ -172,18 +202,12 @@ void registry_set_text(const std::string& path, const std::string& name, const s
     registry_set(path, name, type, wide_bytes(text));
 }
 
-static void mark_deleted(Key& key) {
-    key.deleted = true;
-    for (auto& [name, below] : key.children)
-        mark_deleted(*below);
-}
-
 bool registry_delete(const std::string& path) {
     KeyRef key = find_key(registry(), path, false);
     if (key == nullptr || key->parent == nullptr)
         return false;
-    mark_deleted(*key);
     key->parent->children.erase(lower(key->name));
+    key_deleted(key.get());
     return true;
 }
 
@@ -290,8 +314,7 @@ static void key_closed(Object& object) {
     auto& opened = object.as<OpenedKey>();
     std::erase(registry().opened, &opened);
     // A notification still waiting on a closed handle is over; the platform signals its event.
-    if (const ObjectRef event = std::move(opened.event))
-        signal_object(*event);
+    complete_notification(&opened);
 }
 
 struct Opened {
@@ -648,20 +671,38 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
         return ERROR_FILE_NOT_FOUND;
     if (key->refused || !key->children.empty() || key->parent == nullptr)
         return ERROR_ACCESS_DENIED;
-    key->deleted = true;
     key->parent->children.erase(lower(key->name));
+    key_deleted(key.get());
     trace("registry delete %s", shown_path(joined(opened.path, path)).c_str());
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL, DWORD filter, HANDLE event, BOOL asynchronous) {
+LSTATUS WINAPI RegDeleteValueW(HKEY handle, LPCWSTR wide_name) {
+    SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    LSTATUS error = ERROR_SUCCESS;
+    const Opened opened = resolve(handle, KEY_SET_VALUE, "RegDeleteValueW", &error);
+    if (opened.key == nullptr)
+        return error;
+    const std::string name = narrow(wide_name);
+    if (opened.key->values.erase(lower(name)) == 0)
+        return ERROR_FILE_NOT_FOUND;
+    trace("registry delete %s %s", shown_path(opened.path).c_str(), shown_name(name).c_str());
+    key_changed(opened.key.get());
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, HANDLE event,
+                                       BOOL asynchronous) {
     SIM_CALL(ERROR_NOT_ENOUGH_MEMORY, last_error());
     LSTATUS error = ERROR_SUCCESS;
     const Opened opened = resolve(handle, KEY_NOTIFY, "RegNotifyChangeKeyValue", &error);
     if (opened.key == nullptr)
         return error;
-    if (opened.handle == nullptr || !asynchronous) {
-        violation("RegNotifyChangeKeyValue: neither on a root key nor synchronously here");
+    const bool agnostic = (filter & REG_NOTIFY_THREAD_AGNOSTIC) != 0;
+    if (opened.handle == nullptr || !asynchronous || subtree ||
+        (filter & ~REG_NOTIFY_THREAD_AGNOSTIC) != REG_NOTIFY_CHANGE_LAST_SET) {
+        violation(
+            "RegNotifyChangeKeyValue: only written values of one key, asynchronously, are told of here");
         return ERROR_INVALID_PARAMETER;
     }
     HandleEntry* entry = handle_entry(event, Kind::Event, "RegNotifyChangeKeyValue");
@@ -669,16 +710,14 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL, DWORD filter, HANDLE e
         return ERROR_INVALID_HANDLE;
     trace_detail("watch %s", shown_path(opened.path).c_str());
     OpenedKey& watched = *opened.handle;
+    // The platform would let the waits pile up.
+    if (watched.event != nullptr)
+        violation("RegNotifyChangeKeyValue: %s is armed already", opened.path.c_str());
     watched.asked = true;
-    watched.filter = filter;
-    watched.armed_by = current();
-    const ObjectRef object = entry->object;
-    if (watched.change_pending) {
-        watched.change_pending = false;
-        signal_object(*object);
-    } else {
-        watched.event = object;
-    }
+    watched.armed_by = agnostic ? nullptr : thread_state<AskingThread>().thread;
+    watched.event = entry->object;
+    if (std::exchange(watched.change_pending, false))
+        complete_notification(&watched);
     return ERROR_SUCCESS;
 }
 

@@ -27,6 +27,11 @@ std::string registry_text(const std::string& path, const std::string& name);
 // All keys and values below a path as text lines, to compare states.
 std::string registry_dump(const std::string& path);
 
+// A change between a notification and the next call that asks for one on the same handle: the kernel
+// remembers it and tells the next call at once (true, as on a new machine). No documentation promises that;
+// false forgets it.
+void registry_remembers_changes(bool remembers);
+
 std::vector<BYTE> wide_bytes(const std::string& text, bool end = true);
 
 } // namespace sim
