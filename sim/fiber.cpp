@@ -100,7 +100,6 @@ Fiber* fiber_create(void (*entry)(void*), void* argument) {
     auto* top = reinterpret_cast<std::uint64_t*>(fiber->stack() + STACK_BYTES);
     // Alignment at a function's entry is 8 modulo 16: one empty word, the return address, six registers.
     *--top = 0;
-    *--top = 0;
     *--top = reinterpret_cast<std::uint64_t>(&fiber_start);
     for (int i = 0; i < 6; ++i)
         *--top = 0;
