@@ -10,8 +10,8 @@
 
 std::atomic<DWORD> g_PHCurrentSetting;
 std::atomic<DWORD> g_PHOverrideSetting;
-HANDLE g_hPHThread;
-HANDLE g_hPHOverrideThread;
+std::atomic<HANDLE> g_hPHThread;
+std::atomic<HANDLE> g_hPHOverrideThread;
 
 // Interface versions that the firmware reports.
 constexpr DWORD MHKV_FIRST = 0x100;

@@ -12,8 +12,8 @@ extern std::atomic<DWORD> g_Type12CurrentSetting;
 extern std::atomic<DWORD> g_Type13CurrentSetting;
 
 // Thread slots of the classic watches, null while the thread does not run.
-extern HANDLE g_hPHThread;
-extern HANDLE g_hPHOverrideThread;
+extern std::atomic<HANDLE> g_hPHThread;
+extern std::atomic<HANDLE> g_hPHOverrideThread;
 
 // Hot keys 3 and 12: the only ones whose built-in action a client can take over.
 constexpr DWORD PH_OVERRIDE_CAPABILITY = 0x804;
