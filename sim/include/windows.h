@@ -10,4 +10,5 @@
 #include "sim_com.h"
 #include "sim_power.h"
 #include "sim_security.h"
+#include "sim_setup.h"
 #include "sim_user.h"
