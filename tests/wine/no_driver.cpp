@@ -58,9 +58,11 @@ int wmain() {
     const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE);
     if (manager == nullptr)
         return Failed("OpenSCManagerW");
-    const SC_HANDLE service = CreateServiceW(
-        manager, SERVICE_NAME, SERVICE_NAME, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-        SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, path, nullptr, nullptr, nullptr, nullptr, nullptr);
+    SC_HANDLE service = CreateServiceW(manager, SERVICE_NAME, SERVICE_NAME, SERVICE_ALL_ACCESS,
+                                       SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                                       path, nullptr, nullptr, nullptr, nullptr, nullptr);
+    if (service == nullptr && GetLastError() == ERROR_SERVICE_EXISTS) // left by a run that was ended
+        service = OpenServiceW(manager, SERVICE_NAME, SERVICE_ALL_ACCESS);
     int result = service != nullptr ? WatchItStop(service) : Failed("CreateServiceW");
     if (service != nullptr) {
         if (!DeleteService(service))

@@ -33,7 +33,9 @@ wine=$(command -v wine64 || command -v wine) || { echo "wine is not installed"; 
 xvfb=
 finish() {
     local status=$?
-    timeout 20 wineserver -k >/dev/null 2>&1 # this prefix's processes only
+    # Wine's own services end soon after the last program, and what was written is kept only then. Both commands
+    # reach the processes of this prefix only.
+    timeout 20 wineserver -w >/dev/null 2>&1 || timeout 20 wineserver -k >/dev/null 2>&1
     [ -z "$xvfb" ] || { kill "$xvfb" && wait "$xvfb"; } 2>/dev/null
     exit $status
 }
