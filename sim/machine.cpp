@@ -393,6 +393,14 @@ void sleep_for(Ms duration) {
     block(thread);
 }
 
+// Whether this call is the one chosen to fail.
+static bool chosen_to_fail(Machine& m, const char* name) {
+    ++m.calls;
+    if (m.fail_countdown != 0 && m.fail_name == name && --m.fail_countdown == 0)
+        return true;
+    return m.calls == m.fail_at;
+}
+
 bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
     Machine& m = machine();
     if (m.count_calls && m.running != nullptr)
@@ -407,9 +415,7 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
     }
     if (m.seed != 0 && !m.ready.empty() && random_below(6) == 0)
         yield();
-    if (!can_fail)
-        return true;
-    if (++m.calls != m.fail_at)
+    if (!can_fail || !chosen_to_fail(m, name))
         return true;
     m.failed_call = name;
     trace_detail("%s fails as told, error %u", name, failure_code);

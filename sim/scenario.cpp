@@ -248,6 +248,16 @@ static Action compile_fail_call(Tokens& tokens) {
     return [number] { machine().fail_at = machine().calls + number; };
 }
 
+// `fail NAME [N]`: the N-th call of that name from here.
+static Action compile_fail(Tokens& tokens) {
+    const std::string name = tokens.word();
+    const std::uint64_t number = tokens.done() ? 1 : tokens.number();
+    return [=] {
+        machine().fail_name = name;
+        machine().fail_countdown = number;
+    };
+}
+
 static const Commands g_commands({
     {"mark", Use::Check, compile_mark},
     {"expect", Use::Check, compile_expect},
@@ -256,6 +266,7 @@ static const Commands g_commands({
     {"expect count", Use::Check, compile_expect_count},
     {"advance", Use::Machine, compile_advance},
     {"fail call", Use::Machine, compile_fail_call},
+    {"fail", Use::Machine, compile_fail},
 });
 
 // ---- reading

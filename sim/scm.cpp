@@ -220,6 +220,11 @@ static void dispatch_controls() {
         }
         Control control = std::move(manager.controls.front());
         manager.controls.pop_front();
+        if (!reachable()) {
+            // It was accepted before the service began to stop.
+            trace("refused control %u", control.code);
+            continue;
+        }
         trace_detail("control %u type 0x%x", control.code, control.event_type);
         void* data = control.event_data.empty() ? nullptr : control.event_data.data();
         if (manager.handler(control.code, control.event_type, data, manager.context) != NO_ERROR)

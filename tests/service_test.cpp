@@ -1,0 +1,188 @@
+// Service main and entry: the start, its failures, the stop, the run modes.
+#include "tests/bench.h"
+
+TEST(Service, StartReportsEachCheckPointAndStopTearsDownInOrder) {
+    Bench bench;
+    bench.run(R"(
+        start
+        expect next status START_PENDING 0/0 checkpoint 1
+        expect next status START_PENDING 0/0 checkpoint 2
+        expect next status START_PENDING 0/0 checkpoint 3
+        expect next status START_PENDING 0/0 checkpoint 4
+        expect next request CONNECT(0x1) = 0x0
+        expect next registry create HKLM\Software\ZOR\ZORPM
+        expect next registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 0x1
+        expect next registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 0x3
+        expect next registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0x1
+        expect next status START_PENDING 0/0 checkpoint 5
+        expect request MHKV(0x0) = 0x200
+        expect request DYTC(0x0) = 0x0
+        expect registry create SVC\Transform\Parameters
+        expect request GMMS(0x0) = 0x1
+        expect status RUNNING 0/0
+        expect request REGISTEREVENTS(48 bytes)
+        check handles 0
+        stop
+        expect next status STOP_PENDING 0/0 checkpoint 1
+        expect next status STOP_PENDING 0/0 checkpoint 2
+        expect next status STOP_PENDING 0/0 checkpoint 3
+        expect next request CONNECT(0x0) = 0x0
+        expect next registry delete HKLM\Software\ZOR\ZORPM
+        expect next status STOPPED 0/0
+        expect next process "" ended 0
+        expect no request UNREGISTEREVENTS*
+        check handles 0
+        start
+        advance 1s
+        check status RUNNING 0/0)");
+}
+
+TEST(Service, TheStartsOrderOfSubsystems) {
+    // Each subsystem's first visible effect, on a machine that has them all.
+    Bench bench;
+    bench.run(R"(
+        firmware DYTC(0) = 0x30000001
+        registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS SystemFamily sz "Corbel K21 Tablet"
+        registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1"
+        start
+        expect registry create SVC\Parameters\Capability
+        expect registry create SVC\Parameters2\Type10\Capability
+        expect registry create SVC\Configurations
+        expect registry SVC\TMC Version = 0x3000
+        expect request TABGETSTATE(0x0) = 0x0
+        expect registry create SVC\Transform\Parameters
+        expect request SYSTEMFAMILY(0x0) = 0x0
+        expect status RUNNING 0/0)");
+}
+
+TEST(Service, TheDriverIsProbedElevenTimes) {
+    Bench bench;
+    bench.run(R"(
+        driver missing
+        start
+        advance 3299ms
+        check status START_PENDING
+        advance 1ms
+        expect status STOPPED 1066/680002
+        check status STOPPED 1066/680002)");
+    // The eleven probes are the only device openings.
+    EXPECT_EQ(0u, sim::handle_count(sim::Kind::File));
+}
+
+TEST(Service, ALateDriverIsFound) {
+    Bench bench;
+    bench.run(R"(
+        driver missing for 2s
+        start
+        advance 5s
+        expect no status STOPPED*
+        check status RUNNING 0/0)");
+}
+
+TEST(Service, FailedStartsSayWhy) {
+    run_cases("", {
+                      {"no stop event", R"(
+                          fail CreateEventW
+                          start
+                          expect status STOPPED 1066/680003
+                          expect no request CONNECT*)"},
+                      {"no notification thread", R"(
+                          start
+                          advance 1s
+                          stop
+                          fail CreateThread 8
+                          start
+                          advance 1s
+                          expect status STOPPED 1066/680001
+                          expect no status RUNNING*
+                          expect process "" ended 0)"},
+                      {"no handler: nothing can be said", R"(
+                          fail RegisterServiceCtrlHandlerExW
+                          start
+                          advance 1m
+                          expect no status*)"},
+                      {"no dispatcher", R"(
+                          fail StartServiceCtrlDispatcherW
+                          start
+                          expect next process "" ended 0)"},
+                      {"no version", R"(
+                          fail GetVersionExW
+                          start
+                          expect next process "" ended 0
+                          fail GetVersionExW
+                          run "-helper"
+                          expect next process "-helper" ended 0)"},
+                  });
+}
+
+TEST(Service, ConnectingStopsAtTheFirstFailureAndTheServiceRunsOn) {
+    run_cases("registry set HKLM\\Software\\ZOR\\ZORPM HibFileCreation dword 0",
+              {
+                  {"kept", R"(
+                      start
+                      check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0
+                      check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
+                      check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 3)"},
+                  {"of another type: rewritten", R"(
+                      registry set HKLM\Software\ZOR\ZORPM HibFileCreation sz "no"
+                      start
+                      check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 1)"},
+                  {"the request fails", R"(
+                      firmware CONNECT fails times 1
+                      start
+                      check registry HKLM\Software\ZOR\ZORPM CapaLidBeep absent
+                      advance 1s
+                      check status RUNNING
+                      firmware CONNECT fails
+                      stop
+                      expect no registry delete*
+                      expect status STOPPED 0/0)"},
+                  {"the first value cannot be written", R"(
+                      fail RegSetValueExW
+                      start
+                      check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa absent)"},
+                  {"the second", R"(
+                      fail RegSetValueExW 2
+                      registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
+                      start
+                      check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
+                      check registry HKLM\Software\ZOR\ZORPM HibFileCreation absent)"},
+                  {"a subkey keeps the key", R"(
+                      registry set HKLM\Software\ZOR\ZORPM\CPUControl
+                      start
+                      advance 1s
+                      registry set HKLM\Software\ZOR\ZORPM\Other
+                      stop
+                      expect no registry delete HKLM\Software\ZOR\ZORPM
+                      check registry HKLM\Software\ZOR\ZORPM present)"},
+              });
+}
+
+TEST(Service, RunModes) {
+    run_cases("", {
+                      {"a console start fails silently", R"(
+                          run ""
+                          expect next process "" ended 0)"},
+                      {"any other text goes to the dispatcher", R"(
+                          run "-helper "
+                          expect next process "-helper " ended 0
+                          run "-helper x"
+                          expect next process "-helper x" ended 0
+                          run "-PnPTask -helper"
+                          expect next process "-PnPTask -helper" ended 0)"},
+                      {"switches ignore case; one helper a session", R"(
+                          run "-HELPER"
+                          expect no process*
+                          run "-helper"
+                          expect next process "-helper" ended 0
+                          run "-helper" session 2
+                          expect no process*)"},
+                      {"the clean-up run with no owners known leaves all alone", R"(
+                          run "-pnptask"
+                          expect next process "-pnptask" ended 0)"},
+                      {"a helper that cannot have its mutex still runs", R"(
+                          fail CreateMutexW
+                          run "-helper"
+                          expect no process*)"},
+                  });
+}
