@@ -38,10 +38,18 @@ struct ScriptCase {
     const char* script;
 };
 
-inline void run_cases(const char* beginning, std::initializer_list<ScriptCase> cases) {
+template <size_t N> void run_cases(const std::string& beginning, const ScriptCase (&cases)[N]) {
     for (const ScriptCase& row : cases) {
         SCOPED_TRACE(row.name);
         Bench bench;
-        bench.run(std::string(beginning) + "\n" + row.script);
+        bench.run(beginning + "\n" + row.script);
+    }
+}
+
+inline void run_cases(const std::string& beginning, std::initializer_list<ScriptCase> cases) {
+    for (const ScriptCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        Bench bench;
+        bench.run(beginning + "\n" + row.script);
     }
 }

@@ -50,45 +50,46 @@ TEST(Control, UnknownCodesChangeNothing) {
 }
 
 TEST(Control, LidInhibitRequests) {
-    run_cases("start\nadvance 1s", {
-                                       {"accepted", R"(
-                                           control 131
-                                           expect next request LCDCSCONTROL(0x1) = 0x0
-                                           expect next status RUNNING 0/0
-                                           control 132
-                                           expect next request LCDCSCONTROL(0x2) = 0x0
-                                           expect status RUNNING 0/0)"},
-                                       {"refused: no report, no watchdog", R"(
-                                           firmware LCDCSCONTROL = 1
-                                           control 131
-                                           expect next request LCDCSCONTROL(0x1) = 0x1
-                                           expect no status*
-                                           control 132
-                                           expect next request LCDCSCONTROL(0x2) = 0x1
-                                           expect no status*
-                                           advance 5s
-                                           expect no request GETLIDSTATUS*)"},
-                                       {"a request that fails counts as accepted", R"(
-                                           firmware LCDCSCONTROL fails
-                                           control 131
-                                           expect next request LCDCSCONTROL(0x1) failed
-                                           expect next status RUNNING 0/0)"},
-                                       {"so does a driver that is gone", R"(
-                                           driver primary missing
-                                           control 131
-                                           expect next status RUNNING 0/0)"},
-                                       {"capability", R"(
-                                           firmware LCDCSGETSTATE = 3
-                                           control 133
-                                           expect next request LCDCSGETSTATE() = 0x3
-                                           expect next status RUNNING 1066/3
-                                           check status RUNNING 1066/3)"},
-                                       {"no capability, no report", R"(
-                                           firmware LCDCSGETSTATE = 0
-                                           control 133
-                                           expect next request LCDCSGETSTATE() = 0x0
-                                           expect no status*)"},
-                                   });
+    const ScriptCase cases[] = {
+        {"accepted", R"(
+            control 131
+            expect next request LCDCSCONTROL(0x1) = 0x0
+            expect next status RUNNING 0/0
+            control 132
+            expect next request LCDCSCONTROL(0x2) = 0x0
+            expect status RUNNING 0/0)"},
+        {"refused: no report, no watchdog", R"(
+            firmware LCDCSCONTROL = 1
+            control 131
+            expect next request LCDCSCONTROL(0x1) = 0x1
+            expect no status*
+            control 132
+            expect next request LCDCSCONTROL(0x2) = 0x1
+            expect no status*
+            advance 5s
+            expect no request GETLIDSTATUS*)"},
+        {"a request that fails counts as accepted", R"(
+            firmware LCDCSCONTROL fails
+            control 131
+            expect next request LCDCSCONTROL(0x1) failed
+            expect next status RUNNING 0/0)"},
+        {"so does a driver that is gone", R"(
+            driver primary missing
+            control 131
+            expect next status RUNNING 0/0)"},
+        {"capability", R"(
+            firmware LCDCSGETSTATE = 3
+            control 133
+            expect next request LCDCSGETSTATE() = 0x3
+            expect next status RUNNING 1066/3
+            check status RUNNING 1066/3)"},
+        {"no capability, no report", R"(
+            firmware LCDCSGETSTATE = 0
+            control 133
+            expect next request LCDCSGETSTATE() = 0x0
+            expect no status*)"},
+    };
+    run_cases("start\nadvance 1s", cases);
 }
 
 TEST(Control, CoolingCodesReachTheirOperation) {

@@ -80,109 +80,111 @@ TEST(Service, ALateDriverIsFound) {
 }
 
 TEST(Service, FailedStartsSayWhy) {
-    run_cases("", {
-                      {"no stop event", R"(
-                          fail CreateEventW
-                          start
-                          expect status STOPPED 1066/680003
-                          expect no request CONNECT*)"},
-                      {"no notification thread", R"(
-                          start
-                          advance 1s
-                          stop
-                          fail CreateThread 8
-                          start
-                          advance 1s
-                          expect status STOPPED 1066/680001
-                          expect no status RUNNING*
-                          expect process "" ended 0)"},
-                      {"no handler: nothing can be said", R"(
-                          fail RegisterServiceCtrlHandlerExW
-                          start
-                          advance 1m
-                          expect no status*)"},
-                      {"no dispatcher", R"(
-                          fail StartServiceCtrlDispatcherW
-                          start
-                          expect next process "" ended 0)"},
-                      {"no version", R"(
-                          fail GetVersionExW
-                          start
-                          expect next process "" ended 0
-                          fail GetVersionExW
-                          run "-helper"
-                          expect next process "-helper" ended 0)"},
-                  });
+    const ScriptCase cases[] = {
+        {"no stop event", R"(
+            fail CreateEventW
+            start
+            expect status STOPPED 1066/680003
+            expect no request CONNECT*)"},
+        {"no notification thread", R"(
+            start
+            advance 1s
+            stop
+            fail CreateThread 8
+            start
+            advance 1s
+            expect status STOPPED 1066/680001
+            expect no status RUNNING*
+            expect process "" ended 0)"},
+        {"no handler: nothing can be said", R"(
+            fail RegisterServiceCtrlHandlerExW
+            start
+            advance 1m
+            expect no status*)"},
+        {"no dispatcher", R"(
+            fail StartServiceCtrlDispatcherW
+            start
+            expect next process "" ended 0)"},
+        {"no version", R"(
+            fail GetVersionExW
+            start
+            expect next process "" ended 0
+            fail GetVersionExW
+            run "-helper"
+            expect next process "-helper" ended 0)"},
+    };
+    run_cases("", cases);
 }
 
 TEST(Service, ConnectingStopsAtTheFirstFailureAndTheServiceRunsOn) {
-    run_cases("registry set HKLM\\Software\\ZOR\\ZORPM HibFileCreation dword 0",
-              {
-                  {"kept", R"(
-                      start
-                      check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0
-                      check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
-                      check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 3)"},
-                  {"of another type: rewritten", R"(
-                      registry set HKLM\Software\ZOR\ZORPM HibFileCreation sz "no"
-                      start
-                      check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 1)"},
-                  {"the request fails", R"(
-                      firmware CONNECT fails times 1
-                      start
-                      check registry HKLM\Software\ZOR\ZORPM CapaLidBeep absent
-                      advance 1s
-                      check status RUNNING
-                      firmware CONNECT fails
-                      stop
-                      expect no registry delete*
-                      expect status STOPPED 0/0)"},
-                  {"the first value cannot be written", R"(
-                      fail RegSetValueExW
-                      start
-                      check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa absent)"},
-                  {"the second", R"(
-                      fail RegSetValueExW 2
-                      registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
-                      start
-                      check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
-                      check registry HKLM\Software\ZOR\ZORPM HibFileCreation absent)"},
-                  {"a subkey keeps the key", R"(
-                      registry set HKLM\Software\ZOR\ZORPM\CPUControl
-                      start
-                      advance 1s
-                      registry set HKLM\Software\ZOR\ZORPM\Other
-                      stop
-                      expect no registry delete HKLM\Software\ZOR\ZORPM
-                      check registry HKLM\Software\ZOR\ZORPM present)"},
-              });
+    const ScriptCase cases[] = {
+        {"kept", R"(
+            start
+            check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0
+            check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
+            check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 3)"},
+        {"of another type: rewritten", R"(
+            registry set HKLM\Software\ZOR\ZORPM HibFileCreation sz "no"
+            start
+            check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 1)"},
+        {"the request fails", R"(
+            firmware CONNECT fails times 1
+            start
+            check registry HKLM\Software\ZOR\ZORPM CapaLidBeep absent
+            advance 1s
+            check status RUNNING
+            firmware CONNECT fails
+            stop
+            expect no registry delete*
+            expect status STOPPED 0/0)"},
+        {"the first value cannot be written", R"(
+            fail RegSetValueExW
+            start
+            check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa absent)"},
+        {"the second", R"(
+            fail RegSetValueExW 2
+            registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
+            start
+            check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
+            check registry HKLM\Software\ZOR\ZORPM HibFileCreation absent)"},
+        {"a subkey keeps the key", R"(
+            registry set HKLM\Software\ZOR\ZORPM\CPUControl
+            start
+            advance 1s
+            registry set HKLM\Software\ZOR\ZORPM\Other
+            stop
+            expect no registry delete HKLM\Software\ZOR\ZORPM
+            check registry HKLM\Software\ZOR\ZORPM present)"},
+    };
+    run_cases("registry set HKLM\\Software\\ZOR\\ZORPM HibFileCreation dword 0", cases);
 }
 
 TEST(Service, RunModes) {
-    run_cases("", {
-                      {"a console start fails silently", R"(
-                          run ""
-                          expect next process "" ended 0)"},
-                      {"any other text goes to the dispatcher", R"(
-                          run "-helper "
-                          expect next process "-helper " ended 0
-                          run "-helper x"
-                          expect next process "-helper x" ended 0
-                          run "-PnPTask -helper"
-                          expect next process "-PnPTask -helper" ended 0)"},
-                      {"switches ignore case; one helper a session", R"(
-                          run "-HELPER"
-                          expect no process*
-                          run "-helper"
-                          expect next process "-helper" ended 0
-                          run "-helper" session 2
-                          expect no process*)"},
-                      {"the clean-up run with no owners known leaves all alone", R"(
-                          run "-pnptask"
-                          expect next process "-pnptask" ended 0)"},
-                      {"a helper that cannot have its mutex still runs", R"(
-                          fail CreateMutexW
-                          run "-helper"
-                          expect no process*)"},
-                  });
+    const ScriptCase cases[] = {
+        {"a console start fails silently", R"(
+            run ""
+            expect next process "" ended 0)"},
+        {"any other text goes to the dispatcher", R"(
+            run "-helper "
+            expect next process "-helper " ended 0
+            run "-helper x"
+            expect next process "-helper x" ended 0
+            run "-PnPTask -helper"
+            expect next process "-PnPTask -helper" ended 0)"},
+        {"switches ignore case; one helper a session", R"(
+            run "-HELPER"
+            expect no process*
+            run "-helper"
+            expect next process "-helper" ended 0
+            run "-helper" session 2
+            expect no process*)"},
+        {"the clean-up run with no owners known leaves all alone", R"(
+            run "-pnptask"
+            expect next process "-pnptask" ended 0)"},
+        {"a helper that cannot have its mutex still runs", R"(
+            fail CreateMutexW
+            run "-helper"
+            expect no process*)"},
+    };
+    run_cases("", cases);
 }

@@ -1,0 +1,165 @@
+// Devices, the one-word request, the search for hardware ids, the catalogue.
+#include "tests/bench.h"
+
+#include "driver/firmware.h"
+
+// Counts the openings and requests of one operation.
+static std::uint64_t calls_of(sim::Machine& machine, const char* name, const std::function<void()>& work) {
+    machine.count_calls = true;
+    machine.call_counts.clear();
+    sim::run_on_thread(work);
+    return machine.call_counts[name];
+}
+
+TEST(Driver, OneWordRequestsCopyWhatTheDriverReturned) {
+    const struct {
+        DWORD bytes;
+        DWORD expected;
+    } rows[] = {{0, 0xAAAAAAAA}, {1, 0xAAAAAA44}, {2, 0xAAAA3344},
+                {3, 0xAA223344}, {4, 0x11223344}, {9, 0x11223344}};
+    for (const auto& row : rows) {
+        Bench bench;
+        sim::set_answer("GOPT", nullptr, {false, 0x11223344, row.bytes});
+        sim::set_answer("CONNECT", nullptr, {false, 0x11223344, row.bytes});
+        sim::run_on_thread([&row] {
+            DriverHandles holder;
+            DWORD result = 0xAAAAAAAA;
+            EXPECT_TRUE(PMDriverIoControl(&holder, IOCTL_PMDRV_GOPT, 0, &result));
+            EXPECT_EQ(row.expected, result);
+            EXPECT_TRUE(PMDriverIoControl(&holder, IOCTL_PMDRV_GOPT, 0, nullptr));
+            result = 0xAAAAAAAA;
+            EXPECT_TRUE(PMDRVSIoControl(&holder, IOCTL_PMDRV_CONNECT, 1, &result));
+            EXPECT_EQ(row.expected, result);
+            result = 0xAAAAAAAA;
+            EXPECT_TRUE(SendOneWord(IOCTL_PMDRV_GOPT, 0, &result));
+            EXPECT_EQ(row.expected, result);
+        });
+    }
+}
+
+TEST(Driver, AHolderOpensOnceAndClosesOnce) {
+    Bench bench;
+    const auto requests = [] {
+        {
+            DriverHandles holder;
+            PMDriverIoControl(&holder, IOCTL_PMDRV_GMMS, 0, nullptr);
+            PMDriverIoControl(&holder, IOCTL_PMDRV_GMMS, 0, nullptr);
+            EXPECT_EQ(1u, sim::handle_count(sim::Kind::File));
+        }
+        EXPECT_EQ(0u, sim::handle_count(sim::Kind::File));
+    };
+    EXPECT_EQ(1u, calls_of(bench.machine, "CreateFileW", requests));
+    // A failed request keeps the result; a missing device sends nothing and closes nothing.
+    bench.run("firmware GMMS fails");
+    sim::run_on_thread([] {
+        DriverHandles holder;
+        DWORD result = 7;
+        EXPECT_FALSE(PMDriverIoControl(&holder, IOCTL_PMDRV_GMMS, 0, &result));
+        sim::set_driver_present(false, false);
+        DriverHandles unopened;
+        EXPECT_FALSE(PMDriverIoControl(&unopened, IOCTL_PMDRV_GMMS, 0, &result));
+        EXPECT_FALSE(PMDRVSIoControl(&unopened, IOCTL_PMDRV_CONNECT, 0, &result));
+        EXPECT_EQ(nullptr, unopened.primary);
+        EXPECT_EQ(7u, result);
+        EXPECT_FALSE(SendOneWord(IOCTL_PMDRV_GMMS, 0, &result));
+        EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+    });
+}
+
+TEST(Driver, TheProbeHandle) {
+    Bench bench;
+    sim::run_on_thread([] {
+        EXPECT_FALSE(ClosePMDriver());
+        EXPECT_TRUE(OpenPMDriver());
+        EXPECT_FALSE(OpenPMDriver());
+        EXPECT_EQ(1u, sim::handle_count(sim::Kind::File));
+        EXPECT_TRUE(ClosePMDriver());
+        EXPECT_FALSE(ClosePMDriver());
+        EXPECT_EQ(0u, sim::handle_count(sim::Kind::File));
+        sim::set_driver_present(false, true);
+        EXPECT_FALSE(OpenPMDriver());
+        EXPECT_FALSE(ClosePMDriver());
+        sim::set_driver_present(true, true);
+        EXPECT_TRUE(OpenPMDriver());
+        EXPECT_TRUE(ClosePMDriver());
+    });
+}
+
+TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
+    const struct {
+        const char* present;
+        const wchar_t* id;
+        DWORD found;
+        BOOL result;
+        const char* failing; // a call that fails
+    } rows[] = {
+        {"ACPI\\INT33D6", L"INT33D6", 1, TRUE, ""},
+        {"ACPI\\INT33D6", L"int33d6", 0, FALSE, ""},
+        {"ACPI\\INT33D6", L"ACPI\\INT33D6&X", 0, FALSE, ""},
+        {"ACPI\\INT33D6", L"INT33D6", 0, TRUE, "SetupDiGetClassDevsW"},
+        {"ACPI\\INT33D6", L"INT33D6", 0, TRUE, "SetupDiEnumDeviceInfo"}, // the enumeration failed
+        {"ACPI\\INT33D6", L"*PNP0C0A", 1, TRUE, ""},                     // second string of a list
+        {"ACPI\\INT33D6", L"PNP0C0A*PNP", 0, FALSE, ""},                 // not across two strings
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.failing);
+        Bench bench;
+        sim::set_hardware(row.present, true);
+        bench.machine.fail_name = row.failing;
+        bench.machine.fail_countdown = 1;
+        sim::run_on_thread([&row] {
+            DWORD found = 9;
+            EXPECT_EQ(row.result, FindDevice(row.id, &found));
+            EXPECT_EQ(row.found, found);
+            EXPECT_EQ(0u, sim::handle_count());
+            EXPECT_EQ(0u, sim::current_process()->local_blocks);
+        });
+    }
+}
+
+TEST(Driver, SystemFamilyIsBounded) {
+    const struct {
+        const char* stored;
+        BOOL result;
+    } rows[] = {
+        {"sz \"Corbel\"", TRUE}, {"dword 5", FALSE}, {"raw 1 430043004300", TRUE}, // no end
+        {"raw 1 43", TRUE},                                                        // half a character
+        {"raw 1", TRUE},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.stored);
+        Bench bench;
+        bench.run(std::string("registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS SystemFamily ") +
+                  row.stored);
+        sim::run_on_thread([&row] {
+            wchar_t family[SYSTEM_FAMILY_CHARACTERS];
+            EXPECT_EQ(row.result, GetSystemFamily(family));
+            EXPECT_GT(8, lstrlenW(family));
+        });
+    }
+    Bench bench;
+    for (const size_t characters : {128, 129}) {
+        sim::registry_set("HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS", "SystemFamily", REG_SZ,
+                          sim::wide_bytes(std::string(characters, 'x'), false));
+        sim::run_on_thread([characters] {
+            wchar_t family[SYSTEM_FAMILY_CHARACTERS];
+            EXPECT_EQ(characters == 128, GetSystemFamily(family)); // 256 bytes, and no more
+        });
+    }
+}
+
+TEST(Driver, TheCatalogue) {
+    // Spot checks of the code arithmetic against the driver's own numbers; the simulated driver checks every
+    // size.
+    EXPECT_EQ(0x222410u, IOCTL_PMDRV_LIDCLOSEACTIONNONE);
+    EXPECT_EQ(0x22270Cu, IOCTL_PMDRV_DYTC);
+    EXPECT_EQ(0x2227E4u, IOCTL_PMDRV_SYSTEMFAMILY);
+    EXPECT_EQ(nullptr, FindIoCode(0x222411));
+    Bench bench;
+    sim::run_on_thread([] {
+        DWORD result = 0;
+        EXPECT_FALSE(SendOneWord(IOCTL_PMDRV_REGISTEREVENTS, 0, &result)); // does not fit one word
+        EXPECT_EQ(ERROR_INVALID_FUNCTION, GetLastError());
+        EXPECT_TRUE(SendSystemFamilyRequest());
+    });
+}
