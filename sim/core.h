@@ -215,7 +215,9 @@ struct Machine {
     std::vector<std::string> violations;
     std::uint64_t calls = 0;                                    // platform calls that can fail, so far
     std::uint64_t fail_at = 0;                                  // number of the call that fails; 0 none
-    std::string failed_call;                                    // its name, once it has
+    std::string fail_name;                                      // or the call of this name that fails,
+    std::uint64_t fail_countdown = 0;                           // the n-th from here
+    std::string failed_call;                                    // the name of the one that has failed
     std::uint64_t switches = 0;                                 // fiber switches
     std::unordered_map<std::string, std::uint64_t> call_counts; // by name, when count_calls
     bool count_calls = false;
