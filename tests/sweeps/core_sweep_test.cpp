@@ -1,0 +1,145 @@
+// The service as a whole: every platform call of a start, ten events and a stop failing once; a thousand
+// schedules of controls, events and stop at once.
+#include "tests/sweep.h"
+
+#include <set>
+
+// A start, the ten events that touch the most, a stop. The waits let retries and timers come round.
+static const char g_day[] = R"(
+    firmware DYTC(0) = 0x30000001
+    firmware DYTC = 1
+    firmware DYTC(3) = 0x03ff0001
+    firmware GOPT(0) = 0x102
+    firmware GOPT(0x100) = 1
+    firmware MHKN = 0x81
+    start
+    advance 5s
+    event 0x1005
+    event 0x1102
+    event 0x4012
+    event 0x4010
+    event 0x5001
+    event 0x5002
+    event 0x60C0
+    event 0x60F0
+    event 0x6031
+    event 0x100C
+    advance 10s
+    stop
+    advance 20s)";
+
+// Calls without which the stop cannot be heard or answered.
+static bool answers_the_stop(const std::string& call) {
+    static const std::set<std::string> calls = {
+        "StartServiceCtrlDispatcherW", "RegisterServiceCtrlHandlerExW", "SetServiceStatus", "SetEvent"};
+    return calls.count(call) != 0;
+}
+
+TEST(CoreSweep, EveryCallFailingOnce) {
+    const std::uint64_t failed = sweep_failures(g_day, [](const std::string& call) {
+        if (!answers_the_stop(call)) {
+            EXPECT_EQ(SERVICE_STOPPED, sim::service_status().dwCurrentState) << call;
+            EXPECT_EQ(nullptr, sim::service_process()) << call;
+        }
+        // What the machine holds open now belongs to nobody: everything of the service went with its process.
+        if (sim::service_process() == nullptr)
+            EXPECT_EQ(0u, sim::handle_count()) << call;
+    });
+    figure("core: platform calls of start, ten events, stop, each failed once", std::to_string(failed));
+}
+
+// No operation may hold more afterwards than before, also when one of its calls fails: the handles in use
+// after a failed round and a good one are those after a good round.
+TEST(CoreSweep, AFailedCallLeaksNothing) {
+    const std::string setup = std::string(g_day).substr(0, std::string(g_day).find("event"));
+    const std::string events = R"(
+        event 0x1005
+        event 0x1102
+        event 0x4012
+        event 0x4010
+        event 0x5001
+        event 0x5002
+        event 0x60C0
+        event 0x60F0
+        event 0x6031
+        control 133
+        control 134
+        control 135
+        power resume
+        advance 3s)";
+    auto held = [] {
+        size_t blocks = sim::service_process() != nullptr ? sim::service_process()->local_blocks : 0;
+        return sim::handle_count() + blocks;
+    };
+    std::uint64_t calls = 0;
+    size_t usual = 0;
+    {
+        Bench bench;
+        bench.run(setup);
+        bench.run(events);
+        usual = held();
+        const std::uint64_t before = bench.machine.calls;
+        bench.run(events);
+        calls = bench.machine.calls - before;
+        EXPECT_EQ(usual, held());
+    }
+    for (std::uint64_t number = 1; number <= calls; ++number) {
+        Bench bench;
+        bench.run(setup);
+        bench.run(events);
+        bench.machine.fail_at = bench.machine.calls + number;
+        bench.run(events);
+        EXPECT_EQ(usual, held()) << "call " << number << " failed: " << bench.machine.failed_call;
+        bench.run(events + "\nstop\nadvance 1s\ncheck status STOPPED");
+        if (HasFailure())
+            break;
+    }
+    figure("core: calls of a round of events and controls, each failed once, no leak", std::to_string(calls));
+}
+
+// Controls, events, client writes and the stop in one instant, threads in any order.
+TEST(CoreSweep, AThousandSchedules) {
+    std::uint64_t events = 0;
+    std::uint64_t switches = 0;
+    run_seeds(1000, [&](Bench& bench) {
+        bench.run("firmware DYTC(0) = 0x30000001\nfirmware DYTC = 1\nfirmware DYTC(3) = 0x03ff0001\n"
+                  "firmware GOPT(0) = 0x102\nfirmware GOPT(0x100) = 1\nstart\nadvance 3s");
+        static const DWORD codes[] = {0x1005, 0x100C, 0x4010, 0x4012, 0x4013,
+                                      0x5001, 0x5002, 0x60C0, 0x60F0, 0x6031};
+        static const DWORD controls[] = {2, 3, 4, 130, 131, 132, 133, 134, 135, 137, 138, 139, 140, 141, 142};
+        for (int round = 0; round < 3; ++round) {
+            for (int i = 0; i < 4; ++i) {
+                sim::post_event(codes[sim::random_below(std::size(codes))]);
+                sim::service_control(controls[sim::random_below(std::size(controls))]);
+                ++events;
+            }
+            sim::service_power_event(PBT_APMRESUMESUSPEND);
+            sim::registry_set_dword("SVC\\Parameters\\CurrentSetting", "@",
+                                    static_cast<DWORD>(sim::random_below(0x100)));
+            bench.machine.advance(sim::random_below(1500));
+        }
+        // The disorder is over: whatever was suspended goes on, and what is published is what the firmware
+        // says.
+        for (int i = 0; i < 12; ++i)
+            sim::service_control(SERVICE_CONTROL_CONTINUE);
+        bench.machine.advance(10000);
+        EXPECT_EQ(0u, sim::pending_events());
+        bench.run("control 135\nevent 0x60C0\nadvance 1s\n"
+                  "check registry SVC\\Transform\\CurrentStatus MM = 1\n"
+                  "check registry SVC\\TMC\\TIO CurrentSetting = 1\n"
+                  "check registry SVC\\TMC\\TIO CurrentStatus = 0\ncheck handles 0");
+        // A stop in the midst of new events and controls.
+        sim::post_event(0x4012);
+        sim::service_control(138);
+        sim::service_stop();
+        sim::post_event(0x60C0);
+        bench.machine.advance(10000);
+        EXPECT_EQ(SERVICE_STOPPED, sim::service_status().dwCurrentState);
+        EXPECT_EQ(nullptr, sim::service_process());
+        EXPECT_EQ(0u, sim::handle_count());
+        switches += bench.machine.switches;
+    });
+    figure("core: schedules of controls, events and stop, each run twice", "1000");
+    figure("core: random events and controls in them", std::to_string(events));
+    figure("core: fiber switches in them", std::to_string(switches));
+}
