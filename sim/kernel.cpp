@@ -112,8 +112,17 @@ static Thread* thread_of(HANDLE handle, const char* call) {
     return entry != nullptr ? static_cast<Thread*>(entry->object->body.get()) : nullptr;
 }
 
+// The name in the machine's one namespace: what is not global belongs to a session; the service's own is the
+// namespace of global names.
+static std::string full_name(const std::string& name) {
+    const DWORD session = current_process()->session;
+    if (name.empty() || session == 0 || lower(name).rfind("global\\", 0) == 0)
+        return name;
+    return format("Sessions\\%u\\%s", session, name.c_str());
+}
+
 static HANDLE named_object(Kind kind, LPCWSTR wide_name, ObjectRef* created) {
-    const std::string name = narrow(wide_name);
+    const std::string name = full_name(narrow(wide_name));
     if (!name.empty()) {
         if (ObjectRef existing = find_named(name)) {
             if (existing->kind != kind) {
