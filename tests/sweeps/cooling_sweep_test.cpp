@@ -1,0 +1,201 @@
+// Adaptive cooling in disorder: requests and events at once under many schedules, and every platform call of
+// every operation failing once.
+#include "tests/sweep.h"
+
+namespace {
+
+// Answers for both versions, every command accepted; the revision is chosen by the script.
+const std::string FIRMWARE =
+    "firmware DYTC = 1\nfirmware DYTC(1) = 0\nfirmware DYTC(0x101) = 0\nfirmware DYTC(0x201) = 0\n"
+    "firmware DYTC(0x100) = 0x20010000\nfirmware DYTC(3) = 0x03ff0201\n"
+    "firmware GOPT(0) = 0x100\nfirmware GOPT(0x100) = 1\n";
+const std::string VERSION_2 = "firmware DYTC(0) = 0x20000001\n";
+const std::string VERSION_3 = "firmware DYTC(0) = 0x30000001\n";
+
+size_t LiveWorkers() {
+    size_t workers = 0;
+    for (const auto& thread : sim::machine().threads)
+        workers += thread->run != sim::Run::Ended && thread->name.find("Cooling") != std::string::npos;
+    return workers;
+}
+
+// The command of one kind that the firmware got last.
+std::string LastCommand(std::initializer_list<const char*> kind) {
+    const auto& trace = sim::machine().trace;
+    for (size_t i = trace.size(); i-- > 0;) {
+        for (const char* word : kind) {
+            if (trace[i].text.rfind(std::string("request DYTC(") + word + ")", 0) == 0)
+                return word;
+        }
+    }
+    return "none";
+}
+
+void ExpectModeByOption(bool version2, bool attached) {
+    if (version2) {
+        EXPECT_EQ(LastCommand({"0x1", "0x101", "0x201"}), attached ? "0x201" : "0x1");
+        EXPECT_EQ(sim::registry_dword("SVC\\TMCT\\Parameters", "CurrentSetting"), 1u);
+        return;
+    }
+    EXPECT_EQ(LastCommand({"0xf2001", "0x1f2001"}), attached ? "0x1f2001" : "0xf2001");
+    EXPECT_EQ(sim::registry_dword("SVC\\TMC\\TIO", "CurrentSetting"), 1u);
+    EXPECT_EQ(sim::registry_dword("SVC\\TMC\\TIO", "CurrentStatus"), attached ? 1u : 0u);
+    EXPECT_EQ(sim::registry_dword("SVC\\TMC\\TIO", "CurrentOptionStatus"), attached ? 2u : 1u);
+}
+
+// The published switch and the flag that decides agree: the event sends a command, or it does not.
+void ExpectSwitchHolds(Bench& bench, const char* key, const char* script) {
+    const DWORD setting = sim::registry_dword(key, "CurrentSetting", 0);
+    const size_t before = sim::machine().trace.size();
+    bench.run(script);
+    bool sent = false;
+    for (size_t i = before; i < sim::machine().trace.size(); ++i)
+        sent = sent || sim::machine().trace[i].text.rfind("request DYTC", 0) == 0;
+    EXPECT_EQ(sent, setting != 0) << key;
+}
+
+std::string DrawCommand(bool both_versions) {
+    const auto draw = [](std::uint64_t bound) { return static_cast<unsigned>(sim::random_below(bound)); };
+    static const unsigned events[] = {0x4012, 0x4013, 0x6031, 0x60f0, 0x60c0, 0x4010};
+    switch (draw(both_versions ? 9 : 8)) {
+    case 0:
+    case 1:
+    case 2:
+        return sim::format("control %u\n", 134 + draw(9));
+    case 3:
+    case 4:
+        return sim::format("event 0x%x\n", events[draw(std::size(events))]);
+    case 5:
+        return sim::format("firmware %s takes %ums\n", draw(2) != 0 ? "GOPT" : "DYTC", draw(3));
+    case 6:
+        return sim::format("firmware GOPT(0x200) = %u\n", 2 * draw(2));
+    case 7:
+        return sim::format("firmware DGPUTEMP = %u\nregistry set SVC\\TMCT\\Parameters SPCT dword %u\n",
+                           draw(5), draw(3));
+    default:
+        return draw(2) != 0 ? VERSION_2 : VERSION_3;
+    }
+}
+
+struct Drawn {
+    std::uint64_t schedules = 0;
+    std::uint64_t commands = 0;
+    std::uint64_t seconds = 0;
+};
+
+void Disorder(Bench& bench, Drawn* drawn) {
+    enum { ONLY_2, ONLY_3, BOTH } kind = static_cast<decltype(kind)>(bench.machine.seed % 3);
+    // Both workers have run once, so that whatever is kept for good exists.
+    bench.run(FIRMWARE + VERSION_2 + "start\ncontrol 137\n" + VERSION_3 +
+              "control 136\nadvance 2s\ncontrol 137\n" + (kind == ONLY_2 ? VERSION_2 : VERSION_3) +
+              "control 136\n");
+    sim::Process* service = sim::service_process();
+    bench.run("control 137\nadvance 1s\n");
+    const size_t handles = sim::handle_count(service);
+    bench.run("control 136\n");
+
+    static const char* const pauses[] = {"0ms", "1ms", "1ms", "2ms", "3ms", "1s", "2s", "20s"};
+    for (int step = 0; step < 24; ++step) {
+        std::string script = "together\n";
+        for (std::uint64_t count = 1 + sim::random_below(4); count > 0; --count, ++drawn->commands)
+            script += DrawCommand(kind == BOTH);
+        bench.run(script + "end\nadvance " + pauses[sim::random_below(std::size(pauses))] + "\n");
+    }
+
+    // Quiet again: the published state holds, and one request brings all of it to what the driver reports.
+    bench.run("firmware GOPT takes 0ms\nfirmware DYTC takes 0ms\nadvance 10m\n");
+    ExpectSwitchHolds(bench, "SVC\\TMC\\DCC", "firmware DGPUTEMP = 2\nevent 0x6031\n");
+    if (kind == ONLY_3)
+        ExpectSwitchHolds(bench, "SVC\\TMC\\TIO", "event 0x4012\n");
+    const bool attached = sim::random_below(2) != 0;
+    bench.run(sim::format("firmware GOPT(0x200) = %u\ncontrol 135\n", attached ? 2 : 0));
+    if (kind != BOTH)
+        ExpectModeByOption(kind == ONLY_2, attached);
+    bench.run("control 137\nadvance 1m\n");
+    EXPECT_EQ(LiveWorkers(), 0u);
+    EXPECT_EQ(sim::handle_count(service), handles);
+    ++drawn->schedules;
+    drawn->seconds += bench.machine.now / 1000;
+}
+
+TEST(CoolingSweep, ManySchedules) {
+    Drawn drawn;
+    run_seeds(1000, [&](Bench& bench) { Disorder(bench, &drawn); });
+    figure("cooling: schedules run", sim::format("%lu", drawn.schedules));
+    figure("cooling: commands in them", sim::format("%lu", drawn.commands));
+    figure("cooling: simulated hours", sim::format("%lu", drawn.seconds / 3600));
+}
+
+// Fails the calls of one act, one after the other, each on a new machine. Afterwards a restart and one
+// request must bring everything to what the driver reports. Returns the number of calls failed.
+std::uint64_t FailEachCall(const std::string& version, const char* act) {
+    for (std::uint64_t number = 1;; ++number) {
+        Bench bench;
+        bench.run(FIRMWARE + version +
+                  "registry set SVC\\TMCT\\Parameters SPCT dword 3\nstart\nadvance 30s\ncontrol 137\n");
+        const size_t handles = sim::handle_count(sim::service_process());
+        bench.run("control 136\nadvance 30s\nfirmware GOPT(0x200) = 2\n");
+        bench.machine.fail_at = bench.machine.calls + number;
+        bench.run(std::string(act) + "\nadvance 1m\n");
+        if (bench.machine.failed_call.empty())
+            return number - 1;
+        SCOPED_TRACE(sim::format("%s: call %lu fails, %s", act, number, bench.machine.failed_call.c_str()));
+        bench.run("control 138\nadvance 1m\ncontrol 135\n");
+        ExpectModeByOption(version == VERSION_2, true);
+        EXPECT_LE(LiveWorkers(), 1u);
+        bench.run("control 137\nadvance 1m\n");
+        EXPECT_EQ(LiveWorkers(), 0u);
+        EXPECT_EQ(sim::handle_count(sim::service_process()), handles);
+        bench.run("stop\nadvance 1m\ncheck status STOPPED\n");
+        if (::testing::Test::HasFailure())
+            return number;
+    }
+}
+
+TEST(CoolingSweep, EveryCallFails) {
+    std::uint64_t failed = 0;
+    for (const char* act :
+         {"control 136\nadvance 21s", "control 138\nadvance 21s", "control 137", "control 134", "control 135",
+          "event 0x4012", "firmware GOPT(0x200) = 0\nevent 0x4013\nadvance 3s\nfirmware GOPT(0x200) = 2"})
+        failed += FailEachCall(VERSION_2, act);
+    for (const char* act :
+         {"control 136\nadvance 2s", "control 138\nadvance 2s", "control 137", "control 134", "control 135",
+          "control 139", "control 140", "control 141", "control 142", "event 0x4012", "event 0x4013",
+          "event 0x4010", "event 0x6031", "event 0x60c0", "event 0x60f0"})
+        failed += FailEachCall(VERSION_3, act);
+    figure("cooling: platform calls failed, each once", sim::format("%lu", failed));
+}
+
+// What one event or control costs, the whole way from the driver's signal: requests to the driver, registry
+// calls.
+TEST(CoolingSweep, CallsPerEvent) {
+    const struct {
+        const char* what;
+        const std::string& version;
+        const char* act;
+    } rows[] = {
+        {"option attached, version 2", VERSION_2, "event 0x4012"},
+        {"option attached, version 3", VERSION_3, "event 0x4012"},
+        {"hinge posture", VERSION_3, "event 0x60c0"},
+        {"hinge thermal mode", VERSION_3, "event 0x60f0"},
+        {"graphics temperature", VERSION_3, "firmware DGPUTEMP = 2\nevent 0x6031"},
+        {"dock", VERSION_3, "event 0x4010"},
+        {"held in the hand (control)", VERSION_3, "control 142"},
+        {"enable Two In One (control)", VERSION_3, "control 135"},
+    };
+    for (const auto& row : rows) {
+        Bench bench;
+        bench.run(FIRMWARE + row.version + "start\nadvance 30s\n");
+        bench.machine.count_calls = true;
+        bench.machine.call_counts.clear();
+        bench.run(row.act);
+        std::uint64_t registry = 0;
+        for (const auto& [name, count] : bench.machine.call_counts)
+            registry += name.rfind("Reg", 0) == 0 ? count : 0;
+        figure((std::string("cooling: ") + row.what).c_str(),
+               sim::format("%lu requests, %lu registry calls", bench.machine.call_counts["DeviceIoControl"],
+                           registry));
+    }
+}
+
+} // namespace
