@@ -40,7 +40,8 @@ set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim)
 
 add_library(zorpm_image MODULE $<TARGET_OBJECTS:zorpm_objects>)
 set_target_properties(zorpm_image PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
-target_link_options(zorpm_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map)
+target_link_options(zorpm_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
+                    -Wl,--no-undefined)
 target_link_libraries(zorpm_image PRIVATE zorpmsim_lib)
 
 # An executable on the simulated machine. It exports no symbols: its variables would take over the images'. The

@@ -149,7 +149,7 @@ static void load(Image* image, size_t number) {
     }
     const std::string path = g_directory + "/image-" + std::to_string(number) + ".so";
     std::ofstream(path, std::ios::binary).write(file.data(), static_cast<std::streamsize>(file.size()));
-    image->library = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
+    image->library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (image->library == nullptr)
         give_up(std::string("cannot load the image: ") + dlerror());
     image->entry = reinterpret_cast<EntryPoint>(dlsym(image->library, "wWinMain"));

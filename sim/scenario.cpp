@@ -258,7 +258,17 @@ static Action compile_fail(Tokens& tokens) {
     };
 }
 
+// `say "TEXT"`: a heading for whoever reads the timeline; no part of the trace.
+static Action compile_say(Tokens& tokens) {
+    const std::string text = tokens.text();
+    return [text] {
+        if (machine().on_line != nullptr)
+            machine().on_line({machine().now, "", text, false});
+    };
+}
+
 static const Commands g_commands({
+    {"say", Use::Check, compile_say},
     {"mark", Use::Check, compile_mark},
     {"expect", Use::Check, compile_expect},
     {"expect next", Use::Check, compile_expect_next},
