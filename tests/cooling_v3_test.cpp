@@ -10,7 +10,7 @@ namespace {
 const std::string FIRMWARE = "firmware DYTC = 1\n"
                              "firmware DYTC(0) = 0x30000001\n"
                              "firmware DYTC(3) = 0x03ff0001\n"
-                             "firmware GOPT(0) = 0x100\n"
+                             "firmware GOPT(0) = 0x103\n"
                              "firmware GOPT(0x100) = 1\n";
 const std::string START = FIRMWARE + "start\nadvance 1s\n";
 
@@ -145,7 +145,7 @@ TEST(CoolingVersion3, TwoInOne) {
         "firmware DYTC(0x1f2001) = 0 times 1\ncontrol 141\nexpect request DYTC(0x1f2001) = 0x0\n"
         "expect no registry SVC\\TMC\\TIO CurrentStatus*\n"
         // With an option only the report is published.
-        "firmware GOPT(0x200) = 1\nevent 0x4012\nexpect registry SVC\\TMC\\TIO CurrentOptionStatus = 0x2\n"
+        "firmware GOPT(0x200) = 2\nevent 0x4012\nexpect registry SVC\\TMC\\TIO CurrentOptionStatus = 0x2\n"
         "expect request DYTC(0x1f2001) = 0x1\nexpect registry SVC\\TMC\\TIO CurrentStatus = 0x1\n"
         "control 142\nexpect next registry SVC\\TMC\\TIO CurrentOnHandStatus = 0x1\nexpect count 1 *\n"
         "firmware DYTC(0xf2001) = 0 times 1\nfirmware GOPT(0x200) = 0\nevent 0x4013\n"
@@ -170,7 +170,7 @@ TEST(CoolingVersion3, TwoInOne) {
 
 TEST(CoolingVersion3, OptionStateAfterInitialisation) {
     // Force High Performance is initialised last and leaves the option state as Two In One has found it.
-    Check("firmware GOPT(0x200) = 1\n" + START + "control 142\nexpect count 1 *");
+    Check("firmware GOPT(0x200) = 2\n" + START + "control 142\nexpect count 1 *");
 }
 
 TEST(CoolingVersion3, FlipMode) {
