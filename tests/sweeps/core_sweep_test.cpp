@@ -42,8 +42,9 @@ TEST(CoreSweep, EveryCallFailingOnce) {
             EXPECT_EQ(nullptr, sim::service_process()) << call;
         }
         // What the machine holds open now belongs to nobody: everything of the service went with its process.
-        if (sim::service_process() == nullptr)
+        if (sim::service_process() == nullptr) {
             EXPECT_EQ(0u, sim::handle_count()) << call;
+        }
     });
     figure("core: platform calls of start, ten events, stop, each failed once", std::to_string(failed));
 }
