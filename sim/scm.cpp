@@ -12,6 +12,7 @@ struct Control {
     DWORD code = 0;
     DWORD event_type = 0;
     std::vector<BYTE> event_data;
+    ObjectRef handled = make_event(true); // the handler has returned
 };
 
 struct ServiceManager {
@@ -91,6 +92,11 @@ static void deliver(Control control) {
     signal_object(*scm().work);
 }
 
+// A program that sends a control waits until the handler has returned, or the service is gone.
+static void wait_until_handled() {
+    wait_for({scm().controls.back().handled, scm().process->object}, false, INFINITE);
+}
+
 void service_control(DWORD code) {
     deliver({code, 0, {}});
 }
@@ -104,6 +110,8 @@ DWORD service_send_control(DWORD code, SERVICE_STATUS* status) {
         (code == SERVICE_CONTROL_STOP && (manager.status.dwControlsAccepted & SERVICE_ACCEPT_STOP) == 0))
         return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
     service_control(code);
+    if (current() != nullptr)
+        wait_until_handled();
     return ERROR_SUCCESS;
 }
 
@@ -229,6 +237,7 @@ static void dispatch_controls() {
         void* data = control.event_data.empty() ? nullptr : control.event_data.data();
         if (manager.handler(control.code, control.event_type, data, manager.context) != NO_ERROR)
             violation("the control handler returned an error for %u", control.code);
+        signal_object(*control.handled);
     }
 }
 

@@ -73,7 +73,7 @@ static DWORD send_stop(const std::string& name, SERVICE_STATUS* status) {
 
 constexpr DWORD SERVICE_STOP = 0x20;
 constexpr DWORD SC_MANAGER_CONNECT = 1;
-constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+constexpr DWORD RESOURCE_NOT_THERE = 1814;
 constexpr ULONG_PTR RESOURCE = 0x7E5;
 
 static bool is_id(LPCWSTR name, WORD id) {
@@ -87,10 +87,10 @@ using namespace sim;
 extern "C" {
 
 HRSRC WINAPI FindResourceW(HMODULE, LPCWSTR name, LPCWSTR type) {
-    SIM_CALL(nullptr, ERROR_RESOURCE_NAME_NOT_FOUND);
+    SIM_CALL(nullptr, RESOURCE_NOT_THERE);
     if (is_id(name, 105) && is_id(type, 10))
         return reinterpret_cast<HRSRC>(RESOURCE);
-    set_last_error(ERROR_RESOURCE_NAME_NOT_FOUND);
+    set_last_error(RESOURCE_NOT_THERE);
     return nullptr;
 }
 
@@ -105,7 +105,7 @@ LPVOID WINAPI LockResource(HGLOBAL loaded) {
 }
 
 DWORD WINAPI SizeofResource(HMODULE, HRSRC) {
-    SIM_CALL(0, ERROR_RESOURCE_NAME_NOT_FOUND);
+    SIM_CALL(0, RESOURCE_NOT_THERE);
     return static_cast<DWORD>(zorpm_embedded_inf_end - zorpm_embedded_inf);
 }
 

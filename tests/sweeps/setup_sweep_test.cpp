@@ -1,0 +1,168 @@
+// Idle-state monitor, panel frequency, task registration and clean-up: each platform and COM call failing
+// once, and the task thread, events and the stop in any order.
+#include "tests/sweep.h"
+
+#include <set>
+
+#include "cpu/cpu_monitor.h"
+#include "sim/com.h"
+#include "sim/graphics.h"
+#include "sim/plain_files.h"
+#include "sim/setup_calls.h"
+#include "sim/task_scheduler.h"
+
+static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
+static const char g_task[] = "Mestra Power Management Driver PnP Task";
+static const char g_oldRelease[] =
+    "registry set \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\" ReleaseId "
+    "sz \"1809\"\n";
+
+static bool traced(const std::string& beginning) {
+    for (const sim::TraceLine& line : sim::machine().trace) {
+        if (line.effect && line.text.starts_with(beginning))
+            return true;
+    }
+    return false;
+}
+
+// The clean-up run has ended with nothing left, whatever failed; a started uninstall has a whole copy to work
+// on.
+static void clean_up_left_nothing(const std::string& failed) {
+    sim::Process* process = sim::machine().processes.back().get();
+    EXPECT_TRUE(process->ended) << failed;
+    EXPECT_EQ(0u, sim::handle_count()) << failed;
+    EXPECT_EQ(0u, process->local_blocks) << failed;
+    EXPECT_EQ(0u, sim::com_references(process)) << failed;
+    EXPECT_EQ(0u, sim::com_strings(process)) << failed;
+    EXPECT_EQ(0u, sim::com_initialisations(process)) << failed;
+    EXPECT_FALSE(sim::redirection_off(process)) << failed;
+    if (!traced("call CreateProcessW"))
+        return;
+    const sim::PlainFile* copy = sim::find_file(g_inf);
+    ASSERT_NE(nullptr, copy) << failed;
+    EXPECT_EQ(sim::embedded_inf(), copy->bytes) << failed;
+    EXPECT_EQ(1u, copy->dacl.size()) << failed;
+}
+
+TEST(SetupSweep, CleanUp) {
+    const std::string removal =
+        std::string("registry set SVC Owners multi \"gone.inf\"\nfile \"") + g_inf +
+        "\" present\nwindows task \"Mestra\" \"Mestra Platform Task\" present\nrun \"-PnPTask\"";
+    std::uint64_t calls = sweep_failures(removal, clean_up_left_nothing);
+    const std::string installed = "registry set SVC Owners multi \"gone.inf\" \"oem8.inf\"\n"
+                                  "file \"C:\\Windows\\INF\\oem8.inf\" present\nrun \"-PnPTask\"";
+    calls += sweep_failures(installed, [](const std::string& failed) {
+        clean_up_left_nothing(failed);
+        for (const char* effect : {"call ", "file ", "registry "})
+            EXPECT_FALSE(traced(effect)) << failed << ": uninstalled on doubt";
+    });
+    figure("setup: calls of the clean-up run, each failed once, nothing left", std::to_string(calls));
+}
+
+// The task is registered in the end, unless its thread has not come to the first attempt.
+TEST(SetupSweep, TaskRegistration) {
+    static const std::set<std::string> decisive = {"CoInitializeEx", "CoInitializeSecurity", "CreateThread"};
+    const std::uint64_t calls =
+        sweep_failures(std::string(g_oldRelease) + "start\nadvance 20s", [](const std::string& failed) {
+            sim::Process* service = sim::service_process();
+            if (sim::service_status().dwCurrentState != SERVICE_RUNNING)
+                return; // the start itself has failed
+            EXPECT_EQ(0u, sim::com_references(service)) << failed;
+            EXPECT_EQ(0u, sim::com_strings(service)) << failed;
+            EXPECT_EQ(0u, sim::com_initialisations(service)) << failed;
+            EXPECT_TRUE(decisive.count(failed) != 0 || sim::task_count("\\") == 1) << failed;
+        });
+    figure("setup: calls of a start that registers the task, each failed once", std::to_string(calls));
+}
+
+// One report per ended attempt; the next event puts everything right.
+TEST(SetupSweep, PanelFrequency) {
+    std::uint64_t number = 1;
+    for (bool more = true; more; ++number) {
+        Bench bench;
+        bench.run("firmware PWMGET = 200\nwindows graphics present\nstart\nadvance 2s");
+        bench.machine.fail_at = bench.machine.calls + number;
+        const size_t before = bench.machine.trace.size();
+        bench.run("event 0x5010");
+        bench.machine.fail_at = 0;
+        more = !bench.machine.failed_call.empty();
+        size_t reports = 0;
+        for (size_t i = before; i < bench.machine.trace.size(); ++i)
+            reports += bench.machine.trace[i].text.starts_with("request PWMSET");
+        EXPECT_LE(reports, 1u) << bench.machine.failed_call;
+        static const std::set<std::string> of_a_request = {"CreateFileW", "DeviceIoControl",
+                                                           "WaitForMultipleObjects"};
+        EXPECT_TRUE(reports == 1 || of_a_request.count(bench.machine.failed_call) != 0)
+            << bench.machine.failed_call;
+        SCOPED_TRACE(bench.machine.failed_call);
+        bench.run("advance 3s\nevent 0x5010\nexpect request PWMSET(0xc8) = 0x0");
+        EXPECT_EQ(200u, sim::inverter().frequency);
+        EXPECT_EQ(1u, sim::com_references(sim::service_process()));
+        EXPECT_EQ(1u, sim::com_initialisations(sim::service_process()));
+    }
+    figure("display: calls of a frequency change, each failed once", std::to_string(number));
+}
+
+// The monitor's thread alone: it sleeps with its two devices open, or has ended with none.
+TEST(SetupSweep, IdleStateMonitor) {
+    std::uint64_t number = 1;
+    for (bool more = true; more; ++number) {
+        Bench bench;
+        bench.run(
+            "firmware QCPULEVELCTRL(0) = 1\nfirmware QCPULEVELCTRL(1) = 5\nfirmware QCPULEVELCTRL(2) = 1000");
+        bench.machine.fail_at = number;
+        sim::Thread* thread = sim::start_thread(bench.machine.host, "monitor",
+                                                [] { return CPUStateC3C4MonitorThreadProc(nullptr); });
+        bench.machine.advance(2);
+        if (bench.machine.calls < 100) // else the duration could not be read: it goes on without pause
+            bench.machine.advance(7000);
+        more = !bench.machine.failed_call.empty();
+        const size_t devices = thread->run == sim::Run::Ended               ? 0
+                               : bench.machine.failed_call == "CreateFileW" ? 1
+                                                                            : 2;
+        EXPECT_EQ(devices, sim::handle_count()) << bench.machine.failed_call;
+    }
+    figure("cpu: calls of the monitor's first passes, each failed once", std::to_string(number));
+}
+
+// Task thread, event thread, a clean-up run and the stop at once; then all faults stop, and a new start
+// publishes what the machine says.
+TEST(SetupSweep, Schedules) {
+    constexpr std::uint64_t SEEDS = 300;
+    std::uint64_t switches = 0;
+    run_seeds(SEEDS, [&switches](Bench& bench) {
+        bench.run(std::string(g_oldRelease) +
+                  "firmware PWMGET = 200\nfirmware QCPULEVELCTRL(0) = 1\n"
+                  "firmware QCPULEVELCTRL(1) = 5\nfirmware QCPULEVELCTRL(2) = 1000\n"
+                  "registry set SVC Owners multi \"gone.inf\"\nstart");
+        const bool faults = sim::random_below(2) != 0; // else a clean-up run stops the service at some time
+        for (int round = 0; round < 4; ++round) {
+            sim::set_graphics_present(sim::random_below(2) != 0);
+            bench.run(sim::random_below(2) != 0 ? "windows scheduler missing" : "windows scheduler present");
+            if (faults)
+                bench.machine.fail_at = bench.machine.calls + 1 + sim::random_below(60);
+            sim::post_event(0x5010);
+            if (!faults && sim::random_below(4) == 0)
+                sim::start_process("-PnPTask");
+            bench.machine.advance(sim::random_below(6000));
+        }
+        bench.machine.fail_at = 0;
+        sim::set_graphics_present(true);
+        bench.run("windows scheduler present\nadvance 6s");
+        if (sim::service_process() != nullptr) {
+            sim::post_event(0x5010);
+            sim::service_stop();
+            bench.run("advance 1s");
+        }
+        bench.run("check status STOPPED\nstart\nadvance 6s\nevent 0x5010\nexpect request PWMSET(0xc8) = 0x0\n"
+                  "check status RUNNING");
+        EXPECT_EQ(1u, sim::task_count("\\"));
+        EXPECT_EQ(200u, sim::inverter().frequency);
+        EXPECT_TRUE(traced("request CSTATEPARAMS(0x4)"));
+        EXPECT_EQ(0u, sim::com_strings(sim::service_process()));
+        bench.run("stop\ncheck status STOPPED 0/0");
+        switches += bench.machine.switches;
+    });
+    figure("setup: schedules of task, events, clean-up and stop", std::to_string(SEEDS));
+    figure("setup: thread switches in them", std::to_string(switches));
+}
