@@ -126,6 +126,21 @@ TEST(CoolingSweep, ManySchedules) {
     figure("cooling: simulated hours", sim::format("%lu", drawn.seconds / 3600));
 }
 
+// The user switches a function off in the very moment in which it is initialised.
+TEST(CoolingSweep, SwitchDuringInitialisation) {
+    run_seeds(400, [](Bench& bench) {
+        const bool two_in_one = bench.machine.seed % 2 == 0;
+        bench.run(FIRMWARE + VERSION_3 +
+                  "start\nadvance 30s\nfirmware GOPT takes 1ms\nfirmware DYTC takes 1ms\ncontrol 138\n" +
+                  (two_in_one ? "advance 1002ms\ncontrol 134\n" : "advance 1008ms\ncontrol 139\n") +
+                  "advance 1m\n");
+        if (two_in_one)
+            ExpectSwitchHolds(bench, "SVC\\TMC\\TIO", "event 0x4012\nadvance 1s\n");
+        else
+            ExpectSwitchHolds(bench, "SVC\\TMC\\DCC", "firmware DGPUTEMP = 2\nevent 0x6031\nadvance 1s\n");
+    });
+}
+
 // Fails the calls of one act, one after the other, each on a new machine. Afterwards a restart and one
 // request must bring everything to what the driver reports. Returns the number of calls failed.
 std::uint64_t FailEachCall(const std::string& version, const char* act) {
