@@ -33,9 +33,11 @@ struct Fiber {
 static std::vector<char*> g_stackPool;
 static Fiber* g_running = nullptr;
 static void* g_mainStackPointer = nullptr;
+#if WITH_ASAN
 static void* g_mainFakeStack = nullptr;
 static const void* g_mainBottom = nullptr;
 static size_t g_mainSize = 0;
+#endif
 
 extern "C" void sim_switch_stack(void** save, void* load);
 

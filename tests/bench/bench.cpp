@@ -23,6 +23,7 @@ static const char g_machine[] = R"(
     firmware GOPT(0) = 0x102
     firmware GOPT(0x100) = 1
     firmware PWMGET = 200
+    firmware MHKN = 1
     windows graphics present
     start
     advance 5s)";
@@ -56,6 +57,11 @@ static const Group g_groups[] = {
     {"closes", {"CloseHandle", "RegCloseKey"}},
 };
 
+// Events whose action waits: battery wake-up and bus disconnect.
+static Ms pause_of(DWORD code) {
+    return code == 0x2013 ? 5000 : code == 0x3003 ? 3000 : 0;
+}
+
 static void calls_per_event() {
     static const DWORD codes[] = {0x0015, 0x1003, 0x1005, 0x100C, 0x1101, 0x2013, 0x2020, 0x2304,
                                   0x3003, 0x3006, 0x4010, 0x4012, 0x4013, 0x5001, 0x5002, 0x5007,
@@ -73,7 +79,7 @@ static void calls_per_event() {
         machine.call_counts.clear();
         post_event(code);
         machine.settle();
-        machine.advance(code == 0x2013 ? 6000 : 0);
+        machine.advance(pause_of(code)); // the event thread sleeps for exactly that long
         std::uint64_t all = 0;
         for (const auto& [name, count] : machine.call_counts)
             all += count;
