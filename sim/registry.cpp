@@ -249,7 +249,8 @@ DWORD registry_dword(const std::string& path, const std::string& name, DWORD oth
 static std::vector<std::string> strings_of(const std::vector<BYTE>& bytes) {
     std::vector<std::string> strings;
     std::u16string wide(bytes.size() / 2, u'\0');
-    std::memcpy(wide.data(), bytes.data(), wide.size() * 2);
+    if (!wide.empty())
+        std::memcpy(wide.data(), bytes.data(), wide.size() * 2);
     size_t start = 0;
     while (start < wide.size()) {
         const size_t end = std::min(wide.find(u'\0', start), wide.size());

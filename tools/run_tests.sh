@@ -21,8 +21,9 @@ show_figures() {
     sort $figures | sed 's/^/    /'
 }
 
+# One more at a time than there are processors: the Wine tests mostly wait.
 set +e
-ctest --test-dir $suite --output-on-failure --no-label-summary -j"$(nproc)" "$@" 2>&1 |
+ctest --test-dir $suite --output-on-failure --no-label-summary -j$(($(nproc) + 1)) "$@" 2>&1 |
     while IFS= read -r line; do
         [[ $line =~ ^[0-9]+%\ tests\ passed ]] && show_figures && echo
         printf '%s\n' "$line"

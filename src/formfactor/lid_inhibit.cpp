@@ -31,7 +31,7 @@ static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 static std::atomic<HANDLE> g_hLCDCSWatchdogStop{nullptr};
 // 1 from before a watchdog thread is created until it has decided to end.
 static std::atomic<DWORD> g_dwLCDCSWatchdogAlive{0};
-// Counts the ends of an inhibit that were asked for.
+// Counts the ends of an inhibit: asked for by a client, or by the timer.
 static std::atomic<DWORD> g_dwLCDCSInhibitEnds{0};
 // The handle of the last watchdog thread. The control handler's thread only; it is closed when a new thread
 // takes the place, not by the thread that empties the slot: the control handler may be about to terminate by
@@ -130,6 +130,7 @@ static DWORD WINAPI LCDCSTimerThreadProc(void*) {
             Trace(L"LCDCSTimerThreadProc(): lid closed for too long, inhibit off\n");
             LCDCSDisableInhibit();
             StopWatchdog();
+            ++g_dwLCDCSInhibitEnds;
         }
         ResetEvent(signal.handle);
         ResetEvent(start.handle);
@@ -162,7 +163,8 @@ static void Watch() {
         const DWORD result = SignalObjectAndWait(signal.handle, stop.handle, WATCHDOG_POLL_PERIOD_MS, FALSE);
         if (result == WAIT_OBJECT_0)
             break;
-        if (result == WAIT_TIMEOUT)
+        // With its slot emptied the watch is over, although the event is not seen yet.
+        if (result == WAIT_TIMEOUT && g_hLCDCSWatchdogThread != nullptr)
             CheckSensorAndLidStatus();
     }
     // Another program set the event by its name: the slot is still to be emptied.

@@ -1,0 +1,313 @@
+// Postures, options and rotation through the whole service: every row of every table.
+#include "sim/device_interfaces.h"
+#include "sim/registry.h"
+#include "tests/bench.h"
+
+namespace {
+
+using sim::format;
+using sim::indicator_state;
+using sim::Interface;
+
+constexpr char STATUS_KEY[] = "SVC\\Transform\\CurrentStatus";
+constexpr char PARAMETERS_KEY[] = "SVC\\Transform\\Parameters";
+constexpr char MULTIMODE_KEY[] = "HKLM\\SOFTWARE\\Mestra\\MultiMode";
+constexpr char ROTATION_KEY[] = "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation";
+
+size_t writes_of(const char* device) {
+    size_t count = 0;
+    for (const sim::TraceLine& line : sim::machine().trace)
+        count += line.text.starts_with(format("write %s ", device));
+    return count;
+}
+
+// ---- options
+// -------------------------------------------------------------------------------------------------
+
+constexpr int KEPT = -1;
+
+struct OptionCase {
+    DWORD version;
+    DWORD status;
+    int slate; // where the indicators end, from any state
+    int dock;
+    DWORD thermal; // two-in-one command of the row, 0 none
+};
+
+constexpr DWORD COOL = 0x1F2001;
+constexpr DWORD PERFORMANCE = 0x102001;
+
+// clang-format off
+const OptionCase g_options[] = {
+    {0x100, 0x0, 0, 0, 0},    {0x100, 0x1, 0, 1, 0},      {0x100, 0x10, 1, 0, 0},       {0x100, 0x100, 1, 1, 0},
+    {0x100, 0x1000, 0, 1, 0}, {0x100, 0x2, KEPT, KEPT, 0}, {0x100, 0x10001, KEPT, KEPT, 0},
+    {0x101, 0x0, KEPT, KEPT, 0}, {0x101, 0x1, KEPT, KEPT, 0}, {0xFF, 0x1, KEPT, KEPT, 0},
+    {0x102, 0x0, 0, 0, 0},    {0x102, 0x1, 0, 1, PERFORMANCE}, {0x102, 0x2, 1, 0, 0},  {0x102, 0x4, 1, 1, 0},
+    {0x102, 0x8, 0, 1, 0},    {0x102, 0x12, 0, 0, 0},     {0x102, 0x10001, 0, 1, COOL}, {0x102, 0x3, KEPT, KEPT, 0},
+    {0x102, 0x100, KEPT, KEPT, 0}, {0x7FFFFFFF, 0x2, 1, 0, 0},
+};
+// clang-format on
+
+TEST(FormFactorOptions, EveryRowFromEveryState) {
+    for (const OptionCase& test : g_options) {
+        for (int from = 0; from < 4; ++from) {
+            SCOPED_TRACE(format("version 0x%x status 0x%x from %d", test.version, test.status, from));
+            const int slate = from & 1;
+            const int dock = from >> 1;
+            Bench bench;
+            // Posture 0 leaves the indicator to the options.
+            bench.run(
+                format("firmware GMMS = 0\n firmware GOPT(0) = 0x%x\n firmware GOPT(0x200) = 0x3\n start\n"
+                       "device slate = %d\n device dock = %d\n firmware GOPT(0x200) = 0x%x\n"
+                       "event 0x4012\n event 0x4012\n check handles 0",
+                       test.version, slate, dock, test.status));
+            const int slate_after = test.slate == KEPT ? slate : test.slate;
+            const int dock_after = test.dock == KEPT ? dock : test.dock;
+            EXPECT_EQ(indicator_state(Interface::Slate), slate_after);
+            EXPECT_EQ(indicator_state(Interface::Dock), dock_after);
+            // Written once at most: the second event finds it done.
+            EXPECT_EQ(writes_of("slate"), slate_after != slate);
+            EXPECT_EQ(writes_of("dock"), dock_after != dock);
+        }
+    }
+}
+
+// ---- postures
+// ------------------------------------------------------------------------------------------------
+
+struct PostureCase {
+    DWORD word;
+    DWORD state;
+    const char* name;
+    int slate;
+};
+
+const PostureCase g_postures[] = {
+    {0, 0, "UNKNOWN", KEPT},   {1, 1, "LAPTOP", 1},
+    {2, 2, "LAYFLAT", 1},      {3, 3, "TABLET", 0},
+    {4, 4, "STAND", 0},        {5, 5, "TENT", 0},
+    {6, 6, "UNKNOWN", KEPT},   {65535, 65535, "UNKNOWN", KEPT},
+    {0x50003, 3, "TABLET", 0}, {0xFFFF0001, 1, "LAPTOP", 1},
+};
+
+TEST(FormFactorPostures, EveryStateIsPublished) {
+    for (const PostureCase& test : g_postures) {
+        for (int from = 0; from < 2; ++from) {
+            SCOPED_TRACE(format("word 0x%x from %d", test.word, from));
+            Bench bench;
+            bench.run(format("registry set HKLM\\SOFTWARE\\Dolby\\DAX\n firmware GMMS = 0\n start\n"
+                             "device slate = %d\n firmware GMMS = 0x%x\n event 0x60C0",
+                             from, test.word));
+            EXPECT_EQ(indicator_state(Interface::Slate), test.slate == KEPT ? from : test.slate);
+            EXPECT_EQ(sim::registry_dword(STATUS_KEY, "MM"), test.state);
+            EXPECT_EQ(sim::registry_dword(MULTIMODE_KEY, "CurrentMode"), test.state);
+            EXPECT_EQ(sim::registry_dword("HKLM\\SOFTWARE\\Dolby\\DAX", "MultimodeFormFactor"), test.state);
+            // The name is seen when the state has become the previous one.
+            bench.run("event 0x60C0");
+            EXPECT_EQ(sim::registry_text(MULTIMODE_KEY, "PrevMode"), test.name);
+        }
+    }
+}
+
+TEST(FormFactorPostures, TimeStamps) {
+    static const struct {
+        const char* time;
+        const char* stamp;
+    } cases[] = {
+        {"2021-06-01 00:05:09", "6/1/2021 0:05:09 AM"},
+        {"2024-02-29 12:05:09", "2/29/2024 12:05:09 AM"},
+        {"2021-12-31 13:05:09", "12/31/2021 1:05:09 PM"},
+        {"2021-12-31 23:59:59", "12/31/2021 11:59:59 PM"},
+        {"30000-12-31 12:59:59", "12/31/30000 12:59:59 AM"},
+    };
+    for (const auto& test : cases) {
+        Bench bench;
+        bench.run(format("start\n windows time \"%s\"\n event 0x60C0", test.time));
+        EXPECT_EQ(sim::registry_text(MULTIMODE_KEY, "ModeChangeTimeStamp"), test.stamp);
+        EXPECT_EQ(sim::registry_value(MULTIMODE_KEY, "ModeChangeTimeStamp")->bytes.size(),
+                  2 * (std::string(test.stamp).size() + 1));
+    }
+}
+
+// What another program may have left as the last time stamp. Copied byte by byte, or not at all beyond 50
+// bytes.
+TEST(FormFactorPostures, ForeignTimeStamps) {
+    for (const size_t bytes : {0u, 1u, 7u, 49u, 50u, 51u, 400u}) {
+        SCOPED_TRACE(bytes);
+        Bench bench;
+        bench.run("start\n event 0x60C0");
+        const std::vector<BYTE> before = sim::registry_value(MULTIMODE_KEY, "PrevTimeStamp")->bytes;
+        const std::vector<BYTE> foreign(bytes, 0x41);
+        sim::registry_set(MULTIMODE_KEY, "ModeChangeTimeStamp", REG_SZ, foreign);
+        bench.run("event 0x60C0");
+        EXPECT_EQ(sim::registry_value(MULTIMODE_KEY, "PrevTimeStamp")->bytes, bytes <= 50 ? foreign : before);
+        EXPECT_EQ(sim::registry_text(MULTIMODE_KEY, "ModeChangeTimeStamp"), "6/1/2021 9:00:00 AM");
+    }
+}
+
+// "PARAM" and "BUILD" stand for what follows them up to the type.
+std::string support_setup(std::string text) {
+    static const std::pair<std::string, std::string> words[] = {
+        {"INODE", "hardware \"ACPI\\INT33D6\" present\nregistry set SVC\\Transform\\Parameters"},
+        {"PARAM", "registry set SVC\\Transform\\Parameters"},
+        {"BUILD",
+         "registry set \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\" CurrentBuildNumber"},
+    };
+    for (const auto& [word, meaning] : words) {
+        for (size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += meaning.size())
+            text.replace(at, word.size(), meaning);
+    }
+    return text;
+}
+
+TEST(FormFactorPostures, SupportDecision) {
+    static const struct {
+        const char* setup;
+        bool supported;
+    } cases[] = {
+        {"", true},
+        {"INODE", false}, // the key without the value: the default
+        {"INODE ChkINode dword 1", false},
+        {"INODE ChkINode dword 0", true},
+        {"INODE ChkINode dword 2", true},
+        // A value of another kind or size counts as the default.
+        {"INODE ChkINode sz \"\"", false},
+        {"INODE ChkINode raw 4 0000000000", false},
+        {"INODE ChkINode raw 4 00", true},
+        {"BUILD sz \"9600\"", true}, // nobody asks
+        {"PARAM ChkOSV dword 1\n BUILD sz \"9600\"", false},
+        {"PARAM ChkOSV dword 1\n BUILD sz \"9601\"", true},
+        {"PARAM ChkOSV dword 1\n BUILD sz \"19041 (x)\"", true},
+        {"PARAM ChkOSV dword 1\n BUILD sz \"x19041\"", false},
+        {"PARAM ChkOSV dword 1\n BUILD sz \"99999999999999999999\"", true},
+        {"PARAM ChkOSV dword 1\n BUILD raw 1 31003900300034003100", true}, // without its end
+        {"PARAM ChkOSV dword 1\n BUILD raw 1 310039003000340031", false}, // half a character less: 1904
+        {"PARAM ChkOSV dword 1\n BUILD dword 19041", false},
+        {"PARAM ChkOSV dword 1\n registry delete \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\"",
+         false},
+        {"registry refuse SVC\\Transform\\Parameters", false},
+        {"registry refuse SVC\\Transform\\CurrentStatus", false},
+        {"registry refuse HKLM\\SOFTWARE\\Mestra\\MultiMode", true},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.setup);
+        Bench bench;
+        bench.run(support_setup(test.setup) + "\nfirmware GMMS = 3\nstart");
+        EXPECT_EQ(writes_of("slate"), test.supported);
+    }
+}
+
+// Without support the indicators stay, but the states are published all the same and flip mode begins and
+// ends.
+TEST(FormFactorPostures, WithoutSupport) {
+    Bench bench;
+    bench.run(support_setup("INODE") + R"(
+        firmware DYTC = 0x30000001
+        firmware GMMS = 3
+        firmware GOPT(0) = 0x102
+        start
+        advance 5s
+        expect no write *
+        check registry SVC\Transform\CurrentStatus MM = 3
+        firmware GOPT(0x200) = 0x10001
+        event 0x4012
+        expect no write *
+        expect request GOPT(0x200) = 0x10001)");
+}
+
+// ---- rotation
+// ------------------------------------------------------------------------------------------------
+
+// A posture event presses the button when auto-rotation is not as the posture wants it and the posture is
+// new.
+TEST(FormFactorRotation, PostureEvents) {
+    for (int bits = 0; bits < 16; ++bits) {
+        const int harrow = bits & 1;
+        const int posture = bits >> 1 & 1;
+        const int previous = bits >> 2 & 1;
+        const int rotation = bits >> 3 & 1;
+        SCOPED_TRACE(
+            format("harrow %d posture %d previous %d rotation %d", harrow, posture, previous, rotation));
+        Bench bench;
+        if (harrow != 0)
+            bench.run("registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion sz \"GD1\"");
+        // Only bit 0 of the setting counts.
+        bench.run(format("start\n registry set SVC\\Status LastSystemTransformation dword %d\n"
+                         "registry set %s Enable dword %d\n event %s",
+                         previous, ROTATION_KEY, rotation | 6, posture != 0 ? "0x500A" : "0x5009"));
+        EXPECT_EQ(writes_of("button"), harrow != 0 && rotation == posture && previous != posture ? 2u : 0u);
+        EXPECT_EQ(sim::registry_dword("SVC\\Status", "LastSystemTransformation"),
+                  static_cast<DWORD>(harrow != 0 ? posture : previous));
+    }
+}
+
+TEST(FormFactorRotation, Script) {
+    const char harrow[] = R"(registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1")";
+    run_cases(harrow, {
+                          {"no auto-rotation: the posture is recorded all the same", R"(
+            start
+            event 0x500A
+            expect no write *
+            check registry SVC\Status LastSystemTransformation = 1
+            check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation absent)"},
+                          {"no previous posture: nothing is recorded", R"(
+            registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
+            start
+            registry delete SVC\Status LastSystemTransformation
+            event 0x500A
+            expect no write *
+            check registry SVC\Status LastSystemTransformation absent)"},
+                          {"tablet at start: rotation on", R"(
+            registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 0
+            firmware TABGETSTATE = 8
+            start
+            check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 1)"},
+                          {"firmware silent at start: left alone", R"(
+            registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 3
+            firmware TABGETSTATE fails
+            start
+            check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 3)"},
+                      });
+}
+
+// Start-up alignment does not look at the platform, only at what was recorded.
+TEST(FormFactorRotation, Alignment) {
+    for (int bits = 0; bits < 6; ++bits) {
+        const int tablet = bits & 1;
+        const int last = bits >> 1; // 2: some other number
+        SCOPED_TRACE(format("tablet %d last %d", tablet, last));
+        Bench bench;
+        bench.run(format("registry set SVC\\Status LastSystemTransformation dword %d\n"
+                         "registry set %s Enable dword 5\n firmware TABGETSTATE = %d\n start",
+                         last, ROTATION_KEY, tablet != 0 ? 8 : 0));
+        const DWORD enable = tablet == 0 && last != 1 ? 0 : tablet != 0 && last == 0 ? 1 : 5;
+        EXPECT_EQ(sim::registry_dword(ROTATION_KEY, "Enable"), enable);
+    }
+}
+
+TEST(FormFactorRotation, LegacyModels) {
+    static const struct {
+        const char* family;
+        bool listed;
+    } cases[] = {
+        {"Corbel K11 Tablet", true},
+        {"Corbel K11s Tablet", true},
+        {"Corbel K21 Tablet", true},
+        {"Corbel K21s Tablet", true},
+        {"Corbel K31 Tablet", true},
+        {"Corbel K31s Tablet", true},
+        {"Corbel K11 Tablet ", false},
+        {"Corbel K11 Table", false},
+        {"corbel K11 Tablet", false},
+        {"Corbel K41 Tablet", false},
+        {"", false},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.family);
+        Bench bench;
+        sim::registry_set_text("HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS", "SystemFamily", test.family);
+        bench.run(format("start\n expect count %d request SYSTEMFAMILY(0x0)*", test.listed ? 1 : 0));
+    }
+}
+
+} // namespace

@@ -1,0 +1,212 @@
+// The service's monitor-off request: without effect from Vista on, the dialog and its manoeuvre before.
+#include "tests/bench.h"
+
+#include "sim/modules.h"
+#include "sim/power.h"
+#include "sim/user32.h"
+
+static const std::string g_index = R"(
+    registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "3"
+)";
+// A service before Vista whose user has scheme 3 in use.
+static const std::string g_world = "windows version 5.2\n" + g_index + R"(
+    registry set "HKU\.DEFAULT\Control Panel\PowerCfg\PowerPolicies\3" Policies binary 0102030405
+    start
+    advance 2s
+)";
+
+TEST(MonitorOff, RequestsWithoutEffect) {
+    const ScriptCase cases[] = {
+        {"from Vista on", "start\nadvance 1s\ncontrol 130\nadvance 1h\nexpect no *"},
+        {"nor has hot key 3", "start\nadvance 1s\nevent 0x1003\nadvance 1h\nexpect no dialog *"},
+        {"the user is looked up nevertheless", R"(
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultDomainName sz "X"
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultUserName sz "anna"
+            windows account anna S-1-5-21-1-2-3-1001
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001" ProfileImagePath expand "%SystemDrive%\Users\Anna"
+            windows hive "C:\Users\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4"
+            start
+            advance 1s
+            control 130
+            expect next call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 0
+            expect no dialog *)"},
+        {"no index", "windows version 5.2\nregistry delete \"HKU\\.DEFAULT\\Control Panel\\PowerCfg\"\n"
+                     "start\nadvance 1s\ncontrol 130\nadvance 1h\nexpect no *"},
+        {"another session has the console", "windows version 5.2\nwindows console-session 1\nstart\nadvance "
+                                            "1s\ncontrol 130\nadvance 1h\nexpect no *"},
+        {"its session is unknown", "windows version 5.2\nstart\nadvance 1s\nfail "
+                                   "ProcessIdToSessionId\ncontrol 130\nadvance 1h\nexpect no *"},
+        {"no input desktop",
+         "windows version 5.2\nwindows desktop refused\nstart\nadvance 1s\ncontrol 130\nexpect no *"},
+        {"a failed switch skips its showing only", R"(
+            windows version 5.2
+            start
+            advance 1s
+            fail SetThreadDesktop
+            control 130
+            expect count 1 dialog 101 opened
+            input key
+            expect dialog 101 ended 1)"},
+    };
+    run_cases(g_index, cases);
+}
+
+TEST(MonitorOff, TwoShowings) {
+    const ScriptCase cases[] = {
+        {"until a key is pressed", R"(
+            control 130
+            expect next dialog 101 opened
+            expect next call SetCursorPos(400, 310)
+            expect next call SendInput(0x2)
+            expect next call SendInput(0x4)
+            advance 199ms
+            expect no dialog 101 ended*
+            advance 1ms
+            expect next call SetCursorPos(400, 310)
+            expect next dialog 101 ended 1
+            expect next dialog 101 opened
+            expect next call SetCursorPos(400, 310)
+            expect next call SendInput(0x2)
+            expect next call SendInput(0x4)
+            advance 200ms
+            expect next call SetCursorPos(400, 310)
+            advance 199ms
+            expect no call SetActivePwrScheme*
+            advance 1ms
+            expect next registry HKU\.DEFAULT\Control Panel\PowerCfg\PowerPolicies\3 Policies = *
+            expect next registry create HKU\.DEFAULT\Control Panel\PowerCfg\GlobalPowerPolicy
+            expect next registry HKU\.DEFAULT\Control Panel\PowerCfg\GlobalPowerPolicy Policies = *
+            expect next call SetActivePwrScheme(3, null, null) = 1
+            expect next registry HKU\.DEFAULT\Control Panel\PowerCfg\PowerPolicies\3 Policies = 0102030405*
+            advance 1h
+            expect no dialog 101 ended*10*
+            input key
+            expect next call SetActivePwrScheme(3, null, null) = 1
+            expect next dialog 101 ended 1
+            advance 1h
+            expect count 1 call *)"},
+        {"a key in the first showing brings the second at once, without reactivation", R"(
+            control 130
+            input key
+            expect next dialog 101 ended 1
+            expect next dialog 101 opened
+            expect no call SetActive*)"},
+        {"a key before the manoeuvre still reactivates", R"(
+            control 130
+            advance 200ms
+            input right
+            expect next call SetActivePwrScheme(3, null, null) = 1
+            expect next dialog 101 ended 1
+            advance 1h
+            expect count 1 call SetActive*
+            expect no registry *)"},
+        {"the middle button", "control 130\nadvance 1s\ninput middle\nexpect dialog 101 ended 1"},
+        {"a system command", "control 130\nadvance 1s\ninput system 0xF060\nexpect dialog 101 ended 1"},
+        {"the screen saver is none", R"(
+            control 130
+            advance 1s
+            input system 0xF140
+            expect no dialog *
+            input key
+            expect dialog 101 ended 1)"},
+        {"its own click is one of two tolerated events, a move the other", R"(
+            control 130
+            advance 1s
+            input move 10 20
+            expect no dialog *
+            input move 10 20
+            input move 10 20
+            expect no dialog *
+            input move 11 20
+            expect dialog 101 ended 1)"},
+        {"to and fro counts", R"(
+            control 130
+            advance 1s
+            input move 10 20
+            input left
+            expect dialog 101 ended 1)"},
+        {"swapped buttons", R"(
+            windows buttons swapped
+            control 130
+            expect call SendInput(0x8)
+            expect next call SendInput(0x10)
+            advance 1s
+            input move 10 20
+            expect no dialog *
+            input left
+            expect dialog 101 ended 1)"},
+        {"no work area: as the resource places it, until there is input", R"(
+            windows work-area fails
+            control 130
+            expect next dialog 101 opened
+            expect no call *
+            advance 1h
+            expect no dialog 101 ended*
+            input left
+            input left
+            expect no dialog *
+            input left
+            expect next dialog 101 ended 1
+            expect next dialog 101 opened
+            input key
+            expect next call SetActivePwrScheme(3, null, null) = 1
+            expect next dialog 101 ended 1)"},
+        {"a second request is refused and disturbs nothing", R"(
+            control 130
+            advance 250ms
+            registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "5"
+            control 130
+            expect no dialog *
+            event 0x1003
+            expect no dialog *
+            advance 50ms
+            expect no dialog *
+            input key
+            expect next call SetActivePwrScheme(3, null, null) = 1
+            expect next dialog 101 ended 1
+            control 130
+            expect next dialog 101 opened)"},
+        {"hot key 3 asks for it too", "event 0x1003\nexpect dialog 101 opened"},
+        {"a scheme that cannot be read is left alone", R"(
+            registry delete "HKU\.DEFAULT\Control Panel\PowerCfg\PowerPolicies\3"
+            control 130
+            advance 1s
+            expect no registry *
+            expect no call SetActive*)"},
+        {"only the low 29 bits of an index count when it comes back", R"(
+            registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "536870919"
+            control 130
+            advance 250ms
+            input key
+            expect next call SetActivePwrScheme(7, null, null) = 1)"},
+        {"a system without sessions has only the console", R"(
+            windows console-session 9
+            fail GetProcAddress 2
+            control 130
+            expect dialog 101 opened)"},
+    };
+    run_cases(g_world, cases);
+}
+
+TEST(MonitorOff, OneSecondIsInForceOnlyWhileTheMonitorIsOff) {
+    Bench bench;
+    std::string policy;
+    for (int i = 0; i < 80; ++i)
+        policy += sim::format("%02x", i + 1);
+    bench.run("windows version 5.2\n" + g_index +
+              "registry set \"HKU\\.DEFAULT\\Control Panel\\PowerCfg\\PowerPolicies\\3\" Policies binary " +
+              policy + "\nstart\nadvance 1s\ncontrol 130\nadvance 1s");
+    const size_t handles = sim::handle_count(sim::service_process());
+    std::vector<BYTE> expected(80);
+    for (size_t i = 0; i < expected.size(); ++i)
+        expected[i] = static_cast<BYTE>(i + 1);
+    auto user = [] { return reinterpret_cast<const BYTE*>(&sim::power().applied); };
+    EXPECT_EQ(0, std::memcmp(user(), expected.data(), 56));
+    for (size_t field = 56; field < 72; field += 4)
+        EXPECT_EQ(1u, user()[field] + user()[field + 1] + user()[field + 2] + user()[field + 3]);
+    EXPECT_EQ(0, std::memcmp(user() + 72, expected.data() + 72, 8));
+    bench.run("input key");
+    EXPECT_EQ(0, std::memcmp(user(), expected.data(), 80));
+    EXPECT_EQ(handles - 1, sim::handle_count(sim::service_process())); // the input desktop's
+    EXPECT_EQ(0u, sim::loaded_modules());
+}

@@ -1,0 +1,231 @@
+// The user's power policy: who the user is, where the hive is, what is read and written.
+#include "tests/bench.h"
+
+#include "power/user_policy.h"
+#include "sim/plain_files.h"
+#include "sim/power.h"
+
+#include <algorithm>
+
+static std::string text_of_sid(std::vector<BYTE> authority, std::vector<DWORD> sub_authorities) {
+    BYTE sid[8 + 4 * 16] = {SID_REVISION, static_cast<BYTE>(sub_authorities.size())};
+    std::copy(authority.begin(), authority.end(), sid + 2);
+    for (size_t i = 0; i < sub_authorities.size(); ++i)
+        std::memcpy(sid + 8 + 4 * i, &sub_authorities[i], 4);
+    // The buffer ends where it says, so that the sanitizer sees one character too many.
+    const DWORD needed = 24 * static_cast<DWORD>(sub_authorities.size()) + 56;
+    std::vector<WCHAR> text(needed);
+    DWORD size = needed - 1;
+    SetLastError(0);
+    EXPECT_FALSE(SidToString(sid, text.data(), &size));
+    EXPECT_EQ(needed, size);
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
+    EXPECT_TRUE(SidToString(sid, text.data(), &size));
+    return sim::narrow(text.data());
+}
+
+TEST(UserPolicy, SidText) {
+    Bench bench;
+    sim::run_on_thread([] {
+        const DWORD most = 0xFFFFFFFF;
+        EXPECT_EQ("S-1-5-21-1-2-3-1001", text_of_sid({0, 0, 0, 0, 0, 5}, {21, 1, 2, 3, 1001}));
+        EXPECT_EQ("S-1-5", text_of_sid({0, 0, 0, 0, 0, 5}, {}));
+        EXPECT_EQ("S-1-4294967295-4294967295", text_of_sid({0, 0, 255, 255, 255, 255}, {most}));
+        EXPECT_EQ("S-1-0x01000000000a-7", text_of_sid({1, 0, 0, 0, 0, 10}, {7}));
+        EXPECT_EQ("S-1-0x00ff00000000", text_of_sid({0, 255, 0, 0, 0, 0}, {}));
+        std::string longest = "S-1-0xffffffffffff";
+        for (int i = 0; i < 15; ++i)
+            longest += "-4294967295";
+        EXPECT_EQ(longest, text_of_sid({255, 255, 255, 255, 255, 255}, std::vector<DWORD>(15, most)));
+        BYTE bad[] = {2, 1, 0, 0, 0, 0, 0, 5, 1, 0, 0, 0};
+        WCHAR text[100];
+        DWORD size = 100;
+        EXPECT_FALSE(SidToString(bad, text, &size));
+    });
+}
+
+static const char g_winlogon[] = R"(
+    registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultDomainName sz "CALDER"
+    registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultUserName sz "anna"
+    windows account anna S-1-5-21-1-2-3-1001)";
+
+// The profile is in the registry, its folder on the disk, the hive in it but not loaded.
+static const char g_profile[] = R"(
+    registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001" ProfileImagePath expand "%SystemDrive%\Users\Anna"
+    windows hive "C:\Users\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")";
+
+struct UserCase {
+    const char* name;
+    std::string script;
+    const char* user;
+    const char* effects; // "" for none
+};
+
+TEST(UserPolicy, WhoTheUserIs) {
+    const std::string known = g_winlogon;
+    const std::string list =
+        R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001")";
+    const std::string logon = R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon")";
+    const char* anna = "S-1-5-21-1-2-3-1001";
+    const char* loaded = R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 0)";
+    std::string full; // 130 characters, all of them used
+    for (int i = 0; i < 130; ++i)
+        full += "6100";
+    const UserCase cases[] = {
+        {"nobody", "", ".DEFAULT", ""},
+        {"no domain", known + g_profile + "\nregistry delete " + logon + " AltDefaultDomainName", ".DEFAULT",
+         ""},
+        {"no user", known + g_profile + "\nregistry delete " + logon + " AltDefaultUserName", ".DEFAULT", ""},
+        {"a user's name of another type",
+         known + g_profile + "\nregistry set " + logon + " AltDefaultUserName multi \"anna\"", ".DEFAULT",
+         ""},
+        {"a name longer than the limit",
+         known + g_profile + "\nregistry set " + logon + " AltDefaultUserName raw 1 " + full + "0000",
+         ".DEFAULT", ""},
+        {"a name as long as the limit, without an end",
+         g_profile + known + "\nregistry set " + logon + " AltDefaultUserName raw 1 " + full +
+             "\nwindows account " + std::string(130, 'a') + " S-1-5-21-1-2-3-1001",
+         anna, loaded},
+        {"no such account", g_profile + known + "\nregistry set " + logon + " AltDefaultUserName sz \"bert\"",
+         ".DEFAULT", ""},
+        {"a SID too long for its place", known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8-9", ".DEFAULT",
+         ""},
+        {"the longest that fits",
+         known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8\nregistry set "
+                 "HKU\\S-1-5-1-2-3-4-5-6-7-8",
+         "S-1-5-1-2-3-4-5-6-7-8", ""},
+        {"the hive is loaded already", known + g_profile + "\nregistry set HKU\\S-1-5-21-1-2-3-1001", anna,
+         ""},
+        {"the hive is loaded from the profile", known + g_profile, anna, loaded},
+        {"the profile's path names the file itself",
+         known + g_profile + "\nregistry set " + list +
+             R"( ProfileImagePath expand "C:\Users\Anna\ntuser.dat")",
+         anna, loaded},
+        {"no profile", known, ".DEFAULT", ""},
+        {"a profile's path of another type",
+         known + g_profile + "\nregistry set " + list + R"( ProfileImagePath sz "C:\Users\Anna")", ".DEFAULT",
+         ""},
+        {"a profile that is not there is no directory",
+         known + g_profile + "\nregistry set " + list + R"( ProfileImagePath expand "C:\Users\Gone")",
+         ".DEFAULT", R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Gone") = 2)"},
+        {"a path too long once it is expanded",
+         known + g_profile + "\nregistry set " + list + " ProfileImagePath expand \"" +
+             "%userprofile%%userprofile%%userprofile%%userprofile%%userprofile%"
+             "%userprofile%%userprofile%%userprofile%\"",
+         ".DEFAULT", ""},
+        {"without the restore privilege", known + g_profile + "\nwindows privilege SeRestorePrivilege denied",
+         ".DEFAULT", ""},
+    };
+    for (const UserCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        Bench bench;
+        bench.run(row.script);
+        sim::run_on_thread([&row] {
+            WCHAR user[SID_STRING_CHARACTERS];
+            EXPECT_EQ(std::string(row.user) != ".DEFAULT", GetDefaultUserSidString(user) != FALSE);
+            EXPECT_EQ(row.user, sim::narrow(user));
+            EXPECT_EQ(0u, sim::handle_count(sim::current_process()));
+            EXPECT_EQ(0u, sim::current_process()->local_blocks);
+        });
+        std::string effects;
+        for (const sim::TraceLine& line : bench.machine.trace)
+            effects += line.text.rfind("process", 0) == 0 ? "" : line.text;
+        EXPECT_EQ(row.effects, effects);
+    }
+}
+
+TEST(UserPolicy, AHiveStaysLoadedUntilItIsUnloaded) {
+    Bench bench;
+    bench.run(std::string(g_winlogon) + g_profile);
+    sim::run_on_thread([] {
+        DWORD index = 0;
+        EXPECT_TRUE(GetCurrentPowerPolicyIndex(&index));
+        EXPECT_EQ(4u, index);
+        EXPECT_TRUE(GetCurrentPowerPolicyIndex(&index));
+        EXPECT_TRUE(LoadUserHive(L"S-1-5-21-1-2-3-1001", nullptr, FALSE));
+        EXPECT_FALSE(LoadUserHive(L"S-1-5-21-1-2-3-1001", nullptr, FALSE));
+    });
+    bench.run("mark\ncheck registry HKU\\S-1-5-21-1-2-3-1001 absent");
+}
+
+TEST(UserPolicy, SchemeIndex) {
+    const struct {
+        const char* data;
+        std::int64_t index; // -1: cannot be read
+    } rows[] = {
+        {R"(sz "3")", 3},    {R"(sz "12 and more")", 12}, {R"(sz "")", 0},
+        {R"(sz "none")", 0}, {R"(sz "-3")", 0},           {R"(sz "2147483647")", 0x7FFFFFFF},
+        {R"(raw 1 "")", 0},  {R"(raw 1 3500360037)", 56}, {R"(sz "99999999999999999999")", 0x7FFFFFFF},
+        {"dword 3", -1},     {"binary 33000000", -1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.data);
+        Bench bench;
+        bench.run(std::string(R"(registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy )") +
+                  row.data);
+        sim::run_on_thread([&row] {
+            DWORD index = 77;
+            EXPECT_EQ(row.index >= 0, GetCurrentPowerPolicyIndex(&index) != FALSE);
+            EXPECT_EQ(row.index >= 0 ? static_cast<DWORD>(row.index) : 77, index);
+        });
+    }
+}
+
+TEST(UserPolicy, PoliciesAreReadWholeOrNotAtAll) {
+    const struct {
+        size_t stored;
+        DWORD type;
+        bool read;
+    } rows[] = {{260, REG_BINARY, true}, {176, REG_BINARY, true}, {144, REG_BINARY, true},
+                {80, REG_BINARY, true},  {0, REG_BINARY, true},   {261, REG_BINARY, false},
+                {144, REG_SZ, false},    {144, REG_DWORD, false}};
+    const std::string base = "HKU\\.DEFAULT\\Control Panel\\PowerCfg\\";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.stored);
+        Bench bench;
+        std::vector<BYTE> bytes(row.stored);
+        for (size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = static_cast<BYTE>(i + 1);
+        sim::registry_set(base + "GlobalPowerPolicy", "Policies", row.type, bytes);
+        sim::registry_set(base + "PowerPolicies\\3", "Policies", row.type, bytes);
+        sim::run_on_thread([&] {
+            GLOBAL_USER_POWER_POLICY global;
+            POWER_POLICY scheme;
+            std::memset(&global, 0xEE, sizeof(global));
+            std::memset(&scheme, 0xEE, sizeof(scheme));
+            EXPECT_EQ(row.read, ReadGlobalUserPowerPolicy(&global) != FALSE);
+            EXPECT_EQ(row.read, ReadUserPowerPolicy(3, &scheme) != FALSE);
+            EXPECT_FALSE(ReadUserPowerPolicy(4, &scheme));
+            bytes.resize(260);
+            if (!row.read)
+                bytes.assign(260, 0xEE);
+            EXPECT_EQ(0, std::memcmp(&global, bytes.data(), 176));
+            EXPECT_EQ(0, std::memcmp(&scheme, bytes.data(), 144));
+        });
+    }
+}
+
+TEST(UserPolicy, TheDefaultUsersPoliciesAreWritten) {
+    Bench bench;
+    sim::run_on_thread([] {
+        GLOBAL_POWER_POLICY global = {};
+        POWER_POLICY scheme = sim::power_scheme(5);
+        global.user.GlobalFlags = 0x12345678;
+        const DWORD index = 5;
+        EXPECT_TRUE(WriteDefaultGlobalPowerPolicy(&global.user));
+        EXPECT_TRUE(WriteDefaultUserPowerPolicy(&index, &scheme.user));
+        sim::registry_refuse("HKU\\.DEFAULT\\Control Panel\\PowerCfg");
+        EXPECT_FALSE(WriteDefaultGlobalPowerPolicy(&global.user));
+        EXPECT_FALSE(WriteDefaultUserPowerPolicy(&index, &scheme.user));
+        EXPECT_EQ(0u, sim::handle_count(sim::current_process()));
+    });
+    const std::string base = "HKU\\.DEFAULT\\Control Panel\\PowerCfg\\";
+    const sim::RegistryValue* global = sim::registry_value(base + "GlobalPowerPolicy", "Policies");
+    const sim::RegistryValue* scheme = sim::registry_value(base + "PowerPolicies\\5", "Policies");
+    ASSERT_TRUE(global != nullptr && scheme != nullptr);
+    EXPECT_EQ(REG_BINARY, global->type);
+    ASSERT_EQ(176u, global->bytes.size());
+    EXPECT_EQ(0x78, global->bytes[172]);
+    ASSERT_EQ(80u, scheme->bytes.size());
+    EXPECT_EQ(0, std::memcmp(scheme->bytes.data(), &sim::power_scheme(5), 80));
+}
