@@ -1,0 +1,135 @@
+// The watches when the platform does not give them what they need. What clients do is in
+// scenarios/hotkeys.txt.
+#include "tests/bench.h"
+
+// Writes one mask for each page; which of the pages reach the firmware shows in the numbers 1, 33 and 34.
+static const char WRITE_ALL[] = R"(
+mark
+registry set SVC\Parameters\CurrentSetting @ dword 1
+registry set SVC\Parameters2\Type10\CurrentSetting @ dword 1
+registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 2
+)";
+
+TEST(HotkeyWatch, AWatchWithoutItsEventSleepsForGood) {
+    // An object of another kind has the event's name: the event cannot be created.
+    const struct {
+        const WCHAR* name;
+        const char* script;
+    } cases[] = {
+        {L"PHThread", "expect no request MHKM(1, *\nexpect request MHKM(33, 1)\nexpect request MHKM(34, 1)"},
+        {L"PHOverrideThread", "expect count 3 request MHKM*"},
+        // The extended ones end with the first that cannot be had.
+        {L"PHType12Thread", "expect count 1 request MHKM*\nexpect request MHKM(1, 1)"},
+        {L"PHType12OverrideThread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
+        {L"PHType13Thread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
+        {L"PHType13OverrideThread", "expect count 3 request MHKM*"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(sim::narrow(row.name));
+        Bench bench;
+        HANDLE taken = CreateMutexW(nullptr, FALSE, row.name);
+        bench.run("start\n" + std::string(WRITE_ALL) + row.script +
+                  "\nadvance 1d\nstop\ncheck status STOPPED 0/0");
+        CloseHandle(taken);
+    }
+}
+
+TEST(HotkeyWatch, AnEventThatOthersSignalWakesOnceAndChangesNothing) {
+    Bench bench;
+    // Another program has the event already: one that stays signalled until it is reset.
+    HANDLE event = CreateEventW(nullptr, TRUE, TRUE, L"PHThread");
+    bench.run("firmware MHKN(1) = 0x4\nstart\nexpect no request MHKM*");
+    for (int i = 0; i < 10; ++i) {
+        SetEvent(event);
+        bench.machine.settle();
+    }
+    bench.run("expect no request MHKM*\n"
+              "registry set SVC\\Parameters\\CurrentSetting @ dword 0x5\n"
+              "expect next request MHKM(1, 1)\nexpect count 1 request MHKM*");
+    CloseHandle(event);
+}
+
+// One mask change costs what the firmware and the registry need for it, and nothing more.
+TEST(HotkeyWatch, AMaskChangeTakesSevenCalls) {
+    Bench bench;
+    bench.started();
+    bench.machine.count_calls = true;
+    bench.run("registry set SVC\\Parameters\\CurrentSetting @ dword 1");
+    std::string calls;
+    for (const char* call : {"CreateFileW", "RegQueryValueExW", "DeviceIoControl", "ResetEvent",
+                             "RegNotifyChangeKeyValue", "CloseHandle", "WaitForSingleObject"}) {
+        EXPECT_EQ(1u, bench.machine.call_counts[call]) << call;
+        bench.machine.call_counts.erase(call);
+    }
+    for (const auto& [call, count] : bench.machine.call_counts) {
+        if (call != "OutputDebugStringW")
+            ADD_FAILURE() << call << " " << count;
+    }
+}
+
+// No handle is left behind, however often clients change their minds.
+TEST(HotkeyWatch, ChangesLeaveNothingOpen) {
+    Bench bench;
+    bench.started();
+    bench.run(WRITE_ALL);
+    const size_t open = sim::handle_count();
+    for (DWORD i = 0; i < 50; ++i) {
+        sim::registry_set_dword("SVC\\Parameters\\CurrentSetting", "@", i);
+        sim::registry_set_dword("SVC\\Parameters\\OverrideSetting", "@", i);
+        sim::registry_set_dword("SVC\\Parameters2\\Type10\\CurrentSetting", i % 2 != 0 ? "@" : "Type13", i);
+        bench.machine.settle();
+    }
+    EXPECT_EQ(open, sim::handle_count());
+}
+
+// The registry simulation itself: what the watches rely on.
+TEST(RegistryNotification, TellsOfOneChangeAndOfTheEndOfThings) {
+    Bench bench;
+    HKEY key = nullptr;
+    HANDLE event = nullptr;
+    const auto told = [&] { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; };
+    const auto ask = [&](DWORD agnostic) {
+        return RegNotifyChangeKeyValue(key, FALSE, REG_NOTIFY_CHANGE_LAST_SET | agnostic, event, TRUE);
+    };
+    const auto set = [&](DWORD value) { sim::registry_set_dword("HKLM\\SOFTWARE\\T", "v", value); };
+    sim::registry_create("HKLM\\SOFTWARE\\T\\Below");
+    sim::run_on_thread([&] {
+        event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        ASSERT_EQ(ERROR_SUCCESS,
+                  static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\T", 0, KEY_READ, &key)));
+        set(1); // before anybody asked
+        ask(0);
+        EXPECT_FALSE(told());
+        sim::registry_set_dword("HKLM\\SOFTWARE\\T\\Below", "v", 1); // another key
+        EXPECT_FALSE(told());
+        set(1); // the same content is a change, too
+        EXPECT_TRUE(told());
+        set(2); // between two calls: the kernel remembers it for the handle
+        EXPECT_FALSE(told());
+        ask(0);
+        EXPECT_TRUE(told());
+        sim::registry_remembers_changes(false);
+        set(3); // where it does not, the next call waits for the next change
+        ask(0);
+        EXPECT_FALSE(told());
+        sim::registry_delete_value("HKLM\\SOFTWARE\\T", "v");
+        EXPECT_TRUE(told());
+        // The end of the thread that asked is told, unless it asked not to be.
+        HANDLE thread = CreateThread(
+            nullptr, 0,
+            [](LPVOID ask_again) -> DWORD { return (*static_cast<const decltype(ask)*>(ask_again))(0); },
+            const_cast<void*>(static_cast<const void*>(&ask)), 0, nullptr);
+        WaitForSingleObject(thread, INFINITE);
+        CloseHandle(thread);
+        EXPECT_TRUE(told());
+        ask(REG_NOTIFY_THREAD_AGNOSTIC);
+        EXPECT_FALSE(told());
+        sim::registry_delete("HKLM\\SOFTWARE\\T");
+        EXPECT_TRUE(told());
+        EXPECT_EQ(ERROR_KEY_DELETED, static_cast<DWORD>(ask(0)));
+        sim::registry_create("HKLM\\SOFTWARE\\T"); // a new key, not this one
+        EXPECT_EQ(ERROR_KEY_DELETED, static_cast<DWORD>(ask(0)));
+        RegCloseKey(key);
+        CloseHandle(event);
+    });
+}
