@@ -3,7 +3,7 @@
 
 #include "hotkeys/ph_interface.h"
 
-// The classic page, in the order of its writing. The other pages answer with other masks, to tell them apart.
+// Every page answers with masks of its own, to tell them apart.
 static const char FIRMWARE[] = R"(
 firmware MHKA(0) = 0x10
 firmware MHKA(1) = 0x884
@@ -13,30 +13,6 @@ firmware MHKN(0) = 0x50
 firmware MHKN(1) = 0x51
 firmware MHKN(2) = 0x52
 firmware MHKN(3) = 0x53
-)";
-
-static const char CLASSIC_100[] = R"(
-expect request MHKV(0x0) = 0x100
-expect next request MHKA(0x0) = 0x10
-expect next registry create SVC\Parameters\Capability
-expect next registry SVC\Parameters\Capability @ = 0x10
-expect next registry SVC\Parameters\Capability IsExistPMInternalFunction = 0x804
-expect next registry SVC\Parameters\Capability OverrideCapability = 0x804
-expect next registry SVC\Parameters\Capability Type2 = 0x7fffffff
-expect next registry create SVC\Parameters\InterfaceVersion
-expect next registry SVC\Parameters\InterfaceVersion @ = 0x102
-expect next request MHKN(0x0) = 0x50
-expect next registry create SVC\Parameters\CurrentSetting
-expect next registry SVC\Parameters\CurrentSetting @ = 0x50
-expect next registry create SVC\Parameters\OverrideSetting
-expect next registry SVC\Parameters\OverrideSetting @ = 0x0
-expect next registry create SVC\Parameters\Notification
-expect next registry SVC\Parameters\Notification @ = 0x50
-expect next registry SVC\Parameters\Notification Type2 = 0x0
-expect next request MHKV(0x0) = 0x100
-expect next registry create SVC\Parameters2\Type10\Capability
-expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
-expect count 2 registry *SVC\Parameters2*
 )";
 
 static const char EXTENDED[] = R"(
@@ -72,16 +48,35 @@ TEST(HotkeyInterface, EveryVersionOfTheFirmwareGetsItsInterface) {
         const char* version;
         std::string script;
     } static const cases[] = {
-        {"0x100", "= 0x100", CLASSIC_100},
+        {"0x100", "= 0x100", R"(
+            expect request MHKV(0x0) = 0x100
+            expect next request MHKA(0x0) = 0x10
+            expect registry SVC\Parameters\InterfaceVersion @ = 0x102
+            expect next request MHKN(0x0) = 0x50
+            expect registry SVC\Parameters\Notification @ = 0x50
+            expect next registry SVC\Parameters\Notification Type2 = 0x0
+            expect next request MHKV(0x0) = 0x100
+            expect next registry create SVC\Parameters2\Type10\Capability
+            expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
+            expect count 2 registry *SVC\Parameters2*)"},
         {"0x200", "= 0x200",
          std::string(R"(
-            expect request MHKA(0x1) = 0x884
+            expect request MHKV(0x0) = 0x200
+            expect next request MHKA(0x1) = 0x884
             expect next registry create SVC\Parameters\Capability
             expect next registry SVC\Parameters\Capability @ = 0x884
-            expect registry SVC\Parameters\InterfaceVersion @ = 0x201
+            expect next registry SVC\Parameters\Capability IsExistPMInternalFunction = 0x804
+            expect next registry SVC\Parameters\Capability OverrideCapability = 0x804
+            expect next registry SVC\Parameters\Capability Type2 = 0x7fffffff
+            expect next registry create SVC\Parameters\InterfaceVersion
+            expect next registry SVC\Parameters\InterfaceVersion @ = 0x201
             expect next request MHKN(0x1) = 0x51
-            expect registry SVC\Parameters\CurrentSetting @ = 0x51
-            expect registry SVC\Parameters\Notification @ = 0x51
+            expect next registry create SVC\Parameters\CurrentSetting
+            expect next registry SVC\Parameters\CurrentSetting @ = 0x51
+            expect next registry create SVC\Parameters\OverrideSetting
+            expect next registry SVC\Parameters\OverrideSetting @ = 0x0
+            expect next registry create SVC\Parameters\Notification
+            expect next registry SVC\Parameters\Notification @ = 0x51
             expect next registry SVC\Parameters\Notification Type2 = 0x0
             expect next request MHKV(0x0) = 0x200)") +
              EXTENDED},
@@ -127,53 +122,39 @@ TEST(HotkeyInterface, EveryVersionOfTheFirmwareGetsItsInterface) {
 TEST(HotkeyInterface, AStepThatFailsEndsItsOwnPartOnly) {
     struct {
         const char* fault;
-        const char* script;
+        const char* done;    // the last that is still published, or what is published instead
+        const char* missing; // the first that is not
     } static const cases[] = {
-        {"firmware MHKA(1) fails", R"(
-            check registry SVC\Parameters\Capability @ = 0
-            check registry SVC\Parameters\Capability Type2 = 0x7fffffff
-            check registry SVC\Parameters\CurrentSetting @ = 0x51)"},
-        {"firmware MHKN(1) fails", R"(
-            check registry SVC\Parameters\CurrentSetting @ = 0
-            check registry SVC\Parameters\Notification @ = 0)"},
-        {"registry refuse SVC\\Parameters\\Capability", R"(
-            check registry SVC\Parameters\InterfaceVersion @ = 0x201
-            check registry SVC\Parameters\CurrentSetting @ = 0x51)"},
-        {"registry refuse SVC\\Parameters\\CurrentSetting", R"(
-            check registry SVC\Parameters\OverrideSetting @ = 0
-            check registry SVC\Parameters\Notification Type2 = 0)"},
-        {"registry refuse SVC\\Parameters\\OverrideSetting",
-         "check registry SVC\\Parameters\\Notification Type2 = 0"},
-        {"registry refuse SVC\\Parameters\\Notification",
-         "check registry SVC\\Parameters2\\Type20\\Notification Type22 = 0"},
-        {"firmware MHKA(2) fails", R"(
-            check registry SVC\Parameters2\Type10\Capability absent)"},
-        {"firmware MHKA(3) fails", R"(
-            check registry SVC\Parameters2\Type10\Capability Type12 = 0x22
-            check registry SVC\Parameters2\Type10\Capability Type13 absent
-            check registry SVC\Parameters2\Type10\CurrentSetting absent)"},
-        {"firmware MHKN(2) fails", R"(
-            check registry SVC\Parameters2\Type10\Capability Type13 = 0x33
-            check registry SVC\Parameters2\Type10\CurrentSetting absent)"},
-        {"firmware MHKN(3) fails", R"(
-            check registry SVC\Parameters2\Type10\CurrentSetting Type12 = 0x52
-            check registry SVC\Parameters2\Type10\CurrentSetting Type13 absent
-            check registry SVC\Parameters2\Type10\OverrideSetting absent)"},
+        {"firmware MHKA(1) fails", "Parameters\\Capability @ = 0", ""},
+        {"firmware MHKN(1) fails", "Parameters\\Notification @ = 0", ""},
+        {"firmware MHKN(1) = 0xaabb bytes 1", "Parameters\\CurrentSetting @ = 0xbb", ""},
+        {"registry refuse SVC\\Parameters\\Capability", "Parameters\\CurrentSetting @ = 0x51", ""},
+        {"registry refuse SVC\\Parameters\\CurrentSetting", "Parameters\\OverrideSetting @ = 0", ""},
+        {"registry refuse SVC\\Parameters\\OverrideSetting", "Parameters\\Notification Type2 = 0", ""},
+        {"registry refuse SVC\\Parameters\\Notification", "Parameters2\\Type20\\Notification Type22 = 0", ""},
+        {"firmware MHKA(2) fails", "Parameters\\Notification Type2 = 0", "Type10\\Capability @"},
+        {"firmware MHKA(3) fails", "Parameters2\\Type10\\Capability Type12 = 0x22",
+         "Type10\\Capability Type13"},
+        {"firmware MHKN(2) fails", "Parameters2\\Type10\\Capability Type13 = 0x33",
+         "Type10\\CurrentSetting Type11"},
+        {"firmware MHKN(3) fails", "Parameters2\\Type10\\CurrentSetting Type12 = 0x52",
+         "Type10\\CurrentSetting Type13"},
         {"registry refuse SVC\\Parameters2\\Type10\\CurrentSetting",
-         "check registry SVC\\Parameters2\\Type10\\OverrideSetting absent"},
+         "Parameters2\\Type10\\Capability Type13 = 0x33", "Type10\\OverrideSetting @"},
         {"registry refuse SVC\\Parameters2\\Type10\\OverrideSetting",
-         "check registry SVC\\Parameters2\\Type10\\Notification absent"},
+         "Parameters2\\Type10\\CurrentSetting Type13 = 0x53", "Type10\\Notification Type11"},
         {"registry refuse SVC\\Parameters2\\Type10\\Notification",
-         "check registry SVC\\Parameters2\\Type20\\Capability absent"},
+         "Parameters2\\Type10\\OverrideSetting @ = 0", "Type20\\Capability Type21"},
         {"registry refuse SVC\\Parameters2\\Type20\\Capability",
-         "check registry SVC\\Parameters2\\Type20\\Notification absent"},
-        // The first answer short: the missing bytes are those of a cleared word.
-        {"firmware MHKN(1) = 0xaabb bytes 1", "check registry SVC\\Parameters\\CurrentSetting @ = 0xbb"},
+         "Parameters2\\Type10\\Notification Type13 = 0x53", "Type20\\Notification Type21"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.fault);
         Bench bench;
-        bench.run(FIRMWARE + std::string(row.fault) + "\nstart\n" + row.script + "\nstop\ncheck handles 0\n");
+        std::string script = FIRMWARE + std::string(row.fault) + "\nstart\ncheck registry SVC\\" + row.done;
+        if (row.missing[0] != '\0')
+            script += std::string("\ncheck registry SVC\\Parameters2\\") + row.missing + " absent";
+        bench.run(script + "\nstop\ncheck handles 0\n");
     }
 }
 
