@@ -112,13 +112,14 @@ static Thread* thread_of(HANDLE handle, const char* call) {
     return entry != nullptr ? static_cast<Thread*>(entry->object->body.get()) : nullptr;
 }
 
-// The name in the machine's one namespace: what is not global belongs to a session; the service's own is the
-// namespace of global names.
+// The name in the machine's one namespace: what is not global belongs to a session. The names of session 0,
+// the service's own, are the global ones.
 static std::string full_name(const std::string& name) {
+    constexpr size_t prefix = sizeof("Global\\") - 1;
+    if (lower(name.substr(0, prefix)) == "global\\")
+        return name.substr(prefix);
     const DWORD session = current_process()->session;
-    if (name.empty() || session == 0 || lower(name).rfind("global\\", 0) == 0)
-        return name;
-    return format("Sessions\\%u\\%s", session, name.c_str());
+    return name.empty() || session == 0 ? name : format("Sessions\\%u\\%s", session, name.c_str());
 }
 
 static HANDLE named_object(Kind kind, LPCWSTR wide_name, ObjectRef* created) {

@@ -16,13 +16,14 @@ TEST(HotkeyWatch, AWatchWithoutItsEventSleepsForGood) {
         const WCHAR* name;
         const char* script;
     } cases[] = {
-        {L"PHThread", "expect no request MHKM(1, *\nexpect request MHKM(33, 1)\nexpect request MHKM(34, 1)"},
-        {L"PHOverrideThread", "expect count 3 request MHKM*"},
+        {L"Global\\PHThread",
+         "expect no request MHKM(1, *\nexpect request MHKM(33, 1)\nexpect request MHKM(34, 1)"},
+        {L"Global\\PHOverrideThread", "expect count 3 request MHKM*"},
         // The extended ones end with the first that cannot be had.
-        {L"PHType12Thread", "expect count 1 request MHKM*\nexpect request MHKM(1, 1)"},
-        {L"PHType12OverrideThread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
-        {L"PHType13Thread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
-        {L"PHType13OverrideThread", "expect count 3 request MHKM*"},
+        {L"Global\\PHType12Thread", "expect count 1 request MHKM*\nexpect request MHKM(1, 1)"},
+        {L"Global\\PHType12OverrideThread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
+        {L"Global\\PHType13Thread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
+        {L"Global\\PHType13OverrideThread", "expect count 3 request MHKM*"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(sim::narrow(row.name));
@@ -37,7 +38,7 @@ TEST(HotkeyWatch, AWatchWithoutItsEventSleepsForGood) {
 TEST(HotkeyWatch, AnEventThatOthersSignalWakesOnceAndChangesNothing) {
     Bench bench;
     // Another program has the event already: one that stays signalled until it is reset.
-    HANDLE event = CreateEventW(nullptr, TRUE, TRUE, L"PHThread");
+    HANDLE event = CreateEventW(nullptr, TRUE, TRUE, L"Global\\PHThread");
     bench.run("firmware MHKN(1) = 0x4\nstart\nexpect no request MHKM*");
     for (int i = 0; i < 10; ++i) {
         SetEvent(event);
