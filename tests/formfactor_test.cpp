@@ -1,7 +1,5 @@
 // Postures, options and rotation through the whole service: every row of every table.
-#include "sim/device_interfaces.h"
-#include "sim/registry.h"
-#include "tests/bench.h"
+#include "tests/formfactor_races.h"
 
 namespace {
 
@@ -21,8 +19,19 @@ size_t writes_of(const char* device) {
     return count;
 }
 
-// ---- options
-// -------------------------------------------------------------------------------------------------
+// The two-in-one commands behind the last reading of the option status.
+std::string thermal_commands() {
+    std::string commands;
+    for (const sim::TraceLine& line : sim::machine().trace) {
+        if (line.text.starts_with("request GOPT(0x200)"))
+            commands.clear();
+        else if (line.text.starts_with("request DYTC("))
+            commands += line.text.substr(8);
+    }
+    return commands;
+}
+
+// ---- options ------------------------------------------------------------------------------------
 
 constexpr int KEPT = -1;
 
@@ -31,22 +40,25 @@ struct OptionCase {
     DWORD status;
     int slate; // where the indicators end, from any state
     int dock;
-    DWORD thermal; // two-in-one command of the row, 0 none
+    const char* thermal = ""; // flip mode
 };
 
-constexpr DWORD COOL = 0x1F2001;
-constexpr DWORD PERFORMANCE = 0x102001;
+constexpr char ENTER_FLIP[] = "DYTC(0xf2001) = 0x1";
+constexpr char EXIT_FLIP[] = "DYTC(0x1f2001) = 0x1";
 
 // clang-format off
 const OptionCase g_options[] = {
-    {0x100, 0x0, 0, 0, 0},    {0x100, 0x1, 0, 1, 0},      {0x100, 0x10, 1, 0, 0},       {0x100, 0x100, 1, 1, 0},
-    {0x100, 0x1000, 0, 1, 0}, {0x100, 0x2, KEPT, KEPT, 0}, {0x100, 0x10001, KEPT, KEPT, 0},
-    {0x101, 0x0, KEPT, KEPT, 0}, {0x101, 0x1, KEPT, KEPT, 0}, {0xFF, 0x1, KEPT, KEPT, 0},
-    {0x102, 0x0, 0, 0, 0},    {0x102, 0x1, 0, 1, PERFORMANCE}, {0x102, 0x2, 1, 0, 0},  {0x102, 0x4, 1, 1, 0},
-    {0x102, 0x8, 0, 1, 0},    {0x102, 0x12, 0, 0, 0},     {0x102, 0x10001, 0, 1, COOL}, {0x102, 0x3, KEPT, KEPT, 0},
-    {0x102, 0x100, KEPT, KEPT, 0}, {0x7FFFFFFF, 0x2, 1, 0, 0},
+    {0x100, 0x0, 0, 0},          {0x100, 0x1, 0, 1},            {0x100, 0x10, 1, 0},   {0x100, 0x100, 1, 1},
+    {0x100, 0x1000, 0, 1},       {0x100, 0x2, KEPT, KEPT},      {0x100, 0x10001, KEPT, KEPT},
+    {0x101, 0x0, KEPT, KEPT},    {0x101, 0x1, KEPT, KEPT},      {0xFF, 0x1, KEPT, KEPT},
+    {0x102, 0x0, 0, 0},          {0x102, 0x1, 0, 1, EXIT_FLIP}, {0x102, 0x2, 1, 0},    {0x102, 0x4, 1, 1},
+    {0x102, 0x8, 0, 1},          {0x102, 0x12, 0, 0},           {0x102, 0x10001, 0, 1, ENTER_FLIP},
+    {0x102, 0x3, KEPT, KEPT},    {0x102, 0x100, KEPT, KEPT},    {0x7FFFFFFF, 0x2, 1, 0},
 };
 // clang-format on
+
+// Thermal control of version 3 with the two-in-one function, so that flip mode shows.
+constexpr char THERMAL[] = "firmware DYTC = 1\n firmware DYTC(0) = 0x30000001\n firmware DYTC(3) = 0x40001";
 
 TEST(FormFactorOptions, EveryRowFromEveryState) {
     for (const OptionCase& test : g_options) {
@@ -55,12 +67,13 @@ TEST(FormFactorOptions, EveryRowFromEveryState) {
             const int slate = from & 1;
             const int dock = from >> 1;
             Bench bench;
+            bench.run(THERMAL);
             // Posture 0 leaves the indicator to the options.
-            bench.run(
-                format("firmware GMMS = 0\n firmware GOPT(0) = 0x%x\n firmware GOPT(0x200) = 0x3\n start\n"
-                       "device slate = %d\n device dock = %d\n firmware GOPT(0x200) = 0x%x\n"
-                       "event 0x4012\n event 0x4012\n check handles 0",
-                       test.version, slate, dock, test.status));
+            bench.run(format("firmware GMMS = 0\n firmware GOPT(0) = 0x%x\n firmware GOPT(0x200) = 0x3\n "
+                             "start\n advance 2s\n"
+                             "device slate = %d\n device dock = %d\n firmware GOPT(0x200) = 0x%x\n"
+                             "event 0x4012\n event 0x4012\n check handles 0",
+                             test.version, slate, dock, test.status));
             const int slate_after = test.slate == KEPT ? slate : test.slate;
             const int dock_after = test.dock == KEPT ? dock : test.dock;
             EXPECT_EQ(indicator_state(Interface::Slate), slate_after);
@@ -68,12 +81,14 @@ TEST(FormFactorOptions, EveryRowFromEveryState) {
             // Written once at most: the second event finds it done.
             EXPECT_EQ(writes_of("slate"), slate_after != slate);
             EXPECT_EQ(writes_of("dock"), dock_after != dock);
+            if (test.version >= 0x100) {
+                EXPECT_EQ(thermal_commands(), test.thermal);
+            }
         }
     }
 }
 
-// ---- postures
-// ------------------------------------------------------------------------------------------------
+// ---- postures -----------------------------------------------------------------------------------
 
 struct PostureCase {
     DWORD word;
@@ -181,7 +196,7 @@ TEST(FormFactorPostures, SupportDecision) {
         {"PARAM ChkOSV dword 1\n BUILD sz \"x19041\"", false},
         {"PARAM ChkOSV dword 1\n BUILD sz \"99999999999999999999\"", true},
         {"PARAM ChkOSV dword 1\n BUILD raw 1 31003900300034003100", true}, // without its end
-        {"PARAM ChkOSV dword 1\n BUILD raw 1 310039003000340031", false}, // half a character less: 1904
+        {"PARAM ChkOSV dword 1\n BUILD raw 1 310039003000340031", false},  // half a character less: 1904
         {"PARAM ChkOSV dword 1\n BUILD dword 19041", false},
         {"PARAM ChkOSV dword 1\n registry delete \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\"",
          false},
@@ -197,26 +212,21 @@ TEST(FormFactorPostures, SupportDecision) {
     }
 }
 
-// Without support the indicators stay, but the states are published all the same and flip mode begins and
-// ends.
+// Without support the indicators stay, but the states are published all the same and flip mode begins.
 TEST(FormFactorPostures, WithoutSupport) {
     Bench bench;
-    bench.run(support_setup("INODE") + R"(
-        firmware DYTC = 0x30000001
-        firmware GMMS = 3
-        firmware GOPT(0) = 0x102
+    bench.run(support_setup(
+                  "INODE\n firmware GMMS = 3\n firmware GOPT(0) = 0x102\n firmware GOPT(0x200) = 0x10001\n") +
+              THERMAL + R"(
         start
-        advance 5s
-        expect no write *
+        advance 2s
         check registry SVC\Transform\CurrentStatus MM = 3
-        firmware GOPT(0x200) = 0x10001
         event 0x4012
-        expect no write *
-        expect request GOPT(0x200) = 0x10001)");
+        expect no write *)");
+    EXPECT_EQ(thermal_commands(), ENTER_FLIP);
 }
 
-// ---- rotation
-// ------------------------------------------------------------------------------------------------
+// ---- rotation -----------------------------------------------------------------------------------
 
 // A posture event presses the button when auto-rotation is not as the posture wants it and the posture is
 // new.
@@ -308,6 +318,16 @@ TEST(FormFactorRotation, LegacyModels) {
         sim::registry_set_text("HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS", "SystemFamily", test.family);
         bench.run(format("start\n expect count %d request SYSTEMFAMILY(0x0)*", test.listed ? 1 : 0));
     }
+}
+
+// ---- races, with more seeds in the sweeps --------------------------------------------------------
+
+TEST(FormFactorRaces, RefreshAgainstEvents) {
+    run_seeds(30, formfactor_races::refresh_against_events);
+}
+
+TEST(FormFactorRaces, LidInhibit) {
+    run_seeds(20, formfactor_races::lid_inhibit);
 }
 
 } // namespace

@@ -1,22 +1,11 @@
 // Form factor under failing calls and random schedules.
-#include "sim/device_interfaces.h"
-#include "tests/sweep.h"
+#include "tests/formfactor_races.h"
 
 namespace {
 
-using sim::format;
-using sim::indicator_state;
-using sim::Interface;
+using namespace formfactor_races;
 
-const char g_setup[] = R"(
-    registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1"
-    registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
-    registry set HKLM\SOFTWARE\Dolby\DAX
-    firmware GOPT(0) = 0x102
-    firmware GOPT(0x200) = 2
-)";
-
-// A day with the notebook: every event and control of the form factor.
+// Every event and control of the form factor; ends with all at rest.
 const char g_day[] = R"(
     firmware GMMS = 3
     event 0x60C0
@@ -31,8 +20,6 @@ const char g_day[] = R"(
     firmware LCDCSGETSTATE = 3
     firmware GETLIDSTATUS = 2
     control 131
-    advance 302s
-    control 131
     advance 3s
     firmware LCDCSGETSTATE = 2
     control 132
@@ -40,25 +27,35 @@ const char g_day[] = R"(
     firmware GETLIDSTATUS = 3
     advance 5s
 )";
+// The last seconds of a lid inhibit that reaches its limit.
+const char g_longInhibit[] = R"(
+    firmware LCDCSGETSTATE = 3
+    firmware GETLIDSTATUS = 2
+    control 131
+    advance 300s
+)";
+const char g_limit[] = R"(
+    advance 2s
+    firmware LCDCSGETSTATE = 2
+    control 132
+    firmware GETLIDSTATUS = 3
+    advance 5s
+)";
 
-TEST(FormFactorSweep, EveryCallFailsOnceAtStart) {
-    const std::uint64_t calls = sweep_failures(format("%s start\n advance 5s\n stop\n advance 5s", g_setup));
-    figure("form factor: calls failed in a start", std::to_string(calls));
-}
-
-// Nothing stays behind, the next day is a normal one, and the service still stops.
-TEST(FormFactorSweep, EveryCallFailsOnceInADay) {
-    std::uint64_t number = 1;
-    for (;; ++number) {
+// Fails each call of `acts` once, behind a `beginning` that goes well. Nothing stays behind, the next day is
+// a normal one, and the service still stops.
+std::uint64_t fail_every_call(const char* beginning, const char* acts) {
+    for (std::uint64_t number = 1;; ++number) {
         Bench bench;
         bench.run(format("%s start\n advance 5s\n %s", g_setup, g_day));
         const size_t handles = sim::handle_count(sim::service_process());
         const size_t blocks = sim::service_process()->local_blocks;
+        bench.run(beginning);
         bench.machine.fail_at = bench.machine.calls + number;
-        bench.run(g_day);
+        bench.run(acts);
         const std::string failed = bench.machine.failed_call;
         if (failed.empty())
-            break;
+            return number - 1;
         SCOPED_TRACE(format("call %u: %s", static_cast<unsigned>(number), failed.c_str()));
         bench.run(g_day);
         EXPECT_EQ(sim::service_process()->local_blocks, blocks);
@@ -74,159 +71,29 @@ TEST(FormFactorSweep, EveryCallFailsOnceInADay) {
             stop
             advance 10s
             check status STOPPED)");
-        if (HasFailure())
-            break;
+        if (::testing::Test::HasFailure())
+            return number;
     }
-    figure("form factor: calls failed in a day of events", std::to_string(number - 1));
 }
 
-struct Option {
-    DWORD status;
-    BYTE slate;
-    BYTE dock;
-};
-const Option g_options[] = {{0x0, 0, 0}, {0x1, 0, 1}, {0x2, 1, 0}, {0x4, 1, 1}, {0x8, 0, 1}};
-
-size_t writes_since(size_t first, const std::string& device) {
-    size_t count = 0;
-    for (size_t i = first; i < sim::machine().trace.size(); ++i)
-        count += sim::machine().trace[i].text.starts_with("write " + device);
-    return count;
-}
-
-void expect_indicators(const Option& option) {
-    EXPECT_EQ(indicator_state(Interface::Slate), option.slate);
-    EXPECT_EQ(indicator_state(Interface::Dock), option.dock);
-}
-
-// A refresh in the control handler against events in the notification thread. All of them want the same, so
-// an indicator that two threads had between its read and its write ends in the wrong state or is written
-// twice.
-void race_once(Bench& bench) {
-    const Option& option = g_options[sim::random_below(std::size(g_options))];
-    // The hinge agrees with the option, or says nothing about the indicator.
-    static constexpr DWORD postures[2][4] = {{3, 4, 5, 7}, {1, 2, 0, 7}};
-    const DWORD posture = postures[option.slate][sim::random_below(4)];
-    bench.run(format("firmware GMMS = %u\n firmware GOPT(0x200) = 0x%x\n", posture, option.status));
-    const size_t first = sim::machine().trace.size();
-    // A pause suspends the notification thread wherever it is; the refresh must come through all the same.
-    const bool pause = sim::random_below(3) == 0;
-    bench.run(format(
-        "together\n event 0x4012\n event 0x60C0\n event 0x4013\n %s\n power resume\n power monitor 1\n end\n"
-        "advance 20s\n %s\n power resume\n advance 1s",
-        pause ? "control 2" : "event 0x60C0", pause ? "control 3\n advance 1s" : ""));
-    expect_indicators(option);
-    if (!pause) {
-        EXPECT_LE(writes_since(first, "slate"), 1u);
-        EXPECT_LE(writes_since(first, "dock"), 1u);
-    }
-    EXPECT_EQ(sim::registry_dword("SVC\\Transform\\CurrentStatus", "MM"), posture);
-    EXPECT_EQ(sim::registry_dword("HKLM\\SOFTWARE\\Mestra\\MultiMode", "CurrentMode"), posture);
-    EXPECT_EQ(sim::registry_dword("HKLM\\SOFTWARE\\Dolby\\DAX", "MultimodeFormFactor"), posture);
-    EXPECT_EQ(sim::registry_dword("SVC\\Transform\\CurrentStatus", "Lid"), 2u);
+TEST(FormFactorSweep, EveryCallFailsOnce) {
+    figure("form factor: calls failed in a day of events", std::to_string(fail_every_call("", g_day)));
+    figure("form factor: calls failed at the lid-inhibit limit",
+           std::to_string(fail_every_call(g_longInhibit, g_limit)));
 }
 
 TEST(FormFactorSweep, RefreshAgainstEvents) {
-    constexpr unsigned SEEDS = 1000;
     std::uint64_t switches = 0;
-    run_seeds(SEEDS, [&](Bench& bench) {
-        bench.run(format("%s start\n advance 1s", g_setup));
-        for (int round = 0; round < 3 && !HasFailure(); ++round)
-            race_once(bench);
+    run_seeds(1000, [&](Bench& bench) {
+        refresh_against_events(bench);
         switches += bench.machine.switches;
     });
-    figure("form factor: refresh against events, seeds / switches",
-           format("%u / %llu", SEEDS, static_cast<unsigned long long>(switches)));
-}
-
-// ---- the lid-inhibit limit
-// -----------------------------------------------------------------------------------
-
-// The driver's side of it, with a log of what the service asked for.
-struct InhibitDriver {
-    DWORD lid = 3;
-    DWORD inhibit = 2;
-    unsigned polls = 0;
-    unsigned off_requests = 0;
-
-    InhibitDriver() {
-        sim::set_answer_hook([this](const std::string& method, DWORD, sim::Answer* answer) {
-            if (method == "GETLIDSTATUS")
-                answer->value = lid;
-            else if (method == "LCDCSGETSTATE")
-                answer->value = inhibit;
-            return method == "GETLIDSTATUS" || method == "LCDCSGETSTATE";
-        });
-        sim::set_request_hook([this](const std::string& method, const DWORD* in, DWORD) {
-            polls += method == "GETLIDSTATUS";
-            if (method != "LCDCSCONTROL")
-                return;
-            inhibit = in[0] == 1 ? 3 : 2;
-            off_requests += in[0] == 2;
-        });
-    }
-};
-
-unsigned live_watchdogs() {
-    unsigned count = 0;
-    for (const auto& thread : sim::machine().threads)
-        count += thread->name == "LCDCSWatchdogThreadProc" && thread->run != sim::Run::Ended;
-    return count;
-}
-
-// Lid, requests and time in any order and at once; the driver takes its time, so that polls overlap
-// everything.
-void disturb(Bench& bench, InhibitDriver& driver) {
-    static const char* const waits[] = {"0ms", "1ms", "998ms", "1s", "1001ms", "299s", "300s", "301s"};
-    static const char* const controls[] = {"control 131", "control 132", "control 131\n control 132",
-                                           "control 132\n control 131",
-                                           "control 131\n control 132\n control 131"};
-    static const char* const durations[] = {"0ms", "1ms", "1500ms"};
-    for (int step = 0; step < 12; ++step) {
-        if (sim::random_below(3) == 0)
-            driver.lid = 1 + static_cast<DWORD>(sim::random_below(3)); // invalid, closed, open
-        if (sim::random_below(4) == 0)
-            bench.run(format("firmware LCDCSGETSTATE takes %s",
-                             durations[sim::random_below(std::size(durations))]));
-        if (sim::random_below(2) == 0)
-            bench.run(format("together\n %s\n end", controls[sim::random_below(std::size(controls))]));
-        bench.run(format("advance %s", waits[sim::random_below(std::size(waits))]));
-        EXPECT_LE(live_watchdogs(), 1u);
-    }
+    figure("form factor: refresh against events, 1000 seeds, switches", std::to_string(switches));
 }
 
 TEST(FormFactorSweep, LidInhibit) {
-    constexpr unsigned SEEDS = 500;
-    run_seeds(SEEDS, [](Bench& bench) {
-        bench.run("start\n advance 1s");
-        InhibitDriver driver;
-        disturb(bench, driver);
-        // An invalid reading would leave a run to its end.
-        driver.lid = 2;
-        bench.run("firmware LCDCSGETSTATE takes 0ms\n advance 10s\n control 132\n advance 10s");
-        // Quiet: no watch and no run is left.
-        EXPECT_EQ(live_watchdogs(), 0u);
-        driver.polls = driver.off_requests = 0;
-        bench.run("advance 20m");
-        EXPECT_EQ(driver.polls + driver.off_requests, 0u);
-        // And the whole works as on the first day: one watch, one switching off.
-        driver.lid = 2;
-        bench.run("control 131\n advance 100s");
-        EXPECT_EQ(driver.polls, 100u);
-        bench.run("advance 200s");
-        EXPECT_EQ(driver.off_requests, 0u);
-        bench.run("advance 1s");
-        EXPECT_EQ(driver.off_requests, 1u);
-        EXPECT_EQ(live_watchdogs(), 0u);
-        bench.run("advance 20m");
-        EXPECT_EQ(driver.off_requests, 1u);
-        // A stop in the middle of anything.
-        bench.run("control 131");
-        disturb(bench, driver);
-        bench.run("together\n control 131\n stop\n end\n advance 10s\n check status STOPPED");
-        EXPECT_EQ(live_watchdogs(), 0u);
-    });
-    figure("form factor: lid-inhibit seeds", std::to_string(SEEDS));
+    run_seeds(200, lid_inhibit);
+    figure("form factor: lid-inhibit orders, seeds", "200");
 }
 
 } // namespace
