@@ -1,6 +1,6 @@
 // Adaptive cooling at the firmware's edge: interface version, option attach state, readiness, set words,
 // DWORD values.
-#include "tests/bench.h"
+#include "tests/cooling_scripts.h"
 
 #include "common/registry.h"
 #include "cooling/cooling_registry.h"
@@ -10,12 +10,10 @@ namespace {
 
 // A machine on which both interfaces find what they need: the option interface answers, no option is
 // attached.
-const std::string OPTION = "firmware GOPT(0) = 0x100\n"
-                           "firmware GOPT(0x100) = 1\n";
-const std::string VERSION_2 = OPTION + "firmware DYTC(0) = 0x20000001\n"
-                                       "firmware DYTC(0x100) = 0x20010000\n";
-const std::string VERSION_3 = OPTION + "firmware DYTC = 1\n"
-                                       "firmware DYTC(0) = 0x30000001\n";
+const std::string OPTION = R"(firmware GOPT(0) = 0x100; firmware GOPT(0x100) = 1;)";
+const std::string VERSION_2 = OPTION + R"(firmware DYTC(0) = 0x20000001;
+            firmware DYTC(0x100) = 0x20010000;)";
+const std::string VERSION_3 = OPTION + R"(firmware DYTC = 1; firmware DYTC(0) = 0x30000001;)";
 
 struct Row {
     const char* given;
@@ -23,56 +21,54 @@ struct Row {
 };
 
 void Check(const std::string& script) {
-    Bench bench;
-    bench.run(script);
+    CheckScript("", script);
 }
 
 TEST(CoolingFirmware, InterfaceVersionAtStart) {
     const Row rows[] = {
-        {"firmware DYTC(0) = 0x30000001", "expect registry SVC\\TMC Version = 0x3000"},
-        {"firmware DYTC(0) = 0x20000001", "expect request DYTC(0x100) = 0x0\n"
-                                          "check registry SVC\\TMC absent\n"
-                                          "check registry SVC\\TMCT\\Parameters Capability = 0\n"
-                                          "check registry SVC\\TMCT\\Parameters Version absent"},
+        {"firmware DYTC(0) = 0x30000001", R"(expect registry SVC\TMC Version = 0x3000)"},
+        {"firmware DYTC(0) = 0x20000001", R"(expect request DYTC(0x100) = 0x0;
+            check registry SVC\TMC absent; check registry SVC\TMCT\Parameters Capability = 0;
+            check registry SVC\TMCT\Parameters Version absent)"},
         {"firmware DYTC(0) = 0x40000001", "expect count 1 request DYTC*"},
-        {"firmware DYTC(0) = 0x30000000", "expect count 1 request DYTC*\ncheck registry SVC\\TMC absent"},
+        {"firmware DYTC(0) = 0x30000000", R"(expect count 1 request DYTC*; check registry SVC\TMC absent)"},
         {"firmware DYTC(0) fails", "expect count 1 request DYTC*"},
         {"firmware DYTC(0) = 0x30000001 bytes 3", "expect count 1 request DYTC*"},
     };
     for (const Row& row : rows)
-        Check(OPTION + row.given + "\nstart\nadvance 10m\n" + row.then);
+        Check(OPTION + row.given + R"(; start; advance 10m;)" + row.then);
 }
 
 TEST(CoolingFirmware, AnUnknownRevisionKeepsTheVersionAndAFailureClearsIt) {
-    Check(VERSION_2 + "start\nfirmware DYTC(0) = 0x40000001\ncontrol 138\nexpect request DYTC(0x1) = 0x0\n"
-                      "firmware DYTC(0) = 0x20000000\ncontrol 138\nexpect count 1 request DYTC*\n"
-                      "firmware DYTC(0) = 0x40000001\ncontrol 136\nexpect count 1 request DYTC*\nadvance 1h\n"
-                      "expect count 1 request DYTC*");
+    Check(VERSION_2 + R"(start; firmware DYTC(0) = 0x40000001; control 138;
+            expect request DYTC(0x1) = 0x0; firmware DYTC(0) = 0x20000000; control 138;
+            expect count 1 request DYTC*; firmware DYTC(0) = 0x40000001; control 136;
+            expect count 1 request DYTC*; advance 1h; expect count 1 request DYTC*)");
 }
 
 TEST(CoolingFirmware, SystemControlModeRefinesVersion2) {
     const Row rows[] = {
         {"firmware DYTC(0x100) = 0x20010000",
-         "expect request DYTC(0x1) = 0x0\nevent 0x4012\nexpect request DYTC(0x1)*"},
+         R"(expect request DYTC(0x1) = 0x0; event 0x4012; expect request DYTC(0x1)*)"},
         {"firmware DYTC(0x100) = 0x30000000",
-         "expect no request DYTC(0x1)*\nevent 0x4012\nexpect no request DYTC*"},
+         R"(expect no request DYTC(0x1)*; event 0x4012; expect no request DYTC*)"},
         {"firmware DYTC(0x100) = 0x20000000", "expect no request DYTC(0x1)*"},
         // Stored, but no version that requests are routed by.
-        {"firmware DYTC(0x100) = 0x20020000", "check registry SVC\\TMCT\\Parameters Capability = 0\nevent "
-                                              "0x4012\ncontrol 135\nexpect no request DYTC*"},
+        {"firmware DYTC(0x100) = 0x20020000", R"(check registry SVC\TMCT\Parameters Capability = 0;
+            event 0x4012; control 135; expect no request DYTC*)"},
         {"firmware DYTC(0x100) fails",
-         "expect no request GOPT(0)*\ncheck registry SVC\\TMCT\\Parameters Capability absent"},
+         R"(expect no request GOPT(0)*; check registry SVC\TMCT\Parameters Capability absent)"},
     };
     for (const Row& row : rows)
-        Check(VERSION_2 + row.given + "\nstart\n" + row.then);
+        Check(VERSION_2 + row.given + R"(; start;)" + row.then);
 }
 
 TEST(CoolingFirmware, OptionAttachState) {
     const char* const attached =
-        "expect request DYTC(0x1f2001) = 0x1\nexpect registry SVC\\TMC\\TIO CurrentStatus = 0x1";
+        R"(expect request DYTC(0x1f2001) = 0x1; expect registry SVC\TMC\TIO CurrentStatus = 0x1)";
     const char* const bare =
-        "expect request DYTC(0xf2001) = 0x1\nexpect registry SVC\\TMC\\TIO CurrentStatus = 0x0";
-    const char* const unknown = "expect no request DYTC*\nexpect no registry SVC\\TMC*";
+        R"(expect request DYTC(0xf2001) = 0x1; expect registry SVC\TMC\TIO CurrentStatus = 0x0)";
+    const char* const unknown = R"(expect no request DYTC*; expect no registry SVC\TMC*)";
     const struct {
         const char* version;
         const char* type;
@@ -96,33 +92,33 @@ TEST(CoolingFirmware, OptionAttachState) {
         {"= 0x100 bytes 1", "= 1", "= 3", unknown},
         {"= 0x100", "= 1", "= 0x100 bytes 1", bare},
     };
-    std::string script = VERSION_3 + "firmware DYTC(3) = 0x00040001\nstart\nadvance 1s\n";
+    std::string script = VERSION_3 + R"(firmware DYTC(3) = 0x00040001; start; advance 1s;)";
     for (const auto& row : rows)
         script += sim::format(
-            "firmware GOPT(0) %s\nfirmware GOPT(0x100) %s\nfirmware GOPT(0x200) %s\nevent 0x4012\n%s\n",
+            R"(firmware GOPT(0) %s; firmware GOPT(0x100) %s; firmware GOPT(0x200) %s; event 0x4012; %s;)",
             row.version, row.type, row.state, row.then);
     Check(script);
 }
 
 TEST(CoolingFirmware, ReadinessProbe) {
     const char* const ready =
-        "advance 1s\nexpect request DYTC(0x3)*\nadvance 10m\nexpect count 1 request DYTC(0x1f0001)*";
+        R"(advance 1s; expect request DYTC(0x3)*; advance 10m; expect count 1 request DYTC(0x1f0001)*)";
     // 101 polls at most; then the initialisation runs in any case.
     const char* const not_ready =
-        "advance 100s\nexpect no request DYTC(0x3)*\nadvance 1s\nexpect request DYTC(0x3)*\n"
-        "advance 10m\nexpect count 101 request DYTC(0x1f0001)*";
+        R"(advance 100s; expect no request DYTC(0x3)*; advance 1s; expect request DYTC(0x3)*;
+            advance 10m; expect count 101 request DYTC(0x1f0001)*)";
     const Row rows[] = {
         {"= 0x1", ready},        {"= 0x0", ready},     {"= 0x3", ready},     {"= 0x7 bytes 0", ready},
         {"= 0xfffffff8", ready}, {"= 0x2", not_ready}, {"= 0x4", not_ready}, {"fails", not_ready},
     };
     for (const Row& row : rows)
-        Check(VERSION_3 + "firmware DYTC(0x1f0001) " + row.given + "\nstart\n" + row.then);
+        Check(VERSION_3 + "firmware DYTC(0x1f0001) " + row.given + R"(; start;)" + row.then);
     Check(VERSION_3 +
-          "firmware DYTC(0x1f0001) = 2 times 2\nstart\nadvance 2s\nexpect no request DYTC(0x3)*\nadvance 1s\n"
-          "expect request DYTC(0x3)*");
-    Check(
-        VERSION_3 +
-        "firmware DYTC(0x1f0001) = 2\nstart\nadvance 99s\ncontrol 137\nadvance 1h\nexpect no request DYTC*");
+          R"(firmware DYTC(0x1f0001) = 2 times 2; start; advance 2s; expect no request DYTC(0x3)*;
+            advance 1s; expect request DYTC(0x3)*)");
+    Check(VERSION_3 +
+          R"(firmware DYTC(0x1f0001) = 2; start; advance 99s; control 137; advance 1h;
+            expect no request DYTC*)");
 }
 
 TEST(CoolingFirmware, SetWords) {
@@ -158,10 +154,10 @@ TEST(CoolingFirmware, SetWords) {
 TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {
     const WCHAR* const path = SERVICE_KEY L"\\TMC\\XYZ";
     Bench bench;
-    sim::registry_set_dword("SVC\\TMC\\XYZ", "Good", 7);
-    sim::registry_set_text("SVC\\TMC\\XYZ", "Text", "7");
-    sim::registry_set("SVC\\TMC\\XYZ", "Long", REG_DWORD, {1, 2, 3, 4, 5});
-    sim::registry_set("SVC\\TMC\\XYZ", "Short", REG_DWORD, {1, 2});
+    sim::registry_set_dword(R"(SVC\TMC\XYZ)", "Good", 7);
+    sim::registry_set_text(R"(SVC\TMC\XYZ)", "Text", "7");
+    sim::registry_set(R"(SVC\TMC\XYZ)", "Long", REG_DWORD, {1, 2, 3, 4, 5});
+    sim::registry_set(R"(SVC\TMC\XYZ)", "Short", REG_DWORD, {1, 2});
     const struct {
         const WCHAR* key;
         const WCHAR* name;
@@ -182,7 +178,7 @@ TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {
         }
         EXPECT_FALSE(AdaptiveCoolingGetRegKeyDwordValue(path, L"Good", nullptr));
     });
-    EXPECT_FALSE(sim::registry_has_key("SVC\\TMC\\ABC"));
+    EXPECT_FALSE(sim::registry_has_key(R"(SVC\TMC\ABC)"));
 }
 
 } // namespace

@@ -1,21 +1,14 @@
 // Adaptive cooling, interface version 2: decisions, the worker's two phases, and its life.
-#include "sim/registry.h"
-#include "sim/scm.h"
-#include "tests/bench.h"
+#include "tests/cooling_scripts.h"
 
 namespace {
 
 // The firmware runs in high performance, as the special cooling wants it; no option is attached.
-const std::string START = "firmware DYTC(0) = 0x20000001\n"
-                          "firmware DYTC(0x100) = 0x20010000\n"
-                          "firmware DYTC(3) = 0x201\n"
-                          "firmware GOPT(0) = 0x100\n"
-                          "firmware GOPT(0x100) = 1\n";
+const std::string START = R"(firmware DYTC(0) = 0x20000001; firmware DYTC(0x100) = 0x20010000;
+            firmware DYTC(3) = 0x201; firmware GOPT(0) = 0x100; firmware GOPT(0x100) = 1;)";
 
 void Check(const std::string& name, const std::string& script) {
-    SCOPED_TRACE(name);
-    Bench bench;
-    bench.run(START + script);
+    CheckScript(name, START + script);
 }
 
 TEST(CoolingVersion2, ModeAtStart) {
@@ -27,27 +20,26 @@ TEST(CoolingVersion2, ModeAtStart) {
     } rows[] = {
         {"0", "", "0x1", "1"},
         {"1", "", "0x201", "1"},
-        {"1", "registry set SVC\\TMCT\\Parameters CurrentSetting dword 1", "0x201", "1"},
-        {"1", "registry set SVC\\TMCT\\Parameters CurrentSetting dword 0", "0x1", "0"},
-        {"1", "registry set SVC\\TMCT\\Parameters CurrentSetting dword 2", "0x1", "2"},
-        {"1", "registry set SVC\\TMCT\\Parameters", "0x201", "1"},
-        {"1", "registry set SVC\\TMCT\\Parameters CurrentSetting binary 00", "0x201", "1"},
+        {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting dword 1)", "0x201", "1"},
+        {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting dword 0)", "0x1", "0"},
+        {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting dword 2)", "0x1", "2"},
+        {"1", R"(registry set SVC\TMCT\Parameters)", "0x201", "1"},
+        {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting binary 00)", "0x201", "1"},
     };
     for (const auto& row : rows)
-        Check(row.setting, sim::format("firmware GOPT(0x200) = %s\n%s\nstart\nexpect request DYTC(%s) = 0x0\n"
-                                       "expect count 3 request DYTC*\n"
-                                       "check registry SVC\\TMCT\\Parameters Version = 0x2001\n"
-                                       "check registry SVC\\TMCT\\Parameters Capability = 1\n"
-                                       "check registry SVC\\TMCT\\Parameters CurrentSetting = %s\n"
-                                       "check registry SVC\\TMCT\\Parameters INIT = 20\n"
-                                       "check registry SVC\\TMCT\\Parameters SPCT = 0",
+        Check(row.setting, sim::format(R"(firmware GOPT(0x200) = %s; %s; start;
+            expect request DYTC(%s) = 0x0; expect count 3 request DYTC*;
+            check registry SVC\TMCT\Parameters Version = 0x2001;
+            check registry SVC\TMCT\Parameters Capability = 1;
+            check registry SVC\TMCT\Parameters CurrentSetting = %s;
+            check registry SVC\TMCT\Parameters INIT = 20; check registry SVC\TMCT\Parameters SPCT = 0)",
                                        row.option, row.setting, row.mode, row.setting_after));
-    Check("option unknown", "firmware GOPT(0) = 0x104\nstart\nexpect no request DYTC(0x1)*\n"
-                            "check registry SVC\\TMCT\\Parameters Capability absent");
+    Check("option unknown", R"(firmware GOPT(0) = 0x104; start; expect no request DYTC(0x1)*;
+            check registry SVC\TMCT\Parameters Capability absent)");
     Check("key refused",
-          "registry refuse SVC\\TMCT\\Parameters\nstart\nexpect no request DYTC(0x1)*\nadvance 1s\n"
-          "expect count 2 request DYTC(0x100)*\nadvance 1h\nexpect count 2 request DYTC(0x100)*\n"
-          "event 0x4012\nexpect no request DYTC*");
+          R"(registry refuse SVC\TMCT\Parameters; start; expect no request DYTC(0x1)*; advance 1s;
+            expect count 2 request DYTC(0x100)*; advance 1h; expect count 2 request DYTC(0x100)*;
+            event 0x4012; expect no request DYTC*)");
 }
 
 TEST(CoolingVersion2, InitTicks) {
@@ -56,119 +48,109 @@ TEST(CoolingVersion2, InitTicks) {
         unsigned ticks;
     } rows[] = {{"dword 20", 20}, {"dword 1", 1}, {"dword 0", 1}, {"sz \"3\"", 20}, {"binary 0300", 20}};
     for (const auto& row : rows)
-        Check(row.value,
-              sim::format("registry set SVC\\TMCT\\Parameters INIT %s\nstart\nmark\nadvance %us\n"
-                          "expect no request DYTC*\nmark\nadvance 1s\nexpect request DYTC(0x100)*\n"
-                          "expect request DYTC(0x1) = 0x0\nmark\nadvance 1h\nexpect no request *",
-                          row.value, row.ticks - 1));
-    Check("without end", "registry set SVC\\TMCT\\Parameters INIT dword 4000000000\nstart\nmark\nadvance 2h\n"
-                         "expect no request *\nevent 0x4012\nexpect request DYTC(0x1) = 0x0");
+        Check(row.value, sim::format(R"(registry set SVC\TMCT\Parameters INIT %s; start; mark;
+            advance %us; expect no request DYTC*; mark; advance 1s; expect request DYTC(0x100)*;
+            expect request DYTC(0x1) = 0x0; mark; advance 1h; expect no request *)",
+                                     row.value, row.ticks - 1));
+    Check("without end", R"(registry set SVC\TMCT\Parameters INIT dword 4000000000; start; mark;
+            advance 2h; expect no request *; event 0x4012; expect request DYTC(0x1) = 0x0)");
 }
 
 // Each story begins after the initialisation (phase 2) or before (phase 1), with an option attached.
 TEST(CoolingVersion2, Stories) {
     const std::string phase1 =
-        "registry set SVC\\TMCT\\Parameters INIT dword 1000\nfirmware GOPT(0x200) = 1\nstart\nadvance 5s\n";
-    const std::string phase2 = "firmware GOPT(0x200) = 1\nstart\nadvance 25s\n";
-    const std::string spct = "registry set SVC\\TMCT\\Parameters SPCT dword ";
-    const std::string detach = "firmware GOPT(0x200) = 0\nevent 0x4013\n";
-    const std::string attach = "firmware GOPT(0x200) = 1\nevent 0x4012\n";
+        R"(registry set SVC\TMCT\Parameters INIT dword 1000; firmware GOPT(0x200) = 2; start;
+            advance 5s;)";
+    const std::string phase2 = R"(firmware GOPT(0x200) = 2; start; advance 25s;)";
     const struct {
         const char* name;
         std::string script;
     } in_both_phases[] = {
         {"no special cooling",
-         detach + "expect count 1 request DYTC(0x1) = 0x0\n" + attach +
-             "expect request DYTC(0x201) = 0x0\nmark\nadvance 10m\nexpect no request DYTC*"},
+         R"(DETACH; expect count 1 request DYTC(0x1) = 0x0; ATTACH; expect request DYTC(0x201) = 0x0;
+            mark; advance 10m; expect no request DYTC*)"},
         {"special cooling",
-         spct + "30\n" + detach +
-             "expect count 1 request DYTC(0x101) = 0x0\nexpect count 2 request DYTC*\nmark\nadvance 29s\n"
-             "expect no request DYTC*\nmark\nadvance 1s\nexpect request DYTC(0x1) = 0x0\n"
-             "mark\nadvance 10m\nexpect no request DYTC*"},
+         R"(SPECIAL 30; DETACH; expect count 1 request DYTC(0x101) = 0x0; expect count 2 request DYTC*;
+            mark; advance 29s; expect no request DYTC*; mark; advance 1s; expect request DYTC(0x1) = 0x0;
+            mark; advance 10m; expect no request DYTC*)"},
         {"firmware not in high performance",
-         spct + "30\nfirmware DYTC(3) = 0x1\n" + detach +
-             "expect count 1 request DYTC*\nmark\nadvance 29s\nexpect no request DYTC*\n"
-             "advance 1s\nexpect request DYTC(0x1) = 0x0"},
+         R"(SPECIAL 30; firmware DYTC(3) = 0x1; DETACH; expect count 1 request DYTC*; mark; advance 29s;
+            expect no request DYTC*; advance 1s; expect request DYTC(0x1) = 0x0)"},
         {"capability refused",
-         spct + "30\nfirmware DYTC(3) = 0x200\n" + detach + "expect count 1 request DYTC*"},
-        {"an option after all", spct + "30\nevent 0x4013\nexpect count 1 request DYTC*\nmark\nadvance 30s\n"
-                                       "expect request DYTC(0x201) = 0x0"},
+         R"(SPECIAL 30; firmware DYTC(3) = 0x200; DETACH; expect count 1 request DYTC*)"},
+        {"an option after all", R"(SPECIAL 30; event 0x4013; expect count 1 request DYTC*; mark;
+            advance 30s; expect request DYTC(0x201) = 0x0)"},
         {"detached again",
-         spct + "30\n" + detach + "advance 20s\n" + spct + "10\n" + detach +
-             "mark\nadvance 9s\nexpect no request DYTC*\nadvance 1s\nexpect request DYTC(0x1) = 0x0"},
+         R"(SPECIAL 30; DETACH; advance 20s; SPECIAL 10; DETACH; mark; advance 9s;
+            expect no request DYTC*; advance 1s; expect request DYTC(0x1) = 0x0)"},
         {"special cooling of another type",
-         "registry set SVC\\TMCT\\Parameters SPCT sz \"30\"\n" + detach +
-             "expect registry SVC\\TMCT\\Parameters SPCT = 0x0\nexpect request DYTC(0x1) = 0x0"},
-        {"disabled by the user", "registry set SVC\\TMCT\\Parameters CurrentSetting dword 0\n" + detach +
-                                     "expect no request DYTC*\n" + attach + "expect no request DYTC*"},
+         R"(registry set SVC\TMCT\Parameters SPCT sz "30"; DETACH;
+            expect registry SVC\TMCT\Parameters SPCT = 0x0; expect request DYTC(0x1) = 0x0)"},
+        {"disabled by the user", R"(registry set SVC\TMCT\Parameters CurrentSetting dword 0; DETACH;
+            expect no request DYTC*; ATTACH; expect no request DYTC*)"},
         {"setting missing",
-         "registry delete SVC\\TMCT\\Parameters CurrentSetting\n" + attach + "expect no request DYTC*"},
-        {"option unknown", "firmware GOPT(0) fails\nevent 0x4012\nexpect no request DYTC*"},
-        {"mode refused", "firmware DYTC(0x201) = 1\n" + attach + "expect request DYTC(0x201) = 0x1\n"},
-        {"disable and enable", "control 134\nexpect registry SVC\\TMCT\\Parameters CurrentSetting = 0x0\n"
-                               "expect request DYTC(0x1) = 0x0\n"
-                               "control 135\nexpect registry SVC\\TMCT\\Parameters CurrentSetting = 0x1\n"
-                               "expect request DYTC(0x100)*\nexpect request DYTC(0x201) = 0x0"},
-        {"not of this version", "control 141\nexpect no *\ncontrol 142\nexpect no *"},
-        {"terminated", "control 137\n" + attach +
-                           "expect no request DYTC*\nmark\nadvance 1h\nexpect no request DYTC*\n"
-                           "control 136\nexpect count 1 request DYTC(0x201)*"},
+         R"(registry delete SVC\TMCT\Parameters CurrentSetting; ATTACH; expect no request DYTC*)"},
+        {"option unknown", R"(firmware GOPT(0) fails; event 0x4012; expect no request DYTC*)"},
+        {"mode refused", R"(firmware DYTC(0x201) = 1; ATTACH; expect request DYTC(0x201) = 0x1;)"},
+        {"disable and enable", R"(control 134; expect registry SVC\TMCT\Parameters CurrentSetting = 0x0;
+            expect request DYTC(0x1) = 0x0; control 135;
+            expect registry SVC\TMCT\Parameters CurrentSetting = 0x1; expect request DYTC(0x100)*;
+            expect request DYTC(0x201) = 0x0)"},
+        {"not of this version", R"(control 141; expect no *; control 142; expect no *)"},
+        {"terminated", R"(control 137; ATTACH; expect no request DYTC*; mark; advance 1h;
+            expect no request DYTC*; control 136; expect count 1 request DYTC(0x201)*)"},
         {"terminated twice",
-         "control 137\ncontrol 137\nexpect no *\ncontrol 138\nexpect request DYTC(0x201) = 0x0"},
+         R"(control 137; control 137; expect no *; control 138; expect request DYTC(0x201) = 0x0)"},
         {"no interface any more",
-         "firmware DYTC(0) = 0\ncontrol 136\nmark\nadvance 1h\n" + attach +
-             "control 134\ncontrol 135\ncontrol 137\nexpect no request DYTC*\nexpect no registry *"},
+         R"(firmware DYTC(0) = 0; control 136; mark; advance 1h; ATTACH; control 134; control 135;
+            control 137; expect no request DYTC*; expect no registry *)"},
         {"version 3 from now on",
-         "firmware DYTC(0) = 0x30000001\nfirmware DYTC(3) = 1\ncontrol 138\nadvance 1h\n"
-         "expect count 3 request DYTC*"},
+         R"(firmware DYTC(0) = 0x30000001; firmware DYTC(3) = 1; control 138; advance 1h;
+            expect count 3 request DYTC*)"},
     };
     for (const auto& row : in_both_phases) {
         Check(std::string("phase 1: ") + row.name, phase1 + row.script);
         Check(std::string("phase 2: ") + row.name, phase2 + row.script);
     }
     Check("attached during special cooling, phase 1",
-          phase1 + spct + "30\n" + detach + "advance 10s\n" + attach +
-              "expect count 1 request DYTC(0x201) = 0x0\nmark\nadvance 10m\nexpect no request DYTC*");
+          phase1 + R"(SPECIAL 30; DETACH; advance 10s; ATTACH; expect count 1 request DYTC(0x201) = 0x0;
+            mark; advance 10m; expect no request DYTC*)");
     // The rest of the special cooling passes in no time, however much it is.
     for (const char* ticks : {"30", "4000000000", "0xffffffff"})
         Check("attached during special cooling, phase 2",
-              phase2 + spct + ticks + "\n" + detach + "advance 10s\n" + attach +
-                  "expect count 2 request DYTC(0x201) = 0x0\n" + attach +
-                  "expect count 2 request DYTC(0x201) = 0x0\nmark\nadvance 10m\nexpect no request DYTC*");
+              phase2 + "SPECIAL " + ticks + R"(; DETACH; advance 10s; ATTACH;
+            expect count 2 request DYTC(0x201) = 0x0; ATTACH; expect count 2 request DYTC(0x201) = 0x0;
+            mark; advance 10m; expect no request DYTC*)");
     Check("special cooling across the initialisation",
-          "firmware GOPT(0x200) = 1\nstart\nadvance 5s\n" + spct + "30\n" + detach +
-              "mark\nadvance 29s\nexpect count 1 request DYTC(0x100)*\nmark\nadvance 1s\nexpect request "
-              "DYTC(0x1) = 0x0\n"
-              "mark\nadvance 10m\nexpect no request DYTC*");
+          R"(firmware GOPT(0x200) = 2; start; advance 5s; SPECIAL 30; DETACH; mark; advance 29s;
+            expect count 1 request DYTC(0x100)*; mark; advance 1s; expect request DYTC(0x1) = 0x0; mark;
+            advance 10m; expect no request DYTC*)");
     Check("restarted: INIT counts anew",
-          phase2 + "control 136\nmark\nadvance 19s\nexpect no request DYTC*\nadvance 1s\n"
-                   "expect count 1 request DYTC(0x100)*\nadvance 1h\n"
-                   "expect count 1 request DYTC(0x100)*");
+          phase2 + R"(control 136; mark; advance 19s; expect no request DYTC*; advance 1s;
+            expect count 1 request DYTC(0x100)*; advance 1h; expect count 1 request DYTC(0x100)*)");
 }
 
 TEST(CoolingVersion2, TerminationWaitsForASlowFirmware) {
     Check("terminate, then a later control, then stop",
-          "start\nfirmware GOPT(0) takes 10s\nfirmware GOPT(0x200) = 1\nevent 0x4012\ncontrol 137\ncontrol "
-          "134\n"
-          "expect no request DYTC*\nadvance 10s\nexpect request DYTC(0x201) = 0x0\nexpect request DYTC(0x1) "
-          "= 0x0\n"
-          "check registry SVC\\TMCT\\Parameters CurrentSetting = 0\nevent 0x4012\nadvance 1h\nexpect no "
-          "request DYTC*\n"
-          "stop\nadvance 1m\ncheck status STOPPED");
+          R"(start; firmware GOPT(0) takes 10s; firmware GOPT(0x200) = 1; event 0x4012; control 137;
+            control 134; expect no request DYTC*; advance 10s; expect request DYTC(0x201) = 0x0;
+            expect request DYTC(0x1) = 0x0; check registry SVC\TMCT\Parameters CurrentSetting = 0;
+            event 0x4012; advance 1h; expect no request DYTC*; stop; advance 1m; check status STOPPED)");
     Check("stop",
-          "start\nfirmware GOPT(0) takes 10s\nevent 0x4012\nstop\nadvance 9s\ncheck status STOP_PENDING\n"
-          "advance 1s\ncheck status STOPPED");
-    Check("start", "start\nfirmware GOPT(0) takes 10s\nevent 0x4012\ncontrol 136\nadvance 1h\n"
-                   "expect count 2 request DYTC(0x100)*");
+          R"(start; firmware GOPT(0) takes 10s; event 0x4012; stop; advance 9s;
+            check status STOP_PENDING; advance 1s; check status STOPPED)");
+    Check("start", R"(start; firmware GOPT(0) takes 10s; event 0x4012; control 136; advance 1h;
+            expect count 2 request DYTC(0x100)*)");
 }
 
 TEST(CoolingVersion2, NoHandleIsLeft) {
     Bench bench;
-    bench.run(START + "start\nadvance 1m\ncontrol 137\n");
+    bench.run(Lines(START + R"(start; advance 1m; control 137;)"));
     const size_t terminated = sim::handle_count(sim::service_process());
     for (int i = 0; i < 20; ++i)
-        bench.run(
-            "control 136\nevent 0x4012\ncontrol 136\ncontrol 138\nadvance 1m\nevent 0x4013\ncontrol 137\n");
+        bench.run(Lines(
+            R"(control 136; event 0x4012; control 136; control 138; advance 1m; event 0x4013;
+            control 137;)"));
     EXPECT_EQ(sim::handle_count(sim::service_process()), terminated);
 }
 
