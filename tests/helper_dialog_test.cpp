@@ -106,6 +106,7 @@ TEST(MonitorOff, TwoShowings) {
             control 130
             advance 1s
             input system 0xF140
+            input system 0xF142
             expect no dialog *
             input key
             expect dialog 101 ended 1)"},

@@ -151,7 +151,8 @@ static INT_PTR CALLBACK MonitorOffDialogProc(HWND dialog, UINT message, WPARAM w
         CountInput(dialog);
         return TRUE;
     case WM_SYSCOMMAND:
-        if (wParam == SC_SCREENSAVE)
+        // The system keeps the low four bits for itself.
+        if ((wParam & 0xFFF0) == SC_SCREENSAVE)
             return FALSE;
         [[fallthrough]];
     case WM_RBUTTONDOWN:

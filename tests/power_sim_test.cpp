@@ -1,0 +1,130 @@
+// The simulated power manager, security and windows, where they must be as strict as the platform.
+#include "tests/bench.h"
+
+#include "sim/modules.h"
+#include "sim/user32.h"
+
+using namespace sim;
+
+// Runs work on a simulated thread; `word` is part of the one violation it makes, or null for none.
+static void expect_violation(const char* word, const std::function<void()>& work) {
+    Bench bench;
+    run_on_thread(work);
+    ASSERT_EQ(word != nullptr ? 1u : 0u, bench.machine.violations.size());
+    const std::string violation = word != nullptr ? bench.machine.violations[0] : "";
+    EXPECT_TRUE(word == nullptr || violation.find(word) != std::string::npos) << violation;
+    bench.machine.violations.clear();
+}
+
+static HMODULE load_powrprof() {
+    return LoadLibraryExW(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+}
+
+TEST(PowerSim, Libraries) {
+    expect_violation("system directory", [] { FreeLibrary(LoadLibraryExW(L"powrprof.dll", nullptr, 0)); });
+    expect_violation("not loaded", [] {
+        HMODULE module = load_powrprof();
+        EXPECT_EQ(module, load_powrprof());
+        EXPECT_TRUE(FreeLibrary(module));
+        EXPECT_TRUE(FreeLibrary(module));
+        EXPECT_FALSE(FreeLibrary(module));
+    });
+    expect_violation("was freed", [] {
+        HMODULE module = load_powrprof();
+        const auto allowed = reinterpret_cast<BOOLEAN(WINAPI*)()>(
+            reinterpret_cast<void*>(GetProcAddress(module, "IsPwrHibernateAllowed")));
+        FreeLibrary(module);
+        allowed();
+    });
+    expect_violation(nullptr, [] {
+        EXPECT_EQ(nullptr, LoadLibraryExW(L"other.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+        EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
+        HMODULE module = load_powrprof();
+        EXPECT_EQ(nullptr, GetProcAddress(module, "Setsuspendstate"));
+        EXPECT_EQ(ERROR_PROC_NOT_FOUND, GetLastError());
+        EXPECT_EQ(1u, loaded_modules());
+        FreeLibrary(module);
+        EXPECT_FALSE(FreeLibrary(nullptr));
+    });
+}
+
+TEST(PowerSim, Privileges) {
+    expect_violation("the right to adjust", [] {
+        HANDLE token = nullptr;
+        TOKEN_PRIVILEGES state = {1, {}};
+        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token));
+        EXPECT_TRUE(LookupPrivilegeValueW(nullptr, SE_SHUTDOWN_NAME, &state.Privileges[0].Luid));
+        EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &state, 0, nullptr, nullptr));
+        CloseHandle(token);
+    });
+    expect_violation(nullptr, [] {
+        LUID luid = {};
+        EXPECT_FALSE(LookupPrivilegeValueW(nullptr, L"SeNothingPrivilege", &luid));
+        EXPECT_EQ(ERROR_NO_SUCH_PRIVILEGE, GetLastError());
+        EXPECT_FALSE(SetSystemPowerState(FALSE, FALSE));
+        EXPECT_FALSE(ExitWindowsEx(12, 0));
+        EXPECT_EQ(ERROR_PRIVILEGE_NOT_HELD, GetLastError());
+        EXPECT_EQ(static_cast<LSTATUS>(ERROR_PRIVILEGE_NOT_HELD), RegLoadKeyW(HKEY_USERS, L"x", L"C:\\x"));
+    });
+}
+
+static unsigned g_timers = 0;
+
+static LRESULT CALLBACK count_timers(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+    g_timers += message == WM_TIMER;
+    return DefWindowProcW(window, message, wparam, lparam);
+}
+
+static HWND make_window() {
+    WNDCLASSEXW window_class = {};
+    window_class.cbSize = sizeof(window_class);
+    window_class.lpfnWndProc = count_timers;
+    window_class.lpszClassName = L"Test";
+    EXPECT_NE(0, RegisterClassExW(&window_class));
+    EXPECT_EQ(0, RegisterClassExW(&window_class));
+    EXPECT_EQ(ERROR_CLASS_ALREADY_EXISTS, GetLastError());
+    EXPECT_EQ(nullptr,
+              CreateWindowExW(0, L"Other", nullptr, 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(ERROR_CANNOT_FIND_WND_CLASS, GetLastError());
+    return CreateWindowExW(0, L"test", nullptr, 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST(PowerSim, MissedTimersAreNotMadeUpFor) {
+    expect_violation(nullptr, [] {
+        const HWND window = make_window();
+        g_timers = 0;
+        SetTimer(window, 1, 100, nullptr);
+        Sleep(1000);
+        MSG message = {};
+        for (int i = 0; i < 3; ++i) {
+            GetMessageW(&message, nullptr, 0, 0);
+            DispatchMessageW(&message);
+        }
+        EXPECT_EQ(3u, g_timers);
+        EXPECT_EQ(1200u, machine().now);
+        EXPECT_TRUE(KillTimer(window, 1));
+        EXPECT_FALSE(KillTimer(window, 1));
+        EXPECT_TRUE(DestroyWindow(window));
+        EXPECT_FALSE(DestroyWindow(window));
+        EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
+    });
+}
+
+TEST(PowerSim, Desktops) {
+    expect_violation("CloseDesktop", [] {
+        const HDESK own = GetThreadDesktop(GetCurrentThreadId());
+        EXPECT_FALSE(SetCursorPos(1, 1)); // not on the input desktop
+        EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+        const HDESK input = OpenInputDesktop(0, FALSE, 0x1FF);
+        EXPECT_TRUE(SetThreadDesktop(input));
+        EXPECT_FALSE(CloseDesktop(input)); // in use
+        EXPECT_EQ(ERROR_BUSY, GetLastError());
+        const HWND window = make_window();
+        EXPECT_FALSE(SetThreadDesktop(own)); // with a window
+        EXPECT_EQ(ERROR_BUSY, GetLastError());
+        DestroyWindow(window);
+        EXPECT_TRUE(SetThreadDesktop(own));
+        EXPECT_TRUE(CloseDesktop(input));
+        EXPECT_FALSE(CloseDesktop(own)); // was never opened
+    });
+}
