@@ -42,8 +42,12 @@ release:
 	@tools/ensure.sh host
 	@$(call build,release)
 
-bench: release
+bench:
+	@tools/ensure.sh host windows
+	@$(call build,release,zorpm_bench zorpm_image)
+	@$(call build,windows,zorpmsvc)
 	@build/release/zorpm_bench
+	@tests/wine/imports.sh build/windows/zorpmsvc.exe
 
 lint:
 	@tools/ensure.sh lint
