@@ -128,28 +128,4 @@ TEST(FormFactorDevices, TransfersAndLastError) {
     }
 }
 
-// Each platform call failing in turn: the operation fails with that call's error, and nothing stays behind.
-TEST(FormFactorDevices, EveryCallFailing) {
-    unsigned failed_calls = 0;
-    for (BOOL (*act)(DWORD*) : {+slate, +dock, +bios, +set_dock, +toggle, +press}) {
-        for (unsigned nth = 1; nth < 30; ++nth) {
-            Bench bench;
-            sim::machine().fail_at = nth;
-            const Outcome outcome = act_on_thread({"", act, 0, 0, 0, ""});
-            const std::string failed = sim::machine().failed_call;
-            SCOPED_TRACE("call " + std::to_string(nth) + " " + failed);
-            EXPECT_EQ(outcome.handles, 0u);
-            EXPECT_EQ(outcome.blocks, 0u);
-            EXPECT_EQ(outcome.result, outcome.error == 0);
-            if (failed.empty())
-                break;
-            EXPECT_EQ(outcome.result, 0);
-            EXPECT_EQ(outcome.value, UNTOUCHED);
-            ++failed_calls;
-        }
-    }
-    // Look-up, sizes, allocation, opening, transfers.
-    EXPECT_GE(failed_calls, 36u);
-}
-
 } // namespace

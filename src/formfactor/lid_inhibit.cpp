@@ -31,7 +31,9 @@ static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 static std::atomic<HANDLE> g_hLCDCSWatchdogStop{nullptr};
 // 1 from before a watchdog thread is created until it has decided to end.
 static std::atomic<DWORD> g_dwLCDCSWatchdogAlive{0};
-// Counts the ends of an inhibit: asked for by a client, or by the timer.
+// Count what a client's request or the timer did to the inhibit, so that a decision can tell whether it was
+// overtaken while it was being made.
+static std::atomic<DWORD> g_dwLCDCSInhibitStarts{0};
 static std::atomic<DWORD> g_dwLCDCSInhibitEnds{0};
 // The handle of the last watchdog thread. The control handler's thread only; it is closed when a new thread
 // takes the place, not by the thread that empties the slot: the control handler may be about to terminate by
@@ -46,10 +48,12 @@ static BOOL LCDCSDisableInhibit() {
     return sent;
 }
 
-// Ends the watchdog, if one runs. Emptying the slot decides between several callers which of them it is that
-// sets the event. A watchdog that has no event yet looks at the slot as soon as it has one.
-static void StopWatchdog() {
-    if (g_hLCDCSWatchdogThread.exchange(nullptr) == nullptr)
+// Ends the watchdog, if one runs, unless an inhibit has been started since the decision was begun at
+// `starts`: its client may have found the slot filled and relies on the watch. Emptying the slot decides
+// between several callers which of them it is that sets the event. A watchdog that has no event yet looks at
+// the slot as soon as it has one.
+static void StopWatchdog(DWORD starts) {
+    if (g_dwLCDCSInhibitStarts != starts || g_hLCDCSWatchdogThread.exchange(nullptr) == nullptr)
         return;
     HANDLE stop = g_hLCDCSWatchdogStop.exchange(nullptr);
     if (stop != nullptr)
@@ -83,6 +87,7 @@ static BOOL ReadTimerWanted(bool* wanted) {
 // The poll: starts the timer while the lid is closed under an inhibit, and ends timer and watchdog when it is
 // not.
 static void CheckSensorAndLidStatus() {
+    const DWORD inhibit_starts = g_dwLCDCSInhibitStarts;
     const DWORD inhibit_ends = g_dwLCDCSInhibitEnds;
     bool wanted = false;
     if (!ReadTimerWanted(&wanted))
@@ -95,14 +100,13 @@ static void CheckSensorAndLidStatus() {
     if (!running && wanted) {
         Trace(L"CheckSensorAndLidStatus(): timer starts\n");
         StartTimer(start);
-        // The inhibit was ended after it was read, and the poll that followed it may have found no timer to
-        // stop.
+        // The inhibit has ended since this poll began, and whoever ended it may have found no run to stop.
         if (g_dwLCDCSInhibitEnds != inhibit_ends)
             StopTimer();
     } else if (running && !wanted) {
         Trace(L"CheckSensorAndLidStatus(): timer stops\n");
         StopTimer();
-        StopWatchdog();
+        StopWatchdog(inhibit_starts);
     }
 }
 
@@ -128,8 +132,9 @@ static DWORD WINAPI LCDCSTimerThreadProc(void*) {
             result = SignalObjectAndWait(signal.handle, reset.handle, TIMER_PERIOD_MS, FALSE);
         if (result == WAIT_TIMEOUT) {
             Trace(L"LCDCSTimerThreadProc(): lid closed for too long, inhibit off\n");
+            const DWORD inhibit_starts = g_dwLCDCSInhibitStarts;
             LCDCSDisableInhibit();
-            StopWatchdog();
+            StopWatchdog(inhibit_starts);
             ++g_dwLCDCSInhibitEnds;
         }
         ResetEvent(signal.handle);
@@ -216,10 +221,11 @@ static void StartWatchdog() {
 void LCDCSWatchdogControl(BOOL start) {
     Trace(L"Enter LCDCSWatchdogControl(%d)\n", start);
     if (start) {
+        ++g_dwLCDCSInhibitStarts;
         StartWatchdog();
         return;
     }
     ++g_dwLCDCSInhibitEnds;
-    StopWatchdog();
+    StopWatchdog(g_dwLCDCSInhibitStarts);
     CheckSensorAndLidStatus();
 }
