@@ -64,21 +64,3 @@ TEST(DisplayPwm, ComInUseOnTheThread) {
         bench.run("expect no call *");
     }
 }
-
-// The stop terminates the event thread with its connection; the next service process connects anew.
-TEST(DisplayPwm, ConnectionEndsWithTheProcess) {
-    Bench bench;
-    bench.run(R"(firmware PWMGET = 200
-                 windows graphics present
-                 start
-                 advance 2s
-                 event 0x5010
-                 expect request PWMSET(0xc8) = 0x0
-                 stop
-                 check status STOPPED 0/0
-                 start
-                 advance 2s
-                 event 0x5010
-                 expect call SetInverterParams(1, 200) = 0x0
-                 expect request PWMSET(0xc8) = 0x0)");
-}
