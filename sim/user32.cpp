@@ -487,6 +487,8 @@ HCURSOR WINAPI LoadCursorW(HINSTANCE, LPCWSTR name) {
 
 UINT WINAPI RegisterWindowMessageW(LPCWSTR name) {
     SIM_CALL(0, ERROR_NOT_ENOUGH_MEMORY);
+    if (screen().registering_fails)
+        return static_cast<UINT>(fail_with(ERROR_NOT_ENOUGH_MEMORY));
     return registered_message(narrow(name));
 }
 

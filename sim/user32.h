@@ -10,6 +10,7 @@ struct Screen {
     bool work_area_fails = false;
     bool buttons_swapped = false;
     bool input_desktop_refused = false;
+    bool registering_fails = false;     // of messages
     DWORD console_session = 0xFFFFFFFF; // none: every process is in the console session
     POINT cursor = {0, 0};
     HWND focus = nullptr;
