@@ -46,8 +46,7 @@ struct StateSlots {
     }
 };
 
-// ---- kernel objects and handles
-// ------------------------------------------------------------------------------
+// ---- kernel objects and handles ----
 enum class Kind {
     Event,
     Mutex,
@@ -107,8 +106,7 @@ BOOL close_handle(HANDLE handle, const char* call); // any kind
 size_t handle_count(Process* process = nullptr);
 size_t handle_count(Kind kind, Process* process = nullptr);
 
-// ---- processes and threads
-// -----------------------------------------------------------------------------------
+// ---- processes and threads ----
 struct Process {
     DWORD id = 0;
     std::string command_line; // without the program name
@@ -191,8 +189,7 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code);
 // First line of each call that cannot fail.
 #define SIM_VISIT() ((void)::sim::enter_call(__func__, false, 0))
 
-// ---- the machine
-// ---------------------------------------------------------------------------------------------
+// ---- the machine ----
 struct TraceLine {
     Ms time = 0;
     std::string thread;

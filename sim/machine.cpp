@@ -57,8 +57,7 @@ std::uint64_t random_below(std::uint64_t bound) {
     return bound != 0 ? z % bound : 0;
 }
 
-// ---- trace
-// ---------------------------------------------------------------------------------------------------
+// ---- trace ----
 
 static std::string vformat(const char* pattern, va_list arguments) {
     char buffer[2048];
@@ -119,8 +118,7 @@ void violation(const char* pattern, ...) {
     m.violations.push_back(std::move(text));
 }
 
-// ---- objects and handles
-// -------------------------------------------------------------------------------------
+// ---- objects and handles ----
 
 ObjectRef make_object(Kind kind, std::string name) {
     auto object = std::make_shared<Object>();
@@ -215,8 +213,7 @@ size_t handle_count(Kind kind, Process* process) {
     return count;
 }
 
-// ---- scheduling
-// ----------------------------------------------------------------------------------------------
+// ---- scheduling ----
 
 static void hand_over_to_machine(Thread* thread) {
     ++machine().switches;
@@ -472,8 +469,7 @@ void Machine::advance(Ms duration) {
     now = target;
 }
 
-// ---- threads and processes
-// -----------------------------------------------------------------------------------
+// ---- threads and processes ----
 
 static void thread_entry(void* argument) {
     auto* thread = static_cast<Thread*>(argument);

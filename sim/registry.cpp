@@ -133,8 +133,7 @@ Registry::Registry() {
     find_key(*this, g_serviceKey, true);
 }
 
-// ---- change notification
-// -------------------------------------------------------------------------------------
+// ---- change notification ----
 
 // One call tells of one change: the event is signalled and the handle no longer armed.
 static void complete_notification(OpenedKey* opened) {
@@ -180,8 +179,7 @@ void registry_remembers_changes(bool remembers) {
     registry().remembers_changes = remembers;
 }
 
-// ---- as another program
-// --------------------------------------------------------------------------------------
+// ---- as another program ----
 
 void registry_create(const std::string& path) {
     find_key(registry(), path, true);
@@ -304,8 +302,7 @@ std::string registry_dump(const std::string& path) {
     return text;
 }
 
-// ---- handles
-// -------------------------------------------------------------------------------------------------
+// ---- handles ----
 
 static int root_index(HKEY key) {
     const auto value = reinterpret_cast<ULONG_PTR>(key) - 0xFFFFFFFF80000000ull;
@@ -443,8 +440,7 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
     return ERROR_SUCCESS;
 }
 
-// ---- scenario commands
-// ---------------------------------------------------------------------------------------
+// ---- scenario commands ----
 
 static std::vector<BYTE> hex_bytes(Tokens& tokens, const std::string& text) {
     std::vector<BYTE> bytes;

@@ -120,8 +120,24 @@ TEST(Pump, AMissingEventNeitherSpinsNorStopsTheOthers) {
     }
 }
 
-// ---- the table
-// -----------------------------------------------------------------------------------------------
+TEST(Pump, WithoutAnyEventItSleeps) {
+    // Another program has taken all five names for something else.
+    Bench bench;
+    std::vector<sim::ObjectRef> taken;
+    for (const char* name : {"Start", "Stop", "Sleep", "Resume", "NotifyEvent"}) {
+        taken.push_back(
+            sim::make_object(sim::Kind::Mutex, std::string("MestraPowerManagementDriverEventNotify") + name));
+        sim::open_handle(taken.back());
+        sim::remember_named(taken.back());
+    }
+    bench.started();
+    bench.machine.count_calls = true;
+    bench.run("advance 1m\nevent 0x7000\nexpect no request*");
+    EXPECT_LE(bench.machine.call_counts["Sleep"], 31u);
+    bench.run("stop\ncheck status STOPPED");
+}
+
+// ---- the table ----
 
 struct NotifyRow {
     DWORD code;
@@ -282,8 +298,7 @@ TEST(Table, RowsRunTheirActionsInOrder) {
     run_cases(setup, cases);
 }
 
-// ---- classic hot keys and pages
-// ------------------------------------------------------------------------------
+// ---- classic hot keys and pages ----
 
 TEST(HotKeys, NotificationClaimsAndPages) {
     const ScriptCase cases[] = {
@@ -348,7 +363,11 @@ TEST(HotKeys, NotificationClaimsAndPages) {
             start
             advance 1s
             event 0x100C
-            expect call SetSystemPowerState(0, 0) = 1)"},
+            expect call SetSystemPowerState(0, 0) = 1
+            event 0x1005
+            expect request MHKV(0x0) = 0x200
+            event 0x1003
+            expect no request MHKV*)"},
         {"pages notify and do nothing else", R"(
             firmware MHKN(3) = 1
             start

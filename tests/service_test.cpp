@@ -69,6 +69,27 @@ TEST(Service, TheDriverIsProbedElevenTimes) {
     EXPECT_EQ(0u, sim::handle_count(sim::Kind::File));
 }
 
+TEST(Service, ControlsAcceptedAndWaitHints) {
+    Bench bench;
+    const auto expect_status = [](DWORD state, DWORD accepted) {
+        const SERVICE_STATUS status = sim::service_status();
+        EXPECT_EQ(state, status.dwCurrentState);
+        EXPECT_EQ(accepted, status.dwControlsAccepted);
+        EXPECT_EQ(3000u, status.dwWaitHint);
+        EXPECT_EQ(SERVICE_WIN32_OWN_PROCESS, status.dwServiceType);
+    };
+    bench.run("driver missing for 1s\nstart\nstop\nexpect refused stop");
+    expect_status(SERVICE_START_PENDING, 0);
+    bench.run("advance 2s");
+    expect_status(SERVICE_RUNNING, SERVICE_ACCEPT_STOP);
+    bench.run("control 2");
+    expect_status(SERVICE_PAUSED, SERVICE_ACCEPT_STOP);
+    bench.run("firmware CONNECT takes 5s\nstop");
+    expect_status(SERVICE_STOP_PENDING, SERVICE_ACCEPT_STOP);
+    bench.run("advance 5s");
+    expect_status(SERVICE_STOPPED, SERVICE_ACCEPT_STOP);
+}
+
 TEST(Service, ALateDriverIsFound) {
     Bench bench;
     bench.run(R"(

@@ -85,8 +85,7 @@ static void HandleHotKey3() {
         StandbySystem();
 }
 
-// ---- the action table
-// ----------------------------------------------------------------------------------------
+// ---- the action table ----
 
 // One step of a row: an operation, with the number it is given in the table and the event's fields.
 struct Step {

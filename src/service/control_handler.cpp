@@ -15,8 +15,7 @@ std::atomic<HANDLE> g_hMonitorOffThread = nullptr;
 // that look leaves its handle open, so that the handler never uses a closed one.
 static std::atomic<bool> g_bStopping = false;
 
-// ---- lid inhibit
-// ---------------------------------------------------------------------------------------------
+// ---- lid inhibit ----
 
 enum : DWORD { LCDCS_START_INHIBIT, LCDCS_STOP_INHIBIT, LCDCS_GET_CAPABILITY };
 
@@ -61,8 +60,7 @@ static void GetInhibitCapability() {
         ReportServiceStatus(SERVICE_RUNNING, ERROR_SERVICE_SPECIFIC_ERROR, 0, capability);
 }
 
-// ---- monitor off
-// ---------------------------------------------------------------------------------------------
+// ---- monitor off ----
 
 static DWORD WINAPI MonitorOffThreadProc(void*) {
     StandbySystem();
@@ -87,8 +85,7 @@ static void MonitorOff() {
     }
 }
 
-// ---- standard controls
-// ---------------------------------------------------------------------------------------
+// ---- standard controls ----
 
 static void Stop() {
     ReportServiceStatus(SERVICE_STOP_PENDING, 0, 1, 0);
@@ -131,8 +128,7 @@ static void HandlePowerEvent(DWORD event_type, const void* event_data) {
         SystemTransformationGetCurrentSystemStatus();
 }
 
-// ---- the table of control codes
-// ------------------------------------------------------------------------------
+// ---- the table of control codes ----
 
 enum : DWORD {
     SERVICE_CONTROL_MESSAGE_MONITOROFF = 130,
