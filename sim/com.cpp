@@ -41,8 +41,7 @@ ComClasses::ComClasses(const ComClass& added) {
     classes().push_back(added);
 }
 
-// ---- objects
-// ---------------------------------------------------------------------------------------------------
+// ---- objects ----
 
 static DWORD own_apartment() {
     return com_thread().multithreaded ? 0 : current()->id;
@@ -92,8 +91,7 @@ size_t com_initialisations(Process* process) {
     return process_state<ComProcess>(process).initialisations;
 }
 
-// ---- strings
-// ---------------------------------------------------------------------------------------------------
+// ---- strings ----
 
 std::string bstr_text(BSTR text, const char* call) {
     if (text == nullptr)
@@ -113,8 +111,7 @@ std::string variant_text(const VARIANT& variant, const char* call) {
     return {};
 }
 
-// ---- apartments
-// ------------------------------------------------------------------------------------------------
+// ---- apartments ----
 
 static HRESULT enter_apartment(bool multithreaded) {
     ComThread& thread = com_thread();

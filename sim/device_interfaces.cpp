@@ -63,7 +63,7 @@ static std::string path_of(size_t which, size_t instance) {
     return std::string(g_interfaces[which].path) + (instance != 0 ? g_secondSuffix : "");
 }
 
-// ---- transfers ----------------------------------------------------------------------------------
+// ---- transfers ----
 
 struct Opened { // what a file object refers to
     size_t which;
@@ -169,7 +169,7 @@ static bool open_interface(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_fileKind(open_interface);
 
-// ---- enumeration --------------------------------------------------------------------------------
+// ---- enumeration ----
 
 struct InterfaceSet {
     GUID interface_class;
@@ -208,7 +208,7 @@ static InterfaceSet* interface_set(HDEVINFO handle, const SP_DEVICE_INTERFACE_DA
     return &entry->object->as<InterfaceSet>();
 }
 
-// ---- scenario commands --------------------------------------------------------------------------
+// ---- scenario commands ----
 
 // missing | present | = VALUE | second missing|present | read|write fails [times N]
 template <size_t which> static Action compile_device(Tokens& tokens) {

@@ -167,8 +167,7 @@ static Ms duration_of(const Method& method, DWORD argument) {
     return 0;
 }
 
-// ---- events
-// --------------------------------------------------------------------------------------------------
+// ---- events ----
 
 static void update_notify_event() {
     Driver& d = driver();
@@ -216,8 +215,7 @@ static void take_unregistration(const void* in) {
         event = nullptr;
 }
 
-// ---- requests
-// ------------------------------------------------------------------------------------------------
+// ---- requests ----
 
 static std::string shown_request(const Method& method, const DWORD* in) {
     if (method.in_bytes == 48)
@@ -346,8 +344,7 @@ static bool open_device(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_fileKind(open_device);
 
-// ---- scenario commands
-// ---------------------------------------------------------------------------------------
+// ---- scenario commands ----
 
 // METHOD or METHOD(ARG).
 static const Method* read_method(Tokens& tokens, std::optional<DWORD>* argument) {

@@ -5,12 +5,11 @@
 
 namespace sim {
 
-// ---- files and devices: what stands behind a handle of Kind::File
-// ---------------------------------------------
+// ---- files and devices: what stands behind a handle of Kind::File ----
 struct FileOps {
     BOOL (*read)(Object& file, void* buffer, DWORD bytes, DWORD* read);
     BOOL (*write)(Object& file, const void* buffer, DWORD bytes, DWORD* written);
-    BOOL (*control)
+    BOOL(*control)
     (Object& file, DWORD code, const void* in, DWORD in_bytes, void* out, DWORD out_bytes, DWORD* returned);
     void (*closed)(Object& file);
 };
@@ -40,8 +39,7 @@ struct FileKinds {
 };
 ObjectRef make_file(const OpenRequest& request, const FileOps* ops, bool device);
 
-// ---- the driver
-// ------------------------------------------------------------------------------------------------
+// ---- the driver ----
 struct Answer {
     bool fails = false;
     std::uint64_t value = 0;

@@ -76,8 +76,7 @@ static const Commands g_commands({
     {"windows time", Use::Machine, compile_time},
 });
 
-// ---- LocalAlloc: blocks with a header that names their process
-// ------------------------------------------------
+// ---- LocalAlloc: blocks with a header that names their process ----
 
 struct BlockHeader {
     std::uint64_t magic;

@@ -42,8 +42,7 @@ void set_folder(int csidl, const std::string& path) {
     disk().folders[csidl] = path;
 }
 
-// ---- security descriptors
-// --------------------------------------------------------------------------------------
+// ---- security descriptors ----
 
 constexpr BYTE SYSTEM_SID[12] = {1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0};
 
@@ -92,8 +91,7 @@ static void take_security(const SECURITY_ATTRIBUTES* attributes, PlainFile* file
     file->dacl = acl_entries(descriptor->Dacl);
 }
 
-// ---- files
-// -----------------------------------------------------------------------------------------------------
+// ---- files ----
 
 static BOOL write_plain(Object& object, const void* buffer, DWORD bytes, DWORD* written) {
     if (disk().full) {
@@ -137,8 +135,7 @@ static bool is_open(const std::string& path) {
     return false;
 }
 
-// ---- the language
-// ----------------------------------------------------------------------------------------------
+// ---- the language ----
 
 static Action compile_file(Tokens& tokens) {
     const std::string path = tokens.text();

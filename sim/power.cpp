@@ -182,8 +182,7 @@ static const Module
                    {"ReadGlobalPwrPolicy", reinterpret_cast<void*>(ReadGlobalPwrPolicy)},
                });
 
-// ---- the language
-// ----------------------------------------------------------------------------------------------
+// ---- the language ----
 
 static Action compile_hibernate(Tokens& tokens) {
     const bool allowed = tokens.choice({"allowed", "forbidden"}) == 0;

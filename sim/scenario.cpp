@@ -7,8 +7,7 @@
 
 namespace sim {
 
-// ---- tokens
-// --------------------------------------------------------------------------------------------------
+// ---- tokens ----
 
 void Tokens::fail(const std::string& what) {
     if (error.empty())
@@ -85,8 +84,7 @@ size_t Tokens::choice(std::initializer_list<const char*> words) {
     return 0;
 }
 
-// ---- the table of commands
-// -----------------------------------------------------------------------------------
+// ---- the table of commands ----
 
 // Filled by static registration, in any order, before main.
 static std::vector<Command>& commands() {
@@ -131,8 +129,7 @@ void expectation(bool holds, const std::string& what) {
     g_run->message = "expected " + what;
 }
 
-// ---- patterns
-// ------------------------------------------------------------------------------------------------
+// ---- patterns ----
 
 static bool like(std::string_view pattern, std::string_view text) {
     size_t p = 0;
@@ -279,8 +276,7 @@ static const Commands g_commands({
     {"fail", Use::Machine, compile_fail},
 });
 
-// ---- reading
-// -------------------------------------------------------------------------------------------------
+// ---- reading ----
 
 struct RawToken {
     Token token;
@@ -407,8 +403,7 @@ std::shared_ptr<Script> compile_script(const std::string& text, ScriptResult* re
     return script;
 }
 
-// ---- running
-// -------------------------------------------------------------------------------------------------
+// ---- running ----
 
 int running_line() {
     return g_run != nullptr ? g_run->line : 0;

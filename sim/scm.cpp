@@ -134,8 +134,7 @@ void service_power_setting(const GUID& setting, DWORD value) {
     deliver({SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE, data});
 }
 
-// ---- scenario commands
-// ---------------------------------------------------------------------------------------
+// ---- scenario commands ----
 
 static Action compile_start(Tokens&) {
     return service_start;

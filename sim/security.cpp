@@ -74,8 +74,7 @@ static std::vector<BYTE> parse_sid(const std::string& text) {
     return sid;
 }
 
-// ---- the language
-// ----------------------------------------------------------------------------------------------
+// ---- the language ----
 
 static Action compile_privilege(Tokens& tokens) {
     const std::string name = lower(tokens.word());

@@ -48,8 +48,7 @@ size_t task_count(const std::string& folder) {
     return tasks != nullptr ? tasks->size() : 0;
 }
 
-// ---- the parts of a definition; each shows the task that it belongs to
-// -----------------------------------------
+// ---- the parts of a definition; each shows the task that it belongs to ----
 
 using TaskRef = std::shared_ptr<ScheduledTask>;
 
@@ -162,8 +161,7 @@ struct DefinitionDouble : ComDouble<ITaskDefinition> {
     }
 };
 
-// ---- folders and the service
-// -----------------------------------------------------------------------------------
+// ---- folders and the service ----
 
 struct RegisteredDouble : ComDouble<IRegisteredTask> {};
 
@@ -264,8 +262,7 @@ static HRESULT create_service(REFIID wanted, void** object) {
 static const ComClasses g_class({CLSID_TaskScheduler, nullptr, [] { return true; }, CLSCTX_INPROC_SERVER,
                                  create_service});
 
-// ---- the language
-// ----------------------------------------------------------------------------------------------
+// ---- the language ----
 
 static Action compile_scheduler(Tokens& tokens) {
     const bool running = tokens.choice({"missing", "present"}) == 1;

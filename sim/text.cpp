@@ -89,8 +89,7 @@ DWORD put_wide(WCHAR* buffer, DWORD capacity, std::string_view text) {
     return static_cast<DWORD>(wide.size());
 }
 
-// ---- the formatter
-// -------------------------------------------------------------------------------------------
+// ---- the formatter ----
 
 struct FormatSpec {
     std::string flags_and_width; // e.g. "-08.3"

@@ -170,8 +170,7 @@ static HWND add_window(Window window) {
     return window.handle;
 }
 
-// ---- messages
-// --------------------------------------------------------------------------------------------------
+// ---- messages ----
 
 // The first timer of the thread that is due, with its next expiry set; a missed period is not made up for.
 static bool take_timer(MSG* message) {
@@ -233,8 +232,7 @@ static bool next_message(MSG* message, HWND dialog) {
     }
 }
 
-// ---- input
-// -----------------------------------------------------------------------------------------------------
+// ---- input ----
 
 static LPARAM client_position(const RECT& rect, POINT at) {
     const auto x = static_cast<WORD>(at.x - rect.left - FRAME);
@@ -260,8 +258,7 @@ static void mouse_input(UINT message) {
         post_message(target->handle, WM_NCLBUTTONDOWN, HTCAPTION, 0);
 }
 
-// ---- the language
-// ----------------------------------------------------------------------------------------------
+// ---- the language ----
 
 static Action compile_helper(Tokens& tokens) {
     const DWORD session = tokens.accept("session") ? static_cast<DWORD>(tokens.number()) : 1;
@@ -358,8 +355,7 @@ static const Commands g_commands({
     {"windows console-session", Use::Machine, compile_console},
 });
 
-// ---- kernel32 functions that are looked up at run time
-// -----------------------------------------------------------
+// ---- kernel32 functions that are looked up at run time ----
 
 static BOOL WINAPI ProcessIdToSessionId(DWORD id, DWORD* session) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
@@ -387,8 +383,7 @@ static const Module
                    {"WTSGetActiveConsoleSessionId", reinterpret_cast<void*>(WTSGetActiveConsoleSessionId)},
                });
 
-// ---- desktops
-// ----------------------------------------------------------------------------------------------------
+// ---- desktops ----
 
 // What a thread begins on; its handle is never closed.
 static HDESK first_desktop() {

@@ -71,7 +71,7 @@ inline void refresh_against_events(Bench& bench) {
         race_once(bench);
 }
 
-// ---- the lid-inhibit limit ----------------------------------------------------------------------
+// ---- the lid-inhibit limit ----
 
 // The driver's side of it, with a log of what the service asked for.
 struct InhibitDriver {

@@ -31,7 +31,7 @@ std::string thermal_commands() {
     return commands;
 }
 
-// ---- options ------------------------------------------------------------------------------------
+// ---- options ----
 
 constexpr int KEPT = -1;
 
@@ -88,7 +88,7 @@ TEST(FormFactorOptions, EveryRowFromEveryState) {
     }
 }
 
-// ---- postures -----------------------------------------------------------------------------------
+// ---- postures ----
 
 struct PostureCase {
     DWORD word;
@@ -226,7 +226,7 @@ TEST(FormFactorPostures, WithoutSupport) {
     EXPECT_EQ(thermal_commands(), ENTER_FLIP);
 }
 
-// ---- rotation -----------------------------------------------------------------------------------
+// ---- rotation ----
 
 // A posture event presses the button when auto-rotation is not as the posture wants it and the posture is
 // new.
@@ -320,7 +320,7 @@ TEST(FormFactorRotation, LegacyModels) {
     }
 }
 
-// ---- races, with more seeds in the sweeps --------------------------------------------------------
+// ---- races, with more seeds in the sweeps ----
 
 TEST(FormFactorRaces, RefreshAgainstEvents) {
     run_seeds(30, formfactor_races::refresh_against_events);

@@ -49,7 +49,8 @@ TEST(HotkeyPlatform, TheMarkIsFoundWhereItCounts) {
         {"system version of 254 bytes, no end", "", "raw 7 " + hex(long_text + "GD"), 1},
         {"system version of 255 bytes, the D is half", "", "raw 7 " + hex(long_text + "xG") + "44", 0},
         {"system version too long", "", "raw 7 " + hex(long_text + "GDx"), 0},
-        {"system version of another kind", "", "sz \"xxGD\"", 0},
+        {"system version as one string", "", "sz \"xxGD\"", 1},
+        {"system version of another kind", "", "binary " + hex("xxGD"), 0},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);

@@ -103,7 +103,7 @@ TEST(UserPolicy, WhoTheUserIs) {
          anna, loaded},
         {"no profile", known, ".DEFAULT", ""},
         {"a profile's path of another type",
-         known + g_profile + "\nregistry set " + list + R"( ProfileImagePath sz "C:\Users\Anna")", ".DEFAULT",
+         known + g_profile + "\nregistry set " + list + R"( ProfileImagePath binary 43003a00)", ".DEFAULT",
          ""},
         {"a profile that is not there is no directory",
          known + g_profile + "\nregistry set " + list + R"( ProfileImagePath expand "C:\Users\Gone")",

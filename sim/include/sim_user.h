@@ -3,11 +3,11 @@
 
 #include "sim_base.h"
 
-#define ERROR_BUSY                    170u
-#define ERROR_INVALID_WINDOW_HANDLE   1400u
-#define ERROR_CANNOT_FIND_WND_CLASS   1407u
-#define ERROR_CLASS_ALREADY_EXISTS    1410u
-#define ERROR_CONTROL_ID_NOT_FOUND    1421u
+#define ERROR_BUSY                  170u
+#define ERROR_INVALID_WINDOW_HANDLE 1400u
+#define ERROR_CANNOT_FIND_WND_CLASS 1407u
+#define ERROR_CLASS_ALREADY_EXISTS  1410u
+#define ERROR_CONTROL_ID_NOT_FOUND  1421u
 
 struct POINT {
     LONG x;

@@ -33,7 +33,7 @@ BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value) {
 }
 
 BOOL QueryString(HKEY key, const wchar_t* name, wchar_t* text, DWORD capacity, DWORD limit_bytes,
-                 DWORD type) {
+                 DWORD also) {
     text[0] = L'\0';
     if (limit_bytes / sizeof(wchar_t) >= capacity)
         return FALSE;
@@ -41,7 +41,7 @@ BOOL QueryString(HKEY key, const wchar_t* name, wchar_t* text, DWORD capacity, D
     DWORD size = limit_bytes;
     if (RegQueryValueExW(key, name, nullptr, &stored_type, reinterpret_cast<BYTE*>(text), &size) !=
             ERROR_SUCCESS ||
-        stored_type != type || size > limit_bytes) {
+        (stored_type != REG_SZ && stored_type != also) || size > limit_bytes) {
         text[0] = L'\0';
         return FALSE;
     }

@@ -18,11 +18,11 @@ BOOL CreateKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access,
 // Reads a REG_DWORD of exactly 4 bytes. `name` null means the default value. FALSE leaves *value untouched.
 BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value);
 
-// Reads a REG_SZ (or REG_EXPAND_SZ when `type` says so) of at most `limit_bytes` bytes into `text`, which has
+// Reads a REG_SZ, or a value of the string type `also`, of at most `limit_bytes` bytes into `text`, which has
 // room for `capacity` characters; the result always ends in a null, whatever was stored (an odd last byte is
 // dropped). FALSE leaves an empty text. `capacity` must exceed limit_bytes / 2.
 BOOL QueryString(HKEY key, const wchar_t* name, wchar_t* text, DWORD capacity, DWORD limit_bytes,
-                 DWORD type = REG_SZ);
+                 DWORD also = REG_SZ);
 
 // Write one value; TRUE on success. A string is stored with its terminating null.
 BOOL SetDword(HKEY key, const wchar_t* name, DWORD value);
