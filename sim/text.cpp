@@ -91,48 +91,48 @@ DWORD put_wide(WCHAR* buffer, DWORD capacity, std::string_view text) {
 
 // ---- the formatter ----
 
-struct FormatSpec {
+struct FormatItem {
     std::string flags_and_width; // e.g. "-08.3"
     std::string size;            // h, l, ll, I64
     char conversion = 0;
 };
 
-static FormatSpec read_spec(const WCHAR*& at) {
-    FormatSpec spec;
+static FormatItem read_item(const WCHAR*& at) {
+    FormatItem item;
     auto next = [&at] { return static_cast<char>(*at < 128 ? *at : '?'); };
     while (*at != 0 && std::string_view("-+ #0123456789.").find(next()) != std::string_view::npos)
-        spec.flags_and_width += static_cast<char>(*at++);
+        item.flags_and_width += static_cast<char>(*at++);
     if (at[0] == 'I' && at[1] == '6' && at[2] == '4') {
-        spec.size = "ll";
+        item.size = "ll";
         at += 3;
     }
     while (*at == 'h' || *at == 'l' || *at == 'w')
-        spec.size += static_cast<char>(*at++);
+        item.size += static_cast<char>(*at++);
     if (*at != 0)
-        spec.conversion = static_cast<char>(*at++);
-    return spec;
+        item.conversion = static_cast<char>(*at++);
+    return item;
 }
 
-static std::string format_integer(const FormatSpec& spec, va_list* arguments) {
-    const std::string pattern = "%" + spec.flags_and_width;
-    const bool is_signed = spec.conversion == 'd' || spec.conversion == 'i';
+static std::string format_integer(const FormatItem& item, va_list* arguments) {
+    const std::string pattern = "%" + item.flags_and_width;
+    const bool is_signed = item.conversion == 'd' || item.conversion == 'i';
     char text[128];
-    if (spec.size == "ll") {
+    if (item.size == "ll") {
         const auto value = va_arg(*arguments, unsigned long long);
-        std::snprintf(text, sizeof(text), (pattern + "ll" + spec.conversion).c_str(), value);
+        std::snprintf(text, sizeof(text), (pattern + "ll" + item.conversion).c_str(), value);
     } else {
         // The platform's long has 4 bytes.
         unsigned value = va_arg(*arguments, unsigned);
-        if (spec.size == "h")
+        if (item.size == "h")
             value = is_signed ? static_cast<unsigned>(static_cast<short>(value)) : value & 0xFFFF;
-        std::snprintf(text, sizeof(text), (pattern + spec.conversion).c_str(), value);
+        std::snprintf(text, sizeof(text), (pattern + item.conversion).c_str(), value);
     }
     return text;
 }
 
-static std::string format_text(const FormatSpec& spec, va_list* arguments) {
+static std::string format_text(const FormatItem& item, va_list* arguments) {
     std::string value;
-    if (spec.size == "h" || spec.conversion == 'S') {
+    if (item.size == "h" || item.conversion == 'S') {
         const char* text = va_arg(*arguments, const char*);
         value = text != nullptr ? text : "(null)";
     } else {
@@ -140,7 +140,7 @@ static std::string format_text(const FormatSpec& spec, va_list* arguments) {
         value = text != nullptr ? narrow(text) : "(null)";
     }
     char text[4096];
-    std::snprintf(text, sizeof(text), ("%" + spec.flags_and_width + "s").c_str(), value.c_str());
+    std::snprintf(text, sizeof(text), ("%" + item.flags_and_width + "s").c_str(), value.c_str());
     return text;
 }
 
@@ -156,8 +156,8 @@ static std::string format_wide(const WCHAR* pattern, va_list* arguments) {
             continue;
         }
         ++at;
-        const FormatSpec spec = read_spec(at);
-        switch (spec.conversion) {
+        const FormatItem item = read_item(at);
+        switch (item.conversion) {
         case '%':
             result += '%';
             break;
@@ -166,7 +166,7 @@ static std::string format_wide(const WCHAR* pattern, va_list* arguments) {
         case 'u':
         case 'x':
         case 'X':
-            result += format_integer(spec, arguments);
+            result += format_integer(item, arguments);
             break;
         case 'c': {
             const WCHAR character = static_cast<WCHAR>(va_arg(*arguments, int));
@@ -178,11 +178,11 @@ static std::string format_wide(const WCHAR* pattern, va_list* arguments) {
             break;
         case 's':
         case 'S':
-            result += format_text(spec, arguments);
+            result += format_text(item, arguments);
             break;
         default:
-            violation("a format the simulation does not know: %%%s%s%c", spec.flags_and_width.c_str(),
-                      spec.size.c_str(), spec.conversion);
+            violation("a format the simulation does not know: %%%s%s%c", item.flags_and_width.c_str(),
+                      item.size.c_str(), item.conversion);
             return result;
         }
     }
