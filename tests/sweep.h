@@ -46,7 +46,9 @@ inline std::uint64_t sweep_failures(const std::string& script,
 // Runs `body` on a machine of each seed from 1 to `seeds`, every one twice; the two traces must be the same.
 // The seed is named when something fails, and no further one is run.
 inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& body) {
-    for (std::uint64_t seed = 1; seed <= seeds; ++seed) {
+    const char* chosen = std::getenv("ZORPM_SEED");
+    const std::uint64_t only = chosen != nullptr ? std::strtoull(chosen, nullptr, 0) : 0;
+    for (std::uint64_t seed = only != 0 ? only : 1; seed <= (only != 0 ? only : seeds); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::uint64_t hash[2];
         std::vector<std::string> lines[2];
@@ -66,7 +68,10 @@ inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& bo
                           << (at < lines[1].size() ? lines[1][at] : "(end)");
         }
         if (::testing::Test::HasFailure()) {
-            ADD_FAILURE() << "stopped at seed " << seed;
+            const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+            ADD_FAILURE() << "repeat with: ZORPM_SEED=" << seed
+                          << " build/host/zorpm_sweeps --gtest_filter=" << test->test_suite_name() << "."
+                          << test->name();
             return;
         }
     }
