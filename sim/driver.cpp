@@ -434,12 +434,13 @@ static Action compile_event(Tokens& tokens) {
 }
 
 static Action compile_signal(Tokens& tokens) {
+    const std::string name = tokens.done() ? "" : tokens.list[tokens.at].text;
     const size_t index = tokens.choice({"Start", "Stop", "Sleep", "Resume", "NotifyEvent"});
-    return [index] {
+    return [index, name] {
         if (driver().notify[index] != nullptr)
             signal_object(*driver().notify[index]);
         else
-            trace("refused signal, no events are registered");
+            trace("refused signal %s", name.c_str()); // no events are registered
     };
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace sim {
@@ -21,7 +22,6 @@ struct Key {
     std::string name;
     Key* parent = nullptr;
     bool deleted = false;
-    bool refused = false;
     std::map<std::string, KeyRef> children;
     std::map<std::string, Value> values;
 };
@@ -41,6 +41,7 @@ struct Registry {
     KeyRef roots[4]; // HKCR, HKCU, HKLM, HKU
     std::vector<OpenedKey*> opened;
     bool remembers_changes = true;
+    std::set<std::string> refused; // plain paths, of keys that may not exist
     Registry();
 };
 
@@ -87,11 +88,14 @@ static KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool creat
     return key;
 }
 
+static std::string with_service_key(const std::string& path) {
+    const bool short_form = same_text(path.substr(0, 4), "SVC\\") || same_text(path, "SVC");
+    return short_form ? g_serviceKey + path.substr(3) : path;
+}
+
 // "SVC\TMC" or "HKLM\..." to the key.
-static KeyRef find_key(Registry& reg, std::string path, bool create) {
-    if (same_text(path.substr(0, 4), "SVC\\") || same_text(path, "SVC"))
-        path = g_serviceKey + path.substr(3);
-    const std::vector<std::string> parts = components(path);
+static KeyRef find_key(Registry& reg, const std::string& path, bool create) {
+    const std::vector<std::string> parts = components(with_service_key(path));
     if (parts.empty())
         return nullptr;
     for (size_t root = 0; root < ARRAYSIZE(g_rootNames); ++root) {
@@ -218,13 +222,26 @@ bool registry_delete_value(const std::string& path, const std::string& name) {
     return true;
 }
 
+static std::string plain_path(const std::string& path) {
+    std::string plain;
+    for (const std::string& part : components(lower(with_service_key(path))))
+        plain += part + "\\";
+    return plain;
+}
+
 void registry_refuse(const std::string& path) {
-    find_key(registry(), path, true)->refused = true;
+    registry().refused.insert(plain_path(path));
+}
+
+// Whether opening the key is refused: its own path, or one that it lies below.
+static bool refused(const std::string& path) {
+    const std::string plain = plain_path(path);
+    return std::any_of(registry().refused.begin(), registry().refused.end(),
+                       [&plain](const std::string& above) { return plain.starts_with(above); });
 }
 
 bool registry_has_key(const std::string& path) {
-    KeyRef key = find_key(registry(), path, false);
-    return key != nullptr && !key->refused;
+    return find_key(registry(), path, false) != nullptr;
 }
 
 const RegistryValue* registry_value(const std::string& path, const std::string& name) {
@@ -392,14 +409,6 @@ static LSTATUS path_error(const std::string& path) {
     return ERROR_SUCCESS;
 }
 
-static bool refused(const Key* key) {
-    for (; key != nullptr; key = key->parent) {
-        if (key->refused)
-            return true;
-    }
-    return false;
-}
-
 static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool create, PHKEY result,
                               LPDWORD disposition, const char* call) {
     LSTATUS error = ERROR_SUCCESS;
@@ -412,9 +421,9 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
         return error;
     const std::string full = joined(from.path, path);
     trace_detail("%s(%s, 0x%x)", call, shown_path(full).c_str(), access);
-    KeyRef key = walk(from.key, components(path), false);
-    if (key != nullptr && refused(key.get()))
+    if (refused(full))
         return ERROR_ACCESS_DENIED;
+    KeyRef key = walk(from.key, components(path), false);
     bool created = false;
     if (key == nullptr) {
         if (!create)
@@ -422,13 +431,6 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
         if ((from.access & KEY_CREATE_SUB_KEY) == 0) {
             violation("%s: %s needs the right to create subkeys", call, from.path.c_str());
             return ERROR_ACCESS_DENIED;
-        }
-        for (KeyRef at = from.key; const std::string& part : components(path)) {
-            at = child(*at, part, false, nullptr);
-            if (at == nullptr)
-                break;
-            if (refused(at.get()))
-                return ERROR_ACCESS_DENIED;
         }
         key = walk(from.key, components(path), true, &created);
     }
@@ -528,7 +530,9 @@ static std::string expected_text(Tokens& tokens) {
 }
 
 static bool matches(const RegistryValue& value, const std::string& expected) {
-    if (same_text(show(value.type, value.bytes), expected))
+    const std::string holds = show(value.type, value.bytes);
+    // Digits have no case; texts do.
+    if (holds == expected || (holds.find('"') == std::string::npos && same_text(holds, expected)))
         return true;
     if (value.type != REG_DWORD || value.bytes.size() != 4 || expected.empty())
         return false;
@@ -599,8 +603,10 @@ LSTATUS WINAPI RegCloseKey(HKEY key) {
     SIM_VISIT();
     if (root_index(key) >= 0)
         return ERROR_SUCCESS;
-    if (handle_entry(key, Kind::Key, "RegCloseKey") == nullptr)
+    HandleEntry* entry = handle_entry(key, Kind::Key, "RegCloseKey");
+    if (entry == nullptr)
         return ERROR_INVALID_HANDLE;
+    trace_detail("RegCloseKey(%s)", shown_path(entry->object->as<OpenedKey>().path).c_str());
     close_handle(key, "RegCloseKey");
     return ERROR_SUCCESS;
 }
@@ -667,7 +673,7 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
     KeyRef key = walk(opened.key, components(path), false);
     if (key == nullptr)
         return ERROR_FILE_NOT_FOUND;
-    if (key->refused || !key->children.empty() || key->parent == nullptr)
+    if (refused(joined(opened.path, path)) || !key->children.empty() || key->parent == nullptr)
         return ERROR_ACCESS_DENIED;
     key->parent->children.erase(lower(key->name));
     key_deleted(key.get());

@@ -156,6 +156,18 @@ TEST(Sim, RegistryRules) {
         EXPECT_EQ(static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND),
                   RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\a\\b", 0, KEY_READ, &key));
     });
+    // Refusing a key makes neither it nor what it would lie below, and takes away none that is there.
+    registry_refuse("HKLM\\Software\\C\\D");
+    registry_refuse("HKLM\\software\\A");
+    EXPECT_FALSE(registry_has_key("HKLM\\Software\\C"));
+    EXPECT_TRUE(registry_has_key("HKLM\\Software\\A"));
+    run_on_thread([] {
+        HKEY key = nullptr;
+        for (const WCHAR* path : {L"SOFTWARE\\C\\D", L"SOFTWARE\\a", L"SOFTWARE\\A\\E"})
+            EXPECT_EQ(static_cast<LSTATUS>(ERROR_ACCESS_DENIED),
+                      RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                                      nullptr));
+    });
 }
 
 TEST(Sim, TheSameSeedGivesTheSameTraceAndSeedsDiffer) {
@@ -202,6 +214,12 @@ TEST(Sim, PatternsAndMarks) {
             expect count 1 request GETEVENT*
             mark
             expect no *)"},
+        {"a lone quote in a pattern, and what was refused", R"(
+            expect registry * PrevMode = "UNK*
+            expect next * CurrentMode = 0x1
+            signal Stop
+            signal Sleep
+            expect next refused signal Sleep)"},
         {"numbered answers come before the lasting one", R"(
             firmware LCDCSGETSTATE = 5
             firmware LCDCSGETSTATE = 6 times 1
@@ -217,4 +235,7 @@ TEST(Sim, PatternsAndMarks) {
     Bench bench;
     EXPECT_EQ(1, run_text("start\nexpect next nothing such").exit_code);
     EXPECT_EQ(1, run_text("start\nexpect no refused start").exit_code);
+    const std::string check = "check registry HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion = ";
+    EXPECT_EQ(0, run_text("\xEF\xBB\xBF" + check + "\"Q1AET40W\"").exit_code);
+    EXPECT_EQ(1, run_text(check + "\"q1aet40w\"").exit_code);
 }

@@ -52,7 +52,8 @@ static void watch_for_crashes() {
 
 static bool read_source(const char* path, Source* source) {
     std::ifstream file(path);
-    if (!file) {
+    file.peek(); // a directory opens, but cannot be read
+    if (!file.is_open() || file.bad()) {
         std::printf("%s:0: cannot be read\n", path);
         return false;
     }
