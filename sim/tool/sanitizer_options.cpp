@@ -5,10 +5,10 @@ const char* __asan_default_options();
 const char* __ubsan_default_options();
 
 const char* __asan_default_options() {
-    return "detect_leaks=0:detect_stack_use_after_return=0";
+    return "detect_leaks=0:detect_stack_use_after_return=0:abort_on_error=1";
 }
 
 const char* __ubsan_default_options() {
-    return "print_stacktrace=1";
+    return "print_stacktrace=1:abort_on_error=1";
 }
 }
