@@ -10,8 +10,8 @@ using Operation = BOOL (*)();
 // Status words carry their value in the low half.
 constexpr DWORD STATUS_VALUE = 0xFFFF;
 
-// Counts the user's requests that have settled both flag and registry. An initialisation that read
-// "CurrentSetting" before one of them settled reads it again, so that the later of the two holds.
+// Counts the user's requests that have stored their switch. An initialisation that read "CurrentSetting"
+// before one of them did reads it again, so that the later of the two holds.
 static std::atomic<DWORD> g_dwCoolingSettledRequests{0};
 
 static bool Enabled(ThermalFunction function, const wchar_t* operation) {
@@ -135,11 +135,12 @@ BOOL AdaptiveCoolingInitSettings_v3() {
 // ---- the user's switches ----
 
 // Ends a request: stores the switch and makes flag and switch agree, whatever an initialisation has read
-// meanwhile.
+// meanwhile. Counted between the two: an initialisation that misses the count has set its flag before, and
+// the flag set here is the last.
 static BOOL SettleSwitch(ThermalFunction function, DWORD setting, BOOL (*set_setting)(DWORD)) {
     const BOOL written = set_setting(setting);
-    SetThermalFunctionEnabled(function, setting != 0);
     ++g_dwCoolingSettledRequests;
+    SetThermalFunctionEnabled(function, setting != 0);
     return written;
 }
 
