@@ -320,6 +320,31 @@ TEST(FormFactorRotation, LegacyModels) {
     }
 }
 
+// ---- the lid-inhibit limit ----
+
+TEST(FormFactorLidInhibit, AnotherProgramStartsTheTimer) {
+    Bench bench;
+    // A run that is told to stop, then one that only the start event's name has begun.
+    bench.run(R"(firmware GETLIDSTATUS = 2
+                 firmware LCDCSGETSTATE = 3
+                 start
+                 control 131
+                 advance 10s
+                 firmware LCDCSGETSTATE = 2
+                 advance 1s)");
+    sim::run_on_thread([] {
+        HANDLE start = CreateEventW(nullptr, TRUE, FALSE, L"Global\\PMDRVLCDCSTIMERSTART");
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+        SetEvent(start);
+        CloseHandle(start);
+    });
+    bench.run(R"(mark
+                 advance 299s
+                 expect no request *
+                 advance 1s
+                 expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
+}
+
 // ---- races, with more seeds in the sweeps ----
 
 TEST(FormFactorRaces, RefreshAgainstEvents) {

@@ -138,6 +138,8 @@ static DWORD WINAPI LCDCSTimerThreadProc(void*) {
             ++g_dwLCDCSInhibitEnds;
         }
         ResetEvent(signal.handle);
+        // Not for the next run, which another program may start by the event's name.
+        g_dwLCDCSTimerStopped = 0;
         ResetEvent(start.handle);
     }
 }
