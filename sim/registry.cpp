@@ -537,7 +537,8 @@ static bool matches(const RegistryValue& value, const std::string& expected) {
     if (value.type != REG_DWORD || value.bytes.size() != 4 || expected.empty())
         return false;
     char* end = nullptr;
-    const unsigned long long number = std::strtoull(expected.c_str(), &end, 0);
+    const bool hex = lower(expected.substr(0, 2)) == "0x";
+    const unsigned long long number = std::strtoull(expected.c_str(), &end, hex ? 16 : 10);
     DWORD stored = 0;
     std::memcpy(&stored, value.bytes.data(), 4);
     return *end == 0 && number == stored;
@@ -552,13 +553,12 @@ static Action compile_check(Tokens& tokens) {
             tokens.fail("present or absent expected");
         return [path, present] {
             expectation(registry_has_key(path) == present,
-                        "registry " + path + (present ? " is absent" : " is present"));
+                        "registry " + path + (present ? " present" : " absent"));
         };
     }
     if (tokens.accept("absent"))
         return [path, name] {
-            expectation(registry_value(path, name) == nullptr,
-                        "registry " + path + " " + name + " is present");
+            expectation(registry_value(path, name) == nullptr, "registry " + path + " " + name + " absent");
         };
     if (!tokens.accept("="))
         tokens.fail("= DATA or absent expected");

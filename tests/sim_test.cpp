@@ -238,4 +238,6 @@ TEST(Sim, PatternsAndMarks) {
     const std::string check = "check registry HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion = ";
     EXPECT_EQ(0, run_text("\xEF\xBB\xBF" + check + "\"Q1AET40W\"").exit_code);
     EXPECT_EQ(1, run_text(check + "\"q1aet40w\"").exit_code);
+    EXPECT_EQ(0, run_text("registry set HKLM\\X D dword 010\ncheck registry HKLM\\X D = 010").exit_code);
+    EXPECT_EQ("expected registry HKLM\\Y present", run_text("check registry HKLM\\Y present").message);
 }
