@@ -107,6 +107,10 @@ static Action compile_powrprof(Tokens& tokens) {
             set_export_missing("powrprof.dll", function, true);
         else
             set_module_missing("powrprof.dll", what == MISSING);
+        // Whole again.
+        if (what == PRESENT)
+            std::erase_if(settings().missing,
+                          [](const auto& entry) { return entry.first.starts_with("powrprof.dll!"); });
     };
 }
 

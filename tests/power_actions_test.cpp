@@ -87,6 +87,8 @@ TEST(Power, SleepAndHibernation) {
          "event 0x6012\nexpect no call *"},
         {"forced sleep without the function", "windows powrprof without SetSuspendState",
          "event 0x6012\nexpect no call *"},
+        {"forced sleep with the library whole again", "windows powrprof without SetSuspendState",
+         "windows powrprof present\nevent 0x6012\nexpect call SetSuspendState(0, 1, 1) = 1"},
         {"hibernation", "", "event 0x100C\nexpect call SetSystemPowerState(0, 0) = 1\nexpect count 1 call *"},
         {"hibernation without the privilege", "windows privilege SeShutdownPrivilege denied",
          "event 0x100C\nexpect no call *"},
