@@ -11,7 +11,7 @@ set -u
 cd "$(dirname "$0")/../.."
 root=$PWD
 work=$root/build/defects
-limit_s=120 # for one run of the tests; a defect may hang them
+limit_s=60 # for one run of the tests; a defect may hang them
 
 patches=()
 if [ $# -gt 0 ]; then
@@ -51,7 +51,7 @@ run_tests() { # TREE SWEEPS
         status=$?
     fi
     [ $status -ne 0 ] || return 0
-    found=$(grep -m1 -oE '^\[  FAILED  \] [A-Za-z0-9_./]+|^scenarios/[^:]*:[0-9]+: .*' test.log | cut -c1-60)
+    found=$(grep -m1 -oE '^\[  FAILED  \] [A-Za-z0-9_./]+|^scenarios/[^:]*:[0-9]+: .*' test.log | cut -c1-70)
     if [ $status -eq 124 ] || [ $status -eq 137 ]; then found="hangs"; fi
     echo "${found:-exit status $status}" | sed 's/^\[  FAILED  \] //'
     return 1
@@ -71,7 +71,7 @@ try() { # TREE PATCH - one line of the table; returns 1 unless caught
         else
             verdict=$(printf 'caught  %-44s by %s' "$name" "$by")
         fi
-        (cd "$tree" && git apply -C1 -R "$patch") || verdict="BROKEN  $name: does not come off again"
+        (cd "$tree" && git apply -C1 -R "$patch") 2>/dev/null || verdict="BROKEN  $name: does not come off again"
     fi
     echo "$verdict"
     [[ $verdict == caught* ]]
