@@ -8,10 +8,10 @@
 
 // One line of the table of figures that `make test` shows at its end.
 inline void figure(const char* what, const std::string& value) {
-    std::printf("figure: %-60s %s\n", what, value.c_str());
+    std::printf("figure: %-80s %s\n", what, value.c_str());
     if (const char* path = std::getenv("ZORPM_FIGURES")) {
         if (FILE* file = std::fopen(path, "a")) {
-            std::fprintf(file, "%-60s %s\n", what, value.c_str());
+            std::fprintf(file, "%-80s %s\n", what, value.c_str());
             std::fclose(file);
         }
     }

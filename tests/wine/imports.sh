@@ -16,6 +16,6 @@ for dll in $dlls; do
     [[ $allowed == *" $dll "* ]] || { echo "unexpected import: $dll"; status=1; }
 done
 if [ -n "${ZORPM_FIGURES:-}" ]; then
-    printf '%-60s %s\n' "executable: size, stripped" "$size_kib KiB" "executable: imported DLLs" "$(echo $dlls)" >>"$ZORPM_FIGURES"
+    printf '%-80s %s\n' "executable: size, stripped" "$size_kib KiB" "executable: imported DLLs" "$(echo $dlls)" >>"$ZORPM_FIGURES"
 fi
 exit $status
