@@ -38,16 +38,10 @@ struct ScriptCase {
     const char* script;
 };
 
-template <size_t N> void run_cases(const std::string& beginning, const ScriptCase (&cases)[N]) {
-    for (const ScriptCase& row : cases) {
-        SCOPED_TRACE(row.name);
-        Bench bench;
-        bench.run(beginning + "\n" + row.script);
-    }
-}
-
-inline void run_cases(const std::string& beginning, std::initializer_list<ScriptCase> cases) {
-    for (const ScriptCase& row : cases) {
+// `Rows`: an array or a braced list of cases.
+template <class Rows = std::initializer_list<ScriptCase>>
+void run_cases(const std::string& beginning, const Rows& rows) {
+    for (const ScriptCase& row : rows) {
         SCOPED_TRACE(row.name);
         Bench bench;
         bench.run(beginning + "\n" + row.script);

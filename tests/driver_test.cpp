@@ -149,11 +149,7 @@ TEST(Driver, SystemFamilyIsBounded) {
 }
 
 TEST(Driver, TheCatalogue) {
-    // Spot checks of the code arithmetic against the driver's own numbers; the simulated driver checks every
-    // size.
-    EXPECT_EQ(0x222410u, IOCTL_PMDRV_LIDCLOSEACTIONNONE);
-    EXPECT_EQ(0x22270Cu, IOCTL_PMDRV_DYTC);
-    EXPECT_EQ(0x2227E4u, IOCTL_PMDRV_SYSTEMFAMILY);
+    // The simulated driver has the numbers and sizes on its own and checks every request.
     EXPECT_EQ(nullptr, FindIoCode(0x222411));
     Bench bench;
     sim::run_on_thread([] {
