@@ -5,6 +5,8 @@
 #include <atomic>
 #include <windows.h>
 
+#include "driver/firmware_words.h"
+
 // Generations of the firmware interface as the version word holds them. Version 2 has one system-wide mode,
 // version 3 one command per thermal function.
 enum : DWORD {
@@ -13,21 +15,6 @@ enum : DWORD {
     COOLING_INTERFACE_2000 = 0x2000,
     COOLING_INTERFACE_2001 = 0x2001,
     COOLING_INTERFACE_3000 = 0x3000,
-};
-
-// The thermal functions of version 3 under the firmware's numbers.
-enum ThermalFunction : DWORD {
-    THERMAL_STANDARD,
-    THERMAL_COOL_QUIET_ON_LAPTOP,
-    THERMAL_TWO_IN_ONE,
-    THERMAL_MULTI_PIVO_HINGE,
-    THERMAL_SKIN_TEMPERATURE_PROTECTION,
-    THERMAL_COOL_QUIET_HINGE,
-    THERMAL_DYNAMIC_CPU_CONTROL,
-    THERMAL_SINGLE_FAN,
-    THERMAL_DOCK_MODE_CONTROL,
-    THERMAL_FORCE_HIGH_PERFORMANCE,
-    THERMAL_FUNCTION_COUNT
 };
 
 // The interface version in use. The firmware may refine 0x2000 to another value up to 0x2FFF.

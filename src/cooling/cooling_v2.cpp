@@ -85,7 +85,7 @@ BOOL AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() {
     if (!CoolingEnabled(L"AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode") ||
         !AdaptiveCoolingGetFunctionCapability_v3(&capability))
         return FALSE;
-    if (((capability >> 8) & 0xF) != TMCT_CURRENT_SETTING_HIGH_PERFORMANCE_MODE)
+    if (DytcCurrentSetting(capability) != TMCT_CURRENT_SETTING_HIGH_PERFORMANCE_MODE)
         return FALSE;
     DWORD option = 0;
     if (!AdaptiveCoolingCheckTabletOptionAtachStatus_v1(&option))

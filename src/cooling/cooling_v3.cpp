@@ -7,9 +7,6 @@
 
 using Operation = BOOL (*)();
 
-// Status words carry their value in the low half.
-constexpr DWORD STATUS_VALUE = 0xFFFF;
-
 // Counts the user's requests that have stored their switch. An initialisation that read "CurrentSetting"
 // before one of them did reads it again, so that the later of the two holds.
 static std::atomic<DWORD> g_dwCoolingSettledRequests{0};
@@ -122,7 +119,7 @@ BOOL AdaptiveCoolingInitSettings_v3() {
     if (!AdaptiveCoolingGetFunctionCapability_v3(&capability))
         return FALSE;
     for (DWORD function = 0; function < THERMAL_FUNCTION_COUNT; ++function) {
-        if ((capability & (1u << (16 + function))) == 0)
+        if (!DytcAnnounces(capability, function))
             continue;
         const FunctionRow& row = g_thermalFunctions[function];
         Trace(L"AdaptiveCoolingInitSettings_v3(): %ls\n", row.name);
@@ -238,11 +235,11 @@ BOOL AdaptiveCoolingExitFlipMode_v3() {
 // ---- hinge, graphics temperature, dock ----
 
 static const CommandRow g_hingePostures[] = {
-    {1, AdaptiveCoolingSetMultiPivoHingeStatusToClamShell}, // notebook
-    {2, AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat},   // lay-flat
-    {3, AdaptiveCoolingSetMultiPivoHingeStatusToTablet},    // tablet
-    {4, AdaptiveCoolingSetMultiPivoHingeStatusToTent},      // stand
-    {5, AdaptiveCoolingSetMultiPivoHingeStatusToTent},      // tent
+    {MM_SYSTEM_STATE_NoteBook, AdaptiveCoolingSetMultiPivoHingeStatusToClamShell},
+    {MM_SYSTEM_STATE_Layflat, AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat},
+    {MM_SYSTEM_STATE_Tablet, AdaptiveCoolingSetMultiPivoHingeStatusToTablet},
+    {MM_SYSTEM_STATE_Media, AdaptiveCoolingSetMultiPivoHingeStatusToTent},
+    {MM_SYSTEM_STATE_Tent, AdaptiveCoolingSetMultiPivoHingeStatusToTent},
 };
 
 BOOL AdaptiveCoolingPivoModeChange() {
@@ -262,8 +259,8 @@ BOOL AdaptiveCoolingThermalModeByHingeSettings_v3() {
         return FALSE;
     const DWORD mode = status & STATUS_VALUE;
     // Modes 0 to 2, and all that are unknown, run cool.
-    if (!Command(mode == 3 ? AdaptiveCoolingSetCoolQuietHingeStatusToHigh
-                           : AdaptiveCoolingSetCoolQuietHingeStatusToCool))
+    if (!Command(mode == HINGE_MODE_HIGH ? AdaptiveCoolingSetCoolQuietHingeStatusToHigh
+                                         : AdaptiveCoolingSetCoolQuietHingeStatusToCool))
         return FALSE;
     return AdaptiveCoolingSetRegCurrentStatusForCoolQuietHinge_v3(mode);
 }
@@ -295,10 +292,10 @@ struct DockRow {
 };
 
 static const DockRow g_docks[] = {
-    {L"Vantor", 0, true},
-    {L"Quillon", 1, true},
-    {L"Bastion", 2, false},
-    {L"Linkway", 8, false},
+    {L"Vantor", DOCK_TYPE_VANTOR, true},
+    {L"Quillon", DOCK_TYPE_QUILLON, true},
+    {L"Bastion", DOCK_TYPE_BASTION, false},
+    {L"Linkway", DOCK_TYPE_LINKWAY, false},
 };
 
 static const DockRow* FindDock(DWORD type) {
@@ -313,7 +310,7 @@ BOOL AdaptiveCoolingDockModeControlChange() {
     DWORD status = 0;
     if (!AdaptiveCoolingGetDockModeStatusFromBIOS(&status))
         return FALSE;
-    const DockRow* dock = FindDock((status >> 16) & 0xF);
+    const DockRow* dock = FindDock(DockType(status));
     if (dock == nullptr) {
         Trace(L"AdaptiveCoolingDockModeControlChange(): Error: unknown dock type. (0x%08x)\n", status);
         return FALSE;
@@ -322,7 +319,7 @@ BOOL AdaptiveCoolingDockModeControlChange() {
           dock->sets_power ? L"set the power" : L"skip");
     if (!dock->sets_power)
         return TRUE;
-    const DWORD docked = status & 1;
+    const DWORD docked = status & DOCK_STATUS_DOCKED;
     Trace(docked != 0 ? L"Docking detected!\n" : L"Undock detected!\n");
     if (!Command(docked != 0 ? AdaptiveCoolingSetDockModeControlToDocked
                              : AdaptiveCoolingSetDockModeControlToUndocked))

@@ -4,27 +4,6 @@
 #include "cooling/cooling_registry.h"
 #include "driver/firmware.h"
 
-enum : DWORD {
-    DYTC_QUERY_REVISION = 0x000,
-    DYTC_QUERY_SYSTEM_CONTROL_MODE = 0x100,
-    DYTC_QUERY_FUNCTION_CAPABILITY = 0x003,
-    DYTC_SET_NOMINAL_MODE = 0x001,
-    DYTC_SET_COOL_QUIET_MODE = 0x101,
-    DYTC_SET_HIGH_PERFORMANCE_MODE = 0x201,
-};
-
-// In the results of revision query, capability query and set words: supported, carried out, accepted.
-constexpr DWORD DYTC_SUCCESS = 1;
-
-// Read by the readiness probe; their meaning is the firmware's.
-constexpr DWORD DYTC_NOT_READY = 0x6;
-
-enum : DWORD {
-    GOPT_VERSION = 0,
-    GOPT_TYPE = 0x100,
-    GOPT_STATUS = 0x200,
-};
-
 // One request. *result takes the answer of a request that went through; a byte that the driver did not return
 // is 0.
 static BOOL Request(DriverHandles* handles, const wchar_t* operation, DWORD code, DWORD argument,
@@ -60,7 +39,7 @@ BOOL AdaptiveCoolingGetCurrentBIOSInterfaceVersion(DWORD* revision) {
     DWORD result = 0;
     if (!ConfirmedRequest(L"AdaptiveCoolingGetCurrentBIOSInterfaceVersion", DYTC_QUERY_REVISION, &result))
         return FALSE;
-    *revision = result >> 28;
+    *revision = DytcRevision(result);
     return TRUE;
 }
 
@@ -82,8 +61,8 @@ BOOL AdaptiveCoolingGetSystemControlMode(DWORD* mode) {
     if (!SingleRequest(L"AdaptiveCoolingGetSystemControlMode", IOCTL_PMDRV_DYTC,
                        DYTC_QUERY_SYSTEM_CONTROL_MODE, &result))
         return FALSE;
-    if (((result >> 16) & 0xF000) == 0x2000)
-        *mode = result >> 16;
+    if ((DytcSystemControlMode(result) & 0xF000) == COOLING_INTERFACE_2000)
+        *mode = DytcSystemControlMode(result);
     else
         Trace(L"AdaptiveCoolingGetSystemControlMode(): Error: mode 0x%08x Not capable system.\n", result);
     return TRUE;
@@ -131,9 +110,9 @@ static BOOL SetSystemMode(const wchar_t* operation, DWORD command) {
     DWORD result = 0;
     if (!SingleRequest(operation, IOCTL_PMDRV_DYTC, command, &result))
         return FALSE;
-    if (result != 0)
+    if (result != DYTC_MODE_ACCEPTED)
         Trace(L"%ls(): Error: refused. (0x%08x) Not capable system.\n", operation, result);
-    return result == 0;
+    return result == DYTC_MODE_ACCEPTED;
 }
 
 BOOL AdaptiveCoolingSetNominalMode() {
@@ -179,7 +158,7 @@ BOOL AdaptiveCoolingCheckTabletOptionAtachStatus_v1(DWORD* status) {
     DWORD version = 0;
     if (!QueryTabletOption(&handles, GOPT_VERSION, &version))
         return FALSE;
-    if (version < 0x100 || version > 0x103) {
+    if (version < OPTION_VERSION_1 || version > OPTION_VERSION_LAST_KNOWN) {
         Trace(L"AdaptiveCoolingCheckTabletOptionAtachStatus_v1(): Error: unexpected version 0x%08x\n",
               version);
         return FALSE;
@@ -187,7 +166,7 @@ BOOL AdaptiveCoolingCheckTabletOptionAtachStatus_v1(DWORD* status) {
     DWORD type = 0;
     if (!QueryTabletOption(&handles, GOPT_TYPE, &type))
         return FALSE;
-    if (type == 0 || type > 4) {
+    if (type < OPTION_TYPE_FIRST || type > OPTION_TYPE_LAST) {
         Trace(L"AdaptiveCoolingCheckTabletOptionAtachStatus_v1(): Error: unexpected interface type 0x%08x\n",
               type);
         return FALSE;
@@ -195,8 +174,8 @@ BOOL AdaptiveCoolingCheckTabletOptionAtachStatus_v1(DWORD* status) {
     DWORD option = 0;
     if (!QueryTabletOption(&handles, GOPT_STATUS, &option))
         return FALSE;
-    // Type 4 reports more than the attach state in its word.
-    const bool attached = type == 4 ? (option & 1) != 0 : option != 0;
+    const bool attached =
+        type == OPTION_TYPE_LAST ? (option & OPTION_TYPE_LAST_ATTACHED) != 0 : option != OPTION_1_NONE;
     *status = attached ? TABLET_OPTION_ATTACHED : TABLET_OPTION_NONE;
     return TRUE;
 }

@@ -26,14 +26,6 @@ BOOL AdaptiveCoolingGetFunctionCapability_v3(DWORD* capability);
 // *result: the result word of any command that went through. Succeeds when the firmware accepted it.
 BOOL AdaptiveCoolingSetCommand_v3(DWORD command, DWORD* result);
 
-// The mode field of a function that has no modes, or that is switched off.
-constexpr DWORD THERMAL_NO_MODE = 0xF;
-
-// A set word: command 0x001 in bits 0 to 11, function in 12 to 15, mode in 16 to 19, on or off in bit 20.
-constexpr DWORD ThermalSetWord(ThermalFunction function, DWORD mode, bool on) {
-    return 0x001u | (function << 12) | (mode << 16) | (on ? 1u << 20 : 0u);
-}
-
 // clang-format off
 // The set words: X(name, function, mode, on). Each is sent by AdaptiveCoolingSet<name>, plain and _v3.
 #define THERMAL_SET_WORDS(X)                                                                   \
@@ -65,13 +57,6 @@ BOOL AdaptiveCoolingGetDytcCurrentAvailability();
 BOOL AdaptiveCoolingSetNominalMode();
 BOOL SetAdaptiveCoolingCoolQuite();
 BOOL AdaptiveCoolingSetHighPerformanceMode();
-
-// The current thermal setting in bits 8 to 11 of the capability word of version 2.
-enum : DWORD {
-    TMCT_CURRENT_SETTING_NOMINAL_MODE,
-    TMCT_CURRENT_SETTING_COOL_QUIET_MODE,
-    TMCT_CURRENT_SETTING_HIGH_PERFORMANCE_MODE,
-};
 
 // *status: the raw status word of any request that went through, which is success.
 BOOL AdaptiveCoolingGetDockModeStatusFromBIOS(DWORD* status);

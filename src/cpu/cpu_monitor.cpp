@@ -3,18 +3,11 @@
 #include "common/registry.h"
 #include "common/trace.h"
 #include "driver/device.h"
+#include "driver/firmware_words.h"
 
 #define CPU_CONTROL_KEY ZORPM_KEY L"\\CPUControl"
 
 std::atomic<HANDLE> g_hCPUMonitorThread;
-
-// Questions to IOCTL_PMDRV_QCPULEVELCTRL.
-constexpr DWORD QUERY_WORKAROUND = 0;
-constexpr DWORD QUERY_POLLING_DURATION = 1;
-constexpr DWORD QUERY_C4_THRESHOLD = 2;
-
-constexpr DWORD SELECT_C3 = 3;
-constexpr DWORD SELECT_C4 = 4;
 
 // Keeps the duration in milliseconds within 32 bits.
 constexpr DWORD MAX_POLLING_DURATION_S = 4000000;
@@ -33,27 +26,18 @@ struct MonitorSettings {
     DWORD c4_threshold = 0;
 };
 
-// FALSE leaves *value as it was; so do the bytes that a short answer lacks.
-static BOOL ReadWord(HANDLE device, DWORD code, DWORD argument, DWORD* value) {
-    DWORD answer = 0;
-    DWORD returned = 0;
-    if (!SendIoCode(device, code, &argument, &answer, &returned))
-        return FALSE;
-    CopyMemory(value, &answer, returned <= sizeof(answer) ? returned : sizeof(answer));
-    return TRUE;
-}
-
 static BOOL ReadTimerResolution(const MonitorDevices& devices, DWORD* resolution) {
-    if (ReadWord(devices.secondary.handle, IOCTL_PMDRV_GETTIMERRESOL, 0, resolution))
+    if (OneWordRequest(devices.secondary.handle, IOCTL_PMDRV_GETTIMERRESOL, 0, resolution))
         return TRUE;
     Trace(L"IOCTL_PMDRV_GETTIMERRESOL failed.");
     return FALSE;
 }
 
 static void RefreshDefaults(const MonitorDevices& devices, HKEY key, MonitorSettings* settings) {
-    ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_POLLING_DURATION,
-             &settings->polling_duration_s);
-    ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_C4_THRESHOLD, &settings->c4_threshold);
+    OneWordRequest(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, CPU_QUERY_POLLING_DURATION,
+                   &settings->polling_duration_s);
+    OneWordRequest(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, CPU_QUERY_C4_THRESHOLD,
+                   &settings->c4_threshold);
     SetDword(key, L"PollingDuration", settings->polling_duration_s);
     SetDword(key, L"C4TimerReso", settings->c4_threshold);
     SetDword(key, L"UseRegValue", 0);
@@ -65,7 +49,8 @@ static BOOL LoadSettings(const MonitorDevices& devices, HKEY key, BOOL created, 
     DWORD use_registry = 0;
     if (created) {
         DWORD wanted = 0;
-        if (!ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_WORKAROUND, &wanted) ||
+        if (!OneWordRequest(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, CPU_QUERY_WORKAROUND,
+                            &wanted) ||
             wanted == 0)
             return FALSE;
         SetDword(key, L"Workaround", wanted);
@@ -89,12 +74,10 @@ static void RunControlLoop(const MonitorDevices& devices, MonitorSettings* setti
     DWORD resolution = 0;
     DWORD selection = 0;
     while (ReadTimerResolution(devices, &resolution)) {
-        const DWORD target = resolution / 10 > settings->c4_threshold ? SELECT_C4 : SELECT_C3;
-        ReadWord(devices.primary.handle, IOCTL_PMDRV_CSTATESELECT, 0, &selection);
-        if (selection != target) {
-            DWORD returned = 0;
-            SendIoCode(devices.primary.handle, IOCTL_PMDRV_CSTATEPARAMS, &target, nullptr, &returned);
-        }
+        const DWORD target = resolution / 10 > settings->c4_threshold ? CPU_SELECT_C4 : CPU_SELECT_C3;
+        OneWordRequest(devices.primary.handle, IOCTL_PMDRV_CSTATESELECT, 0, &selection);
+        if (selection != target)
+            OneWordRequest(devices.primary.handle, IOCTL_PMDRV_CSTATEPARAMS, target, nullptr);
         if (settings->polling_duration_s > MAX_POLLING_DURATION_S)
             settings->polling_duration_s = MAX_POLLING_DURATION_S;
         Sleep(settings->polling_duration_s * 1000);
@@ -118,7 +101,7 @@ static BOOL MonitorCpuState() {
         return TRUE;
     }
     DWORD wanted = 0;
-    if (!ReadWord(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, QUERY_WORKAROUND, &wanted) ||
+    if (!OneWordRequest(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, CPU_QUERY_WORKAROUND, &wanted) ||
         wanted == 0 || settings.workaround == 0) {
         Trace(L"Do nothing as for this function?");
         return TRUE;

@@ -39,27 +39,38 @@ static const wchar_t* DevicePath(Device device) {
     return PRIMARY_DEVICE;
 }
 
-BOOL SendOneWord(DWORD code, DWORD argument, DWORD* result, DWORD access, DWORD share) {
+// The row of a code that one word each way is enough for, or null.
+static const IoCode* FindOneWordCode(DWORD code) {
     const IoCode* row = FindIoCode(code);
-    if (row == nullptr || row->in_bytes > sizeof(argument) || row->out_bytes > sizeof(DWORD)) {
-        SetLastError(ERROR_INVALID_FUNCTION);
-        return FALSE;
-    }
-    HANDLE device = OpenDevice(DevicePath(row->device), access, share);
-    if (device == INVALID_HANDLE_VALUE)
-        return FALSE;
+    if (row != nullptr && row->in_bytes <= sizeof(DWORD) && row->out_bytes <= sizeof(DWORD))
+        return row;
+    SetLastError(ERROR_INVALID_FUNCTION);
+    return nullptr;
+}
+
+BOOL OneWordRequest(HANDLE device, DWORD code, DWORD argument, DWORD* result) {
     DWORD answer = 0;
     DWORD returned = 0;
-    const BOOL sent = SendIoCode(device, code, &argument, &answer, &returned);
-    const DWORD error = sent ? ERROR_SUCCESS : GetLastError();
-    CloseHandle(device);
-    if (!sent) {
-        SetLastError(error);
+    if (FindOneWordCode(code) == nullptr || !SendIoCode(device, code, &argument, &answer, &returned))
         return FALSE;
-    }
     if (result != nullptr)
         CopyMemory(result, &answer, returned <= sizeof(answer) ? returned : sizeof(answer));
     return TRUE;
+}
+
+BOOL SendOneWord(DWORD code, DWORD argument, DWORD* result, DWORD access, DWORD share) {
+    const IoCode* row = FindOneWordCode(code);
+    if (row == nullptr)
+        return FALSE;
+    HANDLE device = OpenDevice(DevicePath(row->device), access, share);
+    if (device == INVALID_HANDLE_VALUE)
+        return FALSE;
+    const BOOL sent = OneWordRequest(device, code, argument, result);
+    const DWORD error = sent ? ERROR_SUCCESS : GetLastError();
+    CloseHandle(device);
+    if (!sent)
+        SetLastError(error);
+    return sent;
 }
 
 BOOL OpenPMDriver() {

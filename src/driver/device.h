@@ -19,11 +19,14 @@ HANDLE OpenDevice(const wchar_t* path, DWORD access, DWORD share);
 // output size on success. FALSE on failure, with the system's last error.
 BOOL SendIoCode(HANDLE device, DWORD code, const void* input, void* output, DWORD* returned);
 
-// Opens the code's own device with the given access and sharing, sends the code with a one-word input
-// (ignored by rows without input) and closes the device. `result` may be null; it takes exactly the bytes
-// that the driver returned (0 to 4) and keeps its prior value otherwise. FALSE when the device cannot be
-// opened (nothing is sent) or the request fails; the last error is that of the failing step. Rows with more
-// than 4 bytes are refused.
+// One word in, one word out, on an open device. Rows without input ignore `argument`; rows with more than 4
+// bytes are refused. `result` may be null; on success exactly the bytes that the driver returned (0 to 4) are
+// copied to it, so initialise it before the call. FALSE when the request fails, with the system's last error;
+// *result is then untouched.
+BOOL OneWordRequest(HANDLE device, DWORD code, DWORD argument, DWORD* result);
+
+// The same on the code's own device, opened with the given access and sharing and closed again. FALSE also
+// when it cannot be opened (nothing is sent); the last error is that of the failing step.
 BOOL SendOneWord(DWORD code, DWORD argument, DWORD* result, DWORD access = QUERY_ACCESS,
                  DWORD share = QUERY_SHARE);
 

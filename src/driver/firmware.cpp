@@ -9,16 +9,6 @@ void DriverHandles::Release() {
     secondary = nullptr;
 }
 
-BOOL OneWordRequest(HANDLE device, DWORD code, DWORD argument, DWORD* result) {
-    DWORD answer = 0;
-    DWORD returned = 0;
-    const BOOL sent = DeviceIoControl(device, code, &argument, sizeof(argument), &answer, sizeof(answer),
-                                      &returned, nullptr);
-    if (sent && result != nullptr)
-        CopyMemory(result, &answer, returned <= sizeof(answer) ? returned : sizeof(answer));
-    return sent;
-}
-
 static BOOL RequestOn(HANDLE* device, const wchar_t* path, DWORD code, DWORD argument, DWORD* result) {
     if (*device == nullptr) {
         HANDLE opened = OpenDevice(path, QUERY_ACCESS, QUERY_SHARE);

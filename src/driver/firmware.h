@@ -19,11 +19,6 @@ struct DriverHandles {
 };
 
 // One request on the primary (PMDriverIoControl) or secondary (PMDRVSIoControl) device. FALSE when the device
-// cannot be opened (nothing is sent) or the request fails; *result is then untouched. On success exactly the
-// bytes that the driver returned (0 to 4) are copied to *result, so initialise it before the call; `result`
-// may be null.
+// cannot be opened (nothing is sent) or the request fails. *result as with OneWordRequest.
 BOOL PMDriverIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result);
 BOOL PMDRVSIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result);
-
-// One request of the same form on an open device.
-BOOL OneWordRequest(HANDLE device, DWORD code, DWORD argument, DWORD* result);

@@ -5,7 +5,8 @@
 #include "common/trace.h"
 #include "cooling/adaptive_cooling.h"
 #include "display/pwm_frequency.h"
-#include "driver/firmware.h"
+#include "driver/device.h"
+#include "driver/firmware_words.h"
 #include "events/sleep_wake.h"
 #include "formfactor/multimode.h"
 #include "formfactor/option_status.h"
@@ -15,7 +16,6 @@
 constexpr DWORD PAGE_CLASSIC = 0x1000;
 constexpr DWORD PAGE_2 = 0x1100;
 constexpr DWORD PAGE_3 = 0x1300;
-constexpr DWORD HOTKEY_INTERFACE_WITH_PAGES = 0x200;
 
 // What the dispatcher derives from an event's code.
 struct EventFields {
@@ -200,7 +200,7 @@ static DWORD RunAction(const EventFields& fields) {
 static BOOL NotifyPagedHotKey(HANDLE device, const EventFields& fields) {
     DWORD version = 0;
     OneWordRequest(device, IOCTL_PMDRV_MHKV, 0, &version);
-    if (version != HOTKEY_INTERFACE_WITH_PAGES || (fields.page != PAGE_2 && fields.page != PAGE_3))
+    if (version != MHKV_SECOND || (fields.page != PAGE_2 && fields.page != PAGE_3))
         return FALSE;
     const bool page2 = fields.page == PAGE_2;
     if ((page2 ? g_Type12CurrentSetting : g_Type13CurrentSetting) != 0)

@@ -3,17 +3,10 @@
 #include "common/holders.h"
 #include "common/trace.h"
 #include "driver/firmware.h"
+#include "driver/firmware_words.h"
 
 static constexpr DWORD TIMER_PERIOD_MS = 300000;
 static constexpr DWORD WATCHDOG_POLL_PERIOD_MS = 1000;
-
-// Lid status word.
-static constexpr DWORD LID_READING_VALID = 0x2;
-static constexpr DWORD LID_SWITCH_OPEN = 0x1;
-
-// Lid-inhibit requests.
-static constexpr DWORD LCDCS_STATE_INHIBIT_ON = 3;
-static constexpr DWORD LCDCS_CONTROL_INHIBIT_OFF = 2;
 
 std::atomic<HANDLE> g_hLCDCSTimerThread{nullptr};
 std::atomic<HANDLE> g_hLCDCSWatchdogThread{nullptr};

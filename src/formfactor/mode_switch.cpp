@@ -6,6 +6,7 @@
 #include "common/holders.h"
 #include "common/trace.h"
 #include "driver/device.h"
+#include "driver/firmware_words.h"
 
 static constexpr GUID LAPTOP_SLATE_INTERFACE = {
     0x317FC439, 0x3F77, 0x41C8, {0xB0, 0x9E, 0x08, 0xAD, 0x63, 0x27, 0x2A, 0xA3}};
@@ -17,8 +18,6 @@ static constexpr GUID BUTTON_INTERFACE = {
 static constexpr BYTE ROTATION_LOCK_BUTTON = 4;
 // The laptop/slate indicator changes on any byte.
 static constexpr BYTE CONVERSION_TOGGLE = 0;
-// Bit of the firmware's tablet word.
-static constexpr DWORD FIRMWARE_TABLET = 0x8;
 
 static constexpr size_t PATH_OFFSET = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
 static_assert(sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W) == 8);
@@ -160,6 +159,6 @@ BOOL GetSystemTransformationFromBIOS(DWORD* state) {
         Trace(L"GetSystemTransformationFromBIOS(): Error: state not read. (%lu)\n", error);
         return Finish(error);
     }
-    *state = (word & FIRMWARE_TABLET) != 0 ? TRANSFORMATION_TABLET : TRANSFORMATION_NOTEBOOK;
+    *state = (word & TABLET_STATE_TABLET) != 0 ? TRANSFORMATION_TABLET : TRANSFORMATION_NOTEBOOK;
     return Finish(ERROR_SUCCESS);
 }

@@ -2,6 +2,7 @@
 
 #include "common/trace.h"
 #include "driver/firmware.h"
+#include "driver/firmware_words.h"
 #include "formfactor/multimode_registry.h"
 #include "formfactor/option_status.h"
 
@@ -24,23 +25,37 @@ static BOOL LeaveIndicator() {
     return TRUE;
 }
 
-static BOOL (*const g_postureIndicators[])() = {
-    LeaveIndicator,                                 // MM_SYSTEM_STATE_NotReceived
-    SystemTransformationSetLaptopIndicatorToLaptop, // MM_SYSTEM_STATE_NoteBook
-    SystemTransformationSetLaptopIndicatorToLaptop, // MM_SYSTEM_STATE_Layflat
-    SystemTransformationSetLaptopIndicatorToTablet, // MM_SYSTEM_STATE_Tablet
-    SystemTransformationSetLaptopIndicatorToTablet, // MM_SYSTEM_STATE_Media
-    SystemTransformationSetLaptopIndicatorToTablet, // MM_SYSTEM_STATE_Tent
+struct PostureIndicator {
+    DWORD state;
+    BOOL (*drive)();
 };
+
+static const PostureIndicator g_postureIndicators[] = {
+    {MM_SYSTEM_STATE_NotReceived, LeaveIndicator},
+    {MM_SYSTEM_STATE_NoteBook, SystemTransformationSetLaptopIndicatorToLaptop},
+    {MM_SYSTEM_STATE_Layflat, SystemTransformationSetLaptopIndicatorToLaptop},
+    {MM_SYSTEM_STATE_Tablet, SystemTransformationSetLaptopIndicatorToTablet},
+    {MM_SYSTEM_STATE_Media, SystemTransformationSetLaptopIndicatorToTablet},
+    {MM_SYSTEM_STATE_Tent, SystemTransformationSetLaptopIndicatorToTablet},
+};
+
+// FALSE for a state without a row.
+static BOOL DrivePostureIndicator(DWORD state) {
+    for (const PostureIndicator& row : g_postureIndicators) {
+        if (row.state == state)
+            return row.drive();
+    }
+    return FALSE;
+}
 
 static BOOL SystemTransformationUpdateCurrentSystemStatus() {
     DWORD word = 0;
     if (!SystemTransformationGetCurrentSystemStatus(&word))
         return FALSE;
-    const DWORD state = word & 0xFFFF;
+    const DWORD state = word & STATUS_VALUE;
     Trace(L"SystemTransformationUpdateCurrentSystemStatus(): multimode state %lu\n", state);
     SystemTransformationSetCurrentStatusToReg(state);
-    return state < ARRAYSIZE(g_postureIndicators) && g_postureIndicators[state]();
+    return DrivePostureIndicator(state);
 }
 
 BOOL SystemTransformationEventActionChangeTransformation() {
@@ -88,9 +103,9 @@ static BOOL GetCurrentLidtatus(DWORD* word) {
     return TRUE;
 }
 
-// Lid status words with a valid reading and no other bit, and what they are published as.
-static constexpr DWORD LID_WORD_CLOSED = 2;
-static constexpr DWORD LID_WORD_OPEN = 3;
+// A word with any other bit is published as unknown.
+static constexpr DWORD LID_WORD_CLOSED = LID_READING_VALID;
+static constexpr DWORD LID_WORD_OPEN = LID_READING_VALID | LID_SWITCH_OPEN;
 
 static BOOL PublishLidStatus() {
     DWORD word = 0;

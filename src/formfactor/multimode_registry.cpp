@@ -4,6 +4,7 @@
 
 #include "common/registry.h"
 #include "common/trace.h"
+#include "driver/firmware_words.h"
 
 static const wchar_t g_parametersKey[] = SERVICE_KEY L"\\Transform\\Parameters";
 static const wchar_t g_currentStatusKey[] = SERVICE_KEY L"\\Transform\\CurrentStatus";
@@ -69,18 +70,30 @@ static BOOL SystemTransformationCreateParamatersToReg() {
 }
 
 // The names that other programs know the postures by.
-static const wchar_t* const g_modeNames[] = {
-    L"UNKNOWN", // MM_SYSTEM_STATE_NotReceived
-    L"LAPTOP",  // MM_SYSTEM_STATE_NoteBook
-    L"LAYFLAT", // MM_SYSTEM_STATE_Layflat
-    L"TABLET",  // MM_SYSTEM_STATE_Tablet
-    L"STAND",   // MM_SYSTEM_STATE_Media
-    L"TENT",    // MM_SYSTEM_STATE_Tent
+struct ModeName {
+    DWORD state;
+    const wchar_t* name;
 };
+
+// clang-format off
+static const ModeName g_modeNames[] = {
+    {MM_SYSTEM_STATE_NotReceived, L"UNKNOWN"},
+    {MM_SYSTEM_STATE_NoteBook,    L"LAPTOP"},
+    {MM_SYSTEM_STATE_Layflat,     L"LAYFLAT"},
+    {MM_SYSTEM_STATE_Tablet,      L"TABLET"},
+    {MM_SYSTEM_STATE_Media,       L"STAND"},
+    {MM_SYSTEM_STATE_Tent,        L"TENT"},
+};
+// clang-format on
 
 // Every state without a posture is "UNKNOWN". `size` in characters.
 static void ConvertToModeName(DWORD state, wchar_t* buffer, DWORD size) {
-    StringCchCopyW(buffer, size, g_modeNames[state < ARRAYSIZE(g_modeNames) ? state : 0]);
+    const wchar_t* name = g_modeNames[0].name;
+    for (const ModeName& row : g_modeNames) {
+        if (row.state == state)
+            name = row.name;
+    }
+    StringCchCopyW(buffer, size, name);
 }
 
 // The local time as a time stamp, cut if it does not fit. `size` in characters. The hour 0 stays 0, and noon

@@ -4,16 +4,6 @@
 #include <atomic>
 #include <windows.h>
 
-// The multimode states: the low 16 bits of the firmware's posture word.
-enum : DWORD {
-    MM_SYSTEM_STATE_NotReceived,
-    MM_SYSTEM_STATE_NoteBook,
-    MM_SYSTEM_STATE_Layflat,
-    MM_SYSTEM_STATE_Tablet,
-    MM_SYSTEM_STATE_Media,
-    MM_SYSTEM_STATE_Tent,
-};
-
 // The settings in "Transform\Parameters", as of the last refresh.
 extern std::atomic<DWORD> g_dwCurrentSetting;
 // 1: a machine with Intel's virtual-button device gets no form-factor support.

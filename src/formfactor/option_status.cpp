@@ -3,15 +3,13 @@
 #include "common/trace.h"
 #include "cooling/adaptive_cooling.h"
 #include "driver/firmware.h"
+#include "driver/firmware_words.h"
 #include "formfactor/mode_switch.h"
 
 std::atomic<DWORD> g_dwFormFactorSupport{0};
 
 static std::atomic<DWORD> g_dwOptionInterfaceVersion{0};
 static std::atomic<DWORD> g_dwOptionInterfaceType{0};
-
-static constexpr DWORD OPTION_VERSION_1 = 0x100;
-static constexpr DWORD OPTION_VERSION_2 = 0x102;
 
 // An indicator of Windows. A write does not say which state is wanted, it changes the one there is: between
 // reading and toggling an indicator belongs to one thread.
@@ -103,21 +101,21 @@ static constexpr auto UNDOCKED = SetDockModeIndicatorToUndocked;
 
 // clang-format off
 static const OptionRow g_optionRowsVersion1[] = {
-    {0x0,     TABLET,   UNDOCKED, nullptr},                       // nothing attached (tablet)
-    {0x1,     TABLET,   DOCKED,   nullptr},                       // dock attached
-    {0x10,    NOTEBOOK, UNDOCKED, nullptr},                       // keyboard attached
-    {0x100,   NOTEBOOK, DOCKED,   nullptr},                       // keyboard dock attached, clamshell mode
-    {0x1000,  TABLET,   DOCKED,   nullptr},                       // keyboard dock attached, tablet mode
+    {OPTION_1_NONE,                    TABLET,   UNDOCKED, nullptr},
+    {OPTION_1_DOCK,                    TABLET,   DOCKED,   nullptr},
+    {OPTION_1_KEYBOARD,                NOTEBOOK, UNDOCKED, nullptr},
+    {OPTION_1_KEYBOARD_DOCK_CLAMSHELL, NOTEBOOK, DOCKED,   nullptr},
+    {OPTION_1_KEYBOARD_DOCK_TABLET,    TABLET,   DOCKED,   nullptr},
 };
 
 static const OptionRow g_optionRowsVersion2[] = {
-    {0x0,     TABLET,   UNDOCKED, nullptr},                       // nothing attached (tablet)
-    {0x1,     TABLET,   DOCKED,   AdaptiveCoolingExitFlipMode},   // dock attached
-    {0x2,     NOTEBOOK, UNDOCKED, nullptr},                       // keyboard attached
-    {0x4,     NOTEBOOK, DOCKED,   nullptr},                       // keyboard dock attached, clamshell mode
-    {0x8,     TABLET,   DOCKED,   nullptr},                       // keyboard dock attached, tablet mode
-    {0x12,    TABLET,   UNDOCKED, nullptr},                       // keyboard attached (second code)
-    {0x10001, TABLET,   DOCKED,   AdaptiveCoolingEnterFlipMode},  // Orrin option keyboard attached, flip mode
+    {OPTION_2_NONE,                    TABLET,   UNDOCKED, nullptr},
+    {OPTION_2_DOCK,                    TABLET,   DOCKED,   AdaptiveCoolingExitFlipMode},
+    {OPTION_2_KEYBOARD,                NOTEBOOK, UNDOCKED, nullptr},
+    {OPTION_2_KEYBOARD_DOCK_CLAMSHELL, NOTEBOOK, DOCKED,   nullptr},
+    {OPTION_2_KEYBOARD_DOCK_TABLET,    TABLET,   DOCKED,   nullptr},
+    {OPTION_2_KEYBOARD_SECOND_CODE,    TABLET,   UNDOCKED, nullptr},
+    {OPTION_2_ORRIN_KEYBOARD_FLIPPED,  TABLET,   DOCKED,   AdaptiveCoolingEnterFlipMode},
 };
 // clang-format on
 
@@ -148,9 +146,9 @@ static BOOL QueryOption(DWORD selector, DWORD* result) {
 }
 
 // clang-format off
-static BOOL GetCurrentOptionStatusVersion(DWORD* version)    { return QueryOption(0x0, version); }
-static BOOL GetCurrentOptionStatusInterfaceType(DWORD* type) { return QueryOption(0x100, type); }
-static BOOL GetCurrentOptionStatus(DWORD* status)            { return QueryOption(0x200, status); }
+static BOOL GetCurrentOptionStatusVersion(DWORD* version)    { return QueryOption(GOPT_VERSION, version); }
+static BOOL GetCurrentOptionStatusInterfaceType(DWORD* type) { return QueryOption(GOPT_TYPE, type); }
+static BOOL GetCurrentOptionStatus(DWORD* status)            { return QueryOption(GOPT_STATUS, status); }
 // clang-format on
 
 BOOL SetOptionStatus() {

@@ -3,7 +3,8 @@
 
 #include "common/registry.h"
 #include "common/trace.h"
-#include "driver/firmware.h"
+#include "driver/device.h"
+#include "driver/firmware_words.h"
 #include "hotkeys/ph_watch.h"
 
 #define PH_KEY SERVICE_KEY L"\\Parameters"
@@ -12,10 +13,6 @@ std::atomic<DWORD> g_PHCurrentSetting;
 std::atomic<DWORD> g_PHOverrideSetting;
 std::atomic<HANDLE> g_hPHThread;
 std::atomic<HANDLE> g_hPHOverrideThread;
-
-// Interface versions that the firmware reports.
-constexpr DWORD MHKV_FIRST = 0x100;
-constexpr DWORD MHKV_SECOND = 0x200;
 
 // Event notifications 1 to 31.
 constexpr DWORD TYPE2_CAPABILITY = 0x7fffffff;
@@ -104,7 +101,7 @@ void InitPHInterface() {
         return;
     }
     const bool classic = version == MHKV_FIRST || version == MHKV_SECOND;
-    const DWORD page = version == MHKV_SECOND ? 1 : 0;
+    const DWORD page = version == MHKV_SECOND ? MHK_PAGE_1 : MHK_ONLY_PAGE;
     if (classic)
         PublishCapability(device.handle, page);
     PublishInterfaceVersion(version);

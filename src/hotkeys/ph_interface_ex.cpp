@@ -5,6 +5,7 @@
 #include "common/registry.h"
 #include "common/trace.h"
 #include "driver/firmware.h"
+#include "driver/firmware_words.h"
 #include "hotkeys/ph_watch.h"
 
 #define TYPE10_KEY             SERVICE_KEY L"\\Parameters2\\Type10"
@@ -19,13 +20,6 @@
 std::atomic<DWORD> g_Type12CurrentSetting;
 std::atomic<DWORD> g_Type13CurrentSetting;
 
-// The first firmware interface version with the extended pages.
-constexpr DWORD MHKV_EXTENDED = 0x200;
-
-// Page selectors of MHKA and MHKN.
-constexpr DWORD PAGE_TYPE12 = 2;
-constexpr DWORD PAGE_TYPE13 = 3;
-
 static BOOL Failed(const wchar_t* message) {
     Trace(message);
     return FALSE;
@@ -38,7 +32,7 @@ static BOOL Publish(const wchar_t* path, const wchar_t* name, DWORD value) {
 static BOOL Initialize_Registry_Type10_Capability() {
     DriverHandles driver;
     DWORD version = 0;
-    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKV, 0, &version) || version < MHKV_EXTENDED) {
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKV, 0, &version) || version < MHKV_SECOND) {
         Trace(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKV or MHKV < 0x200.\n");
         if (!Publish(TYPE10_CAPABILITY, nullptr, 0))
             Trace(L"Error: Initialize_Registry_Type10_Capability(): Couldn't write Type10 default capability "
@@ -46,14 +40,14 @@ static BOOL Initialize_Registry_Type10_Capability() {
         return FALSE;
     }
     DWORD hot_keys = 0;
-    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, PAGE_TYPE12, &hot_keys))
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, MHK_PAGE_2, &hot_keys))
         return Failed(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKA. (Param: 2)\n");
     if (!Publish(TYPE10_CAPABILITY, L"Type12", hot_keys))
         return Failed(
             L"Error: Initialize_Registry_Type10_Capability(): Couldn't write type12 default capability "
             L"registry.\n");
     hot_keys = 0;
-    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, PAGE_TYPE13, &hot_keys))
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, MHK_PAGE_3, &hot_keys))
         return Failed(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKA (Param: 3).\n");
     if (!Publish(TYPE10_CAPABILITY, L"Type13", hot_keys))
         return Failed(
@@ -65,7 +59,7 @@ static BOOL Initialize_Registry_Type10_Capability() {
 static BOOL Initialize_Registry_Type10_CurrentSetting() {
     DriverHandles driver;
     DWORD mask = 0;
-    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, PAGE_TYPE12, &mask))
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, MHK_PAGE_2, &mask))
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't call MHKN (Param: 2).\n");
     g_Type12CurrentSetting = mask;
@@ -78,7 +72,7 @@ static BOOL Initialize_Registry_Type10_CurrentSetting() {
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type12 current setting "
             L"registry.\n");
     mask = 0;
-    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, PAGE_TYPE13, &mask))
+    if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, MHK_PAGE_3, &mask))
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't call MHKN (Param: 3).\n");
     g_Type13CurrentSetting = mask;

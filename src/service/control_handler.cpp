@@ -4,6 +4,7 @@
 #include "cooling/adaptive_cooling.h"
 #include "cpu/cpu_monitor.h"
 #include "driver/device.h"
+#include "driver/firmware_words.h"
 #include "events/sleep_wake.h"
 #include "formfactor/lid_inhibit.h"
 #include "formfactor/multimode.h"
@@ -27,8 +28,8 @@ static DWORD LCDCSControl(DWORD request) {
         DWORD code;
         DWORD input;
     } rows[] = {
-        {LCDCS_START_INHIBIT, IOCTL_PMDRV_LCDCSCONTROL, 1},
-        {LCDCS_STOP_INHIBIT, IOCTL_PMDRV_LCDCSCONTROL, 2},
+        {LCDCS_START_INHIBIT, IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_ON},
+        {LCDCS_STOP_INHIBIT, IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_OFF},
         {LCDCS_GET_CAPABILITY, IOCTL_PMDRV_LCDCSGETSTATE, 0},
     };
     DWORD result = 0;
@@ -40,14 +41,14 @@ static DWORD LCDCSControl(DWORD request) {
 }
 
 static void StartInhibitLidEvent() {
-    if (LCDCSControl(LCDCS_START_INHIBIT) != 0)
+    if (LCDCSControl(LCDCS_START_INHIBIT) != LCDCS_CONTROL_ACCEPTED)
         return;
     LCDCSWatchdogControl(TRUE);
     ReportServiceStatus(SERVICE_RUNNING, 0, 0, 0);
 }
 
 static void StopInhibitLidEvent() {
-    if (LCDCSControl(LCDCS_STOP_INHIBIT) != 0)
+    if (LCDCSControl(LCDCS_STOP_INHIBIT) != LCDCS_CONTROL_ACCEPTED)
         return;
     LCDCSWatchdogControl(FALSE);
     ReportServiceStatus(SERVICE_RUNNING, 0, 0, 0);
