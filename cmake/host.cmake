@@ -13,7 +13,7 @@ if(ZORPM_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
-file(GLOB sim_sources CONFIGURE_DEPENDS sim/*.cpp)
+file(GLOB sim_sources CONFIGURE_DEPENDS sim/machine/*.cpp sim/script/*.cpp sim/notebook/*.cpp sim/windows/*.cpp)
 file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/zorpmsim*.cpp)
 file(GLOB test_sources CONFIGURE_DEPENDS tests/*.cpp)
 file(GLOB sweep_sources CONFIGURE_DEPENDS tests/sweeps/*.cpp)
@@ -31,7 +31,7 @@ if(NOT sim_sources)
 endif()
 
 # The executable's data resource is assembled into the machine.
-set_source_files_properties(sim/setup_calls.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
+set_source_files_properties(sim/windows/setup_calls.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
 
 # The simulated machine, and the image of the product that it loads once for every simulated process. It finds the
 # image by its name, beside itself. The image keeps its symbol table: it names the threads in a trace.

@@ -1,11 +1,11 @@
 // The bench of the tests: one simulated machine, driven by scripts in the scenario language and by C++.
 #pragma once
 
-#include "sim/core.h"
-#include "sim/driver.h"
-#include "sim/registry.h"
-#include "sim/scenario.h"
-#include "sim/scm.h"
+#include "sim/machine/machine.h"
+#include "sim/notebook/driver.h"
+#include "sim/script/scenario.h"
+#include "sim/windows/registry.h"
+#include "sim/windows/scm.h"
 
 #include <gtest/gtest.h>
 

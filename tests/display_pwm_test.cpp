@@ -3,8 +3,8 @@
 
 #include "display/cui_external.h"
 #include "display/pwm_frequency.h"
-#include "sim/com.h"
-#include "sim/graphics.h"
+#include "sim/notebook/graphics.h"
+#include "sim/windows/com.h"
 
 // Runs two events and returns what the firmware was told: "PWMSET(argument)" or "PWMGET", in order.
 static std::vector<std::string> requests_of_two_events(const char* setup) {

@@ -1,8 +1,8 @@
 // One-byte transfers on Windows' device interfaces: what they read and write, the last error, nothing left
 // open.
 #include "formfactor/mode_switch.h"
-#include "sim/device_interfaces.h"
-#include "sim/driver.h"
+#include "sim/notebook/device_interfaces.h"
+#include "sim/notebook/driver.h"
 #include "tests/bench.h"
 
 namespace {

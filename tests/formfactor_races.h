@@ -1,7 +1,7 @@
 // Races of the form factor: the bodies that the unit tests run with a few seeds and the sweeps with many.
 #pragma once
 
-#include "sim/device_interfaces.h"
+#include "sim/notebook/device_interfaces.h"
 #include "tests/sweep.h"
 
 namespace formfactor_races {

@@ -2,8 +2,8 @@
 #include "tests/bench.h"
 
 #include "power/user_policy.h"
-#include "sim/plain_files.h"
-#include "sim/power.h"
+#include "sim/windows/plain_files.h"
+#include "sim/windows/power.h"
 
 #include <algorithm>
 

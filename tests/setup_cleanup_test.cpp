@@ -5,8 +5,8 @@
 #include <shlobj.h>
 
 #include "setup/cleanup.h"
-#include "sim/plain_files.h"
-#include "sim/setup_calls.h"
+#include "sim/windows/plain_files.h"
+#include "sim/windows/setup_calls.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 

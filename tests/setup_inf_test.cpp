@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "sim/setup_calls.h"
+#include "sim/windows/setup_calls.h"
 
 namespace {
 

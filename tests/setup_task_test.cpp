@@ -4,8 +4,8 @@
 #include <objbase.h>
 
 #include "setup/pnp_task.h"
-#include "sim/com.h"
-#include "sim/task_scheduler.h"
+#include "sim/windows/com.h"
+#include "sim/windows/task_scheduler.h"
 
 #define VERSION_KEY "\"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\""
 

@@ -1,5 +1,5 @@
 // zorpmsim [--seed N] [--trace-all] FILE...: the notebook on the bench.
-#include "sim/scenario.h"
+#include "sim/script/scenario.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,8 +1,8 @@
 // Figures that are measured, not asserted: calls per event, speed of the pump, idle time, switches.
-#include "sim/core.h"
-#include "sim/driver.h"
-#include "sim/scenario.h"
-#include "sim/scm.h"
+#include "sim/machine/machine.h"
+#include "sim/notebook/driver.h"
+#include "sim/script/scenario.h"
+#include "sim/windows/scm.h"
 
 #include <chrono>
 #include <cstdio>

@@ -2,7 +2,7 @@
 // over wake-ups, disconnects, timers and the stop.
 #include "tests/sweep.h"
 
-#include "sim/modules.h"
+#include "sim/windows/modules.h"
 
 #include <algorithm>
 #include <set>

@@ -5,11 +5,11 @@
 #include <set>
 
 #include "cpu/cpu_monitor.h"
-#include "sim/com.h"
-#include "sim/graphics.h"
-#include "sim/plain_files.h"
-#include "sim/setup_calls.h"
-#include "sim/task_scheduler.h"
+#include "sim/notebook/graphics.h"
+#include "sim/windows/com.h"
+#include "sim/windows/plain_files.h"
+#include "sim/windows/setup_calls.h"
+#include "sim/windows/task_scheduler.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 static const char g_task[] = "Mestra Power Management Driver PnP Task";

@@ -1,0 +1,455 @@
+// The power-management driver: its devices, the catalogue of codes with their sizes, scripted firmware
+// answers, the event queue and the five notification events. Written from the driver's side, apart from the
+// service's own table.
+#include "sim/notebook/driver.h"
+
+#include "sim/script/scenario.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <optional>
+
+namespace sim {
+
+enum class Device { Primary, Secondary, Stick };
+
+struct Method {
+    DWORD code;
+    const char* name;
+    Device device;
+    DWORD in_bytes;
+    DWORD out_bytes;
+    bool input_optional; // may also come without input; the trace then shows none either way
+};
+
+// clang-format off
+static const Method g_methods[] = {
+    {0x222410, "LIDCLOSEACTIONNONE", Device::Primary,   0,  0, false},
+    {0x222420, "SETLIDBEEP",         Device::Primary,   4,  0, false},
+    {0x222434, "MHKV",               Device::Primary,   4,  4, false},
+    {0x222438, "MHKA",               Device::Primary,   4,  4, false},
+    {0x22243C, "MHKN",               Device::Primary,   4,  4, false},
+    {0x222444, "QCPULEVELCTRL",      Device::Primary,   4,  4, false},
+    {0x222448, "CSTATESELECT",       Device::Primary,   0,  4, false},
+    {0x22244C, "CSTATEPARAMS",       Device::Primary,   4,  0, false},
+    {0x222510, "TABGETSTATE",        Device::Primary,   4,  4, false},
+    {0x22251C, "PWMGET",             Device::Primary,   4,  4, false},
+    {0x222520, "PWMSET",             Device::Primary,   4,  4, false},
+    {0x222584, "GETLIDSTATUS",       Device::Primary,   4,  4, true},
+    {0x222590, "LCDCSGETSTATE",      Device::Primary,   4,  4, true},
+    {0x222594, "LCDCSCONTROL",       Device::Primary,   4,  4, false},
+    {0x2225A4, "DOCKMODE",           Device::Primary,   4,  4, false},
+    {0x222700, "GMMS",               Device::Primary,   4,  4, false},
+    {0x22270C, "DYTC",               Device::Primary,   4,  4, false},
+    {0x222728, "GOPT",               Device::Primary,   4,  4, false},
+    {0x222748, "THERMALMODE",        Device::Primary,   4,  4, false},
+    {0x22274C, "DGPUTEMP",           Device::Primary,   4,  4, false},
+    {0x222404, "CONNECT",            Device::Secondary, 4,  4, false},
+    {0x222408, "GETEVENT",           Device::Secondary, 0,  8, false},
+    {0x222440, "MHKM",               Device::Secondary, 8,  8, false},
+    {0x222450, "GETTIMERRESOL",      Device::Secondary, 0,  4, false},
+    {0x2227D4, "REGISTEREVENTS",     Device::Secondary, 48, 8, false},
+    {0x2227D8, "UNREGISTEREVENTS",   Device::Secondary, 48, 8, false},
+    {0x2227E4, "SYSTEMFAMILY",       Device::Secondary, 4,  4, false},
+    {0xF30D8,  "MOUSEDATA",          Device::Stick,     4,  0, false},
+};
+
+static const struct { const char* name; std::uint64_t value; } g_defaults[] = {
+    {"MHKV", 0x200}, {"CSTATESELECT", 3}, {"GETLIDSTATUS", 3}, {"LCDCSGETSTATE", 2}, {"GMMS", 1}, {"DYTC", 0},
+    {"GETTIMERRESOL", 156250},
+};
+// clang-format on
+
+struct Answers {
+    std::deque<Answer> next;
+    std::optional<Answer> lasting;
+    Ms takes = 0;
+};
+
+struct EventRecord {
+    DWORD code;
+    DWORD second;
+};
+
+struct Driver {
+    bool primary = true;
+    bool secondary = true;
+    bool stick = true;
+    std::map<std::string, std::map<std::int64_t, Answers>> answers; // -1: for every argument
+    std::deque<EventRecord> events;
+    ObjectRef notify[5]; // start, stop, sleep, resume, notify event
+    std::function<bool(const std::string&, DWORD, Answer*)> answer_hook;
+    std::function<void(const std::string&, const DWORD*, DWORD)> request_hook;
+};
+
+static Driver& driver() {
+    return machine_state<Driver>();
+}
+
+constexpr size_t NOTIFY_EVENT = 4;
+
+static const Method* method_named(const std::string& name) {
+    for (const Method& method : g_methods) {
+        if (same_text(method.name, name))
+            return &method;
+    }
+    return nullptr;
+}
+
+static Answers& answers_for(const std::string& method, const DWORD* argument) {
+    return driver().answers[lower(method)][argument != nullptr ? static_cast<std::int64_t>(*argument) : -1];
+}
+
+void set_answer(const std::string& method, const DWORD* argument, const Answer& answer, unsigned times) {
+    Answers& answers = answers_for(method, argument);
+    if (times == 0)
+        answers.lasting = answer;
+    for (unsigned i = 0; i < times; ++i)
+        answers.next.push_back(answer);
+}
+
+void set_answer_duration(const std::string& method, const DWORD* argument, Ms duration) {
+    answers_for(method, argument).takes = duration;
+}
+
+void set_answer_hook(std::function<bool(const std::string&, DWORD, Answer*)> hook) {
+    driver().answer_hook = std::move(hook);
+}
+
+void set_request_hook(std::function<void(const std::string&, const DWORD*, DWORD)> hook) {
+    driver().request_hook = std::move(hook);
+}
+
+void set_driver_present(bool primary, bool secondary) {
+    driver().primary = primary;
+    driver().secondary = secondary;
+}
+
+// The answers of one argument first, then those of all; each kind uses up its numbered answers before its
+// lasting one.
+static bool take_answer(std::map<std::int64_t, Answers>& of_method, std::int64_t argument, Answer* answer) {
+    auto found = of_method.find(argument);
+    if (found == of_method.end())
+        return false;
+    if (!found->second.next.empty()) {
+        *answer = found->second.next.front();
+        found->second.next.pop_front();
+        return true;
+    }
+    if (!found->second.lasting)
+        return false;
+    *answer = *found->second.lasting;
+    return true;
+}
+
+static Answer answer_to(const Method& method, DWORD argument) {
+    Answer answer;
+    for (const auto& row : g_defaults) {
+        if (same_text(row.name, method.name))
+            answer.value = row.value;
+    }
+    if (driver().answer_hook && driver().answer_hook(method.name, argument, &answer))
+        return answer;
+    auto& of_method = driver().answers[lower(method.name)];
+    if (!take_answer(of_method, argument, &answer))
+        take_answer(of_method, -1, &answer);
+    return answer;
+}
+
+static Ms duration_of(const Method& method, DWORD argument) {
+    auto& of_method = driver().answers[lower(method.name)];
+    for (const std::int64_t key : {static_cast<std::int64_t>(argument), std::int64_t{-1}}) {
+        auto found = of_method.find(key);
+        if (found != of_method.end() && found->second.takes != 0)
+            return found->second.takes;
+    }
+    return 0;
+}
+
+// ---- events ----
+
+static void update_notify_event() {
+    Driver& d = driver();
+    if (d.notify[NOTIFY_EVENT] == nullptr)
+        return;
+    if (d.events.empty())
+        reset_object(*d.notify[NOTIFY_EVENT]);
+    else
+        signal_object(*d.notify[NOTIFY_EVENT]);
+}
+
+void post_event(DWORD code, DWORD second) {
+    driver().events.push_back({code, second});
+    update_notify_event();
+}
+
+size_t pending_events() {
+    return driver().events.size();
+}
+
+static void take_registration(const void* in) {
+    std::uint64_t words[6];
+    std::memcpy(words, in, sizeof(words));
+    if (words[0] != 0)
+        violation("REGISTEREVENTS: the first eight bytes are not 0");
+    for (size_t i = 0; i < 5; ++i) {
+        HANDLE handle = reinterpret_cast<HANDLE>(words[i + 1]);
+        HandleEntry* entry =
+            handle != nullptr ? handle_entry(handle, Kind::Event, "REGISTEREVENTS") : nullptr;
+        driver().notify[i] = entry != nullptr ? entry->object : nullptr;
+        if (entry != nullptr && !entry->object->manual_reset)
+            violation("REGISTEREVENTS: event %zu is not manual-reset", i);
+    }
+    update_notify_event();
+}
+
+static void take_unregistration(const void* in) {
+    std::uint64_t words[6];
+    std::memcpy(words, in, sizeof(words));
+    for (const std::uint64_t word : words) {
+        if (word != 0)
+            violation("UNREGISTEREVENTS: not all bytes are 0");
+    }
+    for (ObjectRef& event : driver().notify)
+        event = nullptr;
+}
+
+// ---- requests ----
+
+static std::string shown_request(const Method& method, const DWORD* in) {
+    if (method.in_bytes == 48)
+        return format("request %s(48 bytes)", method.name);
+    if (method.in_bytes == 8)
+        return format("request %s(%u, %u)", method.name, in[0], in[1]);
+    if (method.in_bytes == 0 || method.input_optional)
+        return format("request %s()", method.name);
+    return format("request %s(0x%x)", method.name, in[0]);
+}
+
+static BOOL request_failed(const std::string& shown) {
+    trace("%s failed", shown.c_str());
+    set_last_error(ERROR_GEN_FAILURE);
+    return FALSE;
+}
+
+// Hands out the oldest record; a failed fetch keeps it. Without a record the answer has no bytes.
+static BOOL fetch_event(const Method& method, const std::string& shown, void* out, DWORD* returned) {
+    Driver& d = driver();
+    const Answer answer = answer_to(method, 0);
+    if (answer.fails)
+        return request_failed(shown);
+    DWORD record[2] = {};
+    const bool empty = d.events.empty();
+    if (!empty) {
+        record[0] = d.events.front().code;
+        record[1] = d.events.front().second;
+        d.events.pop_front();
+    }
+    update_notify_event();
+    *returned = answer.bytes != 0xFFFFFFFF ? answer.bytes : empty ? 0 : 8;
+    std::memcpy(out, record, std::min<DWORD>(*returned, 8));
+    if (*returned == 8)
+        trace("%s = 0x%x 0x%x", shown.c_str(), record[0], record[1]);
+    else
+        trace("%s = 0x%x 0x%x bytes %u", shown.c_str(), record[0], record[1], *returned);
+    return TRUE;
+}
+
+static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWORD* returned) {
+    const std::string shown = shown_request(method, in);
+    if (method.code == 0x222408)
+        return fetch_event(method, shown, out, returned);
+    const DWORD argument = method.in_bytes != 0 && in != nullptr ? in[0] : 0;
+    const Answer answer = answer_to(method, argument);
+    if (answer.fails)
+        return request_failed(shown);
+    if (driver().request_hook)
+        driver().request_hook(method.name, in, method.in_bytes);
+    if (method.code == 0x2227D4)
+        take_registration(in);
+    if (method.code == 0x2227D8)
+        take_unregistration(in);
+    *returned = answer.bytes != 0xFFFFFFFF ? answer.bytes : method.out_bytes;
+    if (method.out_bytes != 4) {
+        trace("%s", shown.c_str());
+        *returned = std::min(*returned, method.out_bytes);
+        return TRUE;
+    }
+    // A driver that claims more than the buffer holds has still written no more than that.
+    const DWORD bytes = std::min<DWORD>(*returned, 4);
+    const auto value = static_cast<DWORD>(answer.value & ((std::uint64_t{1} << (8 * bytes)) - 1));
+    std::memcpy(out, &value, bytes);
+    if (*returned == 4)
+        trace("%s = 0x%x", shown.c_str(), value);
+    else
+        trace("%s = 0x%x bytes %u", shown.c_str(), value, *returned);
+    return TRUE;
+}
+
+static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, void* out, DWORD out_bytes,
+                    DWORD* returned) {
+    const auto device = *static_cast<Device*>(file.as<File>().data.get());
+    const Method* method = nullptr;
+    for (const Method& row : g_methods) {
+        if (row.code == code && row.device == device)
+            method = &row;
+    }
+    if (method == nullptr) {
+        violation("DeviceIoControl: code 0x%x is none of %s", code, file.name.c_str());
+        set_last_error(ERROR_INVALID_FUNCTION);
+        return FALSE;
+    }
+    const bool input_fits = in_bytes == method->in_bytes || (method->input_optional && in_bytes == 0);
+    if (!input_fits || out_bytes != method->out_bytes) {
+        violation("%s: buffers of %u and %u bytes, wanted %u and %u", method->name, in_bytes, out_bytes,
+                  method->in_bytes, method->out_bytes);
+        set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    DWORD words[12] = {};
+    if (in_bytes != 0)
+        std::memcpy(words, in, in_bytes);
+    if (const Ms takes = duration_of(*method, words[0]); takes != 0)
+        sleep_for(takes);
+    return answer_request(*method, words, out, returned);
+}
+
+static const FileOps g_deviceOps = {nullptr, nullptr, control, nullptr};
+
+static bool open_device(const OpenRequest& request, ObjectRef* file) {
+    static const struct {
+        const char* path;
+        Device device;
+    } devices[] = {{"\\\\.\\ZORPmDrv", Device::Primary},
+                   {"\\\\.\\PMDRVS", Device::Secondary},
+                   {"\\\\.\\sx4track", Device::Stick}};
+    for (const auto& row : devices) {
+        if (!same_text(row.path, request.path))
+            continue;
+        const Driver& d = driver();
+        const bool present = row.device == Device::Primary     ? d.primary
+                             : row.device == Device::Secondary ? d.secondary
+                                                               : d.stick;
+        if (!present) {
+            set_last_error(ERROR_FILE_NOT_FOUND);
+            return true;
+        }
+        *file = make_file(request, &g_deviceOps, true);
+        (*file)->as<File>().data = std::make_shared<Device>(row.device);
+        return true;
+    }
+    return false;
+}
+
+static const FileKinds g_fileKind(open_device);
+
+// ---- scenario commands ----
+
+// METHOD or METHOD(ARG).
+static const Method* read_method(Tokens& tokens, std::optional<DWORD>* argument) {
+    const std::string text = tokens.word();
+    const size_t bracket = text.find('(');
+    if (bracket != std::string::npos) {
+        char* end = nullptr;
+        *argument = static_cast<DWORD>(std::strtoull(text.c_str() + bracket + 1, &end, 0));
+        if (std::string(end) != ")" || end == text.c_str() + bracket + 1)
+            tokens.fail("METHOD(ARG) expected");
+    }
+    const Method* method = method_named(text.substr(0, bracket));
+    if (method == nullptr)
+        tokens.fail("no such method: " + text);
+    return method;
+}
+
+static Action compile_firmware(Tokens& tokens) {
+    std::optional<DWORD> argument;
+    const Method* method = read_method(tokens, &argument);
+    const std::string name = method != nullptr ? method->name : "";
+    auto pointer = [](const std::optional<DWORD>& value) { return value ? &*value : nullptr; };
+    if (tokens.accept("takes")) {
+        const Ms takes = tokens.duration();
+        return [=] { set_answer_duration(name, pointer(argument), takes); };
+    }
+    Answer answer;
+    if (tokens.accept("fails"))
+        answer.fails = true;
+    else if (tokens.accept("="))
+        answer.value = tokens.number();
+    else if (method == nullptr || method->code != 0x222408) // GETEVENT may have bytes alone
+        tokens.fail("= VALUE, fails or takes DURATION expected");
+    if (tokens.accept("bytes"))
+        answer.bytes = static_cast<DWORD>(tokens.number());
+    unsigned times = 0;
+    if (tokens.accept("times"))
+        times = static_cast<unsigned>(tokens.number());
+    // Applies to the next fetch, not to all.
+    if (method != nullptr && method->code == 0x222408 && times == 0)
+        times = 1;
+    return [=] { set_answer(name, pointer(argument), answer, times); };
+}
+
+// Later, as the machine itself.
+static void after(Ms duration, std::function<void()> action) {
+    start_thread(machine().host, "machine", [duration, action] {
+        sleep_for(duration);
+        action();
+        return DWORD{0};
+    });
+}
+
+static Action compile_driver(Tokens& tokens) {
+    bool primary = true;
+    bool secondary = true;
+    if (tokens.accept("primary"))
+        secondary = false;
+    else if (tokens.accept("secondary"))
+        primary = false;
+    const bool present = tokens.choice({"missing", "present"}) == 1;
+    auto set = [=](bool value) {
+        if (primary)
+            driver().primary = value;
+        if (secondary)
+            driver().secondary = value;
+    };
+    if (tokens.accept("for")) {
+        const Ms duration = tokens.duration();
+        return [=] {
+            set(present);
+            after(duration, [=] { set(!present); });
+        };
+    }
+    return [=] { set(present); };
+}
+
+static Action compile_stick(Tokens& tokens) {
+    const bool present = tokens.choice({"missing", "present"}) == 1;
+    return [present] { driver().stick = present; };
+}
+
+static Action compile_event(Tokens& tokens) {
+    const auto code = static_cast<DWORD>(tokens.number());
+    const auto second = tokens.done() ? 0 : static_cast<DWORD>(tokens.number());
+    return [=] { post_event(code, second); };
+}
+
+static Action compile_signal(Tokens& tokens) {
+    const std::string name = tokens.done() ? "" : tokens.list[tokens.at].text;
+    const size_t index = tokens.choice({"Start", "Stop", "Sleep", "Resume", "NotifyEvent"});
+    return [index, name] {
+        if (driver().notify[index] != nullptr)
+            signal_object(*driver().notify[index]);
+        else
+            trace("refused signal %s", name.c_str()); // no events are registered
+    };
+}
+
+static const Commands g_commands({
+    {"firmware", Use::Machine, compile_firmware},
+    {"driver", Use::Machine, compile_driver},
+    {"device stick", Use::Machine, compile_stick},
+    {"event", Use::Drive, compile_event},
+    {"signal", Use::Drive, compile_signal},
+});
+
+} // namespace sim

@@ -1,0 +1,37 @@
+// The registry behind the platform calls, for scripts, tests and other areas. Paths are full: "HKLM\...",
+// with "SVC\..." short for the service key.
+#pragma once
+
+#include "sim/machine/machine.h"
+
+namespace sim {
+
+struct RegistryValue {
+    DWORD type = 0;
+    std::vector<BYTE> bytes;
+};
+
+// As another program (never traced): the watchers of the key are told.
+void registry_create(const std::string& path);
+void registry_set(const std::string& path, const std::string& name, DWORD type, std::vector<BYTE> bytes);
+void registry_set_dword(const std::string& path, const std::string& name, DWORD value);
+void registry_set_text(const std::string& path, const std::string& name, const std::string& text,
+                       DWORD type = REG_SZ);
+bool registry_delete(const std::string& path); // the key with all below it
+bool registry_delete_value(const std::string& path, const std::string& name);
+void registry_refuse(const std::string& path); // opening or creating it: error 5
+bool registry_has_key(const std::string& path);
+const RegistryValue* registry_value(const std::string& path, const std::string& name); // null: absent
+DWORD registry_dword(const std::string& path, const std::string& name, DWORD otherwise = 0xFFFFFFFF);
+std::string registry_text(const std::string& path, const std::string& name);
+// All keys and values below a path as text lines, to compare states.
+std::string registry_dump(const std::string& path);
+
+// A change between a notification and the next call that asks for one on the same handle: the kernel
+// remembers it and tells the next call at once (true, as on a new machine). No documentation promises that;
+// false forgets it.
+void registry_remembers_changes(bool remembers);
+
+std::vector<BYTE> wide_bytes(const std::string& text, bool end = true);
+
+} // namespace sim

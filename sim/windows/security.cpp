@@ -1,0 +1,256 @@
+#include "sim/windows/security.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "sim/script/scenario.h"
+#include "sim/windows/plain_files.h"
+#include "sim/windows/registry.h"
+
+namespace sim {
+
+// The privileges of the local system account that matter here; the place in the list is the LUID.
+static const char* const g_privileges[] = {
+    "SeCreateTokenPrivilege", "SeBackupPrivilege", "SeRestorePrivilege",
+    "SeShutdownPrivilege",    "SeDebugPrivilege",  "SeCreatePagefilePrivilege",
+};
+
+namespace { // types of this file alone
+
+struct HiveValue {
+    std::string key;
+    std::string name;
+    RegistryData data;
+};
+
+struct Security {
+    std::set<std::string> denied;                        // privileges, lower case
+    std::map<std::string, std::string> accounts;         // SID texts by name, lower case
+    std::map<std::string, std::vector<HiveValue>> hives; // by path, lower case
+};
+
+struct ProcessPrivileges {
+    std::set<std::string> enabled;
+};
+
+} // namespace
+
+static Security& security() {
+    return machine_state<Security>();
+}
+
+bool privilege_enabled(const char* name, const char* call) {
+    if (process_state<ProcessPrivileges>().enabled.count(name) != 0)
+        return true;
+    trace_detail("%s: without %s", call, name);
+    set_last_error(ERROR_PRIVILEGE_NOT_HELD);
+    return false;
+}
+
+// The bytes of a SID from its text; empty when it is none.
+static std::vector<BYTE> parse_sid(const std::string& text) {
+    if (text.rfind("S-1-", 0) != 0)
+        return {};
+    std::vector<std::uint64_t> numbers;
+    for (size_t at = 4; at <= text.size();) {
+        const size_t end = std::min(text.find('-', at), text.size());
+        char* rest = nullptr;
+        const std::string part = text.substr(at, end - at);
+        numbers.push_back(std::strtoull(part.c_str(), &rest, part.rfind("0x", 0) == 0 ? 16 : 10));
+        if (part.empty() || *rest != '\0')
+            return {};
+        at = end + 1;
+    }
+    if (numbers.size() > 1 + SID_MAX_SUB_AUTHORITIES)
+        return {};
+    std::vector<BYTE> sid = {SID_REVISION, static_cast<BYTE>(numbers.size() - 1)};
+    for (int shift = 40; shift >= 0; shift -= 8)
+        sid.push_back(static_cast<BYTE>(numbers[0] >> shift));
+    for (size_t i = 1; i < numbers.size(); ++i) {
+        for (int shift = 0; shift < 32; shift += 8)
+            sid.push_back(static_cast<BYTE>(numbers[i] >> shift));
+    }
+    return sid;
+}
+
+// ---- the language ----
+
+static Action compile_privilege(Tokens& tokens) {
+    const std::string name = lower(tokens.word());
+    const bool denied = tokens.choice({"denied", "granted"}) == 0;
+    return [name, denied] {
+        if (denied)
+            security().denied.insert(name);
+        else
+            security().denied.erase(name);
+    };
+}
+
+static Action compile_account(Tokens& tokens) {
+    const std::string name = lower(tokens.word());
+    const std::string sid = tokens.word();
+    if (parse_sid(sid).empty())
+        tokens.fail("a SID expected");
+    return [name, sid] { security().accounts[name] = sid; };
+}
+
+static Action compile_hive(Tokens& tokens) {
+    const std::string path = tokens.text();
+    HiveValue value;
+    value.key = tokens.word();
+    value.name = tokens.word();
+    value.data = read_registry_data(tokens);
+    return [path, value] {
+        security().hives[lower(path)].push_back(value);
+        const std::string folder = path.substr(0, path.rfind('\\'));
+        set_file(path, FileState::Present);
+        if (find_file(folder) == nullptr)
+            set_file(folder, FileState::Directory);
+    };
+}
+
+static const Commands g_commands({
+    {"windows privilege", Use::Machine, compile_privilege},
+    {"windows account", Use::Machine, compile_account},
+    {"windows hive", Use::Machine, compile_hive},
+});
+
+static BOOL fail_with(DWORD error) {
+    set_last_error(error);
+    return FALSE;
+}
+
+} // namespace sim
+
+using namespace sim;
+
+extern "C" {
+
+BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) {
+    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
+    if (process != GetCurrentProcess()) {
+        violation("OpenProcessToken: of another process");
+        return fail_with(ERROR_INVALID_HANDLE);
+    }
+    trace_detail("OpenProcessToken(0x%x)", access);
+    *token = open_handle(make_object(Kind::Token, "token"), access);
+    return TRUE;
+}
+
+BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, LUID* luid) {
+    SIM_CALL(FALSE, ERROR_NO_SUCH_PRIVILEGE);
+    const std::string wanted = narrow(name);
+    for (DWORD i = 0; system == nullptr && i < ARRAYSIZE(g_privileges); ++i) {
+        if (same_text(g_privileges[i], wanted)) {
+            *luid = {i, 0};
+            return TRUE;
+        }
+    }
+    return fail_with(ERROR_NO_SUCH_PRIVILEGE);
+}
+
+BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* state, DWORD,
+                                  TOKEN_PRIVILEGES*, LPDWORD) {
+    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
+    const HandleEntry* entry = handle_entry(token, Kind::Token, "AdjustTokenPrivileges");
+    if (entry == nullptr)
+        return FALSE;
+    if ((entry->access & TOKEN_ADJUST_PRIVILEGES) == 0) {
+        violation("AdjustTokenPrivileges: opened without the right to adjust");
+        return fail_with(ERROR_ACCESS_DENIED);
+    }
+    if (disable_all || state == nullptr || state->PrivilegeCount != 1 ||
+        state->Privileges[0].Luid.HighPart != 0 ||
+        state->Privileges[0].Luid.LowPart >= ARRAYSIZE(g_privileges)) {
+        violation("AdjustTokenPrivileges: not one known privilege");
+        return fail_with(ERROR_INVALID_PARAMETER);
+    }
+    const std::string name = g_privileges[state->Privileges[0].Luid.LowPart];
+    const bool enable = (state->Privileges[0].Attributes & SE_PRIVILEGE_ENABLED) != 0;
+    if (security().denied.count(lower(name)) != 0)
+        return fail_with(ERROR_ACCESS_DENIED);
+    trace_detail("AdjustTokenPrivileges(%s, %d)", name.c_str(), enable);
+    if (enable)
+        process_state<ProcessPrivileges>().enabled.insert(name);
+    else
+        process_state<ProcessPrivileges>().enabled.erase(name);
+    set_last_error(ERROR_SUCCESS);
+    return TRUE;
+}
+
+BOOL WINAPI IsValidSid(PSID sid) {
+    SIM_VISIT();
+    const auto* header = static_cast<const SID*>(sid);
+    return header != nullptr && header->Revision == SID_REVISION &&
+           header->SubAuthorityCount <= SID_MAX_SUB_AUTHORITIES;
+}
+
+BYTE* WINAPI GetSidSubAuthorityCount(PSID sid) {
+    return &static_cast<SID*>(sid)->SubAuthorityCount;
+}
+
+DWORD* WINAPI GetSidSubAuthority(PSID sid, DWORD index) {
+    return reinterpret_cast<DWORD*>(static_cast<BYTE*>(sid) + offsetof(SID, SubAuthority)) + index;
+}
+
+SID_IDENTIFIER_AUTHORITY* WINAPI GetSidIdentifierAuthority(PSID sid) {
+    return &static_cast<SID*>(sid)->IdentifierAuthority;
+}
+
+BOOL WINAPI LookupAccountNameW(LPCWSTR system, LPCWSTR account, PSID sid, LPDWORD sid_bytes, LPWSTR domain,
+                               LPDWORD domain_characters, SID_NAME_USE* use) {
+    SIM_CALL(FALSE, ERROR_NONE_MAPPED);
+    const auto found = security().accounts.find(lower(narrow(account)));
+    if (system != nullptr || found == security().accounts.end())
+        return fail_with(ERROR_NONE_MAPPED);
+    const std::vector<BYTE> bytes = parse_sid(found->second);
+    const std::string domain_name = "CALDER";
+    if (*sid_bytes < bytes.size() || *domain_characters < domain_name.size() + 1) {
+        *sid_bytes = static_cast<DWORD>(bytes.size());
+        *domain_characters = static_cast<DWORD>(domain_name.size() + 1);
+        return fail_with(ERROR_INSUFFICIENT_BUFFER);
+    }
+    std::memcpy(sid, bytes.data(), bytes.size());
+    *sid_bytes = static_cast<DWORD>(bytes.size());
+    *domain_characters = put_wide(domain, *domain_characters, domain_name);
+    *use = SidTypeUser;
+    return TRUE;
+}
+
+LSTATUS WINAPI RegLoadKeyW(HKEY key, LPCWSTR wide_name, LPCWSTR wide_file) {
+    SIM_CALL(static_cast<LSTATUS>(ERROR_ACCESS_DENIED), ERROR_ACCESS_DENIED);
+    const std::string name = narrow(wide_name);
+    const std::string file = narrow(wide_file);
+    DWORD error = ERROR_SUCCESS;
+    const auto hive = security().hives.find(lower(file));
+    if (key != HKEY_USERS)
+        error = ERROR_INVALID_PARAMETER;
+    else if (!privilege_enabled("SeRestorePrivilege", "RegLoadKeyW"))
+        error = ERROR_PRIVILEGE_NOT_HELD;
+    else if (hive == security().hives.end())
+        error = ERROR_FILE_NOT_FOUND;
+    else if (registry_has_key("HKU\\" + name))
+        error = ERROR_ALREADY_EXISTS;
+    trace("call RegLoadKeyW(\"%s\", \"%s\") = %u", name.c_str(), file.c_str(), error);
+    if (error != ERROR_SUCCESS)
+        return static_cast<LSTATUS>(error);
+    registry_create("HKU\\" + name);
+    for (const HiveValue& value : hive->second)
+        registry_set("HKU\\" + name + "\\" + value.key, value.name, value.data.type, value.data.bytes);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegUnLoadKeyW(HKEY key, LPCWSTR wide_name) {
+    SIM_CALL(static_cast<LSTATUS>(ERROR_ACCESS_DENIED), ERROR_ACCESS_DENIED);
+    const std::string name = narrow(wide_name);
+    DWORD error = ERROR_SUCCESS;
+    if (!privilege_enabled("SeRestorePrivilege", "RegUnLoadKeyW"))
+        error = ERROR_PRIVILEGE_NOT_HELD;
+    else if (key != HKEY_USERS || !registry_delete("HKU\\" + name))
+        error = ERROR_FILE_NOT_FOUND;
+    trace("call RegUnLoadKeyW(\"%s\") = %u", name.c_str(), error);
+    return static_cast<LSTATUS>(error);
+}
+
+} // extern "C"
