@@ -50,9 +50,7 @@ BOOL AdaptiveCoolingSetRegDYTCVersion(DWORD value) {
     return AdaptiveCoolingSetRegKeyDwordValue(TMC_KEY, L"Version", value);
 }
 
-constexpr DWORD PATH_CHARACTERS = 256;
-
-// Path of a function's key, cut at 255 characters.
+// Path of a function's key.
 static void FormatFunctionPath(wchar_t (&path)[PATH_CHARACTERS], const wchar_t* subkey) {
     StringCchPrintfW(path, PATH_CHARACTERS, L"%ls\\%ls", TMC_KEY, subkey);
 }

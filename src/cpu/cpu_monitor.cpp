@@ -1,13 +1,14 @@
 #include "cpu/cpu_monitor.h"
 
 #include "common/registry.h"
+#include "common/thread.h"
 #include "common/trace.h"
 #include "driver/device.h"
 #include "driver/firmware_words.h"
 
 #define CPU_CONTROL_KEY ZORPM_KEY L"\\CPUControl"
 
-std::atomic<HANDLE> g_hCPUMonitorThread;
+std::atomic<HANDLE> g_hCPUMonitorThread{nullptr};
 
 // Keeps the duration in milliseconds within 32 bits.
 constexpr DWORD MAX_POLLING_DURATION_S = 4000000;
@@ -119,20 +120,5 @@ DWORD WINAPI CPUStateC3C4MonitorThreadProc(void*) {
 }
 
 void StartCPUMonitorThread() {
-    if (g_hCPUMonitorThread != nullptr)
-        return;
-    // Suspended until its handle is in the slot: a thread that ends at once must find there what it empties.
-    HANDLE thread =
-        CreateThread(nullptr, 0, CPUStateC3C4MonitorThreadProc, nullptr, CREATE_SUSPENDED, nullptr);
-    if (thread == nullptr) {
-        Trace(L"StartCPUMonitorThread(): Error: thread not created. (%lu)\n", GetLastError());
-        return;
-    }
-    g_hCPUMonitorThread = thread;
-    if (ResumeThread(thread) == static_cast<DWORD>(-1)) {
-        Trace(L"StartCPUMonitorThread(): Error: thread not started. (%lu)\n", GetLastError());
-        g_hCPUMonitorThread = nullptr;
-        TerminateThread(thread, 0);
-        CloseHandle(thread);
-    }
+    StartThreadInSlot(CPUStateC3C4MonitorThreadProc, &g_hCPUMonitorThread);
 }

@@ -8,7 +8,7 @@
 #include "driver/device.h"
 
 // 1 once connected. Both live as long as the process.
-static std::atomic<DWORD> g_dwCUIConnected;
+static std::atomic<DWORD> g_dwCUIConnected{0};
 static ICUIExternal* g_pCUIExternal;
 
 constexpr DWORD ALL_SERVERS = CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER;

@@ -7,16 +7,16 @@
 constexpr DWORD WAIT_PERIOD_MS = 2000;
 constexpr DWORD FAILED_FETCH_PAUSE_MS = 20;
 
-DWORD HandleNotifyEvent() {
+// Fetches one hardware event and dispatches it; pauses when none could be fetched.
+static void HandleNotifyEvent() {
     HardwareEvent event = {};
     const DWORD error = ChkHotkeyEvent(&event);
     if (error != ERROR_SUCCESS) {
         Trace(L"HandleNotifyEvent(): Error: no event fetched. (%lu)\n", error);
         Sleep(FAILED_FETCH_PAUSE_MS);
-        return 0;
+        return;
     }
     DispatchHotKey(event);
-    return 0;
 }
 
 // Waits for any of the five events. The result is the event's index, or what the wait reports otherwise.

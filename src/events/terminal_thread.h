@@ -6,6 +6,3 @@
 // Thread procedure; the parameter is not used. Returns 0 once the driver has signalled its stop; the service
 // goes on without hardware events then.
 DWORD WINAPI TerminalThread(void* parameter);
-
-// Fetches one hardware event and dispatches it; pauses 20 ms when none could be fetched. Returns 0.
-DWORD HandleNotifyEvent();

@@ -2,7 +2,6 @@
 
 #include "common/registry.h"
 #include "common/trace.h"
-#include "formfactor/transformation.h"
 #include "hotkeys/shortcuts.h"
 
 #define BIOS_DESCRIPTION_PARENT L"HARDWARE\\DESCRIPTION\\System"
@@ -24,7 +23,8 @@ static bool IsHarrowMark(const wchar_t* text) {
     return text[0] == L'G' && text[1] == L'D';
 }
 
-BOOL SetHRSPMode() {
+// Publishes the flag as 1 in its existing key. FALSE when the key cannot be opened.
+static BOOL SetHRSPMode() {
     KeyHolder key;
     if (!OpenKey(&key, HKEY_LOCAL_MACHINE, SERVICE_KEY L"\\Configurations\\ScreenRotation", KEY_ALL_ACCESS)) {
         Trace(L"SetHRSPMode(): Error: key not opened.\n");

@@ -7,5 +7,6 @@
 // handled, and never changed afterwards.
 extern DWORD g_dwHarrowBios;
 
-// Publishes the flag as 1 in its existing key. FALSE when the key cannot be opened.
-BOOL SetHRSPMode();
+// Start-up step, service thread: decides on the flag, and sets a Harrow platform up. FALSE when the BIOS's
+// texts cannot be read.
+BOOL GetSystemBiosVersion();

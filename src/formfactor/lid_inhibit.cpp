@@ -5,8 +5,8 @@
 #include "driver/firmware.h"
 #include "driver/firmware_words.h"
 
-static constexpr DWORD TIMER_PERIOD_MS = 300000;
-static constexpr DWORD WATCHDOG_POLL_PERIOD_MS = 1000;
+constexpr DWORD TIMER_PERIOD_MS = 300000;
+constexpr DWORD WATCHDOG_POLL_PERIOD_MS = 1000;
 
 std::atomic<HANDLE> g_hLCDCSTimerThread{nullptr};
 std::atomic<HANDLE> g_hLCDCSWatchdogThread{nullptr};
@@ -213,7 +213,8 @@ static void StartWatchdog() {
     g_hLastWatchdogThread = thread;
 }
 
-void LCDCSWatchdogControl(BOOL start) {
+// After the driver accepted an inhibit change.
+static void LCDCSWatchdogControl(BOOL start) {
     Trace(L"Enter LCDCSWatchdogControl(%d)\n", start);
     if (start) {
         ++g_dwLCDCSInhibitStarts;
@@ -223,4 +224,31 @@ void LCDCSWatchdogControl(BOOL start) {
     ++g_dwLCDCSInhibitEnds;
     StopWatchdog(g_dwLCDCSInhibitStarts);
     CheckSensorAndLidStatus();
+}
+
+// ---- the clients' requests ----
+
+// One request: the driver's answer, or 0 when it cannot be reached, which counts as accepted.
+static DWORD LCDCSControl(DWORD code, DWORD input) {
+    DWORD result = 0;
+    SendOneWord(code, input, &result);
+    return result;
+}
+
+BOOL LCDCSStartInhibit() {
+    if (LCDCSControl(IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_ON) != LCDCS_CONTROL_ACCEPTED)
+        return FALSE;
+    LCDCSWatchdogControl(TRUE);
+    return TRUE;
+}
+
+BOOL LCDCSStopInhibit() {
+    if (LCDCSControl(IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_OFF) != LCDCS_CONTROL_ACCEPTED)
+        return FALSE;
+    LCDCSWatchdogControl(FALSE);
+    return TRUE;
+}
+
+DWORD LCDCSGetInhibitCapability() {
+    return LCDCSControl(IOCTL_PMDRV_LCDCSGETSTATE, 0);
 }

@@ -1,4 +1,4 @@
-// The five-minute limit of a lid inhibit: the timer thread and the watchdog.
+// The lid inhibit: the clients' requests, and its five-minute limit with the timer thread and the watchdog.
 #pragma once
 
 #include <atomic>
@@ -13,6 +13,11 @@ extern std::atomic<HANDLE> g_hLCDCSWatchdogThread;
 // Creates the timer thread; once, at service start.
 void StartLCDCSTimerThread();
 
-// After the driver accepted an inhibit change: TRUE starts the watchdog, FALSE ends it and polls once. The
-// control handler's thread only; never waits for a thread.
-void LCDCSWatchdogControl(BOOL start);
+// Start and stop an inhibit: TRUE when the driver accepted it, which it is also taken to have done when it
+// cannot be reached. The limit's watch then starts, or ends with one last poll. The control handler's thread
+// only; neither waits for a thread.
+BOOL LCDCSStartInhibit();
+BOOL LCDCSStopInhibit();
+
+// The driver's inhibit capability word; 0 when there is none or the driver cannot be reached.
+DWORD LCDCSGetInhibitCapability();

@@ -8,18 +8,18 @@
 #include "driver/device.h"
 #include "driver/firmware_words.h"
 
-static constexpr GUID LAPTOP_SLATE_INTERFACE = {
+constexpr GUID LAPTOP_SLATE_INTERFACE = {
     0x317FC439, 0x3F77, 0x41C8, {0xB0, 0x9E, 0x08, 0xAD, 0x63, 0x27, 0x2A, 0xA3}};
-static constexpr GUID DOCK_INTERFACE = {
+constexpr GUID DOCK_INTERFACE = {
     0xA84E689B, 0x0DCE, 0x493A, {0xA1, 0x64, 0xAC, 0xDE, 0x05, 0x47, 0x8F, 0xC3}};
-static constexpr GUID BUTTON_INTERFACE = {
+constexpr GUID BUTTON_INTERFACE = {
     0x30EBFBF8, 0xDF5F, 0x4D4D, {0x9F, 0xC5, 0xA2, 0x6C, 0x7F, 0xD1, 0xDF, 0x4A}};
 
-static constexpr BYTE ROTATION_LOCK_BUTTON = 4;
+constexpr BYTE ROTATION_LOCK_BUTTON = 4;
 // The laptop/slate indicator changes on any byte.
-static constexpr BYTE CONVERSION_TOGGLE = 0;
+constexpr BYTE CONVERSION_TOGGLE = 0;
 
-static constexpr size_t PATH_OFFSET = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
+constexpr size_t PATH_OFFSET = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
 static_assert(sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W) == 8);
 static_assert(sizeof(SP_DEVICE_INTERFACE_DATA) == 32);
 

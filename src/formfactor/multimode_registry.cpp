@@ -3,6 +3,7 @@
 #include <strsafe.h>
 
 #include "common/registry.h"
+#include "common/text.h"
 #include "common/trace.h"
 #include "driver/firmware_words.h"
 
@@ -13,14 +14,14 @@ static const wchar_t g_dolbyKey[] = L"SOFTWARE\\Dolby\\DAX";
 static const wchar_t g_windowsKey[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
 
 // Sizes of the text buffers, in characters.
-static constexpr DWORD MODE_NAME_CHARACTERS = 10;
-static constexpr DWORD TIME_STAMP_CHARACTERS = 25;
-static constexpr DWORD BUILD_NUMBER_CHARACTERS = 65;
+constexpr DWORD MODE_NAME_CHARACTERS = 10;
+constexpr DWORD TIME_STAMP_CHARACTERS = 25;
+constexpr DWORD BUILD_NUMBER_CHARACTERS = 65;
 // Longest values that are read, in bytes.
-static constexpr DWORD TIME_STAMP_LIMIT = 50;
-static constexpr DWORD BUILD_NUMBER_LIMIT = 128;
+constexpr DWORD TIME_STAMP_LIMIT = 50;
+constexpr DWORD BUILD_NUMBER_LIMIT = 128;
 
-static constexpr DWORD LAST_BUILD_BEFORE_10 = 9600;
+constexpr DWORD LAST_BUILD_BEFORE_10 = 9600;
 
 std::atomic<DWORD> g_dwCurrentSetting{1};
 std::atomic<DWORD> g_dwChkINode{1};
@@ -38,19 +39,8 @@ static const TransformParameter g_transformParameters[] = {
     {L"ChkOSV", 0, &g_dwChkOSV},
 };
 
-// Reads a REG_DWORD that may have been stored with 1 to 4 bytes; missing bytes are 0. FALSE leaves *value
-// untouched.
-static BOOL QueryShortDword(HKEY key, const wchar_t* name, DWORD* value) {
-    DWORD type = 0;
-    DWORD data = 0;
-    DWORD size = sizeof(data);
-    if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) != ERROR_SUCCESS)
-        return FALSE;
-    if (type != REG_DWORD || size == 0 || size > sizeof(data))
-        return FALSE;
-    *value = data;
-    return TRUE;
-}
+// Programs may have stored these settings and the state with fewer than 4 bytes.
+constexpr DWORD LEAST_SETTING_BYTES = 1;
 
 // "CurrentSetting" is kept for clients that look for it; nothing here acts on it.
 static BOOL SystemTransformationCreateParamatersToReg() {
@@ -63,7 +53,7 @@ static BOOL SystemTransformationCreateParamatersToReg() {
         if (created)
             SetDword(key.key, parameter.name, value);
         else
-            QueryShortDword(key.key, parameter.name, &value);
+            QueryDword(key.key, parameter.name, &value, LEAST_SETTING_BYTES);
         *parameter.value = value;
     }
     return TRUE;
@@ -168,7 +158,7 @@ static BOOL SystemTransformationCreateCurrentStatusToReg() {
     if (created)
         SetDword(key.key, L"MM", state);
     else
-        QueryShortDword(key.key, L"MM", &state);
+        QueryDword(key.key, L"MM", &state, LEAST_SETTING_BYTES);
     UpdateDolbyMultimodeRegistry(state);
     return TRUE;
 }
@@ -191,21 +181,10 @@ void SystemTransformationSetCurrentStatusToReg(DWORD state) {
         UpdateDolbyMultimodeRegistry(state);
 }
 
-void PublishLidState(DWORD lid) {
+void PublishLidState(DWORD state) {
     KeyHolder key;
-    if (OpenKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_SET_VALUE))
-        SetDword(key.key, L"Lid", lid);
-}
-
-// The leading decimal digits of a text; a number beyond 32 bits counts as the largest.
-static DWORD LeadingNumber(const wchar_t* text) {
-    ULONGLONG number = 0;
-    for (; *text >= L'0' && *text <= L'9'; ++text) {
-        number = number * 10 + static_cast<DWORD>(*text - L'0');
-        if (number > 0xFFFFFFFF)
-            return 0xFFFFFFFF;
-    }
-    return static_cast<DWORD>(number);
+    if (OpenKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS))
+        SetDword(key.key, L"Lid", state);
 }
 
 // Reads the Windows build number; 0 in *build when it cannot be read.
@@ -216,7 +195,7 @@ static BOOL SystemTransformationCreateReg(DWORD* build) {
     if (!OpenKey(&key, HKEY_LOCAL_MACHINE, g_windowsKey, KEY_READ) ||
         !QueryString(key.key, L"CurrentBuildNumber", text, ARRAYSIZE(text), BUILD_NUMBER_LIMIT))
         return FALSE;
-    *build = LeadingNumber(text);
+    *build = LeadingNumber(text, 0xFFFFFFFF);
     return TRUE;
 }
 

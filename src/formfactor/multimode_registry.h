@@ -18,8 +18,9 @@ BOOL SystemTransformationInitReg();
 // Publishes a multimode state under all keys.
 void SystemTransformationSetCurrentStatusToReg(DWORD state);
 
-// Publishes the lid state: 0 unknown, 1 closed, 2 open. Nothing is written where the status key is missing.
-void PublishLidState(DWORD lid);
+// The lid state as it is published. Nothing is written where the status key is missing.
+enum : DWORD { LID_STATE_UNKNOWN, LID_STATE_CLOSED, LID_STATE_OPEN };
+void PublishLidState(DWORD state);
 
 // 1 when the Windows build is above 9600, else 0 (also when it cannot be read).
 BOOL SystemTransformationIsWindows10orLater();

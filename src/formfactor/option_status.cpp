@@ -9,6 +9,7 @@
 std::atomic<DWORD> g_dwFormFactorSupport{0};
 
 static std::atomic<DWORD> g_dwOptionInterfaceVersion{0};
+// Only kept for a look at a running service: no decision depends on it.
 static std::atomic<DWORD> g_dwOptionInterfaceType{0};
 
 // An indicator of Windows. A write does not say which state is wanted, it changes the one there is: between
@@ -82,8 +83,8 @@ static BOOL DriveIndicator(const Indicator& indicator, DWORD from) {
 // clang-format off
 BOOL SystemTransformationSetLaptopIndicatorToLaptop() { return DriveIndicator(g_laptopSlate, TRANSFORMATION_TABLET); }
 BOOL SystemTransformationSetLaptopIndicatorToTablet() { return DriveIndicator(g_laptopSlate, TRANSFORMATION_NOTEBOOK); }
-BOOL SetDockModeIndicatorToDocked()                   { return DriveIndicator(g_dock, DOCK_UNDOCKED); }
-BOOL SetDockModeIndicatorToUndocked()                 { return DriveIndicator(g_dock, DOCK_DOCKED); }
+static BOOL SetDockModeIndicatorToDocked()            { return DriveIndicator(g_dock, DOCK_UNDOCKED); }
+static BOOL SetDockModeIndicatorToUndocked()          { return DriveIndicator(g_dock, DOCK_DOCKED); }
 // clang-format on
 
 // What an option status means, in the order of its steps. No cooling call where the column is null.
@@ -94,10 +95,10 @@ struct OptionRow {
     BOOL (*cooling)();
 };
 
-static constexpr auto NOTEBOOK = SystemTransformationSetLaptopIndicatorToLaptop;
-static constexpr auto TABLET = SystemTransformationSetLaptopIndicatorToTablet;
-static constexpr auto DOCKED = SetDockModeIndicatorToDocked;
-static constexpr auto UNDOCKED = SetDockModeIndicatorToUndocked;
+constexpr auto NOTEBOOK = SystemTransformationSetLaptopIndicatorToLaptop;
+constexpr auto TABLET = SystemTransformationSetLaptopIndicatorToTablet;
+constexpr auto DOCKED = SetDockModeIndicatorToDocked;
+constexpr auto UNDOCKED = SetDockModeIndicatorToUndocked;
 
 // clang-format off
 static const OptionRow g_optionRowsVersion1[] = {

@@ -16,13 +16,11 @@ BOOL OptionStatusInit();
 // the status cannot be read, else 1.
 BOOL SetOptionStatus();
 
-// Move an indicator to the named state unless it is there already. 0 when the support flag is 0, the
-// indicator cannot be read or written, or another thread holds it for longer than INDICATOR_WAIT_MS. Any
-// thread.
+// Move the laptop/slate indicator to the named state unless it is there already. 0 when the support flag is
+// 0, the indicator cannot be read or written, or another thread holds it for longer than INDICATOR_WAIT_MS.
+// Any thread.
 BOOL SystemTransformationSetLaptopIndicatorToLaptop();
 BOOL SystemTransformationSetLaptopIndicatorToTablet();
-BOOL SetDockModeIndicatorToDocked();
-BOOL SetDockModeIndicatorToUndocked();
 
 // A held indicator is free again within milliseconds, unless its holder is suspended. A refresh takes
 // indicators three times, and the control handler that runs it must stay well within the control manager's

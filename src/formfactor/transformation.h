@@ -4,7 +4,6 @@
 #include <windows.h>
 
 // Start-up steps, service thread. Results are of no interest to the caller.
-BOOL GetSystemBiosVersion();
 BOOL InitSystemTransformationNotebookMode();
 BOOL CheckLegacyTabletModel();
 

@@ -5,8 +5,6 @@
 #include "common/registry.h"
 #include "common/trace.h"
 
-constexpr DWORD PATH_CHARACTERS = 260;
-
 constexpr REGSAM WRITE_ACCESS = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 static_assert(WRITE_ACCESS == 0x2001F);
 

@@ -27,7 +27,7 @@ constexpr DWORD TOLERATED_INPUTS = 2;
 
 // 0 no dialog is up, 1 first showing, 2 second. Claims the request: the values below belong to the thread
 // that turned it from 0 to 1.
-static std::atomic<DWORD> g_dwMonitorOffPass;
+static std::atomic<DWORD> g_dwMonitorOffPass{0};
 static DWORD g_dwSchemeIndex;
 static DWORD g_dwInputCount;
 static DWORD g_dwLastMousePosition;

@@ -3,6 +3,7 @@
 #include <strsafe.h>
 
 #include "common/registry.h"
+#include "common/text.h"
 #include "common/trace.h"
 #include "power/privileges.h"
 
@@ -16,8 +17,6 @@
 #define GLOBAL_POLICY_KEY L"%ls\\Control Panel\\PowerCfg\\GlobalPowerPolicy"
 #define SCHEME_KEY        L"%ls\\Control Panel\\PowerCfg\\PowerPolicies\\%d"
 #define POLICY_VALUE      L"Policies"
-
-constexpr DWORD PATH_CHARACTERS = 260;
 
 // Limit of a registry string or policy record, in bytes.
 constexpr DWORD VALUE_BYTES = 260;
@@ -70,7 +69,9 @@ static BOOL QueryProfilePath(const wchar_t* sid_string, wchar_t* path, DWORD cap
            QueryString(key.key, L"ProfileImagePath", path, capacity, 256, REG_EXPAND_SZ);
 }
 
-BOOL LoadUserProfileHive(const wchar_t* sid_string) {
+// Loads the hive of the user with this SID from the profile, under HKEY_USERS, where it stays. Enables the
+// restore privilege, which stays enabled too.
+static BOOL LoadUserProfileHive(const wchar_t* sid_string) {
     Trace(L"Enter LoadUserProfileHive(%ls)\n", sid_string);
     wchar_t profile[256 / 2 + 1];
     if (!QueryProfilePath(sid_string, profile, ARRAYSIZE(profile)))
@@ -149,18 +150,6 @@ static BOOL OpenUserKey(KeyHolder* key, const wchar_t* format, DWORD index) {
     return OpenKey(key, HKEY_USERS, path, KEY_READ);
 }
 
-static DWORD LeadingNumber(const wchar_t* text) {
-    constexpr DWORD most = 0x7FFFFFFF;
-    DWORD number = 0;
-    for (; *text >= L'0' && *text <= L'9'; ++text) {
-        const DWORD digit = static_cast<DWORD>(*text - L'0');
-        if (number > (most - digit) / 10)
-            return most;
-        number = 10 * number + digit;
-    }
-    return number;
-}
-
 BOOL GetCurrentPowerPolicyIndex(DWORD* index) {
     KeyHolder key;
     wchar_t text[VALUE_CHARACTERS];
@@ -169,7 +158,7 @@ BOOL GetCurrentPowerPolicyIndex(DWORD* index) {
         Trace(L"GetCurrentPowerPolicyIndex(): Error: no current policy.\n");
         return FALSE;
     }
-    *index = LeadingNumber(text);
+    *index = LeadingNumber(text, 0x7FFFFFFF);
     return TRUE;
 }
 

@@ -20,10 +20,6 @@ BOOL GetDefaultUserSidString(wchar_t* buffer);
 // written.
 BOOL SidToString(PSID sid, wchar_t* text, DWORD* size);
 
-// Loads the hive of the user with this SID from the profile, under HKEY_USERS, where it stays. Enables the
-// restore privilege, which stays enabled too.
-BOOL LoadUserProfileHive(const wchar_t* sid_string);
-
 // Loads (nonzero) or unloads a hive file under HKEY_USERS. Needs the restore privilege. `path` is used by
 // loading only.
 BOOL LoadUserHive(const wchar_t* name, const wchar_t* path, BOOL load);

@@ -3,94 +3,17 @@
 #include "common/trace.h"
 #include "cooling/adaptive_cooling.h"
 #include "cpu/cpu_monitor.h"
-#include "driver/device.h"
-#include "driver/firmware_words.h"
-#include "events/sleep_wake.h"
+#include "events/standby.h"
 #include "formfactor/lid_inhibit.h"
 #include "formfactor/multimode.h"
 #include "hotkeys/ph_interface.h"
 #include "service/power_setting.h"
 
-std::atomic<HANDLE> g_hMonitorOffThread = nullptr;
-// Set before the stop control looks at the monitor-off slot: a monitor-off thread that empties the slot after
-// that look leaves its handle open, so that the handler never uses a closed one.
-static std::atomic<bool> g_bStopping = false;
-
-// ---- lid inhibit ----
-
-enum : DWORD { LCDCS_START_INHIBIT, LCDCS_STOP_INHIBIT, LCDCS_GET_CAPABILITY };
-
-// One lid-inhibit request. For the first two, 0 means that the driver accepted it; 0 also when the device
-// cannot be opened or the request fails.
-static DWORD LCDCSControl(DWORD request) {
-    static const struct {
-        DWORD request;
-        DWORD code;
-        DWORD input;
-    } rows[] = {
-        {LCDCS_START_INHIBIT, IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_ON},
-        {LCDCS_STOP_INHIBIT, IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_OFF},
-        {LCDCS_GET_CAPABILITY, IOCTL_PMDRV_LCDCSGETSTATE, 0},
-    };
-    DWORD result = 0;
-    for (const auto& row : rows) {
-        if (row.request == request)
-            SendOneWord(row.code, row.input, &result);
-    }
-    return result;
-}
-
-static void StartInhibitLidEvent() {
-    if (LCDCSControl(LCDCS_START_INHIBIT) != LCDCS_CONTROL_ACCEPTED)
-        return;
-    LCDCSWatchdogControl(TRUE);
-    ReportServiceStatus(SERVICE_RUNNING, 0, 0, 0);
-}
-
-static void StopInhibitLidEvent() {
-    if (LCDCSControl(LCDCS_STOP_INHIBIT) != LCDCS_CONTROL_ACCEPTED)
-        return;
-    LCDCSWatchdogControl(FALSE);
-    ReportServiceStatus(SERVICE_RUNNING, 0, 0, 0);
-}
-
-static void GetInhibitCapability() {
-    const DWORD capability = LCDCSControl(LCDCS_GET_CAPABILITY);
-    // The value travels back as the service-specific exit code.
-    if (capability != 0)
-        ReportServiceStatus(SERVICE_RUNNING, ERROR_SERVICE_SPECIFIC_ERROR, 0, capability);
-}
-
-// ---- monitor off ----
-
-static DWORD WINAPI MonitorOffThreadProc(void*) {
-    StandbySystem();
-    HANDLE own = g_hMonitorOffThread.exchange(nullptr);
-    if (own != nullptr && !g_bStopping)
-        CloseHandle(own);
-    return 0;
-}
-
-static void MonitorOff() {
-    if (g_hMonitorOffThread != nullptr)
-        return; // one runs
-    // Suspended, so that the slot is set before the thread can empty it.
-    HANDLE thread = CreateThread(nullptr, 0, MonitorOffThreadProc, nullptr, CREATE_SUSPENDED, nullptr);
-    if (thread == nullptr)
-        return;
-    g_hMonitorOffThread = thread;
-    if (ResumeThread(thread) == static_cast<DWORD>(-1)) {
-        g_hMonitorOffThread = nullptr;
-        TerminateThread(thread, 0);
-        CloseHandle(thread);
-    }
-}
-
 // ---- standard controls ----
 
 static void Stop() {
     ReportServiceStatus(SERVICE_STOP_PENDING, 0, 1, 0);
-    g_bStopping = true;
+    KeepMonitorOffThreadHandle();
     std::atomic<HANDLE>* const slots[] = {
         &g_hPHThread,         &g_hPHOverrideThread, &g_hCPUMonitorThread,
         &g_hMonitorOffThread, &g_hLCDCSTimerThread, &g_hLCDCSWatchdogThread,
@@ -162,16 +85,28 @@ template <BOOL (*Operation)()> static void Do() {
     Operation();
 }
 
+// A request that is answered with a running report when it was accepted, and not at all otherwise.
+template <BOOL (*Request)()> static void Answer() {
+    if (Request())
+        ReportServiceStatus(SERVICE_RUNNING, 0, 0, 0);
+}
+
+// A value for the client travels as the service-specific exit code; 0 is none.
+template <DWORD (*Question)()> static void AnswerValue() {
+    if (const DWORD value = Question(); value != 0)
+        ReportServiceStatus(SERVICE_RUNNING, ERROR_SERVICE_SPECIFIC_ERROR, 0, value);
+}
+
 // clang-format off
 static const ControlRow g_controlTable[] = {
     {SERVICE_CONTROL_STOP,                                 Stop},
     {SERVICE_CONTROL_PAUSE,                                Pause},
     {SERVICE_CONTROL_CONTINUE,                             Continue},
     {SERVICE_CONTROL_INTERROGATE,                          nullptr},
-    {SERVICE_CONTROL_MESSAGE_MONITOROFF,                   MonitorOff},
-    {SERVICE_CONTROL_MESSAGE_LCDCS_STARTINHIBITLIDEVENT,   StartInhibitLidEvent},
-    {SERVICE_CONTROL_MESSAGE_LCDCS_STOPINHIBITLIDEVENT,    StopInhibitLidEvent},
-    {SERVICE_CONTROL_MESSAGE_LCDCS_GETINHIBITCAPABILITY,   GetInhibitCapability},
+    {SERVICE_CONTROL_MESSAGE_MONITOROFF,                   StartMonitorOff},
+    {SERVICE_CONTROL_MESSAGE_LCDCS_STARTINHIBITLIDEVENT,   Answer<LCDCSStartInhibit>},
+    {SERVICE_CONTROL_MESSAGE_LCDCS_STOPINHIBITLIDEVENT,    Answer<LCDCSStopInhibit>},
+    {SERVICE_CONTROL_MESSAGE_LCDCS_GETINHIBITCAPABILITY,   AnswerValue<LCDCSGetInhibitCapability>},
     {SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DISABLE, Do<AdaptiveCoolingDisableCurrentSettingsOfTwoInOne>},
     {SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_ENABLE,  Do<AdaptiveCoolingEnableCurrentSettingsOfTwoInOne>},
     {SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_START,   Do<StartAdaptiveCooling>},

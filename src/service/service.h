@@ -9,17 +9,13 @@
 extern SERVICE_STATUS_HANDLE g_hServiceStatus;
 extern HANDLE g_hServiceStopEvent; // auto-reset; the stop control sets it
 extern std::atomic<HANDLE> g_hTerminalThread;
-extern std::atomic<HANDLE> g_hMonitorOffThread; // null while no monitor-off request runs
 
 // Service main routine; returns once the service has stopped or has failed to start. The arguments are not
 // used.
 void WINAPI ServiceMain(DWORD argument_count, LPWSTR* arguments);
 
-// Report to the service control manager, with a wait hint of 3000 ms. The first accepts the stop control, the
-// second (for the start) accepts none.
+// Reports to the service control manager, with a wait hint of 3000 ms; the stop control is accepted.
 void ReportServiceStatus(DWORD state, DWORD win32_exit_code, DWORD check_point, DWORD specific_exit_code);
-void ReportServicePendingStatus(DWORD state, DWORD win32_exit_code, DWORD check_point,
-                                DWORD specific_exit_code);
 
 // Control handler. Always 0.
 DWORD WINAPI ServiceCtrlHandlerEx(DWORD control, DWORD event_type, void* event_data, void* context);

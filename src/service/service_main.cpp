@@ -6,8 +6,9 @@
 #include "display/pwm_frequency.h"
 #include "driver/device.h"
 #include "driver/notification_events.h"
-#include "events/sleep_wake.h"
+#include "events/lid_beep.h"
 #include "events/terminal_thread.h"
+#include "formfactor/bios_version.h"
 #include "formfactor/lid_inhibit.h"
 #include "formfactor/multimode.h"
 #include "formfactor/transformation.h"
@@ -17,7 +18,7 @@
 
 SERVICE_STATUS_HANDLE g_hServiceStatus = nullptr;
 HANDLE g_hServiceStopEvent = nullptr;
-std::atomic<HANDLE> g_hTerminalThread = nullptr;
+std::atomic<HANDLE> g_hTerminalThread{nullptr};
 static HANDLE g_hPnPTaskThread = nullptr;
 
 constexpr DWORD WAIT_HINT_MS = 3000;
@@ -47,8 +48,9 @@ void ReportServiceStatus(DWORD state, DWORD win32_exit_code, DWORD check_point, 
     Report(state, SERVICE_ACCEPT_STOP, win32_exit_code, check_point, specific_exit_code);
 }
 
-void ReportServicePendingStatus(DWORD state, DWORD win32_exit_code, DWORD check_point,
-                                DWORD specific_exit_code) {
+// For the start: no control is accepted yet.
+static void ReportServicePendingStatus(DWORD state, DWORD win32_exit_code, DWORD check_point,
+                                       DWORD specific_exit_code) {
     Report(state, 0, win32_exit_code, check_point, specific_exit_code);
 }
 
@@ -89,7 +91,7 @@ static void CloseStopEvent() {
 }
 
 // From the registered handler to the running state. FALSE once a failure has been reported as stopped.
-static BOOL StartService() {
+static BOOL StartUp() {
     ReportServicePendingStatus(SERVICE_START_PENDING, 0, 1, 0);
     g_hServiceStopEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (g_hServiceStopEvent == nullptr) {
@@ -122,7 +124,7 @@ static BOOL StartService() {
 }
 
 // The stop control has reported the first check point and ended the threads it owns.
-static void StopService() {
+static void ShutDown() {
     ReportServiceStatus(SERVICE_STOP_PENDING, 0, 2, 0);
     TerminateThread(g_hTerminalThread, 0);
     ReportServiceStatus(SERVICE_STOP_PENDING, 0, 3, 0);
@@ -143,9 +145,9 @@ void WINAPI ServiceMain(DWORD, LPWSTR*) {
     g_hServiceStatus = RegisterServiceCtrlHandlerExW(SERVICE_NAME, ServiceCtrlHandlerEx, nullptr);
     if (g_hServiceStatus == nullptr)
         return; // nothing can be reported
-    if (!StartService())
+    if (!StartUp())
         return;
     WaitForSingleObject(g_hServiceStopEvent, INFINITE);
-    StopService();
+    ShutDown();
     Trace(L"Exit ServiceMain()\n");
 }

@@ -35,7 +35,9 @@ static bool MeansAbsent(DWORD error) {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
-BOOL IsINFFileExits(const wchar_t* names) {
+// TRUE when the INF store holds at least one of the names of a multi-string (each ends in a null, the list in
+// an empty name), or when that cannot be told.
+static BOOL IsINFFileExits(const wchar_t* names) {
     for (const wchar_t* name = names; *name != L'\0'; name += lstrlenW(name) + 1) {
         wchar_t folder[MAX_PATH];
         if (!GetFolder(CSIDL_WINDOWS, folder))
@@ -85,7 +87,8 @@ BOOL GetPMDRVInstallStatus() {
     return installed;
 }
 
-BOOL StopPMService(const wchar_t* name) {
+// Sends the stop control to a service without waiting for its end; the result of the request.
+static BOOL StopPMService(const wchar_t* name) {
     ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (manager.handle == nullptr)
         return FALSE;
@@ -99,18 +102,20 @@ BOOL StopPMService(const wchar_t* name) {
     return sent;
 }
 
-// Fills `path` (MAX_PATH characters) with a file of the system folder. A path that does not fit fails.
+// Fills `path` (MAX_PATH characters) with a file of the system folder. FALSE when that is not known or the
+// path does not fit.
 static BOOL GetSystemFilePath(const wchar_t* file, wchar_t* path) {
     wchar_t folder[MAX_PATH];
     return GetFolder(CSIDL_SYSTEM, folder) &&
            SUCCEEDED(StringCchPrintfW(path, MAX_PATH, L"%ls\\%ls", folder, file));
 }
 
-BOOL GetINFPath(wchar_t* path) {
+// Where the INF copy goes, and the program that runs it.
+static BOOL GetINFPath(wchar_t* path) {
     return GetSystemFilePath(L"ZORPMDRV.INF", path);
 }
 
-BOOL GetRunDLLPath(wchar_t* path) {
+static BOOL GetRunDLLPath(wchar_t* path) {
     return GetSystemFilePath(L"rundll32.exe", path);
 }
 
@@ -169,7 +174,9 @@ static HANDLE CreateINFFile(const wchar_t* path, SECURITY_ATTRIBUTES* attributes
     return CreateNewFile(path, attributes);
 }
 
-BOOL CreateINF(const wchar_t* path) {
+// Writes the embedded INF to a new file that only the local system account may use, replacing one that is
+// there. FALSE when the file is not complete.
+static BOOL CreateINF(const wchar_t* path) {
     HRSRC resource = FindResourceW(nullptr, MAKEINTRESOURCEW(DRIVER_PACKAGE_RESOURCE), RT_RCDATA);
     if (resource == nullptr)
         return FALSE;

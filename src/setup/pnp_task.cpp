@@ -2,6 +2,7 @@
 
 #include "common/com.h"
 #include "common/registry.h"
+#include "common/text.h"
 #include "common/trace.h"
 #include "setup/event_trigger.h"
 
@@ -35,17 +36,12 @@ BOOL IsReleaseId1903OrLater() {
     if (!OpenKey(&key, HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", KEY_READ) ||
         !QueryString(key.key, L"ReleaseId", text, ARRAYSIZE(text), sizeof(text) - sizeof(wchar_t)))
         return FALSE;
-    DWORD release = 0;
-    for (const wchar_t* digit = text; *digit >= L'0' && *digit <= L'9'; ++digit) {
-        release = release * 10 + static_cast<DWORD>(*digit - L'0');
-        // More digits only make it larger.
-        if (release >= FIRST_RELEASE_WITHOUT_TASK)
-            return TRUE;
-    }
-    return FALSE;
+    return LeadingNumber(text, FIRST_RELEASE_WITHOUT_TASK) >= FIRST_RELEASE_WITHOUT_TASK;
 }
 
-void GetModulePath(wchar_t* path) {
+// Fills `path` (MAX_PATH characters) with the running executable's full path, or with an empty text when that
+// is not known or too long.
+static void GetModulePath(wchar_t* path) {
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
     // A path that was cut to fit fills the buffer.
     if (length == 0 || length >= MAX_PATH)
@@ -106,29 +102,18 @@ static HRESULT DeleteTask(ITaskFolder* folder, const wchar_t* name) {
     return task.text != nullptr ? folder->DeleteTask(task.text, 0) : E_OUTOFMEMORY;
 }
 
-// What is held from one step to the next until the task is registered.
-struct TaskParts {
-    ComPointer<ITaskFolder> root;
-    ComPointer<ITaskDefinition> definition;
-    ComPointer<IActionCollection> actions;
-    ComPointer<IAction> action;
-    ComPointer<IExecAction> exec;
-    ComPointer<ITaskSettings> settings;
-};
-
-static bool CreateDefinition(TaskParts* task) {
+static bool CreateDefinition(ComPointer<ITaskFolder>* root, ComPointer<ITaskDefinition>* definition) {
     ComPointer<ITaskService> service;
-    if (!OpenRootFolder(g_pnpTaskMessages, &service, &task->root))
+    if (!OpenRootFolder(g_pnpTaskMessages, &service, root))
         return false;
     // Usually there is one from the previous start; none is as good.
-    DeleteTask(task->root.pointer, PNP_TASK_NAME);
-    return !Failed(service->NewTask(0, task->definition.Receive()),
-                   L"Failed to create a task definition: %x\n");
+    DeleteTask(root->pointer, PNP_TASK_NAME);
+    return !Failed(service->NewTask(0, definition->Receive()), L"Failed to create a task definition: %x\n");
 }
 
-static bool AddEventTrigger(TaskParts* task) {
+static bool AddEventTrigger(ITaskDefinition* definition) {
     ComPointer<ITriggerCollection> triggers;
-    if (Failed(task->definition->get_Triggers(triggers.Receive()), L"\nCannot get trigger collection: %x"))
+    if (Failed(definition->get_Triggers(triggers.Receive()), L"\nCannot get trigger collection: %x"))
         return false;
     ComPointer<ITrigger> trigger;
     if (Failed(triggers->Create(TASK_TRIGGER_EVENT, trigger.Receive()),
@@ -147,47 +132,47 @@ static bool AddEventTrigger(TaskParts* task) {
                    L"\nCannot put subscription: %x");
 }
 
-static bool AddExecAction(TaskParts* task, const wchar_t* executable) {
-    if (Failed(task->definition->get_Actions(task->actions.Receive()),
-               L"\nCannot get Task collection pointer: %x"))
+static bool AddExecAction(ITaskDefinition* definition, const wchar_t* executable) {
+    ComPointer<IActionCollection> actions;
+    if (Failed(definition->get_Actions(actions.Receive()), L"\nCannot get Task collection pointer: %x"))
         return false;
-    if (Failed(task->actions->Create(TASK_ACTION_EXEC, task->action.Receive()),
-               L"\nCannot create the action: %x"))
+    ComPointer<IAction> action;
+    if (Failed(actions->Create(TASK_ACTION_EXEC, action.Receive()), L"\nCannot create the action: %x"))
         return false;
-    if (Failed(task->action->QueryInterface(IID_IExecAction, task->exec.ReceiveAny()),
+    ComPointer<IExecAction> exec;
+    if (Failed(action->QueryInterface(IID_IExecAction, exec.ReceiveAny()),
                L"\nQueryInterface call failed on IExecAction: %x"))
         return false;
     BstrHolder path(executable);
-    if (Failed(path.text != nullptr ? task->exec->put_Path(path.text) : E_OUTOFMEMORY,
+    if (Failed(path.text != nullptr ? exec->put_Path(path.text) : E_OUTOFMEMORY,
                L"\nCannot add path for executable action: %x"))
         return false;
     BstrHolder arguments(L"-PnPTask");
-    return !Failed(arguments.text != nullptr ? task->exec->put_Arguments(arguments.text) : E_OUTOFMEMORY,
+    return !Failed(arguments.text != nullptr ? exec->put_Arguments(arguments.text) : E_OUTOFMEMORY,
                    L"\nCannot add command line arg for executable action: %x");
 }
 
-static bool ApplySettings(TaskParts* task) {
-    if (Failed(task->definition->get_Settings(task->settings.Receive()),
-               L"\nCannot get Task setting pointer: %x"))
+static bool ApplySettings(ITaskDefinition* definition) {
+    ComPointer<ITaskSettings> settings;
+    if (Failed(definition->get_Settings(settings.Receive()), L"\nCannot get Task setting pointer: %x"))
         return false;
     // Results of the first two are ignored on purpose: the task serves without them.
-    task->settings->put_AllowDemandStart(VARIANT_FALSE);
-    task->settings->put_DisallowStartIfOnBatteries(VARIANT_FALSE);
-    return !Failed(task->settings->put_StopIfGoingOnBatteries(VARIANT_FALSE),
+    settings->put_AllowDemandStart(VARIANT_FALSE);
+    settings->put_DisallowStartIfOnBatteries(VARIANT_FALSE);
+    return !Failed(settings->put_StopIfGoingOnBatteries(VARIANT_FALSE),
                    L"\nCannot add idle setting for task setting: %x");
 }
 
-static bool RegisterTask(TaskParts* task) {
+static bool RegisterTask(ITaskFolder* root, ITaskDefinition* definition) {
     BstrHolder name(PNP_TASK_NAME);
     StringVariant user(L"NT AUTHORITY\\System");
     const VARIANT no_password = {};
     StringVariant security(L"");
     ComPointer<IRegisteredTask> registered;
     const bool complete = name.text != nullptr && user.Valid() && security.Valid();
-    return !Failed(complete ? task->root->RegisterTaskDefinition(name.text, task->definition.pointer,
-                                                                 TASK_CREATE_OR_UPDATE, user.value,
-                                                                 no_password, TASK_LOGON_SERVICE_ACCOUNT,
-                                                                 security.value, registered.Receive())
+    return !Failed(complete ? root->RegisterTaskDefinition(
+                                  name.text, definition, TASK_CREATE_OR_UPDATE, user.value, no_password,
+                                  TASK_LOGON_SERVICE_ACCOUNT, security.value, registered.Receive())
                             : E_OUTOFMEMORY,
                    L"\nError saving the Task : %x");
 }
@@ -200,9 +185,11 @@ BOOL CreatePnPTask() {
         Trace(L"\nGetModulePath returned empty");
         return FALSE;
     }
-    TaskParts task;
-    return CreateDefinition(&task) && AddEventTrigger(&task) && AddExecAction(&task, executable) &&
-           ApplySettings(&task) && RegisterTask(&task);
+    ComPointer<ITaskFolder> root;
+    ComPointer<ITaskDefinition> definition;
+    return CreateDefinition(&root, &definition) && AddEventTrigger(definition.pointer) &&
+           AddExecAction(definition.pointer, executable) && ApplySettings(definition.pointer) &&
+           RegisterTask(root.pointer, definition.pointer);
 }
 
 DWORD WINAPI CreatePnPTaskThreadProc(void*) {

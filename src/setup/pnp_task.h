@@ -7,10 +7,6 @@
 // as 20.
 BOOL IsReleaseId1903OrLater();
 
-// Fills `path` (MAX_PATH characters) with the running executable's full path, or with an empty text when that
-// is not known or too long.
-void GetModulePath(wchar_t* path);
-
 // Initialises COM for the calling thread (multithreaded apartment) and COM security for the process. FALSE
 // when either fails; COM is then not in use. Balance a TRUE with CoUninitialize.
 BOOL InitTaskSchedulerCom();
