@@ -1,41 +1,37 @@
 #include "events/dispatch.h"
 
+#include "common/holders.h"
 #include "common/process.h"
-#include "common/registry.h"
 #include "common/trace.h"
 #include "cooling/adaptive_cooling.h"
 #include "display/pwm_frequency.h"
 #include "driver/device.h"
-#include "driver/firmware_words.h"
 #include "events/lid_beep.h"
 #include "events/sleep_wake.h"
 #include "events/standby.h"
 #include "formfactor/multimode.h"
+#include "formfactor/multimode_registry.h"
 #include "formfactor/option_status.h"
 #include "formfactor/transformation.h"
-#include "hotkeys/ph_interface.h"
-
-constexpr DWORD PAGE_CLASSIC = 0x1000;
-constexpr DWORD PAGE_2 = 0x1100;
-constexpr DWORD PAGE_3 = 0x1300;
+#include "hotkeys/ph_notification.h"
 
 // What the dispatcher derives from an event's code.
 struct EventFields {
-    DWORD FnNumber;   // key or event number within its page
-    DWORD page;       // kept in place, e.g. 0x1100
-    DWORD SleepState; // carried by wake events
+    DWORD fn_number;   // key or event number within its page
+    DWORD page;        // kept in place, e.g. 0x1100
+    DWORD sleep_state; // carried by wake events
     DWORD key_mask;
     DWORD table_key;
 };
 
 static EventFields DeriveFields(DWORD code) {
     EventFields fields;
-    fields.FnNumber = code & 0xFF;
+    fields.fn_number = code & 0xFF;
     fields.page = code & 0xFF00;
-    fields.SleepState = (code >> 8) & 0xF;
-    if (fields.SleepState == 1 || fields.SleepState == 2)
-        fields.SleepState = 3;
-    fields.key_mask = 1u << ((fields.FnNumber - 1) % 32);
+    fields.sleep_state = (code >> 8) & 0xF;
+    if (fields.sleep_state == 1 || fields.sleep_state == 2)
+        fields.sleep_state = 3;
+    fields.key_mask = 1u << ((fields.fn_number - 1) % 32);
     fields.table_key = code & 0xFFFFF0FF;
     return fields;
 }
@@ -60,25 +56,8 @@ DWORD ChkHotkeyEvent(HardwareEvent* event) {
     return ERROR_SUCCESS;
 }
 
-// Flips one bit of a notification value; an absent one counts as 0. The key is never created.
-static void ToggleNotification(const wchar_t* path, const wchar_t* name, DWORD mask) {
-    KeyHolder key;
-    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, path, KEY_ALL_ACCESS))
-        return;
-    DWORD value = 0;
-    QueryDword(key.key, name, &value);
-    if (!SetDword(key.key, name, value ^ mask))
-        Trace(L"ToggleNotification(): Error: %ls not written.\n", name != nullptr ? name : L"(default)");
-}
-
-static void PublishLid(DWORD state) {
-    KeyHolder key;
-    if (OpenKey(&key, HKEY_LOCAL_MACHINE, SERVICE_KEY L"\\Transform\\CurrentStatus", KEY_ALL_ACCESS))
-        SetDword(key.key, L"Lid", state);
-}
-
-static void HandleCalderLcdCloseOpen(DWORD bMouseDataEnable) {
-    SendOneWord(IOCTL_POINTING_STICK_MOUSE_DATA, bMouseDataEnable, nullptr);
+static void HandleCalderLcdCloseOpen(DWORD mouse_data_enable) {
+    SendOneWord(IOCTL_POINTING_STICK_MOUSE_DATA, mouse_data_enable, nullptr);
 }
 
 static void HandleHotKey3() {
@@ -105,16 +84,16 @@ template <auto Operation> constexpr Step Do(DWORD argument) {
     return {[](DWORD number, const EventFields&) { Operation(number); }, argument};
 }
 
-// Event notification k to clients: bit k-1 of "Type2" (N) or "Type22" (M) flips.
-static constexpr Step N(DWORD k) {
+// Event notification k to clients: bit k-1 of the value flips.
+static constexpr Step Type2(DWORD k) {
     return Do<NotifyPHType2Event>(k);
 }
-static constexpr Step M(DWORD k) {
+static constexpr Step Type22(DWORD k) {
     return Do<NotifyPHType22Event>(k);
 }
 
 static constexpr Step Wakeup() {
-    return {[](DWORD, const EventFields& fields) { HandleWakeupEvent(TRUE, FALSE, fields.SleepState); }, 0};
+    return {[](DWORD, const EventFields& fields) { HandleWakeupEvent(TRUE, FALSE, fields.sleep_state); }, 0};
 }
 static constexpr Step BusDisconnect() {
     return {[](DWORD, const EventFields&) { HandleWakeupEvent(FALSE, TRUE, 0); }, 0};
@@ -122,63 +101,63 @@ static constexpr Step BusDisconnect() {
 
 struct EventRow {
     DWORD table_key;
-    const wchar_t* name;
-    Step steps[3]; // run in this order; an empty step ends the row
+    const wchar_t* name; // for the trace
+    Step steps[3];       // run in this order; an empty step ends the row
 };
 
 // clang-format off
 static const EventRow g_eventTable[] = {
-    {0x0015, L"ZORPM_FAST_FLASH_STANDBY_CHANGED",          {N(21)}},
-    {0x1003, L"classic hot key 3",                         {Do<HandleHotKey3>()}},
-    {0x100C, L"classic hot key 12",                        {Do<HibernateSystem>()}},
-    {0x2004, L"wake-up",                                   {Wakeup()}},
-    {0x2005, L"wake-up",                                   {Wakeup()}},
-    {0x2013, L"ZORPM_WAKEUP_BATT",                         {Do<HandleBatteryWakeup>()}},
-    {0x2020, L"HK_CHANGE_CONNECTED_STANDBY_STATUS_CHNAGED", {}},
-    {0x3003, L"bus disconnect",                            {BusDisconnect()}},
-    {0x4003, L"bus disconnect",                            {BusDisconnect()}},
-    {0x3006, L"",                                          {N(8)}},
-    {0x4010, L"",                                          {N(11), Do<AdaptiveCoolingRiseEventOfDockModeControlChange>()}},
-    {0x4011, L"",                                          {N(12), Do<AdaptiveCoolingRiseEventOfDockModeControlChange>()}},
-    {0x4012, L"ZORPM_TABLET_OPTION_ATTACHED",              {Do<AdaptiveCoolingRiseAttachEventOfTwoInOne>(), Do<SetOptionStatus>(), M(3)}},
-    {0x4013, L"ZORPM_TABLET_OPTION_DETACHED",              {Do<AdaptiveCoolingRiseDetachEventOfTwoInOne>(), Do<SetOptionStatus>(), M(4)}},
-    {0x5001, L"lid close",                                 {N(5), Do<HandleLidCloseBeep>(), Do<PublishLid>(1)}},
-    {0x5002, L"lid open",                                  {N(6), Do<SetLidBeep>(0), Do<PublishLid>(2)}},
-    {0x5007, L"",                                          {Do<HandleCalderLcdCloseOpen>(0)}},
-    {0x5008, L"",                                          {Do<HandleCalderLcdCloseOpen>(1)}},
-    {0x5009, L"ZORPM_TABLET_MODE",                         {N(28), Do<TabletScreenRotationFunctionality>()}},
-    {0x500A, L"ZORPM_NOTEBOOK_MODE",                       {N(29), Do<NotebookScreenRotationFunctionality>()}},
-    {0x500B, L"",                                          {N(2)}},
-    {0x500C, L"",                                          {N(3)}},
-    {0x500D, L"ZORPM_PEN_LOSE",                            {N(15)}},
-    {0x5010, L"",                                          {Do<ChangePWMFrequency>()}},
-    {0x5012, L"ZORPM_EVENT_LAYFLAT_STATE_CHANGE",          {M(2)}},
-    {0x5020, L"ZORPM_EVENT_DOG_EAR_CHANGED",               {M(1)}},
-    {0x5030, L"",                                          {N(10)}},
-    {0x6000, L"ZORPM_NUMLOCK_STATE_CHANGED",               {N(13)}},
-    {0x6001, L"ZORPM_KEYBOARD_LIGHT_DEVICE_STATE_CHANGED", {N(23)}},
-    {0x6005, L"ZORPM_FNSTICKY_STATE_CHANGED",              {N(14)}},
-    {0x6011, L"",                                          {}},
-    {0x6012, L"",                                          {Do<ForceSuspendSystem>()}},
-    {0x6020, L"ZORPM_ROTATIONLOCK_BUTTON_PRESSED",         {N(31)}},
-    {0x6022, L"",                                          {Do<ForceSuspendSystem>()}},
-    {0x6030, L"",                                          {N(9)}},
-    {0x6031, L"ZORPM_EVENT_THERMAL_DISCRETE_GPU_TEMPATURE_CHANGED", {M(7), Do<AdaptiveCoolingRiseEventOfDynamicCpuControl>()}},
-    {0x6032, L"ZORPM_DYNAMIC_THERMAL_CONTROL_SET_COMMAND_COMPLIETION", {M(8)}},
-    {0x6040, L"ZORPM_ACADPTER_RAW_STATE_CHANGED",          {N(16)}},
-    {0x6050, L"ZORPM_BRIGHTNESS_CHANGED",                  {N(17)}},
-    {0x6060, L"ZORPM_MEDIAKEY_CHANGED",                    {N(18)}},
-    {0x6070, L"ZORPM_INTELLIGENT_SLEEP_STATE_WAKES_FROM_S3_TO_S4", {N(19)}},
-    {0x6080, L"ZORPM_INTELLIGENT_SLEEP_STATE_WAKES_FROM_S4_TO_S3", {N(20)}},
-    {0x6090, L"ZORPM_SHOCK_SHIELD_BUTTON_CANGED",          {N(22)}},
-    {0x60A0, L"ZORPM_TOUCHPAD_DEVICE_STATE_CANGED",        {N(25)}},
-    {0x60B0, L"ZORPM_PSENSOR_DETECTED",                    {N(26)}},
-    {0x60B1, L"ZORPM_PSENSOR_UNDETECTED",                  {N(27)}},
-    {0x60C0, L"ZORPM_DEVICE_TRANSFORMATION_CHANGED",       {N(30), Do<SystemTransformationEventActionChangeTransformation>(), Do<AdaptiveCoolingRiseEventOfPivoModeChange>()}},
-    {0x60D0, L"ZORPM_EVENT__INSTANT_ON_SETTINGS",          {N(24)}},
-    {0x60E0, L"HK_KEYBORAD_LIGHT_CONTROL_MODE_CHANGED",    {M(5)}},
-    {0x60F0, L"ZORPM_EVENT_THERMAL_TRANSFORMATION_CHANGED", {M(6), Do<AdaptiveCoolingRiseEventOfCoolQuietHingeAngle>()}},
-    {0x7000, L"",                                          {N(1)}},
+    {0x0015, TRACE_NAME(L"ZORPM_FAST_FLASH_STANDBY_CHANGED"),               {Type2(21)}},
+    {0x1003, TRACE_NAME(L"classic hot key 3"),                              {Do<HandleHotKey3>()}},
+    {0x100C, TRACE_NAME(L"classic hot key 12"),                             {Do<HibernateSystem>()}},
+    {0x2004, TRACE_NAME(L"wake-up"),                                        {Wakeup()}},
+    {0x2005, TRACE_NAME(L"wake-up"),                                        {Wakeup()}},
+    {0x2013, TRACE_NAME(L"ZORPM_WAKEUP_BATT"),                              {Do<HandleBatteryWakeup>()}},
+    {0x2020, TRACE_NAME(L"HK_CHANGE_CONNECTED_STANDBY_STATUS_CHNAGED"),     {}},
+    {0x3003, TRACE_NAME(L"bus disconnect"),                                 {BusDisconnect()}},
+    {0x4003, TRACE_NAME(L"bus disconnect"),                                 {BusDisconnect()}},
+    {0x3006, TRACE_NAME(L"notification to clients only"),                   {Type2(8)}},
+    {0x4010, TRACE_NAME(L"dock mode changed"),                              {Type2(11), Do<AdaptiveCoolingRiseEventOfDockModeControlChange>()}},
+    {0x4011, TRACE_NAME(L"dock mode changed"),                              {Type2(12), Do<AdaptiveCoolingRiseEventOfDockModeControlChange>()}},
+    {0x4012, TRACE_NAME(L"ZORPM_TABLET_OPTION_ATTACHED"),                   {Do<AdaptiveCoolingRiseAttachEventOfTwoInOne>(), Do<SetOptionStatus>(), Type22(3)}},
+    {0x4013, TRACE_NAME(L"ZORPM_TABLET_OPTION_DETACHED"),                   {Do<AdaptiveCoolingRiseDetachEventOfTwoInOne>(), Do<SetOptionStatus>(), Type22(4)}},
+    {0x5001, TRACE_NAME(L"lid close"),                                      {Type2(5), Do<HandleLidCloseBeep>(), Do<PublishLidState>(LID_STATE_CLOSED)}},
+    {0x5002, TRACE_NAME(L"lid open"),                                       {Type2(6), Do<SetLidBeep>(0), Do<PublishLidState>(LID_STATE_OPEN)}},
+    {0x5007, TRACE_NAME(L"Calder LCD closed"),                              {Do<HandleCalderLcdCloseOpen>(0)}},
+    {0x5008, TRACE_NAME(L"Calder LCD opened"),                              {Do<HandleCalderLcdCloseOpen>(1)}},
+    {0x5009, TRACE_NAME(L"ZORPM_TABLET_MODE"),                              {Type2(28), Do<TabletScreenRotationFunctionality>()}},
+    {0x500A, TRACE_NAME(L"ZORPM_NOTEBOOK_MODE"),                            {Type2(29), Do<NotebookScreenRotationFunctionality>()}},
+    {0x500B, TRACE_NAME(L"notification to clients only"),                   {Type2(2)}},
+    {0x500C, TRACE_NAME(L"notification to clients only"),                   {Type2(3)}},
+    {0x500D, TRACE_NAME(L"ZORPM_PEN_LOSE"),                                 {Type2(15)}},
+    {0x5010, TRACE_NAME(L"panel wants its PWM frequency"),                  {Do<ChangePWMFrequency>()}},
+    {0x5012, TRACE_NAME(L"ZORPM_EVENT_LAYFLAT_STATE_CHANGE"),               {Type22(2)}},
+    {0x5020, TRACE_NAME(L"ZORPM_EVENT_DOG_EAR_CHANGED"),                    {Type22(1)}},
+    {0x5030, TRACE_NAME(L"notification to clients only"),                   {Type2(10)}},
+    {0x6000, TRACE_NAME(L"ZORPM_NUMLOCK_STATE_CHANGED"),                    {Type2(13)}},
+    {0x6001, TRACE_NAME(L"ZORPM_KEYBOARD_LIGHT_DEVICE_STATE_CHANGED"),      {Type2(23)}},
+    {0x6005, TRACE_NAME(L"ZORPM_FNSTICKY_STATE_CHANGED"),                   {Type2(14)}},
+    {0x6011, TRACE_NAME(L"nothing to do"),                                  {}},
+    {0x6012, TRACE_NAME(L"forced sleep"),                                   {Do<ForceSuspendSystem>()}},
+    {0x6020, TRACE_NAME(L"ZORPM_ROTATIONLOCK_BUTTON_PRESSED"),              {Type2(31)}},
+    {0x6022, TRACE_NAME(L"forced sleep"),                                   {Do<ForceSuspendSystem>()}},
+    {0x6030, TRACE_NAME(L"notification to clients only"),                   {Type2(9)}},
+    {0x6031, TRACE_NAME(L"ZORPM_EVENT_THERMAL_DISCRETE_GPU_TEMPATURE_CHANGED"), {Type22(7), Do<AdaptiveCoolingRiseEventOfDynamicCpuControl>()}},
+    {0x6032, TRACE_NAME(L"ZORPM_DYNAMIC_THERMAL_CONTROL_SET_COMMAND_COMPLIETION"), {Type22(8)}},
+    {0x6040, TRACE_NAME(L"ZORPM_ACADPTER_RAW_STATE_CHANGED"),               {Type2(16)}},
+    {0x6050, TRACE_NAME(L"ZORPM_BRIGHTNESS_CHANGED"),                       {Type2(17)}},
+    {0x6060, TRACE_NAME(L"ZORPM_MEDIAKEY_CHANGED"),                         {Type2(18)}},
+    {0x6070, TRACE_NAME(L"ZORPM_INTELLIGENT_SLEEP_STATE_WAKES_FROM_S3_TO_S4"), {Type2(19)}},
+    {0x6080, TRACE_NAME(L"ZORPM_INTELLIGENT_SLEEP_STATE_WAKES_FROM_S4_TO_S3"), {Type2(20)}},
+    {0x6090, TRACE_NAME(L"ZORPM_SHOCK_SHIELD_BUTTON_CANGED"),               {Type2(22)}},
+    {0x60A0, TRACE_NAME(L"ZORPM_TOUCHPAD_DEVICE_STATE_CANGED"),             {Type2(25)}},
+    {0x60B0, TRACE_NAME(L"ZORPM_PSENSOR_DETECTED"),                         {Type2(26)}},
+    {0x60B1, TRACE_NAME(L"ZORPM_PSENSOR_UNDETECTED"),                       {Type2(27)}},
+    {0x60C0, TRACE_NAME(L"ZORPM_DEVICE_TRANSFORMATION_CHANGED"),            {Type2(30), Do<SystemTransformationEventActionChangeTransformation>(), Do<AdaptiveCoolingRiseEventOfPivoModeChange>()}},
+    {0x60D0, TRACE_NAME(L"ZORPM_EVENT__INSTANT_ON_SETTINGS"),               {Type2(24)}},
+    {0x60E0, TRACE_NAME(L"HK_KEYBORAD_LIGHT_CONTROL_MODE_CHANGED"),         {Type22(5)}},
+    {0x60F0, TRACE_NAME(L"ZORPM_EVENT_THERMAL_TRANSFORMATION_CHANGED"),     {Type22(6), Do<AdaptiveCoolingRiseEventOfCoolQuietHingeAngle>()}},
+    {0x7000, TRACE_NAME(L"notification to clients only"),                   {Type2(1)}},
 };
 // clang-format on
 
@@ -197,20 +176,6 @@ static DWORD RunAction(const EventFields& fields) {
     return 1;
 }
 
-// Hot keys of pages 2 and 3 have no built-in action where the firmware has pages; they only notify. TRUE when
-// the event was one of them.
-static BOOL NotifyPagedHotKey(HANDLE device, const EventFields& fields) {
-    DWORD version = 0;
-    OneWordRequest(device, IOCTL_PMDRV_MHKV, 0, &version);
-    if (version != MHKV_SECOND || (fields.page != PAGE_2 && fields.page != PAGE_3))
-        return FALSE;
-    const bool page2 = fields.page == PAGE_2;
-    if ((page2 ? g_Type12CurrentSetting : g_Type13CurrentSetting) != 0)
-        ToggleNotification(SERVICE_KEY L"\\Parameters2\\Type10\\Notification", page2 ? L"Type12" : L"Type13",
-                           fields.key_mask);
-    return TRUE;
-}
-
 DWORD DispatchHotKey(const HardwareEvent& event) {
     HandleHolder device(OpenDevice(PRIMARY_DEVICE, FULL_ACCESS, FULL_SHARE));
     if (!device.Valid()) {
@@ -218,15 +183,17 @@ DWORD DispatchHotKey(const HardwareEvent& event) {
         return 1;
     }
     const EventFields fields = DeriveFields(event.code);
-    const bool classic = fields.page == PAGE_CLASSIC;
-    // Any hot key in notify mode makes every classic hot key visible to clients.
-    if (classic && g_PHCurrentSetting != 0)
-        ToggleNotification(SERVICE_KEY L"\\Parameters\\Notification", nullptr, fields.key_mask);
+    const bool classic = fields.page == PH_PAGE_CLASSIC;
+    if (classic)
+        NotifyPHHotKey(fields.page, fields.key_mask);
     if (event.second != 0)
         return 0;
-    if (classic && (fields.key_mask & g_PHOverrideSetting & PH_OVERRIDE_CAPABILITY) != 0)
-        return 0; // a client has taken the key over
-    if (NotifyPagedHotKey(device.handle, fields))
+    if (classic && IsPHHotKeyOverridden(fields.key_mask))
         return 0;
+    if (FirmwareHasPHPages(device.handle) && (fields.page == PH_PAGE_2 || fields.page == PH_PAGE_3)) {
+        // No built-in action is behind these.
+        NotifyPHHotKey(fields.page, fields.key_mask);
+        return 0;
+    }
     return RunAction(fields);
 }

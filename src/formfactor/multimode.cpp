@@ -104,13 +104,15 @@ static BOOL GetCurrentLidtatus(DWORD* word) {
 }
 
 // A word with any other bit is published as unknown.
-static constexpr DWORD LID_WORD_CLOSED = LID_READING_VALID;
-static constexpr DWORD LID_WORD_OPEN = LID_READING_VALID | LID_SWITCH_OPEN;
+constexpr DWORD LID_WORD_CLOSED = LID_READING_VALID;
+constexpr DWORD LID_WORD_OPEN = LID_READING_VALID | LID_SWITCH_OPEN;
 
 static BOOL PublishLidStatus() {
     DWORD word = 0;
     GetCurrentLidtatus(&word);
-    PublishLidState(word == LID_WORD_CLOSED ? 1 : word == LID_WORD_OPEN ? 2 : 0);
+    PublishLidState(word == LID_WORD_CLOSED ? LID_STATE_CLOSED
+                    : word == LID_WORD_OPEN ? LID_STATE_OPEN
+                                            : LID_STATE_UNKNOWN);
     return TRUE;
 }
 

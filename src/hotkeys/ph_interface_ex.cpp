@@ -2,23 +2,13 @@
 // notifications (family Type20), for firmware of interface version 0x200 or later.
 #include "hotkeys/ph_interface.h"
 
-#include "common/registry.h"
 #include "common/trace.h"
 #include "driver/firmware.h"
 #include "driver/firmware_words.h"
+#include "hotkeys/ph_keys.h"
+#include "hotkeys/ph_masks.h"
 #include "hotkeys/ph_watch.h"
 
-#define TYPE10_KEY             SERVICE_KEY L"\\Parameters2\\Type10"
-#define TYPE20_KEY             SERVICE_KEY L"\\Parameters2\\Type20"
-#define TYPE10_CAPABILITY      TYPE10_KEY L"\\Capability"
-#define TYPE10_CURRENTSETTING  TYPE10_KEY L"\\CurrentSetting"
-#define TYPE10_OVERRIDESETTING TYPE10_KEY L"\\OverrideSetting"
-#define TYPE10_NOTIFICATION    TYPE10_KEY L"\\Notification"
-#define TYPE20_CAPABILITY      TYPE20_KEY L"\\Capability"
-#define TYPE20_NOTIFICATION    TYPE20_KEY L"\\Notification"
-
-std::atomic<DWORD> g_Type12CurrentSetting;
-std::atomic<DWORD> g_Type13CurrentSetting;
 
 static BOOL Failed(const wchar_t* message) {
     Trace(message);
@@ -117,58 +107,11 @@ static BOOL Initialize_Registry_Type20_Notification() {
     return Publish(TYPE20_NOTIFICATION, L"Type21", 0) && Publish(TYPE20_NOTIFICATION, L"Type22", 0);
 }
 
-// The extended watches in their order of starting, and what is traced when one cannot be started.
-struct ExtendedWatch {
-    PHWatchIndex watch;
-    const wchar_t* key;
-    const wchar_t* event_failed;
-    const wchar_t* thread_failed;
-};
-
-// One current-setting key serves both pages: a client writes its page-2 mask to the key's default value and
-// its page-3 mask to "Type13". "Type12" only tells the state at start; writing it moves nothing. The family
-// has one override value, which stands for both pages.
-static const ExtendedWatch g_extendedWatches[] = {
-    {PH_WATCH_TYPE12, TYPE10_CURRENTSETTING,
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 event. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 thread. (%d)\n"},
-    {PH_WATCH_TYPE12_OVERRIDE, TYPE10_OVERRIDESETTING,
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12OverrideEvent. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 Override thread. (%d)\n"},
-    {PH_WATCH_TYPE13, TYPE10_CURRENTSETTING,
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 event. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 thread. (%d)\n"},
-    {PH_WATCH_TYPE13_OVERRIDE, TYPE10_OVERRIDESETTING,
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override event. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override thread. (%d)\n"},
-};
-
-// Opens the key for good. A page-2 mask that a client left there before the service started is withdrawn: the
-// firmware's state has taken its place, and the next change of whatever value would push the old mask.
-static void OpenExtendedKey(const ExtendedWatch& row) {
-    const bool withdraw = row.watch == PH_WATCH_TYPE12;
-    const REGSAM access = KEY_QUERY_VALUE | KEY_NOTIFY | (withdraw ? KEY_SET_VALUE : 0);
-    KeyHolder holder;
-    if (!OpenKey(&holder, HKEY_LOCAL_MACHINE, row.key, access))
-        return;
-    if (withdraw)
-        RegDeleteValueW(holder.key, nullptr);
-    SetPHWatchKey(row.watch, holder.key);
-    holder.key = nullptr;
-}
-
 static BOOL Initialize_PH_Ex_Thread() {
-    for (const ExtendedWatch& row : g_extendedWatches) {
-        if (CreatePHWatchEvent(row.watch) == nullptr) {
-            Trace(row.event_failed, GetLastError());
+    for (const PHWatchIndex watch :
+         {PH_WATCH_TYPE12, PH_WATCH_TYPE12_OVERRIDE, PH_WATCH_TYPE13, PH_WATCH_TYPE13_OVERRIDE}) {
+        if (StartPHWatch(watch) == nullptr)
             return FALSE;
-        }
-        OpenExtendedKey(row);
-        ArmPHWatch(row.watch);
-        if (CreatePHWatchThread(row.watch) == nullptr) {
-            Trace(row.thread_failed, GetLastError());
-            return FALSE;
-        }
     }
     return TRUE;
 }

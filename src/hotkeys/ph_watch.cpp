@@ -1,12 +1,16 @@
 #include "hotkeys/ph_watch.h"
 
-#include "common/registry.h"
 #include "common/trace.h"
 #include "driver/device.h"
-#include "hotkeys/ph_interface.h"
+#include "hotkeys/ph_keys.h"
+#include "hotkeys/ph_masks.h"
 
-std::atomic<DWORD> g_Type10OverrideSetting;
-std::atomic<DWORD> g_Type13OverrideSetting;
+std::atomic<DWORD> g_PHCurrentSetting{0};
+std::atomic<DWORD> g_Type12CurrentSetting{0};
+std::atomic<DWORD> g_Type13CurrentSetting{0};
+std::atomic<DWORD> g_PHOverrideSetting{0};
+std::atomic<DWORD> g_Type10OverrideSetting{0};
+std::atomic<DWORD> g_Type13OverrideSetting{0};
 
 // Hot keys of one page, which is the number of bits of a mask.
 constexpr DWORD PAGE_HOT_KEYS = 32;
@@ -21,39 +25,72 @@ static_assert(sizeof(HotKeyMode) == 8);
 struct PHWatch {
     const wchar_t* name; // of the event; the thread procedure's without "Proc"
     LPTHREAD_START_ROUTINE procedure;
-    const wchar_t* value; // null: the key's default value
     std::atomic<DWORD>* cache;
-    DWORD first_hot_key;        // number of the hot key of bit 0; 0 where a change is only remembered
-    const wchar_t* read_failed; // trace text; null where an unreadable value needs none
-    HKEY key;
-    HANDLE event;
-    HANDLE thread;
+    const wchar_t* path;  // of the key that the watch opens; null where it is given one
+    const wchar_t* value; // null: the key's default value
+    DWORD first_hot_key;  // number of the hot key of bit 0; 0 where a change is only remembered
+    bool withdraw;        // the value goes at start
+    // Trace texts; null where a failure needs none and stops nothing.
+    const wchar_t* read_failed;
+    const wchar_t* event_failed;
+    const wchar_t* thread_failed;
+    HKEY key = nullptr;
+    HANDLE event = nullptr;
 };
 
-// Both extended pages number their hot keys 33 to 64: the firmware tells them apart, or does not.
-static PHWatch g_PHWatches[PH_WATCH_COUNT] = {
-    {L"PHThread", PHThreadProc, nullptr, &g_PHCurrentSetting, 1,
-     L"PHThreadProc(): Couldn't get currentset value.\n", nullptr, nullptr, nullptr},
-    {L"PHOverrideThread", PHOverrideThreadProc, nullptr, &g_PHOverrideSetting, 0, nullptr, nullptr, nullptr,
-     nullptr},
-    {L"PHType12Thread", PHType12ThreadProc, nullptr, &g_Type12CurrentSetting, 33,
-     L"PHType12ThreadProc: RegQueryValueEx is failed.\n", nullptr, nullptr, nullptr},
-    {L"PHType12OverrideThread", PHType12OverrideThreadProc, nullptr, &g_Type10OverrideSetting, 0, nullptr,
-     nullptr, nullptr, nullptr},
-    {L"PHType13Thread", PHType13ThreadProc, L"Type13", &g_Type13CurrentSetting, 33,
-     L"PHType13ThreadProc: RegQueryValueEx is failed.\n", nullptr, nullptr, nullptr},
-    {L"PHType13OverrideThread", PHType13OverrideThreadProc, nullptr, &g_Type13OverrideSetting, 0, nullptr,
-     nullptr, nullptr, nullptr},
+// The thread procedures, one a watch. They ignore their parameter and never return.
+static DWORD WINAPI PHThreadProc(LPVOID);
+static DWORD WINAPI PHOverrideThreadProc(LPVOID);
+static DWORD WINAPI PHType12ThreadProc(LPVOID);
+static DWORD WINAPI PHType12OverrideThreadProc(LPVOID);
+static DWORD WINAPI PHType13ThreadProc(LPVOID);
+static DWORD WINAPI PHType13OverrideThreadProc(LPVOID);
+
+// One current-setting key serves both extended pages: a client writes its page-2 mask to the key's default
+// value and its page-3 mask to "Type13". "Type12" only tells the state at start; writing it moves nothing. A
+// page-2 mask that a client left there before the service started is withdrawn: the firmware's state has
+// taken its place, and the next change of whatever value would push the old mask. The family has one override
+// value, which stands for both pages. Both pages number their hot keys 33 to 64: the firmware tells them
+// apart, or does not.
+static PHWatch g_PHWatches[] = {
+    {L"PHThread", PHThreadProc, &g_PHCurrentSetting, nullptr, nullptr, 1, false,
+     L"PHThreadProc(): Couldn't get currentset value.\n", nullptr, nullptr},
+    {L"PHOverrideThread", PHOverrideThreadProc, &g_PHOverrideSetting, nullptr, nullptr, 0, false, nullptr,
+     nullptr, nullptr},
+    {L"PHType12Thread", PHType12ThreadProc, &g_Type12CurrentSetting, TYPE10_CURRENTSETTING, nullptr, 33, true,
+     L"PHType12ThreadProc: RegQueryValueEx is failed.\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 event. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 thread. (%d)\n"},
+    {L"PHType12OverrideThread", PHType12OverrideThreadProc, &g_Type10OverrideSetting, TYPE10_OVERRIDESETTING,
+     nullptr, 0, false, nullptr,
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12OverrideEvent. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 Override thread. (%d)\n"},
+    {L"PHType13Thread", PHType13ThreadProc, &g_Type13CurrentSetting, TYPE10_CURRENTSETTING, L"Type13", 33,
+     false, L"PHType13ThreadProc: RegQueryValueEx is failed.\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 event. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 thread. (%d)\n"},
+    {L"PHType13OverrideThread", PHType13OverrideThreadProc, &g_Type13OverrideSetting, TYPE10_OVERRIDESETTING,
+     nullptr, 0, false, nullptr,
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override event. (%d)\n",
+     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override thread. (%d)\n"},
 };
 
-void SetPHWatchKey(PHWatchIndex index, HKEY key) {
+HKEY KeepPHWatchKey(PHWatchIndex index, KeyHolder* holder) {
+    HKEY key = holder->key;
+    holder->key = nullptr;
     g_PHWatches[index].key = key;
+    return key;
 }
 
-HANDLE CreatePHWatchEvent(PHWatchIndex index) {
-    PHWatch* watch = &g_PHWatches[index];
-    watch->event = CreateEventW(nullptr, FALSE, FALSE, watch->name);
-    return watch->event;
+static void OpenWatchedKey(PHWatch* watch) {
+    KeyHolder holder;
+    const REGSAM access = KEY_QUERY_VALUE | KEY_NOTIFY | (watch->withdraw ? KEY_SET_VALUE : 0);
+    if (!OpenKey(&holder, HKEY_LOCAL_MACHINE, watch->path, access))
+        return;
+    if (watch->withdraw)
+        RegDeleteValueW(holder.key, watch->value);
+    watch->key = holder.key;
+    holder.key = nullptr;
 }
 
 static BOOL Arm(const PHWatch* watch) {
@@ -61,14 +98,20 @@ static BOOL Arm(const PHWatch* watch) {
            ERROR_SUCCESS;
 }
 
-void ArmPHWatch(PHWatchIndex index) {
-    (void)Arm(&g_PHWatches[index]);
-}
-
-HANDLE CreatePHWatchThread(PHWatchIndex index) {
+HANDLE StartPHWatch(PHWatchIndex index) {
     PHWatch* watch = &g_PHWatches[index];
-    watch->thread = CreateThread(nullptr, 0, watch->procedure, nullptr, 0, nullptr);
-    return watch->thread;
+    watch->event = CreateEventW(nullptr, FALSE, FALSE, watch->name);
+    if (watch->event == nullptr && watch->event_failed != nullptr) {
+        Trace(watch->event_failed, GetLastError());
+        return nullptr;
+    }
+    if (watch->path != nullptr)
+        OpenWatchedKey(watch);
+    Arm(watch);
+    HANDLE thread = CreateThread(nullptr, 0, watch->procedure, nullptr, 0, nullptr);
+    if (thread == nullptr && watch->thread_failed != nullptr)
+        Trace(watch->thread_failed, GetLastError());
+    return thread;
 }
 
 // Sends one MHKM for each hot key whose bit differs, in ascending order. A device that could not be opened
@@ -132,26 +175,26 @@ static void HandleOverrideChange(const PHWatch* watch) {
     }
 }
 
-DWORD WINAPI PHThreadProc(LPVOID) {
+static DWORD WINAPI PHThreadProc(LPVOID) {
     RunPHWatch(PH_WATCH_CURRENT);
 }
 
-DWORD WINAPI PHOverrideThreadProc(LPVOID) {
+static DWORD WINAPI PHOverrideThreadProc(LPVOID) {
     RunPHWatch(PH_WATCH_OVERRIDE);
 }
 
-DWORD WINAPI PHType12ThreadProc(LPVOID) {
+static DWORD WINAPI PHType12ThreadProc(LPVOID) {
     RunPHWatch(PH_WATCH_TYPE12);
 }
 
-DWORD WINAPI PHType12OverrideThreadProc(LPVOID) {
+static DWORD WINAPI PHType12OverrideThreadProc(LPVOID) {
     RunPHWatch(PH_WATCH_TYPE12_OVERRIDE);
 }
 
-DWORD WINAPI PHType13ThreadProc(LPVOID) {
+static DWORD WINAPI PHType13ThreadProc(LPVOID) {
     RunPHWatch(PH_WATCH_TYPE13);
 }
 
-DWORD WINAPI PHType13OverrideThreadProc(LPVOID) {
+static DWORD WINAPI PHType13OverrideThreadProc(LPVOID) {
     RunPHWatch(PH_WATCH_TYPE13_OVERRIDE);
 }
