@@ -26,10 +26,6 @@ target_include_directories(zorpm_objects PRIVATE src)
 target_compile_options(zorpm_objects PRIVATE -fno-exceptions -fno-rtti)
 add_library(zorpm_src STATIC $<TARGET_OBJECTS:zorpm_objects>)
 
-if(NOT sim_sources)
-    return()
-endif()
-
 # The executable's data resource is assembled into the machine.
 set_source_files_properties(sim/windows/setup_calls.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
 
@@ -55,24 +51,18 @@ function(add_host_executable name)
     add_dependencies(${name} zorpm_image)
 endfunction()
 
-if(tool_sources)
-    add_host_executable(zorpmsim ${tool_sources})
-    foreach(scenario IN LISTS scenarios)
-        get_filename_component(name ${scenario} NAME_WE)
-        file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${scenario})
-        add_test(NAME scenario_${name} COMMAND zorpmsim ${path} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
-        set_tests_properties(scenario_${name} PROPERTIES LABELS scenario TIMEOUT 120)
-    endforeach()
-endif()
+add_host_executable(zorpmsim ${tool_sources})
+foreach(scenario IN LISTS scenarios)
+    get_filename_component(name ${scenario} NAME_WE)
+    file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${scenario})
+    add_test(NAME scenario_${name} COMMAND zorpmsim ${path} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
+    set_tests_properties(scenario_${name} PROPERTIES LABELS scenario TIMEOUT 120)
+endforeach()
 
-if(bench_sources)
-    add_host_executable(zorpm_bench ${bench_sources})
-endif()
+add_host_executable(zorpm_bench ${bench_sources})
 
-if(test_sources OR sweep_sources)
-    find_package(GTest REQUIRED)
-    include(GoogleTest)
-endif()
+find_package(GTest REQUIRED)
+include(GoogleTest)
 
 # The tests themselves are neither optimised nor instrumented: that would test GoogleTest, and it takes most of the
 # build's time.
@@ -81,14 +71,12 @@ function(as_tests name)
     target_compile_options(${name} PRIVATE -O0 -g1 -fno-sanitize=all)
     target_precompile_headers(${name} PRIVATE tests/sweep.h)
 endfunction()
-if(test_sources)
-    add_host_executable(zorpm_tests ${test_sources})
-    as_tests(zorpm_tests)
-    gtest_discover_tests(zorpm_tests DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit TIMEOUT 120)
-endif()
-if(sweep_sources)
-    add_host_executable(zorpm_sweeps ${sweep_sources})
-    as_tests(zorpm_sweeps)
-    gtest_discover_tests(zorpm_sweeps DISCOVERY_MODE PRE_TEST PROPERTIES LABELS sweep TIMEOUT 900 COST 1000
-                         ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
-endif()
+
+add_host_executable(zorpm_tests ${test_sources})
+as_tests(zorpm_tests)
+gtest_discover_tests(zorpm_tests DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit TIMEOUT 120)
+
+add_host_executable(zorpm_sweeps ${sweep_sources})
+as_tests(zorpm_sweeps)
+gtest_discover_tests(zorpm_sweeps DISCOVERY_MODE PRE_TEST PROPERTIES LABELS sweep TIMEOUT 900 COST 1000
+                     ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")

@@ -7,7 +7,7 @@ include_directories(src)
 
 # What a resource script embeds is searched beside the script, and a change of it rebuilds the resources.
 file(GLOB resource_scripts CONFIGURE_DEPENDS src/*/*.rc)
-file(GLOB resource_data CONFIGURE_DEPENDS src/*/*.inf src/*/*.ico src/*/*.manifest)
+file(GLOB resource_data CONFIGURE_DEPENDS src/*/*.inf)
 foreach(script IN LISTS resource_scripts)
     get_filename_component(folder ${script} DIRECTORY)
     set_source_files_properties(${script} PROPERTIES OBJECT_DEPENDS "${resource_data}" INCLUDE_DIRECTORIES ${folder})
@@ -16,16 +16,14 @@ endforeach()
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 add_link_options(-municode -static -Wl,--gc-sections -s)
 
-if(product_sources MATCHES "/src/service/") # the entry is there
-    add_executable(zorpmsvc WIN32 ${product_sources} ${resource_scripts})
-    # Seen whole, the program shows that the released trace does nothing: its calls and their texts disappear.
-    set_target_properties(zorpmsvc PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
-    target_link_libraries(zorpmsvc PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
-    # Size and imports: powrprof.dll is loaded when needed and must never be linked.
-    add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmsvc>)
-    set_tests_properties(executable PROPERTIES LABELS windows
-                         ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
-endif()
+add_executable(zorpmsvc WIN32 ${product_sources} ${resource_scripts})
+# Seen whole, the program shows that the released trace does nothing: its calls and their texts disappear.
+set_target_properties(zorpmsvc PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+target_link_libraries(zorpmsvc PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+# Size and imports: powrprof.dll is loaded when needed and must never be linked.
+add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmsvc>)
+set_tests_properties(executable PROPERTIES LABELS windows
+                     ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 
 # The probes: each tests/wine/NAME.cpp is one console program tests/NAME.exe (entry wmain) that a Wine test starts.
 file(GLOB probes CONFIGURE_DEPENDS tests/wine/*.cpp)
