@@ -9,7 +9,6 @@
 #include "hotkeys/ph_masks.h"
 #include "hotkeys/ph_watch.h"
 
-
 static BOOL Failed(const wchar_t* message) {
     Trace(message);
     return FALSE;
