@@ -228,7 +228,8 @@ static void LCDCSWatchdogControl(BOOL start) {
 
 // ---- the clients' requests ----
 
-// One request: the driver's answer, or 0 when it cannot be reached, which counts as accepted.
+// One request: the driver's answer, or 0 when it cannot be reached, which then counts as accepted or as no
+// capability.
 static DWORD LCDCSControl(DWORD code, DWORD input) {
     DWORD result = 0;
     SendOneWord(code, input, &result);

@@ -107,8 +107,9 @@ static BOOL Initialize_Registry_Type20_Notification() {
 }
 
 static BOOL Initialize_PH_Ex_Thread() {
-    for (const PHWatchIndex watch :
-         {PH_WATCH_TYPE12, PH_WATCH_TYPE12_OVERRIDE, PH_WATCH_TYPE13, PH_WATCH_TYPE13_OVERRIDE}) {
+    constexpr PHWatchIndex watches[] = {PH_WATCH_TYPE12, PH_WATCH_TYPE12_OVERRIDE, PH_WATCH_TYPE13,
+                                        PH_WATCH_TYPE13_OVERRIDE};
+    for (const PHWatchIndex watch : watches) {
         if (StartPHWatch(watch) == nullptr)
             return FALSE;
     }
