@@ -123,32 +123,41 @@ TEST(CoolingFirmware, ReadinessProbe) {
 
 TEST(CoolingFirmware, SetWords) {
     const struct {
-        BOOL (*plain)();
-        BOOL (*v3)();
-        DWORD word;
+        ThermalWord word;
+        DWORD sent;
     } rows[] = {
-#define SETTER(name, word) {AdaptiveCoolingSet##name, AdaptiveCoolingSet##name##_v3, word}
-        SETTER(TwoInOneStatusToCool, 0x0F2001),
-        SETTER(TwoInOneStatusToHighPerformance, 0x1F2001),
-        SETTER(MultiPivoHingeStatusToClamShell, 0x0F3001),
-        SETTER(MultiPivoHingeStatusToTablet, 0x103001),
-        SETTER(MultiPivoHingeStatusToTent, 0x113001),
-        SETTER(MultiPivoHingeStatusToLayFlat, 0x123001),
-        SETTER(CoolQuietHingeStatusToCool, 0x0F5001),
-        SETTER(CoolQuietHingeStatusToHigh, 0x1F5001),
-        SETTER(DynamicCpuControlStatusToCool, 0x0F6001),
-        SETTER(DynamicCpuControlStatusToHigh, 0x1F6001),
-        SETTER(DockModeControlToUndocked, 0x0F8001),
-        SETTER(DockModeControlToDocked, 0x1F8001),
-#undef SETTER
+        {TWO_IN_ONE_COOL, 0x0F2001},    {TWO_IN_ONE_HIGH_PERFORMANCE, 0x1F2001},
+        {HINGE_CLAMSHELL, 0x0F3001},    {HINGE_TABLET, 0x103001},
+        {HINGE_TENT, 0x113001},         {HINGE_LAYFLAT, 0x123001},
+        {QUIET_HINGE_COOL, 0x0F5001},   {QUIET_HINGE_HIGH, 0x1F5001},
+        {CPU_CONTROL_COOL, 0x0F6001},   {CPU_CONTROL_HIGH, 0x1F6001},
+        {DOCK_MODE_UNDOCKED, 0x0F8001}, {DOCK_MODE_DOCKED, 0x1F8001},
     };
     Bench bench;
     for (const auto& row : rows) {
-        sim::set_answer("DYTC", &row.word, {.value = 1});
-        sim::run_on_thread([&] { EXPECT_TRUE(row.plain() && row.v3()) << std::hex << row.word; });
-        sim::set_answer("DYTC", &row.word, {.value = 6});
-        sim::run_on_thread([&] { EXPECT_FALSE(row.plain()) << std::hex << row.word; });
+        SCOPED_TRACE(row.sent);
+        sim::set_answer("DYTC", &row.sent, {.value = 7});
+        sim::run_on_thread([&] {
+            DWORD result = 0;
+            EXPECT_TRUE(AdaptiveCoolingSetCommand_v3(row.word, &result));
+            EXPECT_EQ(7u, result);
+        });
+        sim::set_answer("DYTC", &row.sent, {.value = 6});
+        sim::run_on_thread([&] { EXPECT_FALSE(AdaptiveCoolingSetCommand_v3(row.word)); });
     }
+}
+
+TEST(CoolingFirmware, AFunctionThatTheMachineLacksIsPublishedAsDisabled) {
+    Bench bench;
+    sim::registry_set_dword(R"(SVC\TMC\DCC)", "CurrentSetting", 1);
+    sim::run_on_thread([] {
+        DWORD setting = 5;
+        EXPECT_TRUE(AdaptiveCoolingInitRegKey_v3(TMC_DCC, 0, &setting));
+        EXPECT_EQ(0u, setting);
+    });
+    bench.run(R"(check registry SVC\TMC\DCC Capability = 0
+check registry SVC\TMC\DCC CurrentSetting = 0
+check registry SVC\TMC\DCC CurrentStatus = 0)");
 }
 
 TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {

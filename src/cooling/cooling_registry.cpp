@@ -4,10 +4,48 @@
 
 #include "common/registry.h"
 #include "common/trace.h"
-#include "cooling/cooling_state.h"
 
 #define TMC_KEY  SERVICE_KEY L"\\TMC"
 #define TMCT_KEY SERVICE_KEY L"\\TMCT\\Parameters"
+
+// clang-format off
+const CoolingKey TMC_TIO = {THERMAL_TWO_IN_ONE, L"TIO",
+    TRACE_NAME(L"AdaptiveCoolingInitRegKeyForTwoInOne_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCapabilityForTwoInOne_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentSettingsForTwoInOne_v3"),
+    TRACE_NAME(L"AdaptiveCoolingGetRegCurrentSettingsForTwoInOne_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentStatusForTwoInOne_v3")};
+const CoolingKey TMC_MPH = {THERMAL_MULTI_PIVO_HINGE, L"MPH",
+    TRACE_NAME(L"AdaptiveCoolingInitRegKeyForMultiPivoHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCapabilityForMultiPivoHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentSettingsForMultiPivoHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingGetRegCurrentSettingsForMultiPivoHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentStatusForMultiPivoHinge_v3")};
+const CoolingKey TMC_CQH = {THERMAL_COOL_QUIET_HINGE, L"CQH",
+    TRACE_NAME(L"AdaptiveCoolingInitRegKeyForCoolQuietHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCapabilityForCoolQuietHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentSettingsForCoolQuietHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingGetRegCurrentSettingsForCoolQuietHinge_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentStatusForCoolQuietHinge_v3")};
+const CoolingKey TMC_DCC = {THERMAL_DYNAMIC_CPU_CONTROL, L"DCC",
+    TRACE_NAME(L"AdaptiveCoolingInitRegKeyForDynamicCpuControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCapabilityForDynamicCpuControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentSettingsForDynamicCpuControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingGetRegCurrentSettingsForDynamicCpuControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentStatusForDynamicCpuControl_v3")};
+const CoolingKey TMC_DMC = {THERMAL_DOCK_MODE_CONTROL, L"DMC",
+    TRACE_NAME(L"AdaptiveCoolingInitRegKeyForDockModeControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCapabilityForDockModeControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentSettingsForDockModeControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingGetRegCurrentSettingsForDockModeControl_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentStatusForDockModeControl_v3")};
+const CoolingKey TMC_FHP = {THERMAL_FORCE_HIGH_PERFORMANCE, L"FHP",
+    TRACE_NAME(L"AdaptiveCoolingInitRegKeyForForceHighPerfomanceMode_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCapabilityForForceHighPerfomanceMode_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentSettingsForForceHighPerfomanceMode_v3"),
+    TRACE_NAME(L"AdaptiveCoolingGetRegCurrentSettingsForForceHighPerfomanceMode_v3"),
+    TRACE_NAME(L"AdaptiveCoolingSetRegCurrentStatusForForceHighPerfomanceMode_v3")};
+// clang-format on
 
 constexpr DWORD DEFAULT_INIT_TICKS = 20;
 constexpr DWORD DEFAULT_SPECIAL_COOLING_TICKS = 0;
@@ -55,55 +93,51 @@ static void FormatFunctionPath(wchar_t (&path)[PATH_CHARACTERS], const wchar_t* 
     StringCchPrintfW(path, PATH_CHARACTERS, L"%ls\\%ls", TMC_KEY, subkey);
 }
 
-static BOOL SetFunctionValue(const wchar_t* subkey, const wchar_t* name, DWORD value) {
+static BOOL SetFunctionValue(const CoolingKey& key, const wchar_t* operation, const wchar_t* name,
+                             DWORD value) {
     wchar_t path[PATH_CHARACTERS];
-    FormatFunctionPath(path, subkey);
-    return AdaptiveCoolingSetRegKeyDwordValue(path, name, value);
+    FormatFunctionPath(path, key.subkey);
+    const BOOL written = AdaptiveCoolingSetRegKeyDwordValue(path, name, value);
+    Trace(L"%ls(0x%lx): Return 0x%08x\n", operation, value, written);
+    return written;
 }
 
-static BOOL GetFunctionValue(const wchar_t* subkey, const wchar_t* name, DWORD* value) {
-    wchar_t path[PATH_CHARACTERS];
-    FormatFunctionPath(path, subkey);
-    return AdaptiveCoolingGetRegKeyDwordValue(path, name, value);
+BOOL AdaptiveCoolingSetRegCurrentSettings_v3(const CoolingKey& key, DWORD value) {
+    return SetFunctionValue(key, key.set_setting, L"CurrentSetting", value);
 }
 
-static BOOL InitFunctionKey(const wchar_t* subkey, DWORD capable, DWORD* setting) {
-    if (!SetFunctionValue(subkey, L"Capability", capable != 0 ? 1 : 0))
-        return FALSE;
+BOOL AdaptiveCoolingGetRegCurrentSettings_v3(const CoolingKey& key, DWORD* value) {
+    wchar_t path[PATH_CHARACTERS];
+    FormatFunctionPath(path, key.subkey);
+    const BOOL read = AdaptiveCoolingGetRegKeyDwordValue(path, L"CurrentSetting", value);
+    Trace(L"%ls(): Return 0x%08x\n", key.get_setting, read);
+    return read;
+}
+
+BOOL AdaptiveCoolingSetRegCurrentStatus_v3(const CoolingKey& key, DWORD value) {
+    return SetFunctionValue(key, key.set_status, L"CurrentStatus", value);
+}
+
+BOOL AdaptiveCoolingInitRegKey_v3(const CoolingKey& key, DWORD capable, DWORD* setting) {
+    Trace(L"Enter %ls(%u)\n", key.initialise, capable);
     DWORD taken = capable != 0 ? 1 : 0;
-    const bool kept = capable != 0 && GetFunctionValue(subkey, L"CurrentSetting", &taken);
-    if (!kept && !SetFunctionValue(subkey, L"CurrentSetting", taken))
+    if (!SetFunctionValue(key, key.set_capability, L"Capability", taken))
+        return FALSE;
+    const bool kept = capable != 0 && AdaptiveCoolingGetRegCurrentSettings_v3(key, &taken);
+    if (!kept && !AdaptiveCoolingSetRegCurrentSettings_v3(key, taken))
         return FALSE;
     *setting = taken;
-    return SetFunctionValue(subkey, L"CurrentStatus", 0);
+    return AdaptiveCoolingSetRegCurrentStatus_v3(key, 0);
 }
 
-// One line for each operation of COOLING_FUNCTION_KEY_OPERATIONS.
-#define COOLING_FUNCTION_KEY(F, subkey)                                                                      \
-    BOOL AdaptiveCoolingSetRegCapabilityFor##F##_v3(DWORD value) {                                           \
-        return SetFunctionValue(subkey, L"Capability", value);                                               \
-    }                                                                                                        \
-    BOOL AdaptiveCoolingSetRegCurrentSettingsFor##F##_v3(DWORD value) {                                      \
-        return SetFunctionValue(subkey, L"CurrentSetting", value);                                           \
-    }                                                                                                        \
-    BOOL AdaptiveCoolingGetRegCurrentSettingsFor##F##_v3(DWORD* value) {                                     \
-        return GetFunctionValue(subkey, L"CurrentSetting", value);                                           \
-    }                                                                                                        \
-    BOOL AdaptiveCoolingSetRegCurrentStatusFor##F##_v3(DWORD value) {                                        \
-        return SetFunctionValue(subkey, L"CurrentStatus", value);                                            \
-    }                                                                                                        \
-    BOOL AdaptiveCoolingInitRegKeyFor##F##_v3(DWORD capable, DWORD* setting) {                               \
-        return InitFunctionKey(subkey, capable, setting);                                                    \
-    }
-COOLING_FUNCTION_KEYS(COOLING_FUNCTION_KEY)
-#undef COOLING_FUNCTION_KEY
-
 BOOL AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3(DWORD value) {
-    return SetFunctionValue(L"TIO", L"CurrentOptionStatus", value);
+    return SetFunctionValue(TMC_TIO, L"AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3",
+                            L"CurrentOptionStatus", value);
 }
 
 BOOL AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3(DWORD value) {
-    return SetFunctionValue(L"TIO", L"CurrentOnHandStatus", value);
+    return SetFunctionValue(TMC_TIO, L"AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3",
+                            L"CurrentOnHandStatus", value);
 }
 
 // Opens the version 2 key, unless there is no Adaptive Cooling.

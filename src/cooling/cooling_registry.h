@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include "cooling/cooling_state.h"
+
 // Last-error codes of AdaptiveCoolingGetRegKeyDwordValue.
 constexpr DWORD COOLING_ERROR_KEY_NOT_OPENED = 0xE1100002;
 constexpr DWORD COOLING_ERROR_VALUE_MISSING = 0xE1100003;
@@ -20,27 +22,32 @@ BOOL AdaptiveCoolingSetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* na
 // "Version" of the TMC key.
 BOOL AdaptiveCoolingSetRegDYTCVersion(DWORD value);
 
-// The functions with a subkey: X(function, subkey).
-#define COOLING_FUNCTION_KEYS(X)                                                                             \
-    X(TwoInOne, L"TIO")                                                                                      \
-    X(MultiPivoHinge, L"MPH")                                                                                \
-    X(CoolQuietHinge, L"CQH")                                                                                \
-    X(DynamicCpuControl, L"DCC")                                                                             \
-    X(DockModeControl, L"DMC")                                                                               \
-    X(ForceHighPerfomanceMode, L"FHP")
+// A thermal function with a subkey of its own, and the names under which the trace reports what is done to
+// it.
+struct CoolingKey {
+    ThermalFunction function;
+    const wchar_t* subkey;
+    const wchar_t* initialise;
+    const wchar_t* set_capability;
+    const wchar_t* set_setting;
+    const wchar_t* get_setting;
+    const wchar_t* set_status;
+};
+extern const CoolingKey TMC_TIO;
+extern const CoolingKey TMC_MPH;
+extern const CoolingKey TMC_CQH;
+extern const CoolingKey TMC_DCC;
+extern const CoolingKey TMC_DMC;
+extern const CoolingKey TMC_FHP;
 
-// For each function: write "Capability", write and read "CurrentSetting", write "CurrentStatus", and
-// initialise the subkey. Initialising writes "Capability", keeps a "CurrentSetting" that is there (1 when
-// there is none, 0 when the machine is not capable), hands it out in *setting and resets "CurrentStatus"; it
-// ends at the first failing write.
-#define COOLING_FUNCTION_KEY_OPERATIONS(F, subkey)                                                           \
-    BOOL AdaptiveCoolingSetRegCapabilityFor##F##_v3(DWORD value);                                            \
-    BOOL AdaptiveCoolingSetRegCurrentSettingsFor##F##_v3(DWORD value);                                       \
-    BOOL AdaptiveCoolingGetRegCurrentSettingsFor##F##_v3(DWORD* value);                                      \
-    BOOL AdaptiveCoolingSetRegCurrentStatusFor##F##_v3(DWORD value);                                         \
-    BOOL AdaptiveCoolingInitRegKeyFor##F##_v3(DWORD capable, DWORD* setting);
-COOLING_FUNCTION_KEYS(COOLING_FUNCTION_KEY_OPERATIONS)
-#undef COOLING_FUNCTION_KEY_OPERATIONS
+// Writes "Capability", keeps a "CurrentSetting" that is there (1 when there is none, 0 when the machine is
+// not capable), hands it out in *setting and resets "CurrentStatus"; ends at the first failing write.
+BOOL AdaptiveCoolingInitRegKey_v3(const CoolingKey& key, DWORD capable, DWORD* setting);
+
+// "CurrentSetting" and "CurrentStatus".
+BOOL AdaptiveCoolingSetRegCurrentSettings_v3(const CoolingKey& key, DWORD value);
+BOOL AdaptiveCoolingGetRegCurrentSettings_v3(const CoolingKey& key, DWORD* value);
+BOOL AdaptiveCoolingSetRegCurrentStatus_v3(const CoolingKey& key, DWORD value);
 
 // "CurrentOptionStatus" (1 no option, 2 option attached) and "CurrentOnHandStatus" (1 held in the hand).
 BOOL AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3(DWORD value);

@@ -20,10 +20,6 @@ BOOL InitAdaptiveCoolingInitTabletOptionControlSettings() {
     return TRUE;
 }
 
-BOOL InitAdaptiveCoolingInitTabletOptionControlSettings_1000() {
-    return InitAdaptiveCoolingInitTabletOptionControlSettings();
-}
-
 BOOL AdaptiveCoolingInitSettings_v2() {
     Trace(L"Enter AdaptiveCoolingInitSettings_v2()\n");
     DWORD mode = COOLING_INTERFACE_NONE;

@@ -9,9 +9,9 @@
 BOOL AdaptiveCoolingInitSettings_v2();
 
 // High performance for an attached option while the user has Adaptive Cooling enabled, else nominal. Fails
-// when the option state or the registry cannot tell; a mode that the firmware refuses is no failure.
+// when the option state or the registry cannot tell; a mode that the firmware refuses is no failure. The
+// name InitAdaptiveCoolingInitTabletOptionControlSettings_1000 means the same.
 BOOL InitAdaptiveCoolingInitTabletOptionControlSettings();
-BOOL InitAdaptiveCoolingInitTabletOptionControlSettings_1000();
 
 // Stores the user's switch (1 enabled, 0 disabled) and applies it. Any other setting is stored and fails.
 BOOL SetAdaptiveCoolingCurrentStatus(DWORD setting);

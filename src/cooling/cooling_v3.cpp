@@ -18,99 +18,67 @@ static bool Enabled(ThermalFunction function, const wchar_t* operation) {
     return enabled;
 }
 
-static BOOL Command(Operation setter) {
-    const BOOL accepted = setter();
-    if (!accepted)
-        Trace(L"Failed to call Power control setting\n");
-    return accepted;
-}
-
-// What the firmware is told for one value of a status word. Values without a row need no command.
+// What the firmware is told for one value of a status word.
 struct CommandRow {
     DWORD value;
-    Operation setter;
+    ThermalWord word;
 };
 
-template <size_t N> static BOOL CommandFor(const CommandRow (&rows)[N], DWORD value) {
+// Null for a value that needs no command.
+template <size_t N> static const ThermalWord* FindWord(const CommandRow (&rows)[N], DWORD value) {
     for (const CommandRow& row : rows) {
         if (row.value == value)
-            return Command(row.setter);
+            return &row.word;
     }
-    return TRUE;
+    return nullptr;
 }
 
 // ---- initialisation ----
 
-static BOOL InitFunction(ThermalFunction function, BOOL (*init_key)(DWORD, DWORD*),
-                         BOOL (*get_setting)(DWORD*), Operation apply) {
-    SetThermalFunctionEnabled(function, false);
+// A function with a subkey is initialised and then follows the present state of the hardware; the others are
+// only recognised.
+struct FunctionRow {
+    ThermalFunction function;
+    const wchar_t* name;
+    const CoolingKey* key;
+    Operation follow;
+};
+
+// In the order of initialisation. Two In One reads whether the option is attached or detached.
+// clang-format off
+static const FunctionRow g_thermalFunctions[] = {
+    {THERMAL_STANDARD,                    TRACE_NAME(L"Standard"),                    nullptr, nullptr},
+    {THERMAL_COOL_QUIET_ON_LAPTOP,        TRACE_NAME(L"Cool Quiet On Laptop"),        nullptr, nullptr},
+    {THERMAL_TWO_IN_ONE,                  TRACE_NAME(L"AdaptiveCoolingInitSettingsTwoInOne_v3"),                &TMC_TIO, AdaptiveCoolingRiseAttachEventOfTwoInOne},
+    {THERMAL_MULTI_PIVO_HINGE,            TRACE_NAME(L"AdaptiveCoolingInitSettingsMultiPivoHinge_v3"),          &TMC_MPH, AdaptiveCoolingRiseEventOfPivoModeChange},
+    {THERMAL_SKIN_TEMPERATURE_PROTECTION, TRACE_NAME(L"Skin Temperature Protection"), nullptr, nullptr},
+    {THERMAL_COOL_QUIET_HINGE,            TRACE_NAME(L"AdaptiveCoolingInitSettingsCoolQuietHinge_v3"),          &TMC_CQH, AdaptiveCoolingRiseEventOfCoolQuietHingeAngle},
+    {THERMAL_DYNAMIC_CPU_CONTROL,         TRACE_NAME(L"AdaptiveCoolingInitSettingsDynamicCpuControl_v3"),       &TMC_DCC, AdaptiveCoolingRiseEventOfDynamicCpuControl},
+    {THERMAL_SINGLE_FAN,                  TRACE_NAME(L"Single Fan"),                  nullptr, nullptr},
+    {THERMAL_DOCK_MODE_CONTROL,           TRACE_NAME(L"AdaptiveCoolingInitSettingsDockModeControl_v3"),         &TMC_DMC, AdaptiveCoolingRiseEventOfDockModeControlChange},
+    {THERMAL_FORCE_HIGH_PERFORMANCE,      TRACE_NAME(L"AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3"), &TMC_FHP, nullptr},
+};
+// clang-format on
+static_assert(ARRAYSIZE(g_thermalFunctions) == THERMAL_FUNCTION_COUNT);
+
+static BOOL InitFunction(const FunctionRow& row) {
+    SetThermalFunctionEnabled(row.function, false);
+    // Force High Performance leaves the option state as Two In One has just found it.
+    if (row.function == THERMAL_TWO_IN_ONE)
+        g_dwCoolingOptionState = 0;
     DWORD settled = g_dwCoolingSettledRequests;
     DWORD setting = 0;
-    if (!init_key(1, &setting))
+    if (!AdaptiveCoolingInitRegKey_v3(*row.key, 1, &setting))
         return FALSE;
     if (setting != 0)
-        SetThermalFunctionEnabled(function, true);
+        SetThermalFunctionEnabled(row.function, true);
     for (DWORD now = g_dwCoolingSettledRequests; now != settled; now = g_dwCoolingSettledRequests) {
         settled = now;
-        if (get_setting(&setting))
-            SetThermalFunctionEnabled(function, setting != 0);
+        if (AdaptiveCoolingGetRegCurrentSettings_v3(*row.key, &setting))
+            SetThermalFunctionEnabled(row.function, setting != 0);
     }
-    return apply == nullptr ? TRUE : apply();
+    return row.follow == nullptr ? TRUE : row.follow();
 }
-
-// The arguments of InitFunction that belong to one set of registry wrappers.
-#define FUNCTION_KEY(F) AdaptiveCoolingInitRegKeyFor##F##_v3, AdaptiveCoolingGetRegCurrentSettingsFor##F##_v3
-
-BOOL AdaptiveCoolingInitSettingsTwoInOne_v3() {
-    g_dwCoolingOptionState = 0;
-    // Attached or detached: the handler reads the real state.
-    return InitFunction(THERMAL_TWO_IN_ONE, FUNCTION_KEY(TwoInOne), AdaptiveCoolingRiseAttachEventOfTwoInOne);
-}
-
-BOOL AdaptiveCoolingInitSettingsMultiPivoHinge_v3() {
-    return InitFunction(THERMAL_MULTI_PIVO_HINGE, FUNCTION_KEY(MultiPivoHinge),
-                        AdaptiveCoolingRiseEventOfPivoModeChange);
-}
-
-BOOL AdaptiveCoolingInitSettingsCoolQuietHinge_v3() {
-    return InitFunction(THERMAL_COOL_QUIET_HINGE, FUNCTION_KEY(CoolQuietHinge),
-                        AdaptiveCoolingRiseEventOfCoolQuietHingeAngle);
-}
-
-BOOL AdaptiveCoolingInitSettingsDynamicCpuControl_v3() {
-    return InitFunction(THERMAL_DYNAMIC_CPU_CONTROL, FUNCTION_KEY(DynamicCpuControl),
-                        AdaptiveCoolingRiseEventOfDynamicCpuControl);
-}
-
-BOOL AdaptiveCoolingInitSettingsDockModeControl_v3() {
-    return InitFunction(THERMAL_DOCK_MODE_CONTROL, FUNCTION_KEY(DockModeControl),
-                        AdaptiveCoolingRiseEventOfDockModeControlChange);
-}
-
-BOOL AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3() {
-    // The option state stays as Two In One has just found it.
-    return InitFunction(THERMAL_FORCE_HIGH_PERFORMANCE, FUNCTION_KEY(ForceHighPerfomanceMode), nullptr);
-}
-
-struct FunctionRow {
-    const wchar_t* name;
-    Operation initialise;
-};
-
-// By function number, in the order of initialisation. Functions without an operation are only recognised.
-static const FunctionRow g_thermalFunctions[] = {
-    {L"Standard", nullptr},
-    {L"Cool Quiet On Laptop", nullptr},
-    {L"Two In One", AdaptiveCoolingInitSettingsTwoInOne_v3},
-    {L"Multi Pivo Hinge", AdaptiveCoolingInitSettingsMultiPivoHinge_v3},
-    {L"Skin Temperature Protection", nullptr},
-    {L"Cool Quiet Hinge", AdaptiveCoolingInitSettingsCoolQuietHinge_v3},
-    {L"Dynamic Cpu Control", AdaptiveCoolingInitSettingsDynamicCpuControl_v3},
-    {L"Single Fan", nullptr},
-    {L"Dock Mode Control", AdaptiveCoolingInitSettingsDockModeControl_v3},
-    {L"Force High Performance", AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3},
-};
-static_assert(ARRAYSIZE(g_thermalFunctions) == THERMAL_FUNCTION_COUNT);
 
 BOOL AdaptiveCoolingInitSettings_v3() {
     Trace(L"Enter AdaptiveCoolingInitSettings_v3()\n");
@@ -118,13 +86,12 @@ BOOL AdaptiveCoolingInitSettings_v3() {
     DWORD capability = 0;
     if (!AdaptiveCoolingGetFunctionCapability_v3(&capability))
         return FALSE;
-    for (DWORD function = 0; function < THERMAL_FUNCTION_COUNT; ++function) {
-        if (!DytcAnnounces(capability, function))
+    for (const FunctionRow& row : g_thermalFunctions) {
+        if (!DytcAnnounces(capability, row.function))
             continue;
-        const FunctionRow& row = g_thermalFunctions[function];
         Trace(L"AdaptiveCoolingInitSettings_v3(): %ls\n", row.name);
-        if (row.initialise != nullptr && !row.initialise())
-            Trace(L"AdaptiveCoolingInitSettings_v3(): Error: %ls not initialised.\n", row.name);
+        if (row.key != nullptr && !InitFunction(row))
+            Trace(L"AdaptiveCoolingInitSettings_v3(): Error: %ls failed.\n", row.name);
     }
     return TRUE;
 }
@@ -134,47 +101,40 @@ BOOL AdaptiveCoolingInitSettings_v3() {
 // Ends a request: stores the switch and makes flag and switch agree, whatever an initialisation has read
 // meanwhile. Counted between the two: an initialisation that misses the count has set its flag before, and
 // the flag set here is the last.
-static BOOL SettleSwitch(ThermalFunction function, DWORD setting, BOOL (*set_setting)(DWORD)) {
-    const BOOL written = set_setting(setting);
+static BOOL SettleSwitch(const CoolingKey& key, DWORD setting) {
+    const BOOL written = AdaptiveCoolingSetRegCurrentSettings_v3(key, setting);
     ++g_dwCoolingSettledRequests;
-    SetThermalFunctionEnabled(function, setting != 0);
+    SetThermalFunctionEnabled(key.function, setting != 0);
     return written;
 }
 
-static BOOL EnableFunction(ThermalFunction function, Operation apply, BOOL (*set_setting)(DWORD)) {
-    SetThermalFunctionEnabled(function, true);
-    return apply() && SettleSwitch(function, 1, set_setting);
+static BOOL EnableFunction(const CoolingKey& key, Operation follow) {
+    SetThermalFunctionEnabled(key.function, true);
+    return follow() && SettleSwitch(key, 1);
 }
 
-static BOOL DisableFunction(ThermalFunction function, Operation cool, BOOL (*set_status)(DWORD), DWORD status,
-                            BOOL (*set_setting)(DWORD)) {
-    if (!Command(cool))
+static BOOL DisableFunction(const CoolingKey& key, const ThermalWord& word, DWORD status) {
+    if (!AdaptiveCoolingSetCommand_v3(word))
         return FALSE;
-    set_status(status);
-    SetThermalFunctionEnabled(function, false);
-    return SettleSwitch(function, 0, set_setting);
+    AdaptiveCoolingSetRegCurrentStatus_v3(key, status);
+    SetThermalFunctionEnabled(key.function, false);
+    return SettleSwitch(key, 0);
 }
 
 BOOL AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3() {
-    return EnableFunction(THERMAL_TWO_IN_ONE, AdaptiveCoolingChageThermalModeByTwoInOne_v3,
-                          AdaptiveCoolingSetRegCurrentSettingsForTwoInOne_v3);
+    return EnableFunction(TMC_TIO, AdaptiveCoolingChageThermalModeByTwoInOne_v3);
 }
 
 BOOL AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3() {
-    return DisableFunction(THERMAL_TWO_IN_ONE, AdaptiveCoolingSetTwoInOneStatusToCool,
-                           AdaptiveCoolingSetRegCurrentStatusForTwoInOne_v3, 1,
-                           AdaptiveCoolingSetRegCurrentSettingsForTwoInOne_v3);
+    return DisableFunction(TMC_TIO, TWO_IN_ONE_COOL, 1);
 }
 
 BOOL AdaptiveCoolingEnableDynamicCpuControlSettings_v3() {
-    return EnableFunction(THERMAL_DYNAMIC_CPU_CONTROL, AdaptiveCoolingDynamicCpuControlSettings_v3,
-                          AdaptiveCoolingSetRegCurrentSettingsForDynamicCpuControl_v3);
+    return EnableFunction(TMC_DCC, AdaptiveCoolingDynamicCpuControlSettings_v3);
 }
 
 BOOL AdaptiveCoolingDisableDynamicCpuControlSettings_v3() {
-    return DisableFunction(THERMAL_DYNAMIC_CPU_CONTROL, AdaptiveCoolingSetDynamicCpuControlStatusToCool,
-                           AdaptiveCoolingSetRegCurrentStatusForDynamicCpuControl_v3, 0,
-                           AdaptiveCoolingSetRegCurrentSettingsForDynamicCpuControl_v3);
+    return DisableFunction(TMC_DCC, CPU_CONTROL_COOL, 0);
 }
 
 // ---- Two In One ----
@@ -191,14 +151,14 @@ BOOL AdaptiveCoolingChageThermalModeByTwoInOne_v3() {
     else
         g_dwCoolingOptionState.fetch_and(~COOLING_OPTION_ATTACHED);
     AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3(option);
-    if (!Command(attached ? AdaptiveCoolingSetTwoInOneStatusToHighPerformance
-                          : AdaptiveCoolingSetTwoInOneStatusToCool))
+    if (!AdaptiveCoolingSetCommand_v3(attached ? TWO_IN_ONE_HIGH_PERFORMANCE : TWO_IN_ONE_COOL))
         return FALSE;
-    return AdaptiveCoolingSetRegCurrentStatusForTwoInOne_v3(attached ? 1 : 0);
+    return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_TIO, attached ? 1 : 0);
 }
 
-// The device is held in the hand or no longer held. With an option attached only the report is published.
-static BOOL ChangeOnHand(DWORD on_hand, Operation setter, DWORD status) {
+// The device is held in the hand (1) or no longer held (0). With an option attached only the report is
+// published.
+static BOOL ChangeOnHand(DWORD on_hand, const ThermalWord& word) {
     if (!ThermalFunctionEnabled(THERMAL_TWO_IN_ONE)) {
         Trace(L"Not support or unfertilized the TIO()\n");
         return FALSE;
@@ -208,38 +168,36 @@ static BOOL ChangeOnHand(DWORD on_hand, Operation setter, DWORD status) {
         Trace(L"Option is attached()\n");
         return written;
     }
-    if (!Command(setter))
+    if (!AdaptiveCoolingSetCommand_v3(word))
         return FALSE;
-    AdaptiveCoolingSetRegCurrentStatusForTwoInOne_v3(status);
+    AdaptiveCoolingSetRegCurrentStatus_v3(TMC_TIO, on_hand);
     return TRUE;
 }
 
 BOOL AdaptiveCoolingDetectOnHand_v3() {
-    return ChangeOnHand(1, AdaptiveCoolingSetTwoInOneStatusToCool, 1);
+    return ChangeOnHand(1, TWO_IN_ONE_COOL);
 }
 
 BOOL AdaptiveCoolingUndetectOnHand_v3() {
-    return ChangeOnHand(0, AdaptiveCoolingSetTwoInOneStatusToHighPerformance, 0);
+    return ChangeOnHand(0, TWO_IN_ONE_HIGH_PERFORMANCE);
 }
 
 BOOL AdaptiveCoolingEnterFlipMode_v3() {
     return Enabled(THERMAL_TWO_IN_ONE, L"AdaptiveCoolingEnterFlipMode_v3") &&
-           Command(AdaptiveCoolingSetTwoInOneStatusToCool);
+           AdaptiveCoolingSetCommand_v3(TWO_IN_ONE_COOL);
 }
 
 BOOL AdaptiveCoolingExitFlipMode_v3() {
     return Enabled(THERMAL_TWO_IN_ONE, L"AdaptiveCoolingExitFlipMode_v3") &&
-           Command(AdaptiveCoolingSetTwoInOneStatusToHighPerformance);
+           AdaptiveCoolingSetCommand_v3(TWO_IN_ONE_HIGH_PERFORMANCE);
 }
 
 // ---- hinge, graphics temperature, dock ----
 
 static const CommandRow g_hingePostures[] = {
-    {MM_SYSTEM_STATE_NoteBook, AdaptiveCoolingSetMultiPivoHingeStatusToClamShell},
-    {MM_SYSTEM_STATE_Layflat, AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat},
-    {MM_SYSTEM_STATE_Tablet, AdaptiveCoolingSetMultiPivoHingeStatusToTablet},
-    {MM_SYSTEM_STATE_Media, AdaptiveCoolingSetMultiPivoHingeStatusToTent},
-    {MM_SYSTEM_STATE_Tent, AdaptiveCoolingSetMultiPivoHingeStatusToTent},
+    {MM_SYSTEM_STATE_NoteBook, HINGE_CLAMSHELL}, {MM_SYSTEM_STATE_Layflat, HINGE_LAYFLAT},
+    {MM_SYSTEM_STATE_Tablet, HINGE_TABLET},      {MM_SYSTEM_STATE_Media, HINGE_TENT},
+    {MM_SYSTEM_STATE_Tent, HINGE_TENT},
 };
 
 BOOL AdaptiveCoolingPivoModeChange() {
@@ -247,8 +205,10 @@ BOOL AdaptiveCoolingPivoModeChange() {
     if (!AdaptiveCoolingGetPivoModeStatusFromBIOS(&status))
         return FALSE;
     const DWORD posture = status & STATUS_VALUE;
-    return CommandFor(g_hingePostures, posture) &&
-           AdaptiveCoolingSetRegCurrentStatusForMultiPivoHinge_v3(posture);
+    const ThermalWord* word = FindWord(g_hingePostures, posture);
+    if (word != nullptr && !AdaptiveCoolingSetCommand_v3(*word))
+        return FALSE;
+    return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_MPH, posture);
 }
 
 BOOL AdaptiveCoolingThermalModeByHingeSettings_v3() {
@@ -259,16 +219,15 @@ BOOL AdaptiveCoolingThermalModeByHingeSettings_v3() {
         return FALSE;
     const DWORD mode = status & STATUS_VALUE;
     // Modes 0 to 2, and all that are unknown, run cool.
-    if (!Command(mode == HINGE_MODE_HIGH ? AdaptiveCoolingSetCoolQuietHingeStatusToHigh
-                                         : AdaptiveCoolingSetCoolQuietHingeStatusToCool))
+    if (!AdaptiveCoolingSetCommand_v3(mode == THERMAL_MODE_HIGH ? QUIET_HINGE_HIGH : QUIET_HINGE_COOL))
         return FALSE;
-    return AdaptiveCoolingSetRegCurrentStatusForCoolQuietHinge_v3(mode);
+    return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_CQH, mode);
 }
 
 static const CommandRow g_graphicsLevels[] = {
-    {1, AdaptiveCoolingSetDynamicCpuControlStatusToCool},
-    {2, AdaptiveCoolingSetDynamicCpuControlStatusToHigh},
-    {3, AdaptiveCoolingSetDynamicCpuControlStatusToCool},
+    {1, CPU_CONTROL_COOL},
+    {2, CPU_CONTROL_HIGH},
+    {3, CPU_CONTROL_COOL},
 };
 
 BOOL AdaptiveCoolingDynamicCpuControlSettings_v3() {
@@ -278,24 +237,25 @@ BOOL AdaptiveCoolingDynamicCpuControlSettings_v3() {
     if (!AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS(&status))
         return FALSE;
     const DWORD level = status & STATUS_VALUE;
-    if (!CommandFor(g_graphicsLevels, level))
+    const ThermalWord* word = FindWord(g_graphicsLevels, level);
+    if (word != nullptr && !AdaptiveCoolingSetCommand_v3(*word))
         return FALSE;
-    AdaptiveCoolingSetRegCurrentStatusForDynamicCpuControl_v3(level);
+    AdaptiveCoolingSetRegCurrentStatus_v3(TMC_DCC, level);
     return TRUE;
 }
 
 // The dock types that the firmware may report; only some take power commands.
 struct DockRow {
-    const wchar_t* name;
     DWORD type;
+    const wchar_t* name;
     bool sets_power;
 };
 
 static const DockRow g_docks[] = {
-    {L"Vantor", DOCK_TYPE_VANTOR, true},
-    {L"Quillon", DOCK_TYPE_QUILLON, true},
-    {L"Bastion", DOCK_TYPE_BASTION, false},
-    {L"Linkway", DOCK_TYPE_LINKWAY, false},
+    {DOCK_TYPE_VANTOR, TRACE_NAME(L"Vantor"), true},
+    {DOCK_TYPE_QUILLON, TRACE_NAME(L"Quillon"), true},
+    {DOCK_TYPE_BASTION, TRACE_NAME(L"Bastion"), false},
+    {DOCK_TYPE_LINKWAY, TRACE_NAME(L"Linkway"), false},
 };
 
 static const DockRow* FindDock(DWORD type) {
@@ -321,8 +281,7 @@ BOOL AdaptiveCoolingDockModeControlChange() {
         return TRUE;
     const DWORD docked = status & DOCK_STATUS_DOCKED;
     Trace(docked != 0 ? L"Docking detected!\n" : L"Undock detected!\n");
-    if (!Command(docked != 0 ? AdaptiveCoolingSetDockModeControlToDocked
-                             : AdaptiveCoolingSetDockModeControlToUndocked))
+    if (!AdaptiveCoolingSetCommand_v3(docked != 0 ? DOCK_MODE_DOCKED : DOCK_MODE_UNDOCKED))
         return FALSE;
-    return AdaptiveCoolingSetRegCurrentStatusForDockModeControl_v3(docked);
+    return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_DMC, docked);
 }

@@ -8,12 +8,6 @@
 // Initialises every announced function; a function that fails does not stop the others. Fails when the
 // firmware does not tell its functions.
 BOOL AdaptiveCoolingInitSettings_v3();
-BOOL AdaptiveCoolingInitSettingsTwoInOne_v3();
-BOOL AdaptiveCoolingInitSettingsMultiPivoHinge_v3();
-BOOL AdaptiveCoolingInitSettingsCoolQuietHinge_v3();
-BOOL AdaptiveCoolingInitSettingsDynamicCpuControl_v3();
-BOOL AdaptiveCoolingInitSettingsDockModeControl_v3();
-BOOL AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3();
 
 // Two In One: the tablet option, the user's switch, the device held in the hand, and flip mode.
 BOOL AdaptiveCoolingChageThermalModeByTwoInOne_v3();

@@ -4,29 +4,29 @@
 #include "cooling/cooling_registry.h"
 #include "driver/firmware.h"
 
-// One request. *result takes the answer of a request that went through; a byte that the driver did not return
-// is 0.
-static BOOL Request(DriverHandles* handles, const wchar_t* operation, DWORD code, DWORD argument,
-                    DWORD* result) {
-    DWORD answer = 0;
-    if (!PMDriverIoControl(handles, code, argument, &answer)) {
+// Traces what became of a request; the result is whether it went through.
+static BOOL Report(const wchar_t* operation, DWORD argument, BOOL sent, DWORD answer) {
+    if (sent)
+        Trace(L"Inside %ls(0x%08x): Return 0x%08x\n", operation, argument, answer);
+    else
         Trace(L"%ls(0x%08x): Error: (%u) IoCtl Colling Error.\n", operation, argument, GetLastError());
-        return FALSE;
-    }
-    Trace(L"Inside %ls(0x%08x): Return 0x%08x\n", operation, argument, answer);
-    *result = answer;
-    return TRUE;
+    return sent;
 }
 
-static BOOL SingleRequest(const wchar_t* operation, DWORD code, DWORD argument, DWORD* result) {
-    DriverHandles handles;
-    return Request(&handles, operation, code, argument, result);
+// *result takes the answer of a request that went through; a byte that the driver did not return is 0.
+static BOOL Request(const wchar_t* operation, DWORD code, DWORD argument, DWORD* result) {
+    DWORD answer = 0;
+    const BOOL sent = SendOneWord(code, argument, &answer);
+    if (Report(operation, argument, sent, answer))
+        *result = answer;
+    return sent;
 }
 
 // A DYTC request whose result tells in bit 0 whether the firmware carried it out.
 static BOOL ConfirmedRequest(const wchar_t* operation, DWORD argument, DWORD* result) {
     DWORD answer = 0;
-    if (!SingleRequest(operation, IOCTL_PMDRV_DYTC, argument, &answer))
+    const BOOL sent = SendOneWord(IOCTL_PMDRV_DYTC, argument, &answer);
+    if (!Report(operation, argument, sent, answer))
         return FALSE;
     *result = answer;
     if ((answer & DYTC_SUCCESS) != 0)
@@ -58,8 +58,8 @@ BOOL AdaptiveCoolingCheckBIOSVersion(DWORD* version) {
 
 BOOL AdaptiveCoolingGetSystemControlMode(DWORD* mode) {
     DWORD result = 0;
-    if (!SingleRequest(L"AdaptiveCoolingGetSystemControlMode", IOCTL_PMDRV_DYTC,
-                       DYTC_QUERY_SYSTEM_CONTROL_MODE, &result))
+    if (!Request(L"AdaptiveCoolingGetSystemControlMode", IOCTL_PMDRV_DYTC, DYTC_QUERY_SYSTEM_CONTROL_MODE,
+                 &result))
         return FALSE;
     if ((DytcSystemControlMode(result) & 0xF000) == COOLING_INTERFACE_2000)
         *mode = DytcSystemControlMode(result);
@@ -73,31 +73,20 @@ BOOL AdaptiveCoolingGetFunctionCapability_v3(DWORD* capability) {
                             capability);
 }
 
-BOOL AdaptiveCoolingSetCommand_v3(DWORD command, DWORD* result) {
-    return ConfirmedRequest(L"AdaptiveCoolingSetCommand_v3", command, result);
+BOOL AdaptiveCoolingSetCommand_v3(const ThermalWord& word, DWORD* result) {
+    DWORD answer = 0;
+    const BOOL accepted = ConfirmedRequest(word.name, ThermalSetWord(word.function, word.mode, word.on),
+                                           result != nullptr ? result : &answer);
+    if (!accepted)
+        Trace(L"Failed to call Power control setting\n");
+    return accepted;
 }
-
-static BOOL SendSetWord(DWORD word) {
-    DWORD result = 0;
-    return AdaptiveCoolingSetCommand_v3(word, &result);
-}
-
-#define THERMAL_SETTER(name, function, mode, on)                                                             \
-    BOOL AdaptiveCoolingSet##name##_v3() {                                                                   \
-        return SendSetWord(ThermalSetWord(function, mode, on));                                              \
-    }                                                                                                        \
-    BOOL AdaptiveCoolingSet##name() {                                                                        \
-        return AdaptiveCoolingSet##name##_v3();                                                              \
-    }
-THERMAL_SET_WORDS(THERMAL_SETTER)
-#undef THERMAL_SETTER
 
 BOOL AdaptiveCoolingGetDytcCurrentAvailability() {
     // The preset stands for "no answer", which is not ready: a firmware that cannot be asked cannot be
     // initialised.
     DWORD result = DYTC_NOT_READY;
-    const BOOL accepted =
-        AdaptiveCoolingSetCommand_v3(ThermalSetWord(THERMAL_STANDARD, THERMAL_NO_MODE, true), &result);
+    const BOOL accepted = AdaptiveCoolingSetCommand_v3(READINESS_PROBE, &result);
     return (result & DYTC_NOT_READY) == 0 ? TRUE : accepted;
 }
 
@@ -108,7 +97,7 @@ static BOOL SetSystemMode(const wchar_t* operation, DWORD command) {
         return FALSE;
     }
     DWORD result = 0;
-    if (!SingleRequest(operation, IOCTL_PMDRV_DYTC, command, &result))
+    if (!Request(operation, IOCTL_PMDRV_DYTC, command, &result))
         return FALSE;
     if (result != DYTC_MODE_ACCEPTED)
         Trace(L"%ls(): Error: refused. (0x%08x) Not capable system.\n", operation, result);
@@ -128,51 +117,49 @@ BOOL AdaptiveCoolingSetHighPerformanceMode() {
 }
 
 BOOL AdaptiveCoolingGetDockModeStatusFromBIOS(DWORD* status) {
-    return SingleRequest(L"AdaptiveCoolingGetDockModeStatusFromBIOS", IOCTL_PMDRV_DOCKMODE, 0, status);
+    return Request(L"AdaptiveCoolingGetDockModeStatusFromBIOS", IOCTL_PMDRV_DOCKMODE, 0, status);
 }
 
 BOOL AdaptiveCoolingGetThermalModeStatusFromBIOS(DWORD* status) {
-    return SingleRequest(L"AdaptiveCoolingGetThermalModeStatusFromBIOS", IOCTL_PMDRV_THERMALMODE, 0, status);
+    return Request(L"AdaptiveCoolingGetThermalModeStatusFromBIOS", IOCTL_PMDRV_THERMALMODE, 0, status);
 }
 
 BOOL AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS(DWORD* status) {
-    return SingleRequest(L"AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS", IOCTL_PMDRV_DGPUTEMP, 0,
-                         status);
+    return Request(L"AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS", IOCTL_PMDRV_DGPUTEMP, 0,
+                   status);
 }
 
 BOOL AdaptiveCoolingGetPivoModeStatusFromBIOS(DWORD* status) {
-    return SingleRequest(L"AdaptiveCoolingGetPivoModeStatusFromBIOS", IOCTL_PMDRV_GMMS, 0, status);
+    return Request(L"AdaptiveCoolingGetPivoModeStatusFromBIOS", IOCTL_PMDRV_GMMS, 0, status);
 }
 
-static BOOL QueryTabletOption(DriverHandles* handles, DWORD argument, DWORD* result) {
-    return Request(handles, L"AdaptiveCoolingQueryTabletOption", IOCTL_PMDRV_GOPT, argument, result);
-}
-
-BOOL AdaptiveCoolingQueryTabletOptionAtachStatusVersion(DWORD* version) {
-    DriverHandles handles;
-    return QueryTabletOption(&handles, GOPT_VERSION, version);
+// One selector of GOPT; the holder keeps the device open from the first to the last.
+static BOOL QueryTabletOption(DriverHandles* handles, const wchar_t* operation, DWORD selector,
+                              DWORD* result) {
+    const BOOL sent = PMDriverIoControl(handles, IOCTL_PMDRV_GOPT, selector, result);
+    return Report(operation, selector, sent, *result);
 }
 
 BOOL AdaptiveCoolingCheckTabletOptionAtachStatus_v1(DWORD* status) {
+    const wchar_t* const operation = L"AdaptiveCoolingCheckTabletOptionAtachStatus_v1";
     DriverHandles handles;
     DWORD version = 0;
-    if (!QueryTabletOption(&handles, GOPT_VERSION, &version))
+    if (!QueryTabletOption(&handles, L"AdaptiveCoolingQueryTabletOptionAtachStatusVersion", GOPT_VERSION,
+                           &version))
         return FALSE;
     if (version < OPTION_VERSION_1 || version > OPTION_VERSION_LAST_KNOWN) {
-        Trace(L"AdaptiveCoolingCheckTabletOptionAtachStatus_v1(): Error: unexpected version 0x%08x\n",
-              version);
+        Trace(L"%ls(): Error: unexpected version 0x%08x\n", operation, version);
         return FALSE;
     }
     DWORD type = 0;
-    if (!QueryTabletOption(&handles, GOPT_TYPE, &type))
+    if (!QueryTabletOption(&handles, operation, GOPT_TYPE, &type))
         return FALSE;
     if (type < OPTION_TYPE_FIRST || type > OPTION_TYPE_LAST) {
-        Trace(L"AdaptiveCoolingCheckTabletOptionAtachStatus_v1(): Error: unexpected interface type 0x%08x\n",
-              type);
+        Trace(L"%ls(): Error: unexpected interface type 0x%08x\n", operation, type);
         return FALSE;
     }
     DWORD option = 0;
-    if (!QueryTabletOption(&handles, GOPT_STATUS, &option))
+    if (!QueryTabletOption(&handles, operation, GOPT_STATUS, &option))
         return FALSE;
     const bool attached =
         type == OPTION_TYPE_LAST ? (option & OPTION_TYPE_LAST_ATTACHED) != 0 : option != OPTION_1_NONE;

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include "common/trace.h"
 #include "cooling/cooling_state.h"
 
 // *revision: the firmware's interface revision. Fails without support for the method.
@@ -23,31 +24,34 @@ BOOL AdaptiveCoolingGetSystemControlMode(DWORD* mode);
 // when the firmware carried the query out.
 BOOL AdaptiveCoolingGetFunctionCapability_v3(DWORD* capability);
 
-// *result: the result word of any command that went through. Succeeds when the firmware accepted it.
-BOOL AdaptiveCoolingSetCommand_v3(DWORD command, DWORD* result);
+// A set word of version 3. The trace reports it under the name of its operation, of which each row is all
+// that there is; the names with _v3 at their end mean the same.
+struct ThermalWord {
+    ThermalFunction function;
+    DWORD mode;
+    bool on;
+    const wchar_t* name;
+};
 
 // clang-format off
-// The set words: X(name, function, mode, on). Each is sent by AdaptiveCoolingSet<name>, plain and _v3.
-#define THERMAL_SET_WORDS(X)                                                                   \
-    X(TwoInOneStatusToCool,             THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, false)   \
-    X(TwoInOneStatusToHighPerformance,  THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, true)    \
-    X(MultiPivoHingeStatusToClamShell,  THERMAL_MULTI_PIVO_HINGE,    THERMAL_NO_MODE, false)   \
-    X(MultiPivoHingeStatusToTablet,     THERMAL_MULTI_PIVO_HINGE,    0,               true)    \
-    X(MultiPivoHingeStatusToTent,       THERMAL_MULTI_PIVO_HINGE,    1,               true)    \
-    X(MultiPivoHingeStatusToLayFlat,    THERMAL_MULTI_PIVO_HINGE,    2,               true)    \
-    X(CoolQuietHingeStatusToCool,       THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, false)   \
-    X(CoolQuietHingeStatusToHigh,       THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, true)    \
-    X(DynamicCpuControlStatusToCool,    THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, false)   \
-    X(DynamicCpuControlStatusToHigh,    THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, true)    \
-    X(DockModeControlToUndocked,        THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, false)   \
-    X(DockModeControlToDocked,          THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, true)
+constexpr ThermalWord TWO_IN_ONE_COOL             = {THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetTwoInOneStatusToCool")};
+constexpr ThermalWord TWO_IN_ONE_HIGH_PERFORMANCE = {THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetTwoInOneStatusToHighPerformance")};
+constexpr ThermalWord HINGE_CLAMSHELL             = {THERMAL_MULTI_PIVO_HINGE,    THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToClamShell")};
+constexpr ThermalWord HINGE_TABLET                = {THERMAL_MULTI_PIVO_HINGE,    0,               true,  TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToTablet")};
+constexpr ThermalWord HINGE_TENT                  = {THERMAL_MULTI_PIVO_HINGE,    1,               true,  TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToTent")};
+constexpr ThermalWord HINGE_LAYFLAT               = {THERMAL_MULTI_PIVO_HINGE,    2,               true,  TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat")};
+constexpr ThermalWord QUIET_HINGE_COOL            = {THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetCoolQuietHingeStatusToCool")};
+constexpr ThermalWord QUIET_HINGE_HIGH            = {THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetCoolQuietHingeStatusToHigh")};
+constexpr ThermalWord CPU_CONTROL_COOL            = {THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetDynamicCpuControlStatusToCool")};
+constexpr ThermalWord CPU_CONTROL_HIGH            = {THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetDynamicCpuControlStatusToHigh")};
+constexpr ThermalWord DOCK_MODE_UNDOCKED          = {THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetDockModeControlToUndocked")};
+constexpr ThermalWord DOCK_MODE_DOCKED            = {THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetDockModeControlToDocked")};
+constexpr ThermalWord READINESS_PROBE             = {THERMAL_STANDARD,            THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingGetDytcCurrentAvailability")};
 // clang-format on
 
-#define THERMAL_SETTER(name, function, mode, on)                                                             \
-    BOOL AdaptiveCoolingSet##name##_v3();                                                                    \
-    BOOL AdaptiveCoolingSet##name();
-THERMAL_SET_WORDS(THERMAL_SETTER)
-#undef THERMAL_SETTER
+// *result, which may be null: the result word of any set word that went through. Succeeds when the firmware
+// accepted it.
+BOOL AdaptiveCoolingSetCommand_v3(const ThermalWord& word, DWORD* result = nullptr);
 
 // 1 when the firmware is ready for version 3 commands. A request that does not go through counts as not
 // ready.
@@ -63,9 +67,6 @@ BOOL AdaptiveCoolingGetDockModeStatusFromBIOS(DWORD* status);
 BOOL AdaptiveCoolingGetThermalModeStatusFromBIOS(DWORD* status);
 BOOL AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS(DWORD* status);
 BOOL AdaptiveCoolingGetPivoModeStatusFromBIOS(DWORD* status);
-
-// *version: the raw version word of the tablet-option method, when the request went through.
-BOOL AdaptiveCoolingQueryTabletOptionAtachStatusVersion(DWORD* version);
 
 // *status on success: whether a tablet option is attached.
 constexpr DWORD TABLET_OPTION_NONE = 1;

@@ -20,7 +20,7 @@ enum : DWORD {
 };
 
 // THERMALMODE: the one mode of the hinge angle that allows high performance.
-constexpr DWORD HINGE_MODE_HIGH = 3;
+constexpr DWORD THERMAL_MODE_HIGH = 3;
 
 // ---- TABGETSTATE ----
 
