@@ -144,6 +144,8 @@ void HandleBatteryWakeup() {
         ForcePowerOff();
         return;
     }
+    // Its result is of no use: the attempts tell whether hibernation works.
+    (void)EnableShutdownPrivilege();
     for (int attempt = 0; attempt < BATTERY_ATTEMPTS; ++attempt) {
         if (PowrProfSetSuspendState(TRUE, TRUE, TRUE))
             return;

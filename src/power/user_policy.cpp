@@ -69,8 +69,48 @@ static BOOL QueryProfilePath(const wchar_t* sid_string, wchar_t* path, DWORD cap
            QueryString(key.key, L"ProfileImagePath", path, capacity, 256, REG_EXPAND_SZ);
 }
 
+static bool IsSeparator(wchar_t character) {
+    return character == L'\\' || character == L'/';
+}
+
+static bool IsNetworkPath(const wchar_t* path) {
+    return IsSeparator(path[0]) && IsSeparator(path[1]);
+}
+
+// A path that is not there has no attributes.
+static bool HasAttributes(const wchar_t* path, DWORD looked_at, DWORD wanted) {
+    const DWORD attributes = GetFileAttributesW(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & looked_at) == wanted;
+}
+
+// Leaves the folder that the file lies in. FALSE when the path names none.
+static BOOL CutToFolder(wchar_t* path) {
+    DWORD length = static_cast<DWORD>(lstrlenW(path));
+    while (length > 0 && !IsSeparator(path[length - 1]))
+        --length;
+    while (length > 0 && IsSeparator(path[length - 1]))
+        --length;
+    // The root of a drive keeps its separator: "C:" alone is that drive's current folder.
+    if (length == 2 && path[1] == L':')
+        ++length;
+    path[length] = L'\0';
+    return length > 0;
+}
+
+// Whether the hive is an existing file and neither it nor its folder a link. The folder belongs to the user,
+// and the load runs with the restore privilege: it would follow a link to any file, and make an empty hive
+// where there is none, which then stands in the way of the profile. Whoever exchanges file or folder between
+// this look and the load still can.
+static BOOL IsPlainHiveFile(const wchar_t* path) {
+    constexpr DWORD looked_at = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+    wchar_t folder[PATH_CHARACTERS + ARRAYSIZE(HIVE_FILE)];
+    return HasAttributes(path, looked_at, 0) && SUCCEEDED(StringCchCopyW(folder, ARRAYSIZE(folder), path)) &&
+           CutToFolder(folder) && HasAttributes(folder, looked_at, FILE_ATTRIBUTE_DIRECTORY);
+}
+
 // Loads the hive of the user with this SID from the profile, under HKEY_USERS, where it stays. Enables the
-// restore privilege, which stays enabled too.
+// restore privilege, which stays enabled too. FALSE, with nothing enabled or loaded, unless the hive is an
+// existing file on a local drive and neither it nor its folder is a link.
 static BOOL LoadUserProfileHive(const wchar_t* sid_string) {
     Trace(L"Enter LoadUserProfileHive(%ls)\n", sid_string);
     wchar_t profile[256 / 2 + 1];
@@ -79,12 +119,14 @@ static BOOL LoadUserProfileHive(const wchar_t* sid_string) {
     constexpr DWORD limit = 256;
     wchar_t path[limit + ARRAYSIZE(HIVE_FILE)];
     const DWORD expanded = ExpandEnvironmentStringsW(profile, path, limit);
-    if (expanded == 0 || expanded > limit)
+    if (expanded == 0 || expanded > limit || IsNetworkPath(path))
         return FALSE;
-    // A path that is not there has every attribute bit set, the directory's too.
-    const DWORD attributes = GetFileAttributesW(path);
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    if (HasAttributes(path, FILE_ATTRIBUTE_DIRECTORY, FILE_ATTRIBUTE_DIRECTORY))
         StringCchCatW(path, ARRAYSIZE(path), HIVE_FILE);
+    if (!IsPlainHiveFile(path)) {
+        Trace(L"LoadUserProfileHive(): Error: %ls is no plain file.\n", path);
+        return FALSE;
+    }
     if (!EnablePrivilege(SE_RESTORE_NAME, TRUE))
         return FALSE;
     return LoadUserHive(sid_string, path, TRUE);

@@ -120,6 +120,7 @@ static BOOL GetRunDLLPath(wchar_t* path) {
 }
 
 // A security descriptor that grants everything to the local system account and nothing to anyone else.
+// Protected: otherwise the entries that the folder hands down would be added to it.
 struct LocalSystemOnly {
     alignas(DWORD) BYTE sid[SECURITY_MAX_SID_SIZE] = {};
     LocalBlock acl;
@@ -144,7 +145,8 @@ static BOOL BuildLocalSystemOnly(LocalSystemOnly* security) {
         return FALSE;
     security->acl.data = acl;
     if (!InitializeSecurityDescriptor(&security->descriptor, SECURITY_DESCRIPTOR_REVISION) ||
-        !SetSecurityDescriptorDacl(&security->descriptor, TRUE, acl, FALSE))
+        !SetSecurityDescriptorDacl(&security->descriptor, TRUE, acl, FALSE) ||
+        !SetSecurityDescriptorControl(&security->descriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED))
         return FALSE;
     security->attributes.nLength = sizeof(security->attributes);
     security->attributes.lpSecurityDescriptor = &security->descriptor;
