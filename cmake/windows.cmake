@@ -14,7 +14,9 @@ foreach(script IN LISTS resource_scripts)
 endforeach()
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
-add_link_options(-municode -static -Wl,--gc-sections -s)
+# What the loader may do against attacks is asked for here and looked at by tests/wine/imports.sh.
+add_link_options(-municode -static -Wl,--gc-sections -s
+                 -Wl,--nxcompat,--dynamicbase,--high-entropy-va,--tsaware)
 
 add_executable(zorpmsvc WIN32 ${product_sources} ${resource_scripts})
 # Seen whole, the program shows that the released trace does nothing: its calls and their texts disappear.
