@@ -150,6 +150,10 @@ TEST(Power, BatteryWakeup) {
             expect call ExitWindowsEx(12, 0) = 1
             advance 1h
             expect count 1 call *)"},
+        {"without the privilege all three are still made", "windows privilege SeShutdownPrivilege denied", R"(
+            event 0x2013
+            advance 1h
+            expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
         {"no library counts as forbidden", "windows powrprof missing",
          "event 0x2013\nadvance 5s\nexpect call ExitWindowsEx(12, 0) = 1"},
         {"power-off without the privilege",

@@ -105,9 +105,26 @@ TEST(UserPolicy, WhoTheUserIs) {
         {"a profile's path of another type",
          known + g_profile + "\nregistry set " + list + R"( ProfileImagePath binary 43003a00)", ".DEFAULT",
          ""},
-        {"a profile that is not there is no directory",
+        // Windows would make an empty hive, or follow the link.
+        {"the profile is gone",
          known + g_profile + "\nregistry set " + list + R"( ProfileImagePath expand "C:\Users\Gone")",
-         ".DEFAULT", R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Gone") = 2)"},
+         ".DEFAULT", ""},
+        {"the profile has no hive", known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" absent",
+         ".DEFAULT", ""},
+        {"a folder of the hive's name",
+         known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" directory", ".DEFAULT", ""},
+        {"the hive is a link", known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" link", ".DEFAULT",
+         ""},
+        {"the profile is a link", known + g_profile + "\nfile \"C:\\Users\\Anna\" link", ".DEFAULT", ""},
+        {"the path names a file in a link",
+         known + g_profile + "\nfile \"C:\\Users\\Anna\" link\nregistry set " + list +
+             R"( ProfileImagePath expand "C:\Users\Anna\\ntuser.dat")",
+         ".DEFAULT", ""},
+        {"a profile on the network",
+         known + "\nregistry set " + list +
+             R"( ProfileImagePath expand "\\server\Anna"
+                windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+         ".DEFAULT", ""},
         {"a path too long once it is expanded",
          known + g_profile + "\nregistry set " + list + " ProfileImagePath expand \"" +
              "%userprofile%%userprofile%%userprofile%%userprofile%%userprofile%"

@@ -205,3 +205,93 @@ TEST(Service, RunModes) {
     };
     run_cases("", cases);
 }
+
+// Another program has taken a name of the service's first: it owns the event (which the service then shares),
+// admits nobody, or has made something else of that name. The service starts, works as far as it can, and
+// stops.
+TEST(Service, NamesTakenByOthers) {
+    static const char* const names[] = {
+        "MestraPowerManagementDriverEventNotifyStart",
+        "MestraPowerManagementDriverEventNotifyStop",
+        "MestraPowerManagementDriverEventNotifySleep",
+        "MestraPowerManagementDriverEventNotifyResume",
+        "MestraPowerManagementDriverEventNotifyNotifyEvent",
+        "PHThread",
+        "PHOverrideThread",
+        "PHType12Thread",
+        "PHType12OverrideThread",
+        "PHType13Thread",
+        "PHType13OverrideThread",
+        "PMDRVLCDCSTIMERSIGNAL",
+        "PMDRVLCDCSTIMERSTART",
+        "PMDRVLCDCSTIMERRESET",
+        "PMDRVLCDCSWATCHDOGTIMERSIGNAL",
+        "PMDRVLCDCSWATCHDOG",
+    };
+    for (const char* name : names) {
+        for (const char* how : {"event", "event manual", "event denied", "mutex"}) {
+            SCOPED_TRACE(sim::format("%s as %s", name, how));
+            Bench bench;
+            const std::string object = sim::format("windows object \"%s\" ", name);
+            bench.started(object + how);
+            bench.run(object + R"(set
+                control 131
+                registry set SVC\Parameters\CurrentSetting @ dword 0x10
+                event 0x4012
+                advance 10m
+                control 132
+                advance 1s
+                check status RUNNING
+                stop
+                advance 10s
+                check status STOPPED
+                check handles 0)");
+        }
+    }
+}
+
+static size_t requests(const Bench& bench, const std::string& beginning) {
+    size_t count = 0;
+    for (const sim::TraceLine& line : bench.machine.trace)
+        count += line.text.starts_with("request " + beginning);
+    return count;
+}
+
+// An event that somebody keeps set costs little, and does not keep a real change from being seen.
+TEST(Service, EventsKeptSetByOthers) {
+    Bench bench;
+    bench.started(R"(windows object "MestraPowerManagementDriverEventNotifyNotifyEvent" event manual
+                     windows object "PHThread" event)");
+    bench.run(R"(windows object "MestraPowerManagementDriverEventNotifyNotifyEvent" set
+                 advance 10s)");
+    EXPECT_LE(requests(bench, "GETEVENT"), 500u);
+    for (int i = 0; i < 10000; ++i)
+        bench.run("windows object \"PHThread\" set");
+    bench.run(R"(expect no request MHKM*
+                 registry set SVC\Parameters\CurrentSetting @ dword 0x10
+                 expect request MHKM(5, 1)
+                 stop
+                 check status STOPPED)");
+}
+
+// What each of the lid inhibit's names costs, and that a freed one serves again.
+TEST(Service, LidInhibitWithoutItsEvents) {
+    run_cases(R"(firmware GETLIDSTATUS = 2
+                 firmware LCDCSGETSTATE = 3)",
+              {{"no timer, nothing limited", R"(
+                    windows object "PMDRVLCDCSTIMERRESET" event denied
+                    start
+                    control 131
+                    advance 1h
+                    expect no request LCDCSCONTROL(0x2)*)"},
+               {"no watchdog until the name is free", R"(
+                    windows object "PMDRVLCDCSWATCHDOG" event denied
+                    start
+                    control 131
+                    advance 1h
+                    expect no request GETLIDSTATUS*
+                    windows object "PMDRVLCDCSWATCHDOG" free
+                    control 131
+                    advance 302s
+                    expect request LCDCSCONTROL(0x2)*)"}});
+}

@@ -81,13 +81,22 @@ TEST(Cleanup, Copy) {
         const sim::PlainFile* copy = sim::find_file(g_inf);
         ASSERT_NE(nullptr, copy);
         EXPECT_EQ(sim::embedded_inf(), copy->bytes);
-        EXPECT_TRUE(copy->has_dacl);
+        EXPECT_EQ(SE_DACL_PRESENT | SE_DACL_PROTECTED, copy->control);
         ASSERT_EQ(1u, copy->dacl.size());
         EXPECT_EQ("S-1-5-18", copy->dacl[0].sid);
         EXPECT_EQ(0x1FFFFFu, copy->dacl[0].mask);
         EXPECT_EQ(0, copy->dacl[0].type);
         EXPECT_EQ(0, copy->dacl[0].flags);
     }
+}
+
+// Without its protection the copy is not made at all, nor anything run.
+TEST(Cleanup, UnprotectedCopy) {
+    Bench bench;
+    bench.run(owners("gone.inf") +
+              "fail SetSecurityDescriptorControl 1\nrun \"-PnPTask\"\nexpect no file create*\n"
+              "expect no call CreateProcessW*\nexpect process \"-PnPTask\" ended 0");
+    EXPECT_EQ(nullptr, sim::find_file(g_inf));
 }
 
 // What keeps the uninstall from being started; services and tasks have gone by then, the rest is put back.

@@ -57,8 +57,15 @@ Inf parse(const std::string& text) {
             inf.problems.push_back("a line without its end");
             break;
         }
-        const std::string line = trimmed(text.substr(at, end - at));
+        std::string line = trimmed(text.substr(at, end - at));
         at = end + 2;
+        // A backslash at its end joins a line with the next.
+        while (line.ends_with("\\") && at < text.size()) {
+            const size_t next = text.find("\r\n", at);
+            line.pop_back();
+            line += trimmed(text.substr(at, next - at));
+            at = next + 2;
+        }
         const std::vector<std::string> halves = parted(line, '=');
         if (halves[0].empty())
             continue;
@@ -273,6 +280,41 @@ TEST_F(InfTest, Files) {
     EXPECT_EQ(Texts{"12"}, values(inf, "destinationdirs", "zorpmdrv.DriverFiles"));
     EXPECT_EQ(Texts{"11"}, values(inf, "destinationdirs", "zorpmdrv.SystemFiles"));
     EXPECT_EQ(Texts{"11"}, values(inf, "destinationdirs", "zorpmdrv.UninstallFiles"));
+}
+
+// Who starts when, after whom, and what follows a failure. Types and starts as the platform numbers them: 0x1
+// kernel driver, 0x10 a process of its own; 2 automatic, 3 on demand.
+TEST_F(InfTest, StartAndRecovery) {
+    const struct {
+        const char* section;
+        const char* type;
+        const char* start;
+        Texts dependencies;
+    } rows[] = {
+        {"zorpmdrv.service", "0x1", "3", {}},
+        {"pmdrvs.service", "0x1", "2", {}},
+        {"zorpmsvc.service", "0x10", "2", {"pmdrvs"}},
+        {"mplatsvc.service", "0x10", "2", {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.section);
+        EXPECT_EQ(Texts{row.type}, values(inf, row.section, "ServiceType"));
+        EXPECT_EQ(Texts{row.start}, values(inf, row.section, "StartType"));
+        EXPECT_EQ(row.dependencies, values(inf, row.section, "Dependencies"));
+    }
+    // Binary: a reset period of 86400 s, no message or command, three actions: restart after 60000 ms each.
+    ASSERT_EQ(Texts{"ZORPMSVC.Recovery.AddReg"}, values(inf, "zorpmsvc.service", "AddReg"));
+    const std::string action = ",01,00,00,00,60,ea,00,00";
+    EXPECT_EQ(
+        (Texts{"HKR,,FailureActions,0x00000001,80,51,01,00,00,00,00,00,00,00,00,00,03,00,00,00,14,00,00,00" +
+                   action + action + action,
+               "HKR,,FailureActionsOnNonCrashFailures,0x00010001,1"}),
+        values(inf, "zorpmsvc.recovery.addreg", ""));
+    const Texts associated = values(inf, "zorpmdrv.install.nt.services", "AddService");
+    EXPECT_EQ(
+        (Texts{"zorpmdrv,0x2,zorpmdrv.Service,zorpmdrv.EventLog", "pmdrvs,,pmdrvs.Service,pmdrvs.EventLog",
+               "ZORPMSVC,,ZORPMSVC.Service", "MPLATSVC,,MPLATSVC.Service"}),
+        associated);
 }
 
 TEST_F(InfTest, Services) {

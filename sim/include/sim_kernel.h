@@ -12,14 +12,16 @@
 #define STILL_ACTIVE         259u
 #define CREATE_SUSPENDED     0x4u
 
-#define FILE_SHARE_READ          0x1u
-#define FILE_SHARE_WRITE         0x2u
-#define CREATE_NEW               1u
-#define CREATE_ALWAYS            2u
-#define OPEN_EXISTING            3u
-#define FILE_ATTRIBUTE_DIRECTORY 0x10u
-#define FILE_ATTRIBUTE_NORMAL    0x80u
-#define INVALID_FILE_ATTRIBUTES  0xFFFFFFFFu
+#define FILE_SHARE_READ              0x1u
+#define FILE_SHARE_WRITE             0x2u
+#define CREATE_NEW                   1u
+#define CREATE_ALWAYS                2u
+#define OPEN_EXISTING                3u
+#define FILE_ATTRIBUTE_DIRECTORY     0x10u
+#define FILE_ATTRIBUTE_ARCHIVE       0x20u
+#define FILE_ATTRIBUTE_NORMAL        0x80u
+#define FILE_ATTRIBUTE_REPARSE_POINT 0x400u
+#define INVALID_FILE_ATTRIBUTES      0xFFFFFFFFu
 
 #define LMEM_FIXED    0x0u
 #define LMEM_ZEROINIT 0x40u

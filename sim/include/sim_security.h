@@ -5,6 +5,7 @@
 
 #define ERROR_NOT_ALL_ASSIGNED   1300u
 #define ERROR_NO_SUCH_PRIVILEGE  1313u
+#define ERROR_BADDB              1009u
 #define ERROR_PRIVILEGE_NOT_HELD 1314u
 #define ERROR_INVALID_SID        1337u
 

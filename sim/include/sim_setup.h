@@ -18,6 +18,10 @@ struct ACL {
 };
 using PACL = ACL*;
 
+#define SE_DACL_PRESENT   0x4
+#define SE_DACL_PROTECTED 0x1000
+using SECURITY_DESCRIPTOR_CONTROL = WORD;
+
 struct SECURITY_DESCRIPTOR {
     BYTE Revision;
     BYTE Sbz1;
@@ -79,6 +83,8 @@ BOOL WINAPI Wow64RevertWow64FsRedirection(PVOID old);
 BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE type, PVOID domain, PVOID sid, DWORD* bytes);
 BOOL WINAPI InitializeSecurityDescriptor(PVOID descriptor, DWORD revision);
 BOOL WINAPI SetSecurityDescriptorDacl(PVOID descriptor, BOOL present, PACL dacl, BOOL defaulted);
+BOOL WINAPI SetSecurityDescriptorControl(PVOID descriptor, SECURITY_DESCRIPTOR_CONTROL bits,
+                                         SECURITY_DESCRIPTOR_CONTROL values);
 
 BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_ATTRIBUTES process_security,
                            LPSECURITY_ATTRIBUTES thread_security, BOOL inherit, DWORD flags,

@@ -3,6 +3,7 @@
 #include "sim/machine/machine.h"
 #include "sim/notebook/driver.h"
 #include "sim/script/scenario.h"
+#include "sim/windows/held_names.h"
 
 #include <cstdlib>
 
@@ -124,9 +125,13 @@ static std::string full_name(const std::string& name) {
 static HANDLE named_object(Kind kind, LPCWSTR wide_name, ObjectRef* created) {
     const std::string name = full_name(narrow(wide_name));
     if (!name.empty()) {
-        if (ObjectRef existing = find_named(name)) {
-            if (existing->kind != kind) {
-                set_last_error(ERROR_INVALID_HANDLE);
+        bool denied = false;
+        ObjectRef existing = held_elsewhere(name, &denied);
+        if (existing == nullptr)
+            existing = find_named(name);
+        if (existing != nullptr) {
+            if (existing->kind != kind || denied) {
+                set_last_error(existing->kind != kind ? ERROR_INVALID_HANDLE : ERROR_ACCESS_DENIED);
                 return nullptr;
             }
             set_last_error(ERROR_ALREADY_EXISTS);

@@ -11,9 +11,23 @@ namespace sim {
 
 constexpr DWORD ERROR_DISK_FULL = 112;
 
+static PlainFile make_folder() {
+    PlainFile folder;
+    folder.directory = true;
+    return folder;
+}
+
+static const PlainFile FOLDER = make_folder();
+
 struct Disk {
     std::map<std::string, PlainFile> files = {
-        {"c:\\windows\\system32\\rundll32.exe", {}}}; // by lower-case path
+        // by lower-case path
+        {"c:\\windows", FOLDER},
+        {"c:\\windows\\inf", FOLDER},
+        {"c:\\windows\\system32", FOLDER},
+        {"c:\\windows\\system32\\rundll32.exe", {}},
+        {"c:\\users", FOLDER},
+    };
     std::map<int, std::string> folders = {{CSIDL_WINDOWS, "C:\\Windows"},
                                           {CSIDL_SYSTEM, "C:\\Windows\\system32"}};
     bool full = false;
@@ -23,10 +37,46 @@ static Disk& disk() {
     return machine_state<Disk>();
 }
 
+static std::string folder_of(const std::string& path) {
+    const size_t end = path.rfind('\\');
+    return end == std::string::npos ? "" : path.substr(0, end);
+}
+
+static bool has_entries(const std::string& folder) {
+    const auto below = disk().files.upper_bound(folder + "\\");
+    return below != disk().files.end() && below->first.starts_with(folder + "\\");
+}
+
+// A drive's root is always there.
+bool file_has_folder(const std::string& path) {
+    const std::string folder = folder_of(path);
+    if (folder.size() == 2)
+        return true;
+    const PlainFile* found = find_file(folder);
+    return found != nullptr && found->directory;
+}
+
+static void make_folders_above(const std::string& path) {
+    const std::string folder = folder_of(path);
+    if (folder.size() <= 2 || find_file(folder) != nullptr)
+        return;
+    make_folders_above(folder);
+    disk().files[lower(folder)].directory = true;
+}
+
 void set_file(const std::string& path, FileState state) {
-    disk().files.erase(lower(path));
-    if (state != FileState::Absent)
-        disk().files[lower(path)].directory = state == FileState::Directory;
+    const std::string key = lower(path);
+    const PlainFile* former = find_file(path);
+    const bool folder =
+        state == FileState::Directory ||
+        (state == FileState::Link && ((former != nullptr && former->directory) || has_entries(key)));
+    disk().files.erase(key);
+    if (state == FileState::Absent)
+        return;
+    make_folders_above(path);
+    PlainFile& file = disk().files[key];
+    file.directory = folder;
+    file.link = state == FileState::Link;
 }
 
 const PlainFile* find_file(const std::string& path) {
@@ -40,6 +90,8 @@ void set_disk_full(bool full) {
 
 void set_folder(int csidl, const std::string& path) {
     disk().folders[csidl] = path;
+    if (!path.empty() && find_file(path) == nullptr)
+        set_file(path, FileState::Directory);
 }
 
 // ---- security descriptors ----
@@ -77,8 +129,6 @@ static std::vector<AclEntry> acl_entries(const ACL* acl) {
     return entries;
 }
 
-constexpr WORD SE_DACL_PRESENT = 4;
-
 static void take_security(const SECURITY_ATTRIBUTES* attributes, PlainFile* file) {
     if (attributes == nullptr || attributes->lpSecurityDescriptor == nullptr)
         return;
@@ -87,7 +137,7 @@ static void take_security(const SECURITY_ATTRIBUTES* attributes, PlainFile* file
         descriptor->Revision != SECURITY_DESCRIPTOR_REVISION)
         violation("CreateFileW: security attributes of %u bytes, revision %u", attributes->nLength,
                   descriptor->Revision);
-    file->has_dacl = (descriptor->Control & SE_DACL_PRESENT) != 0;
+    file->control = descriptor->Control;
     file->dacl = acl_entries(descriptor->Dacl);
 }
 
@@ -109,6 +159,10 @@ static bool open_plain(const OpenRequest& request, ObjectRef* file) {
     if (request.path.size() < 3 || request.path[1] != ':')
         return false;
     const PlainFile* existing = find_file(request.path);
+    if (existing == nullptr && !file_has_folder(request.path)) {
+        set_last_error(ERROR_PATH_NOT_FOUND);
+        return true;
+    }
     if (request.disposition == CREATE_NEW && existing != nullptr) {
         set_last_error(ERROR_FILE_EXISTS);
         return true;
@@ -139,7 +193,7 @@ static bool is_open(const std::string& path) {
 
 static Action compile_file(Tokens& tokens) {
     const std::string path = tokens.text();
-    const auto state = static_cast<FileState>(tokens.choice({"absent", "present", "directory"}));
+    const auto state = static_cast<FileState>(tokens.choice({"absent", "present", "directory", "link"}));
     return [path, state] { set_file(path, state); };
 }
 
@@ -182,12 +236,14 @@ BOOL WINAPI DeleteFileW(LPCWSTR wide_path) {
 
 DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
     SIM_CALL(INVALID_FILE_ATTRIBUTES, ERROR_ACCESS_DENIED);
-    const PlainFile* existing = find_file(narrow(path));
+    const std::string name = narrow(path);
+    const PlainFile* existing = find_file(name);
     if (existing == nullptr) {
-        set_last_error(ERROR_FILE_NOT_FOUND);
+        set_last_error(file_has_folder(name) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
         return INVALID_FILE_ATTRIBUTES;
     }
-    return existing->directory ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+    return (existing->directory ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE) |
+           (existing->link ? FILE_ATTRIBUTE_REPARSE_POINT : 0);
 }
 
 HRESULT WINAPI SHGetFolderPathW(HWND, int folder, HANDLE, DWORD flags, LPWSTR path) {
@@ -248,8 +304,22 @@ BOOL WINAPI InitializeSecurityDescriptor(PVOID descriptor, DWORD revision) {
 BOOL WINAPI SetSecurityDescriptorDacl(PVOID descriptor, BOOL present, PACL dacl, BOOL) {
     SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
     auto* changed = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
-    changed->Control = static_cast<WORD>(present != FALSE ? SE_DACL_PRESENT : 0);
+    changed->Control =
+        static_cast<WORD>((changed->Control & ~SE_DACL_PRESENT) | (present != FALSE ? SE_DACL_PRESENT : 0));
     changed->Dacl = dacl;
+    return TRUE;
+}
+
+BOOL WINAPI SetSecurityDescriptorControl(PVOID descriptor, SECURITY_DESCRIPTOR_CONTROL bits,
+                                         SECURITY_DESCRIPTOR_CONTROL values) {
+    SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
+    constexpr SECURITY_DESCRIPTOR_CONTROL settable = SE_DACL_PROTECTED;
+    if ((bits & ~settable) != 0 || (values & ~bits) != 0) {
+        set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    auto* changed = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
+    changed->Control = static_cast<WORD>((changed->Control & ~bits) | values);
     return TRUE;
 }
 

@@ -14,15 +14,19 @@ struct AclEntry {
 
 struct PlainFile {
     bool directory = false;
+    bool link = false; // a reparse point
     std::string bytes;
-    bool has_dacl = false;
+    WORD control = 0; // of the security descriptor that it was made with
     std::vector<AclEntry> dacl;
 };
 
-enum class FileState { Absent, Present, Directory };
+enum class FileState { Absent, Present, Directory, Link };
 
+// Makes the folders above it too. A link is one to what was there: a directory if there is one, or something
+// below it.
 void set_file(const std::string& path, FileState state);
 const PlainFile* find_file(const std::string& path); // null: absent; names in any case
+bool file_has_folder(const std::string& path);       // whether it could be made there
 void set_disk_full(bool full);                       // writing fails
 
 // The system folders that SHGetFolderPathW knows; "" for one that cannot be found.

@@ -99,7 +99,7 @@ static BOOLEAN WINAPI IsPwrHibernateAllowed() {
 static BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN force, BOOLEAN wake_events_disabled) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
     POWRPROF_CALL();
-    const bool works = next_suspend_works();
+    const bool works = privilege_enabled("SeShutdownPrivilege", "SetSuspendState") && next_suspend_works();
     trace("call SetSuspendState(%u, %u, %u) = %d", hibernate, force, wake_events_disabled, works);
     return end_suspend(works) != FALSE;
 }

@@ -214,6 +214,17 @@ bool registry_delete(const std::string& path) {
     return true;
 }
 
+bool registry_is_open(const std::string& path) {
+    const KeyRef key = find_key(registry(), path, false);
+    for (const OpenedKey* opened : registry().opened) {
+        for (const Key* at = opened->key.get(); key != nullptr && at != nullptr; at = at->parent) {
+            if (at == key.get())
+                return true;
+        }
+    }
+    return false;
+}
+
 bool registry_delete_value(const std::string& path, const std::string& name) {
     KeyRef key = find_key(registry(), path, false);
     if (key == nullptr || key->values.erase(lower(name == "@" ? "" : name)) == 0)

@@ -21,6 +21,7 @@ bool registry_delete(const std::string& path); // the key with all below it
 bool registry_delete_value(const std::string& path, const std::string& name);
 void registry_refuse(const std::string& path); // opening or creating it: error 5
 bool registry_has_key(const std::string& path);
+bool registry_is_open(const std::string& path); // a handle is open on the key or on one below it
 const RegistryValue* registry_value(const std::string& path, const std::string& name); // null: absent
 DWORD registry_dword(const std::string& path, const std::string& name, DWORD otherwise = 0xFFFFFFFF);
 std::string registry_text(const std::string& path, const std::string& name);

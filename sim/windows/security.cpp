@@ -28,6 +28,7 @@ struct Security {
     std::set<std::string> denied;                        // privileges, lower case
     std::map<std::string, std::string> accounts;         // SID texts by name, lower case
     std::map<std::string, std::vector<HiveValue>> hives; // by path, lower case
+    std::set<std::string> loaded;                        // names under HKU, lower case
 };
 
 struct ProcessPrivileges {
@@ -74,6 +75,21 @@ static std::vector<BYTE> parse_sid(const std::string& text) {
     return sid;
 }
 
+// The file behind a hive that is to be loaded. One that is missing is made, as an empty hive.
+static DWORD open_hive(const std::string& path) {
+    const PlainFile* file = find_file(path);
+    if (file != nullptr && file->directory)
+        return ERROR_ACCESS_DENIED;
+    if (file != nullptr)
+        return security().hives.count(lower(path)) != 0 ? ERROR_SUCCESS : ERROR_BADDB;
+    if (!file_has_folder(path))
+        return ERROR_PATH_NOT_FOUND;
+    trace("file create \"%s\"", path.c_str());
+    set_file(path, FileState::Present);
+    security().hives[lower(path)] = {};
+    return ERROR_SUCCESS;
+}
+
 // ---- the language ----
 
 static Action compile_privilege(Tokens& tokens) {
@@ -103,10 +119,8 @@ static Action compile_hive(Tokens& tokens) {
     value.data = read_registry_data(tokens);
     return [path, value] {
         security().hives[lower(path)].push_back(value);
-        const std::string folder = path.substr(0, path.rfind('\\'));
-        set_file(path, FileState::Present);
-        if (find_file(folder) == nullptr)
-            set_file(folder, FileState::Directory);
+        if (find_file(path) == nullptr)
+            set_file(path, FileState::Present);
     };
 }
 
@@ -223,20 +237,20 @@ LSTATUS WINAPI RegLoadKeyW(HKEY key, LPCWSTR wide_name, LPCWSTR wide_file) {
     const std::string name = narrow(wide_name);
     const std::string file = narrow(wide_file);
     DWORD error = ERROR_SUCCESS;
-    const auto hive = security().hives.find(lower(file));
     if (key != HKEY_USERS)
         error = ERROR_INVALID_PARAMETER;
     else if (!privilege_enabled("SeRestorePrivilege", "RegLoadKeyW"))
         error = ERROR_PRIVILEGE_NOT_HELD;
-    else if (hive == security().hives.end())
-        error = ERROR_FILE_NOT_FOUND;
     else if (registry_has_key("HKU\\" + name))
         error = ERROR_ALREADY_EXISTS;
+    else
+        error = open_hive(file);
     trace("call RegLoadKeyW(\"%s\", \"%s\") = %u", name.c_str(), file.c_str(), error);
     if (error != ERROR_SUCCESS)
         return static_cast<LSTATUS>(error);
     registry_create("HKU\\" + name);
-    for (const HiveValue& value : hive->second)
+    security().loaded.insert(lower(name));
+    for (const HiveValue& value : security().hives[lower(file)])
         registry_set("HKU\\" + name + "\\" + value.key, value.name, value.data.type, value.data.bytes);
     return ERROR_SUCCESS;
 }
@@ -247,8 +261,16 @@ LSTATUS WINAPI RegUnLoadKeyW(HKEY key, LPCWSTR wide_name) {
     DWORD error = ERROR_SUCCESS;
     if (!privilege_enabled("SeRestorePrivilege", "RegUnLoadKeyW"))
         error = ERROR_PRIVILEGE_NOT_HELD;
-    else if (key != HKEY_USERS || !registry_delete("HKU\\" + name))
+    else if (key != HKEY_USERS || !registry_has_key("HKU\\" + name))
         error = ERROR_FILE_NOT_FOUND;
+    else if (security().loaded.count(lower(name)) == 0)
+        error = ERROR_INVALID_PARAMETER; // an ordinary key
+    else if (registry_is_open("HKU\\" + name))
+        error = ERROR_ACCESS_DENIED;
+    else
+        registry_delete("HKU\\" + name);
+    if (error == ERROR_SUCCESS)
+        security().loaded.erase(lower(name));
     trace("call RegUnLoadKeyW(\"%s\") = %u", name.c_str(), error);
     return static_cast<LSTATUS>(error);
 }
