@@ -198,7 +198,7 @@ static void take_registration(const void* in) {
         HandleEntry* entry =
             handle != nullptr ? handle_entry(handle, Kind::Event, "REGISTEREVENTS") : nullptr;
         driver().notify[i] = entry != nullptr ? entry->object : nullptr;
-        if (entry != nullptr && !entry->object->manual_reset)
+        if (entry != nullptr && !entry->object->manual_reset && !entry->object->foreign)
             violation("REGISTEREVENTS: event %zu is not manual-reset", i);
     }
     update_notify_event();

@@ -727,7 +727,7 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
     OpenedKey& watched = *opened.handle;
     // Asking again while a wait is under way makes one more of them on the platform, and they pile up.
     watched.waits = watched.event != nullptr ? watched.waits + 1 : 1;
-    if (watched.waits > 100)
+    if (watched.waits > 100 && !watched.event->foreign) // each setting by another program asks for one more
         violation("RegNotifyChangeKeyValue: %s is armed already, %u times", opened.path.c_str(),
                   watched.waits);
     watched.asked = true;
