@@ -75,7 +75,7 @@ struct Object {
     Thread* owner = nullptr;  // mutexes
     int owned_depth = 0;
     bool abandoned = false;
-    bool foreign = false; // another program's
+    bool foreign = false;                     // another program's
     std::shared_ptr<void> body;               // what the area keeps with the object
     void (*on_last_close)(Object&) = nullptr; // called when the last handle goes, also at the process's end
     int handles = 0;
