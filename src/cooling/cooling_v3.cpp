@@ -246,16 +246,16 @@ BOOL AdaptiveCoolingDynamicCpuControlSettings_v3() {
 
 // The dock types that the firmware may report; only some take power commands.
 struct DockRow {
-    DWORD type;
     const wchar_t* name;
+    DWORD type;
     bool sets_power;
 };
 
 static const DockRow g_docks[] = {
-    {DOCK_TYPE_VANTOR, TRACE_NAME(L"Vantor"), true},
-    {DOCK_TYPE_QUILLON, TRACE_NAME(L"Quillon"), true},
-    {DOCK_TYPE_BASTION, TRACE_NAME(L"Bastion"), false},
-    {DOCK_TYPE_LINKWAY, TRACE_NAME(L"Linkway"), false},
+    {TRACE_NAME(L"Vantor"), DOCK_TYPE_VANTOR, true},
+    {TRACE_NAME(L"Quillon"), DOCK_TYPE_QUILLON, true},
+    {TRACE_NAME(L"Bastion"), DOCK_TYPE_BASTION, false},
+    {TRACE_NAME(L"Linkway"), DOCK_TYPE_LINKWAY, false},
 };
 
 static const DockRow* FindDock(DWORD type) {
