@@ -1,0 +1,34 @@
+// The lock of a subsystem: spans what one of its operations reads and does, so that at rest everything
+// published and commanded is as the operations, one after another, would have left it.
+//
+// A kernel mutex, so that a thread that is terminated while it owns it stops nobody, and one that is
+// suspended stops others for a bounded time only. Locks are taken downwards: form factor, then an indicator's
+// or cooling's. None is held while waiting for a thread to end.
+#pragma once
+
+#include <atomic>
+#include <windows.h>
+
+// How long an operation waits for its turn, in milliseconds. Then it runs all the same.
+constexpr DWORD SUBSYSTEM_WAIT_MS = 5000;
+
+// Reads and acts anew each time; run twice in a row it leaves what it leaves once.
+using SubsystemOperation = BOOL (*)();
+
+// Operations that may have overtaken an owner at one time; of more, the oldest go.
+constexpr DWORD OVERTAKER_LIMIT = 8;
+
+// Static; all its words start as 0.
+struct SubsystemLock {
+    std::atomic<HANDLE> mutex; // made by the first who needs it, and kept
+    DWORD depth;               // how often its owner has taken it; the owner's word
+    // What has run without its turn, in the order of its coming: numbers from `settled` up to `entered`.
+    std::atomic<SubsystemOperation> overtakers[OVERTAKER_LIMIT];
+    std::atomic<DWORD> entered;
+    std::atomic<DWORD> settled;
+};
+
+// Runs an operation in its turn and returns its result. An operation that has waited in vain runs without;
+// the owner, who was overtaken in the midst of its own, then runs it once more before it lets go. An owner
+// may take the lock again.
+BOOL RunExclusive(SubsystemLock* lock, SubsystemOperation operation);
