@@ -71,6 +71,82 @@ inline void refresh_against_events(Bench& bench) {
         race_once(bench);
 }
 
+// ---- answers that change while several threads ask ----
+
+// The machine changes with every answer; what the form factor was told last stands at rest. Lid: the driver
+// says closed once, and then the lid is opened, with its event.
+struct ChangingMachine {
+    DWORD posture = 0;
+    BYTE slate = 0;
+    BYTE dock = 0;
+    bool lid_open = false;
+    unsigned event_readings =
+        0; // of the notification thread: the form factor's, and cooling's right behind it
+
+    ChangingMachine() {
+        sim::set_answer_hook([this](const std::string& method, DWORD argument, sim::Answer* answer) {
+            if (method == "GMMS")
+                answer->value = next_posture();
+            else if (method == "GOPT" && argument == 0x200)
+                answer->value = next_option();
+            else if (method == "GETLIDSTATUS")
+                answer->value = next_lid();
+            else
+                return false;
+            return true;
+        });
+    }
+    ~ChangingMachine() { sim::set_answer_hook(nullptr); }
+
+    DWORD next_posture() {
+        const auto next = static_cast<DWORD>(1 + sim::random_below(5));
+        const bool cooling = sim::current()->name == "TerminalThread" && event_readings++ % 2 == 1;
+        if (!cooling) {
+            posture = next;
+            slate = next <= 2 ? 1 : 0;
+        }
+        return next;
+    }
+    DWORD next_option() {
+        const Option& option = g_options[sim::random_below(std::size(g_options))];
+        slate = option.slate;
+        dock = option.dock;
+        return option.status;
+    }
+    DWORD next_lid() {
+        if (lid_open)
+            return 3;
+        lid_open = true;
+        sim::post_event(0x5002);
+        return 2;
+    }
+};
+
+inline void answers_change(Bench& bench) {
+    bench.run(format("%s start\n advance 1s", g_setup));
+    for (int round = 0; round < 3 && !::testing::Test::HasFailure(); ++round) {
+        ChangingMachine changing;
+        static const char* const slow[] = {"0ms", "1ms", "3ms"};
+        for (const char* method : {"GMMS", "GOPT", "GETLIDSTATUS"})
+            bench.run(format("firmware %s takes %s", method, slow[sim::random_below(std::size(slow))]));
+        bench.run(R"(
+            together
+            event 0x60C0
+            power resume
+            event 0x4012
+            power monitor 1
+            event 0x60C0
+            end
+            advance 20s)");
+        EXPECT_EQ(sim::registry_dword("SVC\\Transform\\CurrentStatus", "MM"), changing.posture);
+        EXPECT_EQ(sim::registry_dword("HKLM\\SOFTWARE\\Mestra\\MultiMode", "CurrentMode"), changing.posture);
+        EXPECT_EQ(sim::registry_dword("HKLM\\SOFTWARE\\Dolby\\DAX", "MultimodeFormFactor"), changing.posture);
+        EXPECT_EQ(indicator_state(Interface::Slate), changing.slate);
+        EXPECT_EQ(indicator_state(Interface::Dock), changing.dock);
+        EXPECT_EQ(sim::registry_dword("SVC\\Transform\\CurrentStatus", "Lid"), 2u);
+    }
+}
+
 // ---- the lid-inhibit limit ----
 
 // The driver's side of it, with a log of what the service asked for.

@@ -185,8 +185,9 @@ TEST(FormFactorPostures, SupportDecision) {
         {"INODE ChkINode dword 1", false},
         {"INODE ChkINode dword 0", true},
         {"INODE ChkINode dword 2", true},
-        // A value of another kind or size counts as the default.
-        {"INODE ChkINode sz \"\"", false},
+        // The type does not matter, up to 4 bytes; a longer value counts as the default.
+        {"INODE ChkINode sz \"\"", true},
+        {"INODE ChkINode binary 01000000", false},
         {"INODE ChkINode raw 4 0000000000", false},
         {"INODE ChkINode raw 4 00", true},
         {"BUILD sz \"9600\"", true}, // nobody asks

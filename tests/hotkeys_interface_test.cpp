@@ -39,7 +39,7 @@ expect next registry SVC\Parameters2\Type20\Capability Type22 = 0x0
 expect next registry create SVC\Parameters2\Type20\Notification
 expect next registry SVC\Parameters2\Type20\Notification Type21 = 0x0
 expect next registry SVC\Parameters2\Type20\Notification Type22 = 0x0
-check registry SVC\Parameters2\Type10\CurrentSetting @ absent
+expect next registry SVC\Parameters2\Type10\CurrentSetting @ = 0x52
 )";
 
 TEST(HotkeyInterface, EveryVersionOfTheFirmwareGetsItsInterface) {
@@ -187,7 +187,7 @@ check registry SVC\Parameters2\Type10\OverrideSetting @ = 9
             check registry SVC\Parameters\Capability @ = 0x884
             check registry SVC\Parameters\CurrentSetting @ = 0x51
             check registry SVC\Parameters\Notification @ = 4
-            check registry SVC\Parameters2\Type10\CurrentSetting @ absent
+            check registry SVC\Parameters2\Type10\CurrentSetting @ = 0x52
             check registry SVC\Parameters2\Type10\CurrentSetting Type12 = 0x52
             check registry SVC\Parameters2\Type10\CurrentSetting Type13 = 0x53
             check registry SVC\Parameters2\Type10\Notification Type12 = 0x52

@@ -20,13 +20,13 @@ BOOL CreateKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access,
     return TRUE;
 }
 
-BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value, DWORD least_bytes) {
+BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value) {
     DWORD type = 0;
     DWORD data = 0;
     DWORD size = sizeof(data);
     if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) != ERROR_SUCCESS)
         return FALSE;
-    if (type != REG_DWORD || size < least_bytes || size > sizeof(data))
+    if (type != REG_DWORD || size != sizeof(data))
         return FALSE;
     *value = data;
     return TRUE;

@@ -18,9 +18,8 @@ BOOL OpenKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access);
 // new (written on success only).
 BOOL CreateKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access, BOOL* created = nullptr);
 
-// Reads a REG_DWORD stored with 4 bytes, or with at least `least_bytes`, which is not 0: missing ones are 0.
-// `name` null means the default value. FALSE leaves *value untouched.
-BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value, DWORD least_bytes = sizeof(DWORD));
+// Reads a REG_DWORD of exactly 4 bytes. `name` null means the default value. FALSE leaves *value untouched.
+BOOL QueryDword(HKEY key, const wchar_t* name, DWORD* value);
 
 // Reads a REG_SZ, or a value of the string type `also`, of at most `limit_bytes` bytes into `text`, which has
 // room for `capacity` characters; the result always ends in a null, whatever was stored (an odd last byte is

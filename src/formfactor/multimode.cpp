@@ -60,7 +60,7 @@ static BOOL SystemTransformationUpdateCurrentSystemStatus() {
 
 BOOL SystemTransformationEventActionChangeTransformation() {
     Trace(L"Enter SystemTransformationEventActionChangeTransformation()\n");
-    return SystemTransformationUpdateCurrentSystemStatus();
+    return RunExclusive(&g_formFactorLock, SystemTransformationUpdateCurrentSystemStatus);
 }
 
 static DWORD CheckExsitIntelVirtualButtonDevices() {
@@ -116,12 +116,33 @@ static BOOL PublishLidStatus() {
     return TRUE;
 }
 
-BOOL SystemTransformationGetCurrentSystemStatus() {
-    Trace(L"Enter SystemTransformationGetCurrentSystemStatus()\n");
+static BOOL Refresh() {
     // Each step runs whatever became of the one before.
     SystemTransformationCheckCurrentSettingsFormReg();
-    SystemTransformationEventActionChangeTransformation();
+    SystemTransformationUpdateCurrentSystemStatus();
     OptionStatusInit();
     PublishLidStatus();
     return TRUE;
+}
+
+BOOL SystemTransformationGetCurrentSystemStatus() {
+    Trace(L"Enter SystemTransformationGetCurrentSystemStatus()\n");
+    return RunExclusive(&g_formFactorLock, Refresh);
+}
+
+// A refresh that read the lid before the event must not publish it after.
+BOOL PublishLidClosed() {
+    return RunExclusive(
+        &g_formFactorLock, +[]() -> BOOL {
+            PublishLidState(LID_STATE_CLOSED);
+            return TRUE;
+        });
+}
+
+BOOL PublishLidOpen() {
+    return RunExclusive(
+        &g_formFactorLock, +[]() -> BOOL {
+            PublishLidState(LID_STATE_OPEN);
+            return TRUE;
+        });
 }

@@ -14,3 +14,7 @@ BOOL SystemTransformationGetCurrentSystemStatus(DWORD* word);
 // when the firmware does not answer (then nothing changes), knows a state that has no row, or the indicator
 // cannot be driven.
 BOOL SystemTransformationEventActionChangeTransformation();
+
+// Publish the lid as the lid events tell it. Always 1.
+BOOL PublishLidClosed();
+BOOL PublishLidOpen();

@@ -39,8 +39,18 @@ static const TransformParameter g_transformParameters[] = {
     {L"ChkOSV", 0, &g_dwChkOSV},
 };
 
-// Programs may have stored these settings and the state with fewer than 4 bytes.
-constexpr DWORD LEAST_SETTING_BYTES = 1;
+// Programs may have stored these settings and the state under any type and with fewer than 4 bytes: missing
+// ones are 0. FALSE leaves *value untouched.
+static BOOL QueryShortValue(HKEY key, const wchar_t* name, DWORD* value) {
+    DWORD data = 0;
+    DWORD size = sizeof(data);
+    if (RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&data), &size) !=
+            ERROR_SUCCESS ||
+        size == 0)
+        return FALSE;
+    *value = data;
+    return TRUE;
+}
 
 // "CurrentSetting" is kept for clients that look for it; nothing here acts on it.
 static BOOL SystemTransformationCreateParamatersToReg() {
@@ -53,7 +63,7 @@ static BOOL SystemTransformationCreateParamatersToReg() {
         if (created)
             SetDword(key.key, parameter.name, value);
         else
-            QueryDword(key.key, parameter.name, &value, LEAST_SETTING_BYTES);
+            QueryShortValue(key.key, parameter.name, &value);
         *parameter.value = value;
     }
     return TRUE;
@@ -158,7 +168,7 @@ static BOOL SystemTransformationCreateCurrentStatusToReg() {
     if (created)
         SetDword(key.key, L"MM", state);
     else
-        QueryDword(key.key, L"MM", &state, LEAST_SETTING_BYTES);
+        QueryShortValue(key.key, L"MM", &state);
     UpdateDolbyMultimodeRegistry(state);
     return TRUE;
 }

@@ -6,6 +6,7 @@
 #include "driver/firmware_words.h"
 #include "formfactor/mode_switch.h"
 
+SubsystemLock g_formFactorLock;
 std::atomic<DWORD> g_dwFormFactorSupport{0};
 
 static std::atomic<DWORD> g_dwOptionInterfaceVersion{0};
@@ -152,7 +153,7 @@ static BOOL GetCurrentOptionStatusInterfaceType(DWORD* type) { return QueryOptio
 static BOOL GetCurrentOptionStatus(DWORD* status)            { return QueryOption(GOPT_STATUS, status); }
 // clang-format on
 
-BOOL SetOptionStatus() {
+static BOOL ApplyOptionStatus() {
     const DWORD version = g_dwOptionInterfaceVersion;
     Trace(L"Enter SetOptionStatus(), interface version 0x%lx\n", version);
     if (version < OPTION_VERSION_1)
@@ -168,6 +169,10 @@ BOOL SetOptionStatus() {
     return TRUE;
 }
 
+BOOL SetOptionStatus() {
+    return RunExclusive(&g_formFactorLock, ApplyOptionStatus);
+}
+
 BOOL OptionStatusInit() {
     Trace(L"Enter OptionStatusInit()\n");
     DWORD version = 0;
@@ -181,5 +186,5 @@ BOOL OptionStatusInit() {
     if (!GetCurrentOptionStatusInterfaceType(&type))
         return FALSE;
     g_dwOptionInterfaceType = type;
-    return SetOptionStatus();
+    return ApplyOptionStatus();
 }

@@ -4,6 +4,12 @@
 #include <atomic>
 #include <windows.h>
 
+#include "common/subsystem_lock.h"
+
+// Spans what a refresh, a posture, option or lid event reads and does, so that of two the later one has the
+// last word. An indicator's own mutex and cooling's lock are taken below it.
+extern SubsystemLock g_formFactorLock;
+
 // 1 allows the indicator drivers to act. The form-factor refresh clears it first and sets it when the
 // platform qualifies.
 extern std::atomic<DWORD> g_dwFormFactorSupport;

@@ -29,7 +29,7 @@ struct PHWatch {
     const wchar_t* path;  // of the key that the watch opens; null where it is given one
     const wchar_t* value; // null: the key's default value
     DWORD first_hot_key;  // number of the hot key of bit 0; 0 where a change is only remembered
-    bool withdraw;        // the value goes at start
+    bool publish;         // the mask is written to the value before the watch is armed
     // Trace texts; null where a failure needs none and stops nothing.
     const wchar_t* read_failed;
     const wchar_t* event_failed;
@@ -47,11 +47,10 @@ static DWORD WINAPI PHType13ThreadProc(LPVOID);
 static DWORD WINAPI PHType13OverrideThreadProc(LPVOID);
 
 // One current-setting key serves both extended pages: a client writes its page-2 mask to the key's default
-// value and its page-3 mask to "Type13". "Type12" only tells the state at start; writing it moves nothing. A
-// page-2 mask that a client left there before the service started is withdrawn: the firmware's state has
-// taken its place, and the next change of whatever value would push the old mask. The family has one override
-// value, which stands for both pages. Both pages number their hot keys 33 to 64: the firmware tells them
-// apart, or does not.
+// value and its page-3 mask to "Type13". "Type12" only tells the state at start; writing it moves nothing. At
+// start the firmware's page-2 mask takes the place of one that a client left there: the next change of
+// whatever value would push the old mask. The family has one override value, which stands for both pages.
+// Both pages number their hot keys 33 to 64: the firmware tells them apart, or does not.
 static PHWatch g_PHWatches[] = {
     {L"PHThread", PHThreadProc, &g_PHCurrentSetting, nullptr, nullptr, 1, false,
      L"PHThreadProc(): Couldn't get currentset value.\n", nullptr, nullptr},
@@ -84,11 +83,11 @@ HKEY KeepPHWatchKey(PHWatchIndex index, KeyHolder* holder) {
 
 static void OpenWatchedKey(PHWatch* watch) {
     KeyHolder holder;
-    const REGSAM access = KEY_QUERY_VALUE | KEY_NOTIFY | (watch->withdraw ? KEY_SET_VALUE : 0);
+    const REGSAM access = KEY_QUERY_VALUE | KEY_NOTIFY | (watch->publish ? KEY_SET_VALUE : 0);
     if (!OpenKey(&holder, HKEY_LOCAL_MACHINE, watch->path, access))
         return;
-    if (watch->withdraw)
-        RegDeleteValueW(holder.key, watch->value);
+    if (watch->publish && !SetDword(holder.key, watch->value, *watch->cache))
+        Trace(L"OpenWatchedKey(): Error: the mask of %ls not written.\n", watch->name);
     watch->key = holder.key;
     holder.key = nullptr;
 }
