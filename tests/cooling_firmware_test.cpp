@@ -164,7 +164,8 @@ TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {
     const WCHAR* const path = SERVICE_KEY L"\\TMC\\XYZ";
     Bench bench;
     sim::registry_set_dword(R"(SVC\TMC\XYZ)", "Good", 7);
-    sim::registry_set_text(R"(SVC\TMC\XYZ)", "Text", "7");
+    sim::registry_set_text(R"(SVC\TMC\XYZ)", "Text", "77");
+    sim::registry_set(R"(SVC\TMC\XYZ)", "Binary", REG_BINARY, {7, 0, 0, 0});
     sim::registry_set(R"(SVC\TMC\XYZ)", "Long", REG_DWORD, {1, 2, 3, 4, 5});
     sim::registry_set(R"(SVC\TMC\XYZ)", "Short", REG_DWORD, {1, 2});
     const struct {
@@ -173,9 +174,13 @@ TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {
         BOOL read;
         DWORD error; // 1: as before the call
     } rows[] = {
-        {path, L"Good", TRUE, 1},   {path, L"None", FALSE, 0xE1100003},
-        {path, L"Text", FALSE, 1},  {path, L"Long", FALSE, 1},
-        {path, L"Short", FALSE, 1}, {SERVICE_KEY L"\\TMC\\ABC", L"Good", FALSE, 0xE1100002},
+        {path, L"Good", TRUE, 1},
+        {path, L"None", FALSE, 0xE1100003},
+        {path, L"Text", FALSE, 1},
+        {path, L"Long", FALSE, 1},
+        {path, L"Short", FALSE, 1},
+        {path, L"Binary", TRUE, 1},
+        {SERVICE_KEY L"\\TMC\\ABC", L"Good", FALSE, 0xE1100002},
     };
     sim::run_on_thread([&] {
         for (const auto& row : rows) {

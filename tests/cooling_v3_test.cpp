@@ -43,8 +43,10 @@ TEST(CoolingVersion3, TheUsersSettingIsKept) {
         const char* setting;
         const char* after;
         bool enabled;
-    } rows[] = {
-        {"dword 0", "0", false}, {"dword 7", "7", true}, {"sz \"0\"", "1", true}, {"binary 0000", "1", true}};
+    } rows[] = {{"dword 0", "0", false},
+                {"dword 7", "7", true},
+                {"sz \"00\"", "1", true},
+                {"binary 0000", "1", true}};
     for (const auto& row : rows)
         Check(FIRMWARE + sim::format(R"(registry set SVC\TMC\CQH CurrentSetting %s;
             registry set SVC\TMC\CQH CurrentStatus dword 9; registry set SVC\TMC\CQH Capability dword 9;
@@ -52,6 +54,9 @@ TEST(CoolingVersion3, TheUsersSettingIsKept) {
             check registry SVC\TMC\CQH CurrentStatus = 0; check registry SVC\TMC\CQH Capability = 1;
             firmware THERMALMODE = 3; event 0x60f0; expect %srequest DYTC(0x1f5001)*)",
                                      row.setting, row.after, row.enabled ? "" : "no "));
+    // Four bytes of any type will do, and stay.
+    Check(FIRMWARE + R"(registry set SVC\TMC\CQH CurrentSetting binary 00000000; start; mark; advance 1s;
+            expect no registry SVC\TMC\CQH CurrentSetting*; event 0x60f0; expect no request DYTC*)");
     // Hinge and dock do not ask.
     Check(R"(registry set SVC\TMC\MPH CurrentSetting dword 0;
             registry set SVC\TMC\DMC CurrentSetting dword 0;)" +

@@ -177,6 +177,7 @@ using LPOVERLAPPED = OVERLAPPED*;
 #define ERROR_SHARING_VIOLATION                 32u
 #define ERROR_NOT_SUPPORTED                     50u
 #define ERROR_FILE_EXISTS                       80u
+#define ERROR_INVALID_DATA                      13u
 #define ERROR_INVALID_PARAMETER                 87u
 #define ERROR_BUFFER_OVERFLOW                   111u
 #define ERROR_CALL_NOT_IMPLEMENTED              120u

@@ -55,15 +55,20 @@ static BOOL TerminateAdaptiveCooling_v3() {
 
 BOOL StartAdaptiveCooling() {
     Trace(L"Enter StartAdaptiveCooling()\n");
-    // The version may come out different this time, and then no request would reach an earlier worker any
-    // more.
-    if (!AdaptiveCoolingRetireWorkers())
-        return FALSE;
     DWORD version = g_dwAdaptiveCoolingSupportVersion;
     if (!AdaptiveCoolingCheckBIOSVersion(&version))
         version = COOLING_INTERFACE_NONE;
     if (!IsVersion2(version) && version != COOLING_INTERFACE_3000)
         version = COOLING_INTERFACE_NONE;
+    // A worker that still waits for the firmware goes on: a start that is asked for again and again must not
+    // put the initialisation off for good.
+    if (version == COOLING_INTERFACE_3000 && AdaptiveCoolingInitilizeWorkerWaits()) {
+        g_dwAdaptiveCoolingSupportVersion = version;
+        return TRUE;
+    }
+    // The version may have come out different, and then no request would reach an earlier worker any more.
+    if (!AdaptiveCoolingRetireWorkers())
+        return FALSE;
     g_dwAdaptiveCoolingSupportVersion = version;
     return RouteByVersion(L"StartAdaptiveCooling", StartAdaptiveCooling_v2, StartAdaptiveCooling_v3);
 }
@@ -80,36 +85,44 @@ BOOL RestartAdaptiveCooling() {
 
 // ---- routed requests ----
 
+// Version 2 is only signalled of attach and detach, and its worker acts in its turn.
+static BOOL EnableCurrentStatus() {
+    return SetAdaptiveCoolingCurrentStatus(1);
+}
+
+static BOOL DisableCurrentStatus() {
+    return SetAdaptiveCoolingCurrentStatus(0);
+}
+
 BOOL AdaptiveCoolingRiseAttachEventOfTwoInOne() {
     return RouteByVersion(L"AdaptiveCoolingRiseAttachEventOfTwoInOne",
                           AdaptiveCoolingRiseEventOfOptionAttached,
-                          AdaptiveCoolingChageThermalModeByTwoInOne_v3);
+                          InTurn<AdaptiveCoolingChageThermalModeByTwoInOne_v3>);
 }
 
 BOOL AdaptiveCoolingRiseDetachEventOfTwoInOne() {
     return RouteByVersion(L"AdaptiveCoolingRiseDetachEventOfTwoInOne",
                           AdaptiveCoolingRiseEventOfOptionDetached,
-                          AdaptiveCoolingChageThermalModeByTwoInOne_v3);
+                          InTurn<AdaptiveCoolingChageThermalModeByTwoInOne_v3>);
 }
 
 BOOL AdaptiveCoolingEnableCurrentSettingsOfTwoInOne() {
-    return RouteByVersion(
-        L"AdaptiveCoolingEnableCurrentSettingsOfTwoInOne", [] { return SetAdaptiveCoolingCurrentStatus(1); },
-        AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3);
+    return RouteByVersion(L"AdaptiveCoolingEnableCurrentSettingsOfTwoInOne", InTurn<EnableCurrentStatus>,
+                          InTurn<AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3>);
 }
 
 BOOL AdaptiveCoolingDisableCurrentSettingsOfTwoInOne() {
-    return RouteByVersion(
-        L"AdaptiveCoolingDisableCurrentSettingsOfTwoInOne", [] { return SetAdaptiveCoolingCurrentStatus(0); },
-        AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3);
+    return RouteByVersion(L"AdaptiveCoolingDisableCurrentSettingsOfTwoInOne", InTurn<DisableCurrentStatus>,
+                          InTurn<AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3>);
 }
 
 BOOL AdaptiveCoolingDetectOnHand() {
-    return RouteByVersion(L"AdaptiveCoolingDetectOnHand", nullptr, AdaptiveCoolingDetectOnHand_v3);
+    return RouteByVersion(L"AdaptiveCoolingDetectOnHand", nullptr, InTurn<AdaptiveCoolingDetectOnHand_v3>);
 }
 
 BOOL AdaptiveCoolingUndetectOnHand() {
-    return RouteByVersion(L"AdaptiveCoolingUndetectOnHand", nullptr, AdaptiveCoolingUndetectOnHand_v3);
+    return RouteByVersion(L"AdaptiveCoolingUndetectOnHand", nullptr,
+                          InTurn<AdaptiveCoolingUndetectOnHand_v3>);
 }
 
 // Flip mode has routes of its own: every version but 0x2001 that knows the tablet option takes version 3's
@@ -127,27 +140,27 @@ static BOOL RouteFlipMode(const wchar_t* name, Operation handler) {
 }
 
 BOOL AdaptiveCoolingEnterFlipMode() {
-    return RouteFlipMode(L"AdaptiveCoolingEnterFlipMode", AdaptiveCoolingEnterFlipMode_v3);
+    return RouteFlipMode(L"AdaptiveCoolingEnterFlipMode", InTurn<AdaptiveCoolingEnterFlipMode_v3>);
 }
 
 BOOL AdaptiveCoolingExitFlipMode() {
-    return RouteFlipMode(L"AdaptiveCoolingExitFlipMode", AdaptiveCoolingExitFlipMode_v3);
+    return RouteFlipMode(L"AdaptiveCoolingExitFlipMode", InTurn<AdaptiveCoolingExitFlipMode_v3>);
 }
 
 // ---- events that act whatever the version ----
 
 BOOL AdaptiveCoolingRiseEventOfPivoModeChange() {
-    return AdaptiveCoolingPivoModeChange();
+    return InTurn<AdaptiveCoolingPivoModeChange>();
 }
 
 BOOL AdaptiveCoolingRiseEventOfCoolQuietHingeAngle() {
-    return AdaptiveCoolingThermalModeByHingeSettings_v3();
+    return InTurn<AdaptiveCoolingThermalModeByHingeSettings_v3>();
 }
 
 BOOL AdaptiveCoolingRiseEventOfDynamicCpuControl() {
-    return AdaptiveCoolingDynamicCpuControlSettings_v3();
+    return InTurn<AdaptiveCoolingDynamicCpuControlSettings_v3>();
 }
 
 BOOL AdaptiveCoolingRiseEventOfDockModeControlChange() {
-    return AdaptiveCoolingDockModeControlChange();
+    return InTurn<AdaptiveCoolingDockModeControlChange>();
 }

@@ -50,6 +50,20 @@ const CoolingKey TMC_FHP = {THERMAL_FORCE_HIGH_PERFORMANCE, L"FHP",
 constexpr DWORD DEFAULT_INIT_TICKS = 20;
 constexpr DWORD DEFAULT_SPECIAL_COOLING_TICKS = 0;
 
+// A value of exactly 4 bytes, whatever its type. An error leaves *value untouched.
+static LSTATUS QueryFourBytes(HKEY key, const wchar_t* name, DWORD* value) {
+    DWORD data = 0;
+    DWORD size = sizeof(data);
+    const LSTATUS error =
+        RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&data), &size);
+    if (error != ERROR_SUCCESS)
+        return error;
+    if (size != sizeof(data))
+        return ERROR_INVALID_DATA;
+    *value = data;
+    return ERROR_SUCCESS;
+}
+
 BOOL AdaptiveCoolingGetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* name, DWORD* value) {
     if (value == nullptr)
         return FALSE;
@@ -59,19 +73,14 @@ BOOL AdaptiveCoolingGetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* na
         SetLastError(COOLING_ERROR_KEY_NOT_OPENED);
         return FALSE;
     }
-    DWORD type = 0;
-    DWORD data = 0;
-    DWORD size = sizeof(data);
-    const LSTATUS error =
-        RegQueryValueExW(key.key, name, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size);
+    const LSTATUS error = QueryFourBytes(key.key, name, value);
     key.Release();
-    if (error != ERROR_SUCCESS || type != REG_DWORD || size != sizeof(data)) {
+    if (error != ERROR_SUCCESS) {
         Trace(L"AdaptiveCoolingGetRegKeyDwordValue(): Error: %ls %ls not read. (%ld)\n", subkey, name, error);
         if (error == ERROR_FILE_NOT_FOUND)
             SetLastError(COOLING_ERROR_VALUE_MISSING);
         return FALSE;
     }
-    *value = data;
     return TRUE;
 }
 
@@ -160,7 +169,7 @@ BOOL GetAdaptiveCoolingGetCurrentSettingsStatusFromReg(DWORD* setting) {
     KeyHolder key;
     if (setting == nullptr || !OpenVersion2Key(&key))
         return FALSE;
-    QueryDword(key.key, L"CurrentSetting", setting);
+    QueryFourBytes(key.key, L"CurrentSetting", setting);
     return TRUE;
 }
 
@@ -183,7 +192,7 @@ BOOL SetAdaptiveCoolingCreateReg(DWORD* setting) {
     PublishVersion2Value(key, L"Version", COOLING_INTERFACE_2001);
     PublishVersion2Value(key, L"Capability", 1);
     DWORD current = 1;
-    if (created || !QueryDword(key.key, L"CurrentSetting", &current))
+    if (created || QueryFourBytes(key.key, L"CurrentSetting", &current) != ERROR_SUCCESS)
         PublishVersion2Value(key, L"CurrentSetting", current);
     *setting = current;
     return TRUE;
@@ -194,7 +203,8 @@ static BOOL CreateTicks(const wchar_t* name, DWORD default_ticks, DWORD* ticks) 
     if (!OpenVersion2Key(&key))
         return FALSE;
     DWORD stored = default_ticks;
-    if (!QueryDword(key.key, name, &stored))
+    // One that is there but cannot be read stays as it is.
+    if (QueryFourBytes(key.key, name, &stored) == ERROR_FILE_NOT_FOUND)
         PublishVersion2Value(key, name, stored);
     *ticks = stored;
     return TRUE;

@@ -1,5 +1,7 @@
 #include "cooling/cooling_state.h"
 
+SubsystemLock g_coolingLock;
+
 std::atomic<DWORD> g_dwAdaptiveCoolingSupportVersion{COOLING_INTERFACE_NONE};
 std::atomic<DWORD> g_dwCoolingFunctionFlags{0};
 std::atomic<DWORD> g_dwCoolingOptionState{0};

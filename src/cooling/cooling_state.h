@@ -5,6 +5,8 @@
 #include <atomic>
 #include <windows.h>
 
+#include "common/subsystem_lock.h"
+
 #include "driver/firmware_words.h"
 
 // Generations of the firmware interface as the version word holds them. Version 2 has one system-wide mode,
@@ -32,3 +34,11 @@ bool ThermalFunctionEnabled(ThermalFunction function);
 
 // Sets or clears the function's bit; changes that other threads make at the same time are kept.
 void SetThermalFunctionEnabled(ThermalFunction function, bool enabled);
+
+// Spans what an event, a request, an initialisation or a worker's decision reads and does, so that of two the
+// later one has the last word. Not held while a worker is started or its end waited for.
+extern SubsystemLock g_coolingLock;
+
+template <BOOL (*Operation)()> BOOL InTurn() {
+    return RunExclusive(&g_coolingLock, Operation);
+}

@@ -20,7 +20,7 @@ BOOL InitAdaptiveCoolingInitTabletOptionControlSettings() {
     return TRUE;
 }
 
-BOOL AdaptiveCoolingInitSettings_v2() {
+static BOOL InitSettings() {
     Trace(L"Enter AdaptiveCoolingInitSettings_v2()\n");
     DWORD mode = COOLING_INTERFACE_NONE;
     if (!AdaptiveCoolingGetSystemControlMode(&mode)) {
@@ -33,6 +33,10 @@ BOOL AdaptiveCoolingInitSettings_v2() {
     if (version < COOLING_INTERFACE_2000 || version >= COOLING_INTERFACE_3000)
         return TRUE;
     return InitAdaptiveCoolingInitTabletOptionControlSettings();
+}
+
+BOOL AdaptiveCoolingInitSettings_v2() {
+    return InTurn<InitSettings>();
 }
 
 BOOL SetAdaptiveCoolingCurrentStatus(DWORD setting) {
@@ -68,15 +72,23 @@ static BOOL FollowOption(const wchar_t* operation) {
                                             : AdaptiveCoolingSetNominalMode();
 }
 
-BOOL AdaptiveCoolingDoOptionAttached() {
+static BOOL FollowAttach() {
     return FollowOption(L"AdaptiveCoolingDoOptionAttached");
 }
 
-BOOL AdaptiveCoolingDoOptionDetached() {
+static BOOL FollowDetach() {
     return FollowOption(L"AdaptiveCoolingDoOptionDetached");
 }
 
-BOOL AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() {
+BOOL AdaptiveCoolingDoOptionAttached() {
+    return InTurn<FollowAttach>();
+}
+
+BOOL AdaptiveCoolingDoOptionDetached() {
+    return InTurn<FollowDetach>();
+}
+
+static BOOL CoolSpecially() {
     DWORD capability = 0;
     if (!CoolingEnabled(L"AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode") ||
         !AdaptiveCoolingGetFunctionCapability_v3(&capability))
@@ -92,4 +104,8 @@ BOOL AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() {
     }
     Trace(L"No Option deteced (=Only Tablet) into Special Cool mode\n");
     return SetAdaptiveCoolingCoolQuite();
+}
+
+BOOL AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() {
+    return InTurn<CoolSpecially>();
 }

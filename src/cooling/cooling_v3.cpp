@@ -7,10 +7,6 @@
 
 using Operation = BOOL (*)();
 
-// Counts the user's requests that have stored their switch. An initialisation that read "CurrentSetting"
-// before one of them did reads it again, so that the later of the two holds.
-static std::atomic<DWORD> g_dwCoolingSettledRequests{0};
-
 static bool Enabled(ThermalFunction function, const wchar_t* operation) {
     const bool enabled = ThermalFunctionEnabled(function);
     if (!enabled)
@@ -66,21 +62,15 @@ static BOOL InitFunction(const FunctionRow& row) {
     // Force High Performance leaves the option state as Two In One has just found it.
     if (row.function == THERMAL_TWO_IN_ONE)
         g_dwCoolingOptionState = 0;
-    DWORD settled = g_dwCoolingSettledRequests;
     DWORD setting = 0;
     if (!AdaptiveCoolingInitRegKey_v3(*row.key, 1, &setting))
         return FALSE;
     if (setting != 0)
         SetThermalFunctionEnabled(row.function, true);
-    for (DWORD now = g_dwCoolingSettledRequests; now != settled; now = g_dwCoolingSettledRequests) {
-        settled = now;
-        if (AdaptiveCoolingGetRegCurrentSettings_v3(*row.key, &setting))
-            SetThermalFunctionEnabled(row.function, setting != 0);
-    }
     return row.follow == nullptr ? TRUE : row.follow();
 }
 
-BOOL AdaptiveCoolingInitSettings_v3() {
+static BOOL InitSettings() {
     Trace(L"Enter AdaptiveCoolingInitSettings_v3()\n");
     g_dwCoolingFunctionFlags = 0;
     DWORD capability = 0;
@@ -96,21 +86,15 @@ BOOL AdaptiveCoolingInitSettings_v3() {
     return TRUE;
 }
 
-// ---- the user's switches ----
-
-// Ends a request: stores the switch and makes flag and switch agree, whatever an initialisation has read
-// meanwhile. Counted between the two: an initialisation that misses the count has set its flag before, and
-// the flag set here is the last.
-static BOOL SettleSwitch(const CoolingKey& key, DWORD setting) {
-    const BOOL written = AdaptiveCoolingSetRegCurrentSettings_v3(key, setting);
-    ++g_dwCoolingSettledRequests;
-    SetThermalFunctionEnabled(key.function, setting != 0);
-    return written;
+BOOL AdaptiveCoolingInitSettings_v3() {
+    return InTurn<InitSettings>();
 }
+
+// ---- the user's switches ----
 
 static BOOL EnableFunction(const CoolingKey& key, Operation follow) {
     SetThermalFunctionEnabled(key.function, true);
-    return follow() && SettleSwitch(key, 1);
+    return follow() && AdaptiveCoolingSetRegCurrentSettings_v3(key, 1);
 }
 
 static BOOL DisableFunction(const CoolingKey& key, const ThermalWord& word, DWORD status) {
@@ -118,7 +102,7 @@ static BOOL DisableFunction(const CoolingKey& key, const ThermalWord& word, DWOR
         return FALSE;
     AdaptiveCoolingSetRegCurrentStatus_v3(key, status);
     SetThermalFunctionEnabled(key.function, false);
-    return SettleSwitch(key, 0);
+    return AdaptiveCoolingSetRegCurrentSettings_v3(key, 0);
 }
 
 BOOL AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3() {
@@ -129,12 +113,20 @@ BOOL AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3() {
     return DisableFunction(TMC_TIO, TWO_IN_ONE_COOL, 1);
 }
 
-BOOL AdaptiveCoolingEnableDynamicCpuControlSettings_v3() {
+static BOOL EnableCpuControl() {
     return EnableFunction(TMC_DCC, AdaptiveCoolingDynamicCpuControlSettings_v3);
 }
 
-BOOL AdaptiveCoolingDisableDynamicCpuControlSettings_v3() {
+static BOOL DisableCpuControl() {
     return DisableFunction(TMC_DCC, CPU_CONTROL_COOL, 0);
+}
+
+BOOL AdaptiveCoolingEnableDynamicCpuControlSettings_v3() {
+    return InTurn<EnableCpuControl>();
+}
+
+BOOL AdaptiveCoolingDisableDynamicCpuControlSettings_v3() {
+    return InTurn<DisableCpuControl>();
 }
 
 // ---- Two In One ----

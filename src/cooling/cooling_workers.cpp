@@ -50,6 +50,9 @@ static CoolingWorker g_version3Worker = {
     2,
     nullptr};
 
+// From the creation of version 3's worker until it goes over to the initialisation or its end.
+static std::atomic<bool> g_bWaitingForReady{false};
+
 // ---- creating and ending ----
 
 // TRUE when no worker is recorded any more.
@@ -128,6 +131,7 @@ BOOL AdaptiveCoolingTerminateWorkerThread() {
 }
 
 BOOL AdaptiveCoolingCreateInitilizeWorkerThread() {
+    g_bWaitingForReady = true;
     return CreateWorker(&g_version3Worker);
 }
 
@@ -300,6 +304,10 @@ static DWORD WINAPI AdaptiveCoolingWorkerThread_v1(void*) {
 // Polls that may find the firmware not ready; one more, and the initialisation runs in any case.
 constexpr DWORD READY_POLL_LIMIT = 100;
 
+BOOL AdaptiveCoolingInitilizeWorkerWaits() {
+    return g_version3Worker.thread != nullptr && g_bWaitingForReady;
+}
+
 // The exit code is 0 when it ends without initialising, else 1.
 static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void*) {
     DWORD timeout_ms = INFINITE;
@@ -311,6 +319,7 @@ static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void*) {
             timeout_ms = TICK_MS;
             break;
         case WAKE_TERMINATE:
+            g_bWaitingForReady = false;
             Trace(L"Exit AdaptiveCoolingInitilizeWorkerThread(0)\n");
             return 0;
         default:
@@ -324,6 +333,8 @@ static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void*) {
             break;
         }
     }
+    // A start from here on wants an initialisation of its own.
+    g_bWaitingForReady = false;
     AdaptiveCoolingInitSettings_v3();
     Trace(L"Exit AdaptiveCoolingInitilizeWorkerThread(1)\n");
     return 1;

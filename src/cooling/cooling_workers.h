@@ -25,3 +25,6 @@ BOOL AdaptiveCoolingRiseEventOfOptionDetached();
 // Create and terminate version 3's initialise worker.
 BOOL AdaptiveCoolingCreateInitilizeWorkerThread();
 BOOL AdaptiveCoolingTerminateInitilizeWorkerThread();
+
+// Whether version 3's worker exists and still waits for the firmware.
+BOOL AdaptiveCoolingInitilizeWorkerWaits();

@@ -141,6 +141,75 @@ TEST(CoolingSweep, SwitchDuringInitialisation) {
     });
 }
 
+// A function that is switched off while an event asks the firmware stays cool, and one that is switched on
+// follows. At rest the last words agree with switch and last answer, without any further request.
+TEST(CoolingSweep, SwitchDuringAnEvent) {
+    const struct {
+        const std::string& version;
+        const char* event;
+        const char* off;
+        const char* key;
+        std::initializer_list<const char*> words; // cool first
+    } rows[] = {
+        {VERSION_3, "event 0x4012", "control 134", "SVC\\TMC\\TIO", {"0xf2001", "0x1f2001"}},
+        {VERSION_3, "event 0x6031", "control 139", "SVC\\TMC\\DCC", {"0xf6001", "0x1f6001"}},
+        {VERSION_2, "event 0x4012", "control 134", "SVC\\TMCT\\Parameters", {"0x1", "0x201"}},
+    };
+    run_seeds(600, [&](Bench& bench) {
+        const auto& row = rows[bench.machine.seed % std::size(rows)];
+        const auto draw = [](std::uint64_t bound) { return static_cast<unsigned>(sim::random_below(bound)); };
+        // The longest answer outlasts every wait for a turn.
+        const unsigned slow_ms = draw(5) == 0 ? 12000 : draw(60);
+        bench.run(
+            FIRMWARE + row.version +
+            sim::format(
+                "firmware GOPT(0x200) = 2\nfirmware DGPUTEMP = 2\nstart\nadvance 30s\n"
+                "firmware GOPT takes %ums\nfirmware DGPUTEMP takes %ums\n%s\nadvance %ums\n%s\nadvance 5m\n",
+                slow_ms, slow_ms, row.event, draw(slow_ms + 2), row.off));
+        EXPECT_EQ(sim::registry_dword(row.key, "CurrentSetting"), 0u);
+        EXPECT_EQ(LastCommand(row.words), *row.words.begin()) << row.off;
+    });
+}
+
+// Two readers of an option that changes: what was read last stands.
+TEST(CoolingSweep, OptionChangesWhileAsked) {
+    run_seeds(2000, [](Bench& bench) {
+        bench.run(FIRMWARE + VERSION_3 +
+                  "start\nadvance 30s\nfirmware GOPT takes 1ms\nfirmware DYTC takes 1ms\n");
+        bool attached = false;
+        unsigned event_readings = 0; // cooling's, and the form factor's right behind it
+        sim::set_answer_hook([&](const std::string& method, DWORD argument, sim::Answer* answer) {
+            if (method != "GOPT" || argument != 0x200)
+                return false;
+            const bool next = sim::random_below(2) != 0;
+            answer->value = next ? 2 : 0;
+            if (sim::current()->name != "TerminalThread" || event_readings++ % 2 == 0)
+                attached = next;
+            return true;
+        });
+        bench.run("together\nevent 0x4013\ncontrol 135\nevent 0x4012\nend\nadvance 1m\n");
+        sim::set_answer_hook(nullptr);
+        ExpectModeByOption(false, attached);
+    });
+}
+
+// Asking for a start again and again does not put the initialisation off; a restart does begin anew.
+TEST(CoolingSweep, RepeatedStarts) {
+    const struct {
+        unsigned control;
+        unsigned seconds; // from the first start to the initialisation
+    } rows[] = {{136, 101}, {138, 191}};
+    for (const auto& row : rows) {
+        Bench bench;
+        bench.run(FIRMWARE + VERSION_3 + "firmware DYTC(0x1f0001) = 6\nstart\n" +
+                  sim::format(
+                      "advance 90s\ncontrol %u\nmark\nadvance %ums\nexpect no registry create SVC\\TMC\\TIO\n"
+                      "advance 1ms\nexpect registry create SVC\\TMC\\TIO\n",
+                      row.control, (row.seconds - 90) * 1000 - 1));
+        EXPECT_EQ(LiveWorkers(), 0u);
+    }
+}
+
 // Fails the calls of one act, one after the other, each on a new machine. Afterwards a restart and one
 // request must bring everything to what the driver reports. Returns the number of calls failed.
 std::uint64_t FailEachCall(const std::string& version, const char* act) {
