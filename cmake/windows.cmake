@@ -27,6 +27,16 @@ add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TAR
 set_tests_properties(executable PROPERTIES LABELS windows
                      ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 
+# zorpmctl.exe: of the Windows subsystem, so that no console window opens when a key starts it.
+if(ctl_sources)
+    add_executable(zorpmctl WIN32 ${ctl_sources} ${ctl_shared})
+    set_target_properties(zorpmctl PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    target_link_libraries(zorpmctl PRIVATE advapi32 user32 setupapi)
+    add_test(NAME control_program COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmctl> 200)
+    set_tests_properties(control_program PROPERTIES LABELS windows
+                         ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
+endif()
+
 # The probes: each tests/wine/NAME.cpp is one console program tests/NAME.exe (entry wmain) that a Wine test starts.
 file(GLOB probes CONFIGURE_DEPENDS tests/wine/*.cpp)
 foreach(probe IN LISTS probes)

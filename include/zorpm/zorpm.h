@@ -214,8 +214,9 @@ enum {
 #define ZORPM_ROTATION_KEY    ZORPM_SERVICE_KEY L"\\Configurations\\ScreenRotation"
 #define ZORPM_ROTATION_HARROW L"HRSPMode" /* service: 1 on a Harrow platform */
 #define ZORPM_STATUS_KEY      ZORPM_SERVICE_KEY L"\\Status"
-#define ZORPM_STATUS_LAST     L"LastSystemTransformation" /* service: 1 notebook, 0 tablet: the last such event \
-                                                           */
+#define ZORPM_STATUS_LAST                                                                                    \
+    L"LastSystemTransformation" /* service: 1 notebook, 0 tablet: the last such event                        \
+                                 */
 
 /* Windows' own setting. */
 #define ZORPM_AUTOROTATION_KEY    L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation"
