@@ -1,7 +1,7 @@
-#include <strsafe.h>
-
 #include "ctl/ctl.h"
 #include "ctl/output.h"
+
+#include <strsafe.h>
 
 Arguments g_arguments;
 
@@ -61,7 +61,7 @@ static int ReadTimeout(const wchar_t** rest) {
     if (!NextArgument(rest, text) || !ReadNumber(text, &g_arguments.timeout_s) ||
         g_arguments.timeout_s > MOST_TIMEOUT_S) {
         Complain(L"--timeout wants a number of seconds, %lu at most", MOST_TIMEOUT_S);
-        return CTL_USAGE;
+        return CTL_WRONG_USE;
     }
     g_arguments.timed = true;
     return CTL_DONE;
@@ -87,7 +87,7 @@ static int ReadOption(const wchar_t* option, const wchar_t** rest) {
     if (lstrcmpiW(option, L"--timeout") == 0)
         return ReadTimeout(rest);
     Complain(L"unknown option %ls; see zorpmctl --help", option);
-    return CTL_USAGE;
+    return CTL_WRONG_USE;
 }
 
 // The command's word, or one of its arguments.
@@ -98,7 +98,7 @@ static int ReadWord(const wchar_t* word) {
     }
     if (g_arguments.count == MOST_ARGUMENTS) {
         Complain(L"too many arguments at %ls; see zorpmctl --help", word);
-        return CTL_USAGE;
+        return CTL_WRONG_USE;
     }
     StringCchCopyW(g_arguments.words[g_arguments.count++], ARGUMENT_CHARACTERS, word);
     return CTL_DONE;

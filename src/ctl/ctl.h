@@ -9,7 +9,7 @@
 enum : int {
     CTL_DONE = 0,
     CTL_REFUSED = 1,     // by the service, the firmware or the state of the machine
-    CTL_USAGE = 2,       // the command line is wrong
+    CTL_WRONG_USE = 2,   // the command line is wrong
     CTL_NOT_RUNNING = 3, // the service
     CTL_NOT_ALLOWED = 4, // a right is missing
 };
@@ -38,7 +38,7 @@ extern Arguments g_arguments;
 // True when argument `index` is there and is this word, whatever the case.
 bool ArgumentIs(DWORD index, const wchar_t* word);
 
-// Takes the command line apart. CTL_DONE, or CTL_USAGE after a complaint.
+// Takes the command line apart. CTL_DONE, or CTL_WRONG_USE after a complaint.
 int ReadArguments(const wchar_t* command_line);
 
 // A decimal number without sign. FALSE leaves *number untouched.
@@ -55,5 +55,5 @@ int RunRotation();
 // One line for each thermal function and interface that is published; their number.
 DWORD TellCooling();
 
-// Complains of the command line and returns CTL_USAGE.
+// Complains of the command line and returns CTL_WRONG_USE.
 int WrongUse();

@@ -54,7 +54,7 @@ static int TellCommand(const wchar_t* word) {
     const Command* command = FindCommand(word);
     if (command == nullptr) {
         Complain(L"unknown command %ls; see zorpmctl --help", word);
-        return CTL_USAGE;
+        return CTL_WRONG_USE;
     }
     Print(L"zorpmctl %ls", command->use);
     for (const wchar_t* line : command->help) {
@@ -79,7 +79,7 @@ static int TellHelp() {
 int WrongUse() {
     const Command* command = FindCommand(g_arguments.command);
     Complain(L"use: zorpmctl %ls", command != nullptr ? command->use : L"--help");
-    return CTL_USAGE;
+    return CTL_WRONG_USE;
 }
 
 static int RunCommand() {
@@ -92,7 +92,7 @@ static int RunCommand() {
         return TellCommand(g_arguments.words[0]);
     if (g_arguments.command[0] == L'\0' && !g_arguments.help) {
         TellHelp();
-        return CTL_USAGE;
+        return CTL_WRONG_USE;
     }
     if (help || g_arguments.command[0] == L'\0')
         return TellHelp();

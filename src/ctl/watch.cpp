@@ -1,5 +1,3 @@
-#include <strsafe.h>
-
 #include "common/registry.h"
 #include "ctl/ctl.h"
 #include "ctl/hotkey_pages.h"
@@ -7,6 +5,8 @@
 #include "ctl/output.h"
 #include "ctl/service_link.h"
 #include "ctl/words.h"
+
+#include <strsafe.h>
 
 // Between two looks at the service's state, which no registry value tells.
 constexpr DWORD LOOK_PERIOD_MS = 2000;
@@ -241,7 +241,9 @@ int RunWatch() {
         const wchar_t* word;
         DWORD groups;
     } rows[] = {{L"hotkeys", HOTKEYS}, {L"events", EVENTS}, {L"cooling", COOLING}, {L"all", ALL}};
-    DWORD groups = g_arguments.count == 0 ? ALL : 0;
+    DWORD groups = 0;
+    if (g_arguments.count == 0)
+        groups = ALL;
     for (const auto& row : rows) {
         if (ArgumentIs(0, row.word))
             groups = row.groups;

@@ -1,9 +1,9 @@
 #!/bin/bash
-# imports.sh EXE - prints the size and the imported DLLs of the Windows executable; fails when it is too large, imports
+# imports.sh EXE [KIB] - prints the size and the imported DLLs of the Windows executable; fails when it is too large, imports
 # anything but the system's own DLLs, links powrprof.dll, which must be loaded only when it is needed, or lacks one of
 # the loader's protections.
 set -eu
-limit_kib=300
+limit_kib=${2:-300}
 allowed=' kernel32.dll advapi32.dll user32.dll setupapi.dll ole32.dll oleaut32.dll shell32.dll msvcrt.dll '
 
 size_kib=$(($(stat -c %s "$1") / 1024))
