@@ -22,7 +22,14 @@ struct WritableRange {
     std::vector<char> fresh;
 };
 
+// A library that processes are images of.
+struct Program {
+    std::vector<char> file;
+    std::map<std::uintptr_t, std::string> names; // offset in the image -> function name
+};
+
 struct Image {
+    const Program* program = nullptr;
     void* library = nullptr;
     char* base = nullptr;
     EntryPoint entry = nullptr;
@@ -31,8 +38,8 @@ struct Image {
 };
 
 static std::vector<std::unique_ptr<Image>> g_images;
-static std::string g_directory;                       // of the copies, removed at exit
-static std::map<std::uintptr_t, std::string> g_names; // offset in the image -> function name
+static std::map<std::string, Program> g_programs;
+static std::string g_directory; // of the copies, removed at exit
 
 [[noreturn]] static void give_up(const std::string& what) {
     std::fprintf(stderr, "zorpmsim: %s\n", what.c_str());
@@ -45,11 +52,11 @@ static void remove_copies() {
     rmdir(g_directory.c_str());
 }
 
-static std::string library_path() {
+static std::string library_path(const std::string& program) {
     Dl_info info = {};
     dladdr(reinterpret_cast<void*>(&image_acquire), &info);
     const std::string own = info.dli_fname != nullptr ? info.dli_fname : "";
-    return own.substr(0, own.rfind('/') + 1) + "libzorpm_image.so";
+    return own.substr(0, own.rfind('/') + 1) + "lib" + program + "_image.so";
 }
 
 static std::vector<char> read_file(const std::string& path) {
@@ -74,7 +81,8 @@ static std::string plain_name(const char* mangled) {
     return std::strlen(rest) >= length ? std::string(rest, length) : mangled;
 }
 
-static void read_symbols(const std::vector<char>& file) {
+static void read_symbols(Program* program) {
+    const std::vector<char>& file = program->file;
     if (file.size() < sizeof(Elf64_Ehdr))
         give_up("the image is no library");
     Elf64_Ehdr header;
@@ -91,7 +99,7 @@ static void read_symbols(const std::vector<char>& file) {
             Elf64_Sym symbol;
             std::memcpy(&symbol, file.data() + section.sh_offset + at, sizeof(symbol));
             if (ELF64_ST_TYPE(symbol.st_info) == STT_FUNC && symbol.st_value != 0)
-                g_names.emplace(symbol.st_value, plain_name(names + symbol.st_name));
+                program->names.emplace(symbol.st_value, plain_name(names + symbol.st_name));
         }
     }
 }
@@ -137,17 +145,25 @@ static int note_ranges(dl_phdr_info* info, size_t, void* context) {
     return 1;
 }
 
+static const Program& find_program(const std::string& name) {
+    Program& program = g_programs[name];
+    if (program.file.empty()) {
+        program.file = read_file(library_path(name));
+        read_symbols(&program);
+    }
+    return program;
+}
+
 static void load(Image* image, size_t number) {
-    static const std::vector<char> file = read_file(library_path()); // main stack only
     if (g_directory.empty()) {
         char pattern[] = "/tmp/zorpmsim-XXXXXX";
         if (mkdtemp(pattern) == nullptr)
             give_up("no place for the images");
         g_directory = pattern;
         std::atexit(remove_copies);
-        read_symbols(file);
     }
     const std::string path = g_directory + "/image-" + std::to_string(number) + ".so";
+    const std::vector<char>& file = image->program->file;
     std::ofstream(path, std::ios::binary).write(file.data(), static_cast<std::streamsize>(file.size()));
     image->library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (image->library == nullptr)
@@ -162,14 +178,16 @@ static void load(Image* image, size_t number) {
     dl_iterate_phdr(note_ranges, &find);
 }
 
-Image* image_acquire() {
+Image* image_acquire(const std::string& name) {
+    const Program& program = find_program(name);
     for (auto& image : g_images) {
-        if (!image->in_use) {
+        if (!image->in_use && image->program == &program) {
             image->in_use = true;
             return image.get();
         }
     }
     auto image = std::make_unique<Image>();
+    image->program = &program;
     load(image.get(), g_images.size());
     image->in_use = true;
     g_images.push_back(std::move(image));
@@ -192,8 +210,8 @@ HINSTANCE image_instance(const Image* image) {
 
 std::string image_symbol(const Image* image, const void* address) {
     const auto offset = static_cast<std::uintptr_t>(static_cast<const char*>(address) - image->base);
-    const auto found = g_names.find(offset);
-    return found != g_names.end() ? found->second : "";
+    const auto found = image->program->names.find(offset);
+    return found != image->program->names.end() ? found->second : "";
 }
 
 } // namespace sim

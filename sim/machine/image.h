@@ -1,4 +1,4 @@
-// Process images: the product is a shared library loaded once per living process, each from a copy of its
+// Process images: a program is a shared library loaded once per living process, each from a copy of its
 // own.
 #pragma once
 
@@ -9,10 +9,10 @@ namespace sim {
 
 struct Image;
 
-// An image whose process-wide variables are as freshly loaded. The pool keeps images between processes: on
+// An image of a program ("zorpm" or "zorpmctl") whose process-wide variables are as freshly loaded. The pool keeps images between processes: on
 // release the writable segment is put back to its state just after loading, which is what a new load would
 // give.
-Image* image_acquire();
+Image* image_acquire(const std::string& program);
 void image_release(Image* image);
 
 using EntryPoint = int(WINAPI*)(HINSTANCE, HINSTANCE, LPWSTR, int);

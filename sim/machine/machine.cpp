@@ -520,7 +520,12 @@ void end_thread(Thread* thread, DWORD exit_code) {
     thread->fiber = nullptr;
 }
 
+// The control program's processes are known by their whole command line; they are given what follows the name.
+static const char g_controlProgram[] = "zorpmctl";
+
 static std::string main_thread_name(const Process& process) {
+    if (process.program == g_controlProgram)
+        return g_controlProgram;
     if (process.is_service)
         return "dispatcher";
     return process.command_line.empty() ? "main"
@@ -529,14 +534,16 @@ static std::string main_thread_name(const Process& process) {
 
 static DWORD run_image(Process* process) {
     auto* image = static_cast<Image*>(process->image);
+    const size_t name = process->program == g_controlProgram ? process->program.size() + 1 : 0;
     // The loader leaves the command line writable; src must not run past its end.
-    std::u16string line = widen(process->command_line);
+    std::u16string line = widen(process->command_line.substr(std::min(name, process->command_line.size())));
     const int code =
         image_entry(image)(image_instance(image), nullptr, reinterpret_cast<WCHAR*>(line.data()), 0);
     return static_cast<DWORD>(code);
 }
 
-Process* start_process(const std::string& command_line, DWORD session, bool service) {
+static Process* start_program(const std::string& program, const std::string& command_line, DWORD session,
+                              bool service) {
     Machine& m = machine();
     auto process = std::make_unique<Process>();
     process->id = m.next_id += 4;
@@ -545,7 +552,8 @@ Process* start_process(const std::string& command_line, DWORD session, bool serv
     process->is_service = service;
     process->object = make_object(Kind::Process, command_line);
     process->object->body = std::shared_ptr<void>(process.get(), [](void*) {});
-    process->image = image_acquire();
+    process->program = program;
+    process->image = image_acquire(program);
     m.processes.push_back(std::move(process));
     Process* started = m.processes.back().get();
     start_thread(started, main_thread_name(*started), [started] {
@@ -553,6 +561,14 @@ Process* start_process(const std::string& command_line, DWORD session, bool serv
         return DWORD{0};
     });
     return started;
+}
+
+Process* start_process(const std::string& command_line, DWORD session, bool service) {
+    return start_program("zorpm", command_line, session, service);
+}
+
+Process* start_control_program(const std::string& arguments, DWORD session) {
+    return start_program(g_controlProgram, std::string(g_controlProgram) + " " + arguments, session, false);
 }
 
 Process* find_process(const std::string& command_line, DWORD session) {

@@ -115,6 +115,7 @@ struct Process {
     DWORD exit_code = 0;
     bool ended = false;
     bool is_service = false;
+    std::string program; // that it is an image of; "": none
     ObjectRef object;
     StateSlots state;
     size_t local_blocks = 0; // LocalAlloc blocks alive
@@ -155,6 +156,8 @@ void set_last_error(DWORD code);
 
 // Starts a process: a new image runs wWinMain with this command line.
 Process* start_process(const std::string& command_line, DWORD session = 1, bool service = false);
+// The control program, with these arguments.
+Process* start_control_program(const std::string& arguments, DWORD session = 1);
 Process* find_process(const std::string& command_line, DWORD session); // alive
 void end_process(Process* process, DWORD exit_code);
 // A thread of a process; runs when scheduled.

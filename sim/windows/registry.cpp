@@ -33,6 +33,7 @@ struct OpenedKey {
     ObjectRef event;             // armed while not null
     unsigned waits = 0;          // asked for since the last one was reported
     Thread* armed_by = nullptr;  // whose end is told like a change
+    bool subtree = false;        // of the keys below too, and of their coming and going
     bool asked = false;          // a notification has been asked for on this handle
     bool change_pending = false; // a change since the last one was reported
 };
@@ -145,9 +146,17 @@ static void complete_notification(OpenedKey* opened) {
         signal_object(*event);
 }
 
-static void key_changed(const Key* key) {
+static bool below(const Key* key, const Key* above) {
+    while (key != nullptr && key != above)
+        key = key->parent;
+    return key != nullptr;
+}
+
+// `names`: a key has come or gone below it; only the watchers of whole trees ask for that.
+static void key_changed(const Key* key, bool names = false) {
     for (OpenedKey* opened : registry().opened) {
-        if (opened->key.get() != key || !opened->asked)
+        const bool concerned = opened->subtree ? below(key, opened->key.get()) : !names && opened->key.get() == key;
+        if (!concerned || !opened->asked)
             continue;
         if (opened->event != nullptr)
             complete_notification(opened);
@@ -211,6 +220,7 @@ bool registry_delete(const std::string& path) {
         return false;
     key->parent->children.erase(lower(key->name));
     key_deleted(key.get());
+    key_changed(key->parent, true);
     return true;
 }
 
@@ -445,8 +455,10 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
         }
         key = walk(from.key, components(path), true, &created);
     }
-    if (created)
+    if (created) {
         trace("registry create %s", shown_path(full).c_str());
+        key_changed(key->parent, true);
+    }
     if (disposition != nullptr)
         *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
     *result = open_key(key, full, access);
@@ -688,6 +700,7 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
         return ERROR_ACCESS_DENIED;
     key->parent->children.erase(lower(key->name));
     key_deleted(key.get());
+    key_changed(key->parent, true);
     trace("registry delete %s", shown_path(joined(opened.path, path)).c_str());
     return ERROR_SUCCESS;
 }
@@ -714,10 +727,10 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
     if (opened.key == nullptr)
         return error;
     const bool agnostic = (filter & REG_NOTIFY_THREAD_AGNOSTIC) != 0;
-    if (opened.handle == nullptr || !asynchronous || subtree ||
-        (filter & ~REG_NOTIFY_THREAD_AGNOSTIC) != REG_NOTIFY_CHANGE_LAST_SET) {
-        violation(
-            "RegNotifyChangeKeyValue: only written values of one key, asynchronously, are told of here");
+    const DWORD told = REG_NOTIFY_CHANGE_LAST_SET | (subtree ? REG_NOTIFY_CHANGE_NAME : 0);
+    if (opened.handle == nullptr || !asynchronous || (filter & ~REG_NOTIFY_THREAD_AGNOSTIC) != told) {
+        violation("RegNotifyChangeKeyValue: only written values of one key, or all changes of a tree, "
+                  "asynchronously, are told of here");
         return ERROR_INVALID_PARAMETER;
     }
     HandleEntry* entry = handle_entry(event, Kind::Event, "RegNotifyChangeKeyValue");
@@ -731,6 +744,7 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
         violation("RegNotifyChangeKeyValue: %s is armed already, %u times", opened.path.c_str(),
                   watched.waits);
     watched.asked = true;
+    watched.subtree = subtree != FALSE;
     watched.armed_by = agnostic ? nullptr : thread_state<AskingThread>().thread;
     watched.event = entry->object;
     if (std::exchange(watched.change_pending, false))
