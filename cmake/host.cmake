@@ -43,12 +43,21 @@ target_link_options(zorpm_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}
                     -Wl,--no-undefined)
 target_link_libraries(zorpm_image PRIVATE zorpmsim_lib)
 
+# The control program, another image.
+add_library(zorpmctl_image MODULE ${ctl_sources} ${ctl_shared})
+target_include_directories(zorpmctl_image PRIVATE src)
+target_compile_options(zorpmctl_image PRIVATE -fno-exceptions -fno-rtti)
+set_target_properties(zorpmctl_image PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
+target_link_options(zorpmctl_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
+                    -Wl,--no-undefined)
+target_link_libraries(zorpmctl_image PRIVATE zorpmsim_lib)
+
 # An executable on the simulated machine. It exports no symbols: its variables would take over the images'. The
 # sanitizers read their options from the executable itself.
 function(add_host_executable name)
     add_executable(${name} ${ARGN} sim/tool/sanitizer_options.cpp)
     target_link_libraries(${name} PRIVATE zorpmsim_lib)
-    add_dependencies(${name} zorpm_image)
+    add_dependencies(${name} zorpm_image zorpmctl_image)
 endfunction()
 
 add_host_executable(zorpmsim ${tool_sources})

@@ -13,7 +13,7 @@ check() { # NAME COMMAND...
 
 # The host build's flags, as far as clang knows them.
 flags=(-std=c++20 -fshort-wchar -fno-exceptions -fno-rtti -Wall -Wextra -Wconversion
-       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 -isystem sim/include -Isrc)
+       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 -isystem sim/include -Iinclude -Isrc)
 
 layout() { git ls-files -co --exclude-standard '*.h' '*.cpp' | xargs clang-format --dry-run -Werror; }
 
@@ -26,7 +26,7 @@ tidy() {
 static_analysis() {
     cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --inline-suppr -j "$(nproc)" \
         --std=c++20 --language=c++ --suppress='*:sim/include/*' --suppress=missingInclude \
-        -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -Isim/include -Isrc src
+        -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -Isim/include -Iinclude -Isrc src
 }
 
 check "layout (clang-format)" layout

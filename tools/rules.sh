@@ -7,7 +7,7 @@ status=0
 
 # Each folder may include itself, those before it on its own line's left, and what "also" names.
 declare -A rank=([common]=0 [driver]=1 [power]=2 [cooling]=3 [formfactor]=3 [hotkeys]=3 [helper]=3 [cpu]=3
-                 [display]=3 [setup]=3 [events]=4 [service]=5)
+                 [display]=3 [setup]=3 [events]=4 [service]=5 [ctl]=4)
 declare -A also=([formfactor]=" cooling hotkeys ")
 
 while IFS=: read -r file line text; do

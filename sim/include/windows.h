@@ -8,6 +8,7 @@
 #include "sim_service.h"
 
 #include "sim_com.h"
+#include "sim_console.h"
 #include "sim_power.h"
 #include "sim_security.h"
 #include "sim_setup.h"

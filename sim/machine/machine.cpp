@@ -520,7 +520,8 @@ void end_thread(Thread* thread, DWORD exit_code) {
     thread->fiber = nullptr;
 }
 
-// The control program's processes are known by their whole command line; they are given what follows the name.
+// The control program's processes are known by their whole command line; they are given what follows the
+// name.
 static const char g_controlProgram[] = "zorpmctl";
 
 static std::string main_thread_name(const Process& process) {

@@ -3,6 +3,7 @@
 #include "sim/notebook/device_sets.h"
 #include "sim/notebook/driver.h"
 #include "sim/script/scenario.h"
+#include "sim/windows/registry.h"
 
 #include <setupapi.h>
 
@@ -44,6 +45,8 @@ struct InterfaceState {
 
 struct InterfaceStates {
     InterfaceState of[ARRAYSIZE(g_interfaces)];
+    bool rotation_follows = false; // a press of the rotation lock changes Windows' setting
+    bool half_pressed = false;
     InterfaceStates() { of[0].state[0] = 1; }
 };
 
@@ -105,6 +108,15 @@ static BOOL read_indicator(Object& file, void* buffer, DWORD bytes, DWORD* read)
     return TRUE;
 }
 
+// Two bytes are one press, which turns Windows' auto-rotation over.
+static void rotation_button_byte() {
+    static const char key[] = "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation";
+    auto& states = machine_state<InterfaceStates>();
+    states.half_pressed = !states.half_pressed;
+    if (states.rotation_follows && !states.half_pressed && registry_value(key, "Enable") != nullptr)
+        registry_set_dword(key, "Enable", registry_dword(key, "Enable") ^ 1);
+}
+
 static BOOL write_interface(Object& file, const void* buffer, DWORD bytes, DWORD* written) {
     const Opened& opened = *static_cast<Opened*>(file.as<File>().data.get());
     if (!one_byte("WriteFile", opened, bytes))
@@ -114,6 +126,8 @@ static BOOL write_interface(Object& file, const void* buffer, DWORD bytes, DWORD
         return FALSE;
     *written = 1;
     trace("write %s %u", shown_name(opened).c_str(), *static_cast<const BYTE*>(buffer));
+    if (!g_interfaces[opened.which].readable && *static_cast<const BYTE*>(buffer) == 4)
+        rotation_button_byte();
     // An indicator changes to its other state, whatever the byte.
     BYTE& indicator = state.state[opened.instance];
     if (indicator <= 1)
@@ -244,7 +258,13 @@ static Action compile_check_device(Tokens& tokens) {
     };
 }
 
+static Action compile_rotation(Tokens& tokens) {
+    const bool follows = tokens.choice({"stays", "follows"}) == 1;
+    return [follows] { machine_state<InterfaceStates>().rotation_follows = follows; };
+}
+
 static const Commands g_commands({
+    {"windows rotation", Use::Machine, compile_rotation},
     {"device slate", Use::Machine, compile_device<0>},
     {"device dock", Use::Machine, compile_device<1>},
     {"device button", Use::Machine, compile_device<2>},

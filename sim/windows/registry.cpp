@@ -155,7 +155,8 @@ static bool below(const Key* key, const Key* above) {
 // `names`: a key has come or gone below it; only the watchers of whole trees ask for that.
 static void key_changed(const Key* key, bool names = false) {
     for (OpenedKey* opened : registry().opened) {
-        const bool concerned = opened->subtree ? below(key, opened->key.get()) : !names && opened->key.get() == key;
+        const bool concerned =
+            opened->subtree ? below(key, opened->key.get()) : !names && opened->key.get() == key;
         if (!concerned || !opened->asked)
             continue;
         if (opened->event != nullptr)

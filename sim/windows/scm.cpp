@@ -188,6 +188,12 @@ static Action compile_power(Tokens& tokens) {
 
 static Action compile_run(Tokens& tokens) {
     const std::string line = tokens.text();
+    if (line == "zorpmctl") {
+        std::string arguments;
+        while (!tokens.done())
+            arguments += (arguments.empty() ? "" : " ") + tokens.word();
+        return [arguments] { start_control_program(arguments); };
+    }
     const DWORD session = tokens.accept("session") ? static_cast<DWORD>(tokens.number()) : 1;
     return [=] { start_process(line, session); };
 }

@@ -62,9 +62,13 @@ static HandleEntry* service_entry(SC_HANDLE handle, Kind kind, DWORD access, con
     return nullptr;
 }
 
-static DWORD send_stop(const std::string& name, SERVICE_STATUS* status) {
+constexpr DWORD FIRST_USER_CONTROL = 128;
+
+static DWORD send_control(const std::string& name, DWORD control, SERVICE_STATUS* status) {
+    if (control != SERVICE_CONTROL_STOP && (control < FIRST_USER_CONTROL || control > 255))
+        return ERROR_INVALID_PARAMETER;
     if (same_text(name, "ZORPMSVC"))
-        return service_send_control(SERVICE_CONTROL_STOP, status);
+        return service_send_control(control, status);
     if (!others().running)
         return ERROR_SERVICE_NOT_ACTIVE;
     others().running = false;
@@ -72,7 +76,6 @@ static DWORD send_stop(const std::string& name, SERVICE_STATUS* status) {
 }
 
 constexpr DWORD SERVICE_STOP = 0x20;
-constexpr DWORD SC_MANAGER_CONNECT = 1;
 constexpr DWORD RESOURCE_NOT_THERE = 1814;
 constexpr ULONG_PTR RESOURCE = 0x7E5;
 
@@ -134,6 +137,12 @@ BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_
     SIM_CALL(FALSE, ERROR_NOT_ENOUGH_MEMORY);
     const std::string program = narrow(application);
     const std::string line = narrow(command_line);
+    if (application == nullptr) { // by its command line, as the control program does
+        process->hProcess = start_plain_program(line);
+        process->hThread =
+            process->hProcess != nullptr ? open_handle(make_object(Kind::Thread, line)) : nullptr;
+        return process->hProcess != nullptr;
+    }
     STARTUPINFOW zeroed = {};
     zeroed.cb = sizeof(zeroed);
     if (std::memcmp(startup, &zeroed, sizeof(zeroed)) != 0)
@@ -174,16 +183,42 @@ SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR wide_name, DWORD access
 
 BOOL WINAPI ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    HandleEntry* entry = service_entry(service, Kind::Service, SERVICE_STOP, "ControlService");
+    const DWORD access = control == SERVICE_CONTROL_STOP ? SERVICE_STOP : SERVICE_USER_DEFINED_CONTROL;
+    HandleEntry* entry = service_entry(service, Kind::Service, access, "ControlService");
     if (entry == nullptr)
         return FALSE;
     const ObjectRef object = entry->object;
-    const DWORD error =
-        control == SERVICE_CONTROL_STOP ? send_stop(object->name, status) : ERROR_INVALID_PARAMETER;
+    const DWORD error = send_control(object->name, control, status);
     trace("call ControlService(\"%s\", %u) = %d", object->name.c_str(), control, error == ERROR_SUCCESS);
     if (error != ERROR_SUCCESS)
         set_last_error(error);
     return error == ERROR_SUCCESS;
+}
+
+BOOL WINAPI QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status) {
+    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
+    if (service_entry(service, Kind::Service, SERVICE_QUERY_STATUS, "QueryServiceStatus") == nullptr)
+        return FALSE;
+    *status = service_status();
+    return TRUE;
+}
+
+BOOL WINAPI QueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE, LPBYTE buffer, DWORD bytes,
+                                 LPDWORD needed) {
+    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
+    if (service_entry(service, Kind::Service, SERVICE_QUERY_STATUS, "QueryServiceStatusEx") == nullptr)
+        return FALSE;
+    const SERVICE_STATUS now = service_status();
+    SERVICE_STATUS_PROCESS status = {};
+    *needed = sizeof(status);
+    if (bytes < sizeof(status)) {
+        set_last_error(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::memcpy(&status, &now, sizeof(now));
+    status.dwProcessId = service_process() != nullptr ? service_process()->id : 0;
+    std::memcpy(buffer, &status, sizeof(status));
+    return TRUE;
 }
 
 BOOL WINAPI CloseServiceHandle(SC_HANDLE service) {
