@@ -9,9 +9,9 @@ namespace sim {
 
 struct Image;
 
-// An image of a program ("zorpm" or "zorpmctl") whose process-wide variables are as freshly loaded. The pool keeps images between processes: on
-// release the writable segment is put back to its state just after loading, which is what a new load would
-// give.
+// An image of a program ("zorpm" or "zorpmctl") whose process-wide variables are as freshly loaded. The pool
+// keeps images between processes: on release the writable segment is put back to its state just after
+// loading, which is what a new load would give.
 Image* image_acquire(const std::string& program);
 void image_release(Image* image);
 

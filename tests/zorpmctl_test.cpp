@@ -1,0 +1,62 @@
+// The control program beside the service on many schedules, and the header for clients against what the
+// service does. What each command says is in scenarios/zorpmctl.txt.
+#include <zorpm/zorpm.h>
+
+#include "tests/sweep.h"
+
+// A word and the event of the same change of posture come in one instant; whoever presses, and how often, the
+// setting ends as both want it.
+TEST(ControlProgram, RotationWordsBesideTheService) {
+    static const char setup[] = R"(
+        registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GDET40W"
+        registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
+        windows rotation follows
+        start
+        advance 1s
+        registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
+    )";
+    static const char change[] = R"(
+        together
+        event %s
+        run "zorpmctl" %s
+        %s
+        end
+        advance 4s
+        check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = %u
+    )";
+    static const char notebook[] = "TabletToClamshellForHarrow";
+    static const char tablet[] = "ClamshellToTabletForHarrow";
+    run_seeds(150, [](Bench& bench) {
+        bench.run(setup);
+        for (const char* second : {"", "run \"zorpmctl\" "}) {
+            const bool twice = *second != '\0';
+            const std::string again_notebook = twice ? std::string(second) + notebook : "";
+            const std::string again_tablet = twice ? std::string(second) + tablet : "";
+            bench.run(sim::format(change, "0x500A", notebook, again_notebook.c_str(), 0u));
+            bench.run(sim::format(change, "0x5009", tablet, again_tablet.c_str(), 1u));
+        }
+    });
+}
+
+struct Notification {
+    unsigned k;
+    unsigned code;
+};
+
+// Every notification of the header is the bit that its event flips.
+TEST(ClientHeader, NotificationsAreThoseOfTheEvents) {
+#define ROW(k, name, code, words) {k, code},
+    static const Notification type2[] = {ZORPM_TYPE2_NOTIFICATIONS(ROW)};
+    static const Notification type22[] = {ZORPM_TYPE22_NOTIFICATIONS(ROW)};
+#undef ROW
+    Bench bench;
+    bench.started("");
+    const auto flips = [&bench](const char* value, const Notification& row) {
+        bench.run(sim::format("registry set %s dword 0\nevent 0x%x\nadvance 1s\ncheck registry %s = 0x%x\n",
+                              value, row.code, value, ZORPM_BIT(row.k)));
+    };
+    for (const Notification& row : type2)
+        flips("SVC\\Parameters\\Notification Type2", row);
+    for (const Notification& row : type22)
+        flips("SVC\\Parameters2\\Type20\\Notification Type22", row);
+}
