@@ -27,7 +27,7 @@ target_compile_options(zorpm_objects PRIVATE -fno-exceptions -fno-rtti)
 add_library(zorpm_src STATIC $<TARGET_OBJECTS:zorpm_objects>)
 
 # The executable's data resource is assembled into the machine.
-set_source_files_properties(sim/windows/setup_calls.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
+set_source_files_properties(sim/windows/resources.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
 
 # The simulated machine, and the image of the product that it loads once for every simulated process. It finds the
 # image by its name, beside itself. The image keeps its symbol table: it names the threads in a trace.

@@ -3,7 +3,7 @@
 
 #include "display/cui_external.h"
 #include "display/pwm_frequency.h"
-#include "sim/notebook/graphics.h"
+#include "sim/notebook/panel.h"
 #include "sim/windows/com.h"
 
 // Runs two events and returns what the firmware was told: "PWMSET(argument)" or "PWMGET", in order.

@@ -1,4 +1,5 @@
 // Devices, the one-word request, the search for hardware ids, the catalogue.
+#include "sim/notebook/present_devices.h"
 #include "tests/bench.h"
 
 #include "driver/firmware.h"

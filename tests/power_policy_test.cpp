@@ -2,7 +2,7 @@
 #include "tests/bench.h"
 
 #include "power/user_policy.h"
-#include "sim/windows/plain_files.h"
+#include "sim/windows/disk.h"
 #include "sim/windows/power.h"
 
 #include <algorithm>

@@ -5,8 +5,10 @@
 #include <shlobj.h>
 
 #include "setup/cleanup.h"
-#include "sim/windows/plain_files.h"
-#include "sim/windows/setup_calls.h"
+#include "sim/windows/disk.h"
+#include "sim/windows/programs.h"
+#include "sim/windows/resources.h"
+#include "sim/windows/scm_client.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "sim/windows/setup_calls.h"
+#include "sim/windows/resources.h"
 
 namespace {
 

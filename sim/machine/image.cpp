@@ -16,6 +16,8 @@
 
 namespace sim {
 
+namespace {
+
 struct WritableRange {
     char* start = nullptr;
     size_t bytes = 0;
@@ -27,6 +29,8 @@ struct Program {
     std::vector<char> file;
     std::map<std::uintptr_t, std::string> names; // offset in the image -> function name
 };
+
+} // namespace
 
 struct Image {
     const Program* program = nullptr;
@@ -110,10 +114,14 @@ __attribute__((no_sanitize("address", "undefined"))) static void raw_copy(char* 
     asm volatile("rep movsb" : "+D"(to), "+S"(from), "+c"(bytes) : : "memory");
 }
 
+namespace {
+
 struct FindRanges {
     Image* image;
     char* relro_end;
 };
+
+} // namespace
 
 // The writable part of the library that the loader does not protect again after relocation.
 static int note_ranges(dl_phdr_info* info, size_t, void* context) {

@@ -1,13 +1,16 @@
 #include "sim/notebook/device_interfaces.h"
 
-#include "sim/notebook/device_sets.h"
-#include "sim/notebook/driver.h"
-#include "sim/script/scenario.h"
+#include "sim/machine/files.h"
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
 #include "sim/windows/registry.h"
 
-#include <setupapi.h>
-
 namespace sim {
+
+constexpr size_t INSTANCES = 2; // interfaces of a class
+
+namespace {
 
 struct InterfaceRow {
     const char* name;
@@ -15,6 +18,8 @@ struct InterfaceRow {
     const char* path; // of the first interface; the second one's ends in "#2"
     bool readable;
 };
+
+} // namespace
 
 static const InterfaceRow g_interfaces[] = {
     {"slate",
@@ -32,15 +37,22 @@ static const InterfaceRow g_interfaces[] = {
 };
 static const char g_secondSuffix[] = "#2";
 
+namespace {
+
 // How often the next transfers fail; FOREVER until told otherwise.
 constexpr unsigned FOREVER = ~0u;
 
 struct InterfaceState {
-    BYTE state[2] = {}; // of the first and the second interface
-    bool present[2] = {true, false};
+    BYTE state[INSTANCES] = {}; // of the first and the second interface
+    bool present[INSTANCES] = {true, false};
     unsigned read_failures = 0;
     unsigned write_failures = 0;
-    std::vector<const File*> open[2]; // for the share modes
+    std::vector<const File*> open[INSTANCES]; // for the share modes
+};
+
+struct OpenedInterface { // what a file object refers to
+    size_t which;
+    size_t instance;
 };
 
 struct InterfaceStates {
@@ -49,6 +61,8 @@ struct InterfaceStates {
     bool half_pressed = false;
     InterfaceStates() { of[0].state[0] = 1; }
 };
+
+} // namespace
 
 static InterfaceState& state_of(size_t which) {
     return machine_state<InterfaceStates>().of[which];
@@ -68,12 +82,7 @@ static std::string path_of(size_t which, size_t instance) {
 
 // ---- transfers ----
 
-struct Opened { // what a file object refers to
-    size_t which;
-    size_t instance;
-};
-
-static std::string shown_name(const Opened& opened) {
+static std::string interface_name(const OpenedInterface& opened) {
     return std::string(g_interfaces[opened.which].name) + (opened.instance != 0 ? g_secondSuffix : "");
 }
 
@@ -87,16 +96,16 @@ static bool use_failure(unsigned* failures) {
     return true;
 }
 
-static bool one_byte(const char* call, const Opened& opened, DWORD bytes) {
+static bool one_byte(const char* call, const OpenedInterface& opened, DWORD bytes) {
     if (bytes == 1)
         return true;
-    violation("%s: %u bytes on %s", call, bytes, shown_name(opened).c_str());
+    violation("%s: %u bytes on %s", call, bytes, interface_name(opened).c_str());
     set_last_error(ERROR_INVALID_PARAMETER);
     return false;
 }
 
 static BOOL read_indicator(Object& file, void* buffer, DWORD bytes, DWORD* read) {
-    const Opened& opened = *static_cast<Opened*>(file.as<File>().data.get());
+    const OpenedInterface& opened = *static_cast<OpenedInterface*>(file.as<File>().data.get());
     if (!one_byte("ReadFile", opened, bytes))
         return FALSE;
     InterfaceState& state = state_of(opened.which);
@@ -104,7 +113,7 @@ static BOOL read_indicator(Object& file, void* buffer, DWORD bytes, DWORD* read)
         return FALSE;
     *static_cast<BYTE*>(buffer) = state.state[opened.instance];
     *read = 1;
-    trace_detail("read %s = %u", shown_name(opened).c_str(), state.state[opened.instance]);
+    trace_detail("read %s = %u", interface_name(opened).c_str(), state.state[opened.instance]);
     return TRUE;
 }
 
@@ -118,14 +127,14 @@ static void rotation_button_byte() {
 }
 
 static BOOL write_interface(Object& file, const void* buffer, DWORD bytes, DWORD* written) {
-    const Opened& opened = *static_cast<Opened*>(file.as<File>().data.get());
+    const OpenedInterface& opened = *static_cast<OpenedInterface*>(file.as<File>().data.get());
     if (!one_byte("WriteFile", opened, bytes))
         return FALSE;
     InterfaceState& state = state_of(opened.which);
     if (use_failure(&state.write_failures))
         return FALSE;
     *written = 1;
-    trace("write %s %u", shown_name(opened).c_str(), *static_cast<const BYTE*>(buffer));
+    trace("write %s %u", interface_name(opened).c_str(), *static_cast<const BYTE*>(buffer));
     if (!g_interfaces[opened.which].readable && *static_cast<const BYTE*>(buffer) == 4)
         rotation_button_byte();
     // An indicator changes to its other state, whatever the byte.
@@ -137,7 +146,7 @@ static BOOL write_interface(Object& file, const void* buffer, DWORD bytes, DWORD
 
 static void closed(Object& object) {
     const File& file = object.as<File>();
-    const Opened& opened = *static_cast<Opened*>(file.data.get());
+    const OpenedInterface& opened = *static_cast<OpenedInterface*>(file.data.get());
     std::erase(state_of(opened.which).open[opened.instance], &file);
 }
 
@@ -150,7 +159,7 @@ static bool shares(DWORD share, DWORD access) {
            ((access & GENERIC_WRITE) == 0 || (share & FILE_SHARE_WRITE) != 0);
 }
 
-static void open_instance(const OpenRequest& request, const Opened& opened, ObjectRef* file) {
+static void open_instance(const OpenRequest& request, const OpenedInterface& opened, ObjectRef* file) {
     InterfaceState& state = state_of(opened.which);
     if (!state.present[opened.instance]) {
         set_last_error(ERROR_FILE_NOT_FOUND);
@@ -165,13 +174,13 @@ static void open_instance(const OpenRequest& request, const Opened& opened, Obje
         }
     }
     *file = make_file(request, g_interfaces[opened.which].readable ? &g_indicatorOps : &g_buttonOps, true);
-    (*file)->as<File>().data = std::make_shared<Opened>(opened);
+    (*file)->as<File>().data = std::make_shared<OpenedInterface>(opened);
     state.open[opened.instance].push_back(&(*file)->as<File>());
 }
 
 static bool open_interface(const OpenRequest& request, ObjectRef* file) {
     for (size_t which = 0; which < ARRAYSIZE(g_interfaces); ++which) {
-        for (size_t instance = 0; instance < 2; ++instance) {
+        for (size_t instance = 0; instance < INSTANCES; ++instance) {
             if (!same_text(path_of(which, instance), request.path))
                 continue;
             open_instance(request, {which, instance}, file);
@@ -183,46 +192,19 @@ static bool open_interface(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_fileKind(open_interface);
 
-// ---- enumeration ----
-
-struct InterfaceSet {
-    GUID interface_class;
+// A class without a present interface gives none.
+std::vector<std::string> present_interfaces(const GUID& interface_class) {
     std::vector<std::string> paths;
-};
-static const char g_setName[] = "interfaces of a class";
-
-// A class without a present interface gives an empty set.
-static ObjectRef make_interface_set(const GUID& interface_class) {
-    auto set = std::make_shared<InterfaceSet>();
-    set->interface_class = interface_class;
     for (size_t which = 0; which < ARRAYSIZE(g_interfaces); ++which) {
-        for (size_t instance = 0; instance < 2; ++instance) {
+        for (size_t instance = 0; instance < INSTANCES; ++instance) {
             if (g_interfaces[which].interface_class == interface_class && state_of(which).present[instance])
-                set->paths.push_back(path_of(which, instance));
+                paths.push_back(path_of(which, instance));
         }
     }
-    ObjectRef object = make_object(Kind::DeviceSet, g_setName);
-    object->body = set;
-    return object;
+    return paths;
 }
 
-static const bool g_setMakerKnown = (set_interface_set_maker(make_interface_set), true);
-
-// The set behind a handle, if the interface record that goes with it has its size.
-static InterfaceSet* interface_set(HDEVINFO handle, const SP_DEVICE_INTERFACE_DATA* record,
-                                   const char* call) {
-    HandleEntry* entry = handle_entry(handle, Kind::DeviceSet, call);
-    if (entry == nullptr)
-        return nullptr;
-    if (entry->object->name != g_setName || record->cbSize != sizeof(*record)) {
-        violation("%s: set without interfaces, or size field %u", call, record->cbSize);
-        set_last_error(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    return &entry->object->as<InterfaceSet>();
-}
-
-// ---- scenario commands ----
+// ---- commands ----
 
 // missing | present | = VALUE | second missing|present | read|write fails [times N]
 template <size_t which> static Action compile_device(Tokens& tokens) {
@@ -272,51 +254,3 @@ static const Commands g_commands({
 });
 
 } // namespace sim
-
-using namespace sim;
-
-extern "C" {
-
-BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO devices, PSP_DEVINFO_DATA, const GUID* interface_class,
-                                        DWORD index, PSP_DEVICE_INTERFACE_DATA record) {
-    SIM_CALL(FALSE, ERROR_GEN_FAILURE);
-    const InterfaceSet* set = interface_set(devices, record, "SetupDiEnumDeviceInterfaces");
-    if (set == nullptr)
-        return FALSE;
-    if (!(set->interface_class == *interface_class) || index >= set->paths.size()) {
-        set_last_error(ERROR_NO_MORE_ITEMS);
-        return FALSE;
-    }
-    record->InterfaceClassGuid = *interface_class;
-    record->Flags = 1; // active
-    record->Reserved = index + 1;
-    return TRUE;
-}
-
-BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO devices, PSP_DEVICE_INTERFACE_DATA record,
-                                             PSP_DEVICE_INTERFACE_DETAIL_DATA_W detail, DWORD capacity,
-                                             PDWORD required, PSP_DEVINFO_DATA) {
-    SIM_CALL(FALSE, ERROR_GEN_FAILURE);
-    const InterfaceSet* set = interface_set(devices, record, "SetupDiGetDeviceInterfaceDetailW");
-    if (set == nullptr)
-        return FALSE;
-    if (record->Reserved == 0 || record->Reserved > set->paths.size() ||
-        (detail == nullptr) != (capacity == 0) || (detail != nullptr && detail->cbSize != sizeof(*detail))) {
-        violation("SetupDiGetDeviceInterfaceDetailW: no interface of this set, or size field not 8");
-        set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    const std::u16string path = widen(set->paths[record->Reserved - 1]);
-    const size_t bytes = (path.size() + 1) * sizeof(char16_t);
-    const auto whole = static_cast<DWORD>(offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + bytes);
-    if (required != nullptr)
-        *required = whole;
-    if (capacity < whole) {
-        set_last_error(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    std::memcpy(detail->DevicePath, path.c_str(), bytes);
-    return TRUE;
-}
-
-} // extern "C"

@@ -1,7 +1,9 @@
 // Windows' laptop/slate and dock indicators and its button injection, as device interfaces of their classes.
 #pragma once
 
-#include "sim/machine/machine.h"
+#include <string>
+#include <vector>
+#include <windows.h>
 
 namespace sim {
 
@@ -10,5 +12,8 @@ enum class Interface { Slate, Dock, Button };
 // The state byte of an indicator, for tests.
 BYTE indicator_state(Interface which);
 void set_indicator_state(Interface which, BYTE state);
+
+// The paths of the present interfaces of a class; none for a class that is not known.
+std::vector<std::string> present_interfaces(const GUID& interface_class);
 
 } // namespace sim

@@ -3,16 +3,25 @@
 // service's own table.
 #include "sim/notebook/driver.h"
 
-#include "sim/script/scenario.h"
-
 #include <algorithm>
 #include <deque>
 #include <map>
 #include <optional>
 
+#include "sim/machine/files.h"
+#include "sim/script/commands.h"
+
 namespace sim {
 
+namespace {
+
 enum class Device { Primary, Secondary, Stick };
+
+// The requests that do more than answer.
+constexpr DWORD GETEVENT = 0x222408;
+constexpr DWORD REGISTEREVENTS = 0x2227D4;
+constexpr DWORD UNREGISTEREVENTS = 0x2227D8;
+constexpr DWORD REGISTRATION_WORDS = 12; // eight bytes of 0, then the handles of the driver's events
 
 struct Method {
     DWORD code;
@@ -22,6 +31,35 @@ struct Method {
     DWORD out_bytes;
     bool input_optional; // may also come without input; the trace then shows none either way
 };
+
+struct Answers {
+    std::deque<Answer> next;
+    std::optional<Answer> lasting;
+    Ms takes = 0;
+};
+
+constexpr std::int64_t EVERY_ARGUMENT = -1;
+
+struct EventRecord {
+    DWORD code;
+    DWORD second;
+};
+
+// The driver's events, in the order of their registration.
+enum : size_t { START_EVENT, STOP_EVENT, SLEEP_EVENT, RESUME_EVENT, NOTIFY_EVENT, DRIVER_EVENTS };
+
+struct Driver {
+    bool primary = true;
+    bool secondary = true;
+    bool stick = true;
+    std::map<std::string, std::map<std::int64_t, Answers>> answers; // by method and argument
+    std::deque<EventRecord> events;
+    ObjectRef notify[DRIVER_EVENTS];
+    std::function<bool(const std::string&, DWORD, Answer*)> answer_hook;
+    std::function<void(const std::string&, const DWORD*, DWORD)> request_hook;
+};
+
+} // namespace
 
 // clang-format off
 static const Method g_methods[] = {
@@ -61,33 +99,9 @@ static const struct { const char* name; std::uint64_t value; } g_defaults[] = {
 };
 // clang-format on
 
-struct Answers {
-    std::deque<Answer> next;
-    std::optional<Answer> lasting;
-    Ms takes = 0;
-};
-
-struct EventRecord {
-    DWORD code;
-    DWORD second;
-};
-
-struct Driver {
-    bool primary = true;
-    bool secondary = true;
-    bool stick = true;
-    std::map<std::string, std::map<std::int64_t, Answers>> answers; // -1: for every argument
-    std::deque<EventRecord> events;
-    ObjectRef notify[5]; // start, stop, sleep, resume, notify event
-    std::function<bool(const std::string&, DWORD, Answer*)> answer_hook;
-    std::function<void(const std::string&, const DWORD*, DWORD)> request_hook;
-};
-
 static Driver& driver() {
     return machine_state<Driver>();
 }
-
-constexpr size_t NOTIFY_EVENT = 4;
 
 static const Method* method_named(const std::string& name) {
     for (const Method& method : g_methods) {
@@ -98,7 +112,8 @@ static const Method* method_named(const std::string& name) {
 }
 
 static Answers& answers_for(const std::string& method, const DWORD* argument) {
-    return driver().answers[lower(method)][argument != nullptr ? static_cast<std::int64_t>(*argument) : -1];
+    return driver()
+        .answers[lower(method)][argument != nullptr ? static_cast<std::int64_t>(*argument) : EVERY_ARGUMENT];
 }
 
 void set_answer(const std::string& method, const DWORD* argument, const Answer& answer, unsigned times) {
@@ -153,13 +168,13 @@ static Answer answer_to(const Method& method, DWORD argument) {
         return answer;
     auto& of_method = driver().answers[lower(method.name)];
     if (!take_answer(of_method, argument, &answer))
-        take_answer(of_method, -1, &answer);
+        take_answer(of_method, EVERY_ARGUMENT, &answer);
     return answer;
 }
 
 static Ms duration_of(const Method& method, DWORD argument) {
     auto& of_method = driver().answers[lower(method.name)];
-    for (const std::int64_t key : {static_cast<std::int64_t>(argument), std::int64_t{-1}}) {
+    for (const std::int64_t key : {static_cast<std::int64_t>(argument), EVERY_ARGUMENT}) {
         auto found = of_method.find(key);
         if (found != of_method.end() && found->second.takes != 0)
             return found->second.takes;
@@ -189,11 +204,11 @@ size_t pending_events() {
 }
 
 static void take_registration(const void* in) {
-    std::uint64_t words[6];
+    std::uint64_t words[1 + DRIVER_EVENTS];
     std::memcpy(words, in, sizeof(words));
     if (words[0] != 0)
         violation("REGISTEREVENTS: the first eight bytes are not 0");
-    for (size_t i = 0; i < 5; ++i) {
+    for (size_t i = 0; i < DRIVER_EVENTS; ++i) {
         HANDLE handle = reinterpret_cast<HANDLE>(words[i + 1]);
         HandleEntry* entry =
             handle != nullptr ? handle_entry(handle, Kind::Event, "REGISTEREVENTS") : nullptr;
@@ -205,7 +220,7 @@ static void take_registration(const void* in) {
 }
 
 static void take_unregistration(const void* in) {
-    std::uint64_t words[6];
+    std::uint64_t words[1 + DRIVER_EVENTS];
     std::memcpy(words, in, sizeof(words));
     for (const std::uint64_t word : words) {
         if (word != 0)
@@ -218,8 +233,8 @@ static void take_unregistration(const void* in) {
 // ---- requests ----
 
 static std::string shown_request(const Method& method, const DWORD* in) {
-    if (method.in_bytes == 48)
-        return format("request %s(48 bytes)", method.name);
+    if (method.in_bytes == sizeof(DWORD) * REGISTRATION_WORDS)
+        return format("request %s(%u bytes)", method.name, method.in_bytes);
     if (method.in_bytes == 8)
         return format("request %s(%u, %u)", method.name, in[0], in[1]);
     if (method.in_bytes == 0 || method.input_optional)
@@ -247,9 +262,9 @@ static BOOL fetch_event(const Method& method, const std::string& shown, void* ou
         d.events.pop_front();
     }
     update_notify_event();
-    *returned = answer.bytes != 0xFFFFFFFF ? answer.bytes : empty ? 0 : 8;
-    std::memcpy(out, record, std::min<DWORD>(*returned, 8));
-    if (*returned == 8)
+    *returned = answer.bytes != ALL_BYTES ? answer.bytes : empty ? 0 : DWORD{sizeof(record)};
+    std::memcpy(out, record, std::min<DWORD>(*returned, sizeof(record)));
+    if (*returned == sizeof(record))
         trace("%s = 0x%x 0x%x", shown.c_str(), record[0], record[1]);
     else
         trace("%s = 0x%x 0x%x bytes %u", shown.c_str(), record[0], record[1], *returned);
@@ -258,7 +273,7 @@ static BOOL fetch_event(const Method& method, const std::string& shown, void* ou
 
 static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWORD* returned) {
     const std::string shown = shown_request(method, in);
-    if (method.code == 0x222408)
+    if (method.code == GETEVENT)
         return fetch_event(method, shown, out, returned);
     const DWORD argument = method.in_bytes != 0 && in != nullptr ? in[0] : 0;
     const Answer answer = answer_to(method, argument);
@@ -266,11 +281,11 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
         return request_failed(shown);
     if (driver().request_hook)
         driver().request_hook(method.name, in, method.in_bytes);
-    if (method.code == 0x2227D4)
+    if (method.code == REGISTEREVENTS)
         take_registration(in);
-    if (method.code == 0x2227D8)
+    if (method.code == UNREGISTEREVENTS)
         take_unregistration(in);
-    *returned = answer.bytes != 0xFFFFFFFF ? answer.bytes : method.out_bytes;
+    *returned = answer.bytes != ALL_BYTES ? answer.bytes : method.out_bytes;
     if (method.out_bytes != 4) {
         trace("%s", shown.c_str());
         *returned = std::min(*returned, method.out_bytes);
@@ -307,7 +322,7 @@ static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, vo
         set_last_error(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    DWORD words[12] = {};
+    DWORD words[REGISTRATION_WORDS] = {};
     if (in_bytes != 0)
         std::memcpy(words, in, in_bytes);
     if (const Ms takes = duration_of(*method, words[0]); takes != 0)
@@ -344,7 +359,7 @@ static bool open_device(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_fileKind(open_device);
 
-// ---- scenario commands ----
+// ---- commands ----
 
 // METHOD or METHOD(ARG).
 static const Method* read_method(Tokens& tokens, std::optional<DWORD>* argument) {
@@ -376,7 +391,7 @@ static Action compile_firmware(Tokens& tokens) {
         answer.fails = true;
     else if (tokens.accept("="))
         answer.value = tokens.number();
-    else if (method == nullptr || method->code != 0x222408) // GETEVENT may have bytes alone
+    else if (method == nullptr || method->code != GETEVENT) // GETEVENT may have bytes alone
         tokens.fail("= VALUE, fails or takes DURATION expected");
     if (tokens.accept("bytes"))
         answer.bytes = static_cast<DWORD>(tokens.number());
@@ -384,7 +399,7 @@ static Action compile_firmware(Tokens& tokens) {
     if (tokens.accept("times"))
         times = static_cast<unsigned>(tokens.number());
     // Applies to the next fetch, not to all.
-    if (method != nullptr && method->code == 0x222408 && times == 0)
+    if (method != nullptr && method->code == GETEVENT && times == 0)
         times = 1;
     return [=] { set_answer(name, pointer(argument), answer, times); };
 }

@@ -1,6 +1,4 @@
 // zorpmsim [--seed N] [--trace-all] FILE...: the notebook on the bench.
-#include "sim/script/scenario.h"
-
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -8,12 +6,19 @@
 #include <iterator>
 #include <unistd.h>
 
+#include "sim/machine/machine.h"
+#include "sim/script/scenario.h"
+
 using namespace sim;
+
+namespace {
 
 struct Source {
     std::string path;
     std::shared_ptr<Script> script;
 };
+
+} // namespace
 
 static const char* g_currentFile = "";
 

@@ -6,6 +6,8 @@
 
 namespace sim {
 
+namespace {
+
 struct ComThread {
     int initialised = 0;
     bool multithreaded = false;
@@ -23,6 +25,8 @@ struct ComProcess {
             std::free(reinterpret_cast<DWORD*>(text) - 1);
     }
 };
+
+} // namespace
 
 static ComThread& com_thread() {
     return thread_state<ComThread>();

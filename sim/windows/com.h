@@ -1,10 +1,10 @@
 // COM for the doubles that stand behind it: apartments, object lifetimes, strings, and how a class joins.
 #pragma once
 
-#include "sim/machine/machine.h"
-
 #include <objbase.h>
 #include <oleauto.h>
+
+#include "sim/machine/machine.h"
 
 namespace sim {
 

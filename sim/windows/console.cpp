@@ -2,10 +2,12 @@
 // the programs that it starts.
 #include <map>
 
-#include "sim/notebook/driver.h"
-#include "sim/script/scenario.h"
-#include "sim/windows/setup_calls.h"
-#include "sim/windows/user32.h"
+#include "sim/machine/files.h"
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
+#include "sim/windows/messages.h"
+#include "sim/windows/programs.h"
 
 namespace sim {
 

@@ -1,53 +1,11 @@
-// Opening, reading and writing whatever has a path; the kinds of files register themselves.
-#include "sim/notebook/driver.h"
-#include "sim/script/scenario.h"
+// Opening, reading and writing whatever has a path.
+#include "sim/machine/files.h"
+
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
 
 namespace sim {
-
-using Open = bool (*)(const OpenRequest&, ObjectRef*);
-
-// Static registration runs before main and in any order; the list lives in a function for that reason alone.
-static std::vector<Open>& kinds() {
-    static std::vector<Open> list;
-    return list;
-}
-
-FileKinds::FileKinds(bool (*open)(const OpenRequest&, ObjectRef*)) {
-    kinds().push_back(open);
-}
-
-static void file_closed(Object& object) {
-    auto& file = object.as<File>();
-    if (file.ops->closed != nullptr)
-        file.ops->closed(object);
-}
-
-ObjectRef make_file(const OpenRequest& request, const FileOps* ops, bool device) {
-    ObjectRef object = make_object(Kind::File, request.path);
-    auto file = std::make_shared<File>();
-    file->ops = ops;
-    file->path = request.path;
-    file->access = request.access;
-    file->share = request.share;
-    file->device = device;
-    object->body = file;
-    object->on_last_close = file_closed;
-    return object;
-}
-
-static Action compile_check_handles(Tokens& tokens) {
-    const std::uint64_t wanted = tokens.number();
-    return [wanted] {
-        std::uint64_t open = 0;
-        for (const auto& [value, entry] : machine().handles)
-            open += entry.object->kind == Kind::File && entry.object->as<File>().device;
-        expectation(open == wanted,
-                    format("handles %llu, there are %llu", static_cast<unsigned long long>(wanted),
-                           static_cast<unsigned long long>(open)));
-    };
-}
-
-static const Commands g_commands({{"check handles", Use::Check, compile_check_handles}});
 
 // The file object of a handle, held while a call on it may wait.
 static ObjectRef file_of(HANDLE handle, DWORD access, const char* call) {
@@ -79,11 +37,8 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     const OpenRequest request = {narrow(path), access, share, disposition, flags, security};
     trace_detail("CreateFileW(%s, 0x%x, %u)", request.path.c_str(), access, share);
     ObjectRef file;
-    for (const Open open : kinds()) {
-        set_last_error(ERROR_SUCCESS);
-        if (open(request, &file))
-            return file != nullptr ? open_handle(file, access) : INVALID_HANDLE_VALUE;
-    }
+    if (open_file(request, &file))
+        return file != nullptr ? open_handle(file, access) : INVALID_HANDLE_VALUE;
     set_last_error(ERROR_FILE_NOT_FOUND);
     return INVALID_HANDLE_VALUE;
 }
@@ -126,3 +81,20 @@ BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID in, DWORD in_bytes
 }
 
 } // extern "C"
+
+// ---- commands ----
+
+namespace sim {
+
+static Action compile_check_handles(Tokens& tokens) {
+    const std::uint64_t wanted = tokens.number();
+    return [wanted] {
+        const size_t open = device_handle_count();
+        expectation(open == wanted,
+                    format("handles %llu, there are %zu", static_cast<unsigned long long>(wanted), open));
+    };
+}
+
+static const Commands g_commands({{"check handles", Use::Check, compile_check_handles}});
+
+} // namespace sim

@@ -1,6 +1,8 @@
 #include "sim/windows/held_names.h"
 
-#include "sim/script/scenario.h"
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
 
 #include <map>
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <map>
 
-#include "sim/script/scenario.h"
+#include "sim/script/commands.h"
 
 namespace sim {
 
-namespace { // types of this file alone
+namespace {
 
 struct ModuleInfo {
     std::string name;
@@ -26,7 +26,7 @@ Module::Module(const char* name, std::vector<Export> exports) {
     modules().push_back({name, std::move(exports)});
 }
 
-namespace { // types of this file alone
+namespace {
 
 struct ModuleSettings {
     std::map<std::string, bool> missing; // "module" or "module!function", lower case
@@ -98,24 +98,6 @@ static size_t loaded_index(HMODULE handle, const char* call) {
     return modules().size();
 }
 
-static Action compile_powrprof(Tokens& tokens) {
-    enum { MISSING, PRESENT, WITHOUT };
-    const size_t what = tokens.choice({"missing", "present", "without"});
-    const std::string function = what == WITHOUT ? tokens.word() : "";
-    return [what, function] {
-        if (what == WITHOUT)
-            set_export_missing("powrprof.dll", function, true);
-        else
-            set_module_missing("powrprof.dll", what == MISSING);
-        // Whole again.
-        if (what == PRESENT)
-            std::erase_if(settings().missing,
-                          [](const auto& entry) { return entry.first.starts_with("powrprof.dll!"); });
-    };
-}
-
-static const Commands g_commands({{"windows powrprof", Use::Machine, compile_powrprof}});
-
 } // namespace sim
 
 using namespace sim;
@@ -163,3 +145,27 @@ BOOL WINAPI FreeLibrary(HMODULE handle) {
 }
 
 } // extern "C"
+
+// ---- commands ----
+
+namespace sim {
+
+static Action compile_powrprof(Tokens& tokens) {
+    enum { MISSING, PRESENT, WITHOUT };
+    const size_t what = tokens.choice({"missing", "present", "without"});
+    const std::string function = what == WITHOUT ? tokens.word() : "";
+    return [what, function] {
+        if (what == WITHOUT)
+            set_export_missing("powrprof.dll", function, true);
+        else
+            set_module_missing("powrprof.dll", what == MISSING);
+        // Whole again.
+        if (what == PRESENT)
+            std::erase_if(settings().missing,
+                          [](const auto& entry) { return entry.first.starts_with("powrprof.dll!"); });
+    };
+}
+
+static const Commands g_commands({{"windows powrprof", Use::Machine, compile_powrprof}});
+
+} // namespace sim

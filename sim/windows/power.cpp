@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "sim/script/scenario.h"
+#include "sim/script/commands.h"
 #include "sim/windows/modules.h"
 #include "sim/windows/registry.h"
 #include "sim/windows/security.h"
@@ -182,7 +182,34 @@ static const Module
                    {"ReadGlobalPwrPolicy", reinterpret_cast<void*>(ReadGlobalPwrPolicy)},
                });
 
-// ---- the language ----
+} // namespace sim
+
+using namespace sim;
+
+extern "C" {
+
+BOOL WINAPI SetSystemPowerState(BOOL suspend, BOOL force) {
+    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
+    if (!privilege_enabled("SeShutdownPrivilege", "SetSystemPowerState"))
+        return FALSE;
+    const bool works = next_suspend_works();
+    trace("call SetSystemPowerState(%d, %d) = %d", suspend, force, works);
+    return end_suspend(works);
+}
+
+BOOL WINAPI ExitWindowsEx(UINT flags, DWORD reason) {
+    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
+    if (!privilege_enabled("SeShutdownPrivilege", "ExitWindowsEx"))
+        return FALSE;
+    trace("call ExitWindowsEx(%u, %u) = 1", flags, reason);
+    return TRUE;
+}
+
+} // extern "C"
+
+// ---- commands ----
+
+namespace sim {
 
 static Action compile_hibernate(Tokens& tokens) {
     const bool allowed = tokens.choice({"allowed", "forbidden"}) == 0;
@@ -239,26 +266,3 @@ static const Commands g_commands({
 });
 
 } // namespace sim
-
-using namespace sim;
-
-extern "C" {
-
-BOOL WINAPI SetSystemPowerState(BOOL suspend, BOOL force) {
-    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (!privilege_enabled("SeShutdownPrivilege", "SetSystemPowerState"))
-        return FALSE;
-    const bool works = next_suspend_works();
-    trace("call SetSystemPowerState(%d, %d) = %d", suspend, force, works);
-    return end_suspend(works);
-}
-
-BOOL WINAPI ExitWindowsEx(UINT flags, DWORD reason) {
-    SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (!privilege_enabled("SeShutdownPrivilege", "ExitWindowsEx"))
-        return FALSE;
-    trace("call ExitWindowsEx(%u, %u) = 1", flags, reason);
-    return TRUE;
-}
-
-} // extern "C"

@@ -1,10 +1,10 @@
 // The power manager: suspending, hibernating, power schemes.
 #pragma once
 
-#include "sim/machine/machine.h"
-
 #include <map>
 #include <powrprof.h>
+
+#include "sim/machine/machine.h"
 
 namespace sim {
 

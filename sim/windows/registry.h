@@ -2,7 +2,9 @@
 // with "SVC\..." short for the service key.
 #pragma once
 
-#include "sim/machine/machine.h"
+#include <string>
+#include <vector>
+#include <windows.h>
 
 namespace sim {
 
@@ -10,6 +12,8 @@ struct RegistryValue {
     DWORD type = 0;
     std::vector<BYTE> bytes;
 };
+
+constexpr DWORD NO_DWORD = ~DWORD{0};
 
 // As another program (never traced): the watchers of the key are told.
 void registry_create(const std::string& path);
@@ -23,7 +27,7 @@ void registry_refuse(const std::string& path); // opening or creating it: error 
 bool registry_has_key(const std::string& path);
 bool registry_is_open(const std::string& path); // a handle is open on the key or on one below it
 const RegistryValue* registry_value(const std::string& path, const std::string& name); // null: absent
-DWORD registry_dword(const std::string& path, const std::string& name, DWORD otherwise = 0xFFFFFFFF);
+DWORD registry_dword(const std::string& path, const std::string& name, DWORD otherwise = NO_DWORD);
 std::string registry_text(const std::string& path, const std::string& name);
 // All keys and values below a path as text lines, to compare states.
 std::string registry_dump(const std::string& path);
@@ -33,6 +37,8 @@ std::string registry_dump(const std::string& path);
 // false forgets it.
 void registry_remembers_changes(bool remembers);
 
+// Data as traces and expectations show it.
+std::string shown_data(DWORD type, const std::vector<BYTE>& bytes);
 std::vector<BYTE> wide_bytes(const std::string& text, bool end = true);
 
 } // namespace sim

@@ -1,12 +1,18 @@
 // The service control manager: one service, its status, its dispatcher thread and the controls it is sent.
 #include "sim/windows/scm.h"
 
-#include "sim/script/scenario.h"
-
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <deque>
 
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
+
 namespace sim {
+
+namespace {
 
 struct Control {
     DWORD code = 0;
@@ -23,14 +29,16 @@ struct ServiceManager {
     std::deque<Control> controls;
     ObjectRef work = make_event(); // wakes the dispatcher
     bool dispatching = false;
-    bool power_settings = false; // registered for a power setting
     std::vector<GUID> settings;
 };
+
+} // namespace
 
 static ServiceManager& scm() {
     return machine_state<ServiceManager>();
 }
 
+constexpr DWORD START_WAIT_HINT_MS = 2000; // until the service says otherwise
 static const char g_serviceName[] = "ZORPMSVC";
 static const GUID g_monitorPowerOn = {
     0x02731015, 0x4510, 0x4526, {0x99, 0xE6, 0xE5, 0xA1, 0x7E, 0xBD, 0x1A, 0xEA}};
@@ -60,7 +68,7 @@ void service_start() {
     manager.controls.clear();
     manager.dispatching = false;
     manager.settings.clear();
-    manager.status = {SERVICE_WIN32_OWN_PROCESS, SERVICE_START_PENDING, 0, 0, 0, 0, 2000};
+    manager.status = {SERVICE_WIN32_OWN_PROCESS, SERVICE_START_PENDING, 0, 0, 0, 0, START_WAIT_HINT_MS};
     manager.process = start_process("", 0, true);
     // A process that ends without having said so leaves a stopped service.
     Process* process = manager.process;
@@ -134,7 +142,109 @@ void service_power_setting(const GUID& setting, DWORD value) {
     deliver({SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE, data});
 }
 
-// ---- scenario commands ----
+// Runs the handler for each control until the service has stopped.
+static void dispatch_controls() {
+    ServiceManager& manager = scm();
+    while (manager.status.dwCurrentState != SERVICE_STOPPED) {
+        if (manager.controls.empty()) {
+            wait_for({manager.work}, false, INFINITE);
+            continue;
+        }
+        Control control = std::move(manager.controls.front());
+        manager.controls.pop_front();
+        if (!reachable()) {
+            // It was accepted before the service began to stop.
+            trace("refused control %u", control.code);
+            continue;
+        }
+        trace_detail("control %u type 0x%x", control.code, control.event_type);
+        void* data = control.event_data.empty() ? nullptr : control.event_data.data();
+        if (manager.handler(control.code, control.event_type, data, manager.context) != NO_ERROR)
+            violation("the control handler returned an error for %u", control.code);
+        signal_object(*control.handled);
+    }
+}
+
+} // namespace sim
+
+using namespace sim;
+
+extern "C" {
+
+BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table) {
+    SIM_CALL(FALSE, ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    ServiceManager& manager = scm();
+    if (!current_process()->is_service) {
+        set_last_error(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+        return FALSE;
+    }
+    if (narrow(table[0].lpServiceName) != g_serviceName || table[1].lpServiceName != nullptr ||
+        table[1].lpServiceProc != nullptr)
+        violation("StartServiceCtrlDispatcherW: not the one service");
+    manager.dispatching = true;
+    const LPSERVICE_MAIN_FUNCTIONW service_main = table[0].lpServiceProc;
+    start_thread(current_process(), "ServiceMain", [service_main] {
+        std::u16string name = widen(g_serviceName);
+        WCHAR* arguments[] = {reinterpret_cast<WCHAR*>(name.data()), nullptr};
+        service_main(1, arguments);
+        return DWORD{0};
+    });
+    dispatch_controls();
+    return TRUE;
+}
+
+SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR name, LPHANDLER_FUNCTION_EX handler,
+                                                           LPVOID context) {
+    SIM_CALL(nullptr, ERROR_SERVICE_DOES_NOT_EXIST);
+    if (!same_text(narrow(name), g_serviceName) || !scm().dispatching) {
+        set_last_error(ERROR_SERVICE_DOES_NOT_EXIST);
+        return nullptr;
+    }
+    scm().handler = handler;
+    scm().context = context;
+    return g_statusHandle;
+}
+
+BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE service, LPSERVICE_STATUS status) {
+    SIM_CALL(FALSE, ERROR_INVALID_HANDLE);
+    ServiceManager& manager = scm();
+    if (service != g_statusHandle) {
+        violation("SetServiceStatus: no status handle");
+        set_last_error(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (status->dwCurrentState < SERVICE_STOPPED || status->dwCurrentState > SERVICE_PAUSED ||
+        status->dwServiceType != SERVICE_WIN32_OWN_PROCESS)
+        violation("SetServiceStatus: state %u type 0x%x", status->dwCurrentState, status->dwServiceType);
+    if (manager.status.dwCurrentState == SERVICE_STOPPED)
+        violation("SetServiceStatus: after SERVICE_STOPPED");
+    manager.status = *status;
+    std::string checkpoint;
+    if (status->dwCheckPoint != 0)
+        checkpoint = format(" checkpoint %u", status->dwCheckPoint);
+    trace("status %s %u/%u%s", g_stateNames[std::min<DWORD>(status->dwCurrentState, SERVICE_PAUSED)],
+          status->dwWin32ExitCode, status->dwServiceSpecificExitCode, checkpoint.c_str());
+    if (status->dwCurrentState == SERVICE_STOPPED)
+        signal_object(*manager.work);
+    return TRUE;
+}
+
+HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, LPCGUID setting, DWORD flags) {
+    SIM_CALL(nullptr, ERROR_INVALID_PARAMETER);
+    if (recipient != static_cast<HANDLE>(g_statusHandle) || flags != DEVICE_NOTIFY_SERVICE_HANDLE) {
+        violation("RegisterPowerSettingNotification: no service handle");
+        set_last_error(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    scm().settings.push_back(*setting);
+    return open_handle(make_object(Kind::PowerNotify, "power setting"));
+}
+
+} // extern "C"
+
+// ---- commands ----
+
+namespace sim {
 
 static Action compile_start(Tokens&) {
     return service_start;
@@ -223,102 +333,4 @@ static const Commands g_commands({
     {"check status", Use::Check, compile_check_status},
 });
 
-// Runs the handler for each control until the service has stopped.
-static void dispatch_controls() {
-    ServiceManager& manager = scm();
-    while (manager.status.dwCurrentState != SERVICE_STOPPED) {
-        if (manager.controls.empty()) {
-            wait_for({manager.work}, false, INFINITE);
-            continue;
-        }
-        Control control = std::move(manager.controls.front());
-        manager.controls.pop_front();
-        if (!reachable()) {
-            // It was accepted before the service began to stop.
-            trace("refused control %u", control.code);
-            continue;
-        }
-        trace_detail("control %u type 0x%x", control.code, control.event_type);
-        void* data = control.event_data.empty() ? nullptr : control.event_data.data();
-        if (manager.handler(control.code, control.event_type, data, manager.context) != NO_ERROR)
-            violation("the control handler returned an error for %u", control.code);
-        signal_object(*control.handled);
-    }
-}
-
 } // namespace sim
-
-using namespace sim;
-
-extern "C" {
-
-BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table) {
-    SIM_CALL(FALSE, ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
-    ServiceManager& manager = scm();
-    if (!current_process()->is_service) {
-        set_last_error(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
-        return FALSE;
-    }
-    if (narrow(table[0].lpServiceName) != g_serviceName || table[1].lpServiceName != nullptr ||
-        table[1].lpServiceProc != nullptr)
-        violation("StartServiceCtrlDispatcherW: not the one service");
-    manager.dispatching = true;
-    const LPSERVICE_MAIN_FUNCTIONW service_main = table[0].lpServiceProc;
-    start_thread(current_process(), "ServiceMain", [service_main] {
-        std::u16string name = widen(g_serviceName);
-        WCHAR* arguments[] = {reinterpret_cast<WCHAR*>(name.data()), nullptr};
-        service_main(1, arguments);
-        return DWORD{0};
-    });
-    dispatch_controls();
-    return TRUE;
-}
-
-SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR name, LPHANDLER_FUNCTION_EX handler,
-                                                           LPVOID context) {
-    SIM_CALL(nullptr, ERROR_SERVICE_DOES_NOT_EXIST);
-    if (!same_text(narrow(name), g_serviceName) || !scm().dispatching) {
-        set_last_error(ERROR_SERVICE_DOES_NOT_EXIST);
-        return nullptr;
-    }
-    scm().handler = handler;
-    scm().context = context;
-    return g_statusHandle;
-}
-
-BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE service, LPSERVICE_STATUS status) {
-    SIM_CALL(FALSE, ERROR_INVALID_HANDLE);
-    ServiceManager& manager = scm();
-    if (service != g_statusHandle) {
-        violation("SetServiceStatus: no status handle");
-        set_last_error(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
-    if (status->dwCurrentState < SERVICE_STOPPED || status->dwCurrentState > SERVICE_PAUSED ||
-        status->dwServiceType != SERVICE_WIN32_OWN_PROCESS)
-        violation("SetServiceStatus: state %u type 0x%x", status->dwCurrentState, status->dwServiceType);
-    if (manager.status.dwCurrentState == SERVICE_STOPPED)
-        violation("SetServiceStatus: after SERVICE_STOPPED");
-    manager.status = *status;
-    std::string checkpoint;
-    if (status->dwCheckPoint != 0)
-        checkpoint = format(" checkpoint %u", status->dwCheckPoint);
-    trace("status %s %u/%u%s", g_stateNames[std::min<DWORD>(status->dwCurrentState, 7)],
-          status->dwWin32ExitCode, status->dwServiceSpecificExitCode, checkpoint.c_str());
-    if (status->dwCurrentState == SERVICE_STOPPED)
-        signal_object(*manager.work);
-    return TRUE;
-}
-
-HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, LPCGUID setting, DWORD flags) {
-    SIM_CALL(nullptr, ERROR_INVALID_PARAMETER);
-    if (recipient != static_cast<HANDLE>(g_statusHandle) || flags != DEVICE_NOTIFY_SERVICE_HANDLE) {
-        violation("RegisterPowerSettingNotification: no service handle");
-        set_last_error(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    scm().settings.push_back(*setting);
-    return open_handle(make_object(Kind::PowerNotify, "power setting"));
-}
-
-} // extern "C"

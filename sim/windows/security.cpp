@@ -1,12 +1,14 @@
 #include "sim/windows/security.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <set>
 
-#include "sim/script/scenario.h"
-#include "sim/windows/plain_files.h"
-#include "sim/windows/registry.h"
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
 
 namespace sim {
 
@@ -16,19 +18,11 @@ static const char* const g_privileges[] = {
     "SeShutdownPrivilege",    "SeDebugPrivilege",  "SeCreatePagefilePrivilege",
 };
 
-namespace { // types of this file alone
-
-struct HiveValue {
-    std::string key;
-    std::string name;
-    RegistryData data;
-};
+namespace {
 
 struct Security {
-    std::set<std::string> denied;                        // privileges, lower case
-    std::map<std::string, std::string> accounts;         // SID texts by name, lower case
-    std::map<std::string, std::vector<HiveValue>> hives; // by path, lower case
-    std::set<std::string> loaded;                        // names under HKU, lower case
+    std::set<std::string> denied;                // privileges, lower case
+    std::map<std::string, std::string> accounts; // SID texts by name, lower case
 };
 
 struct ProcessPrivileges {
@@ -73,66 +67,6 @@ static std::vector<BYTE> parse_sid(const std::string& text) {
             sid.push_back(static_cast<BYTE>(numbers[i] >> shift));
     }
     return sid;
-}
-
-// The file behind a hive that is to be loaded. One that is missing is made, as an empty hive.
-static DWORD open_hive(const std::string& path) {
-    const PlainFile* file = find_file(path);
-    if (file != nullptr && file->directory)
-        return ERROR_ACCESS_DENIED;
-    if (file != nullptr)
-        return security().hives.count(lower(path)) != 0 ? ERROR_SUCCESS : ERROR_BADDB;
-    if (!file_has_folder(path))
-        return ERROR_PATH_NOT_FOUND;
-    trace("file create \"%s\"", path.c_str());
-    set_file(path, FileState::Present);
-    security().hives[lower(path)] = {};
-    return ERROR_SUCCESS;
-}
-
-// ---- the language ----
-
-static Action compile_privilege(Tokens& tokens) {
-    const std::string name = lower(tokens.word());
-    const bool denied = tokens.choice({"denied", "granted"}) == 0;
-    return [name, denied] {
-        if (denied)
-            security().denied.insert(name);
-        else
-            security().denied.erase(name);
-    };
-}
-
-static Action compile_account(Tokens& tokens) {
-    const std::string name = lower(tokens.word());
-    const std::string sid = tokens.word();
-    if (parse_sid(sid).empty())
-        tokens.fail("a SID expected");
-    return [name, sid] { security().accounts[name] = sid; };
-}
-
-static Action compile_hive(Tokens& tokens) {
-    const std::string path = tokens.text();
-    HiveValue value;
-    value.key = tokens.word();
-    value.name = tokens.word();
-    value.data = read_registry_data(tokens);
-    return [path, value] {
-        security().hives[lower(path)].push_back(value);
-        if (find_file(path) == nullptr)
-            set_file(path, FileState::Present);
-    };
-}
-
-static const Commands g_commands({
-    {"windows privilege", Use::Machine, compile_privilege},
-    {"windows account", Use::Machine, compile_account},
-    {"windows hive", Use::Machine, compile_hive},
-});
-
-static BOOL fail_with(DWORD error) {
-    set_last_error(error);
-    return FALSE;
 }
 
 } // namespace sim
@@ -232,47 +166,34 @@ BOOL WINAPI LookupAccountNameW(LPCWSTR system, LPCWSTR account, PSID sid, LPDWOR
     return TRUE;
 }
 
-LSTATUS WINAPI RegLoadKeyW(HKEY key, LPCWSTR wide_name, LPCWSTR wide_file) {
-    SIM_CALL(static_cast<LSTATUS>(ERROR_ACCESS_DENIED), ERROR_ACCESS_DENIED);
-    const std::string name = narrow(wide_name);
-    const std::string file = narrow(wide_file);
-    DWORD error = ERROR_SUCCESS;
-    if (key != HKEY_USERS)
-        error = ERROR_INVALID_PARAMETER;
-    else if (!privilege_enabled("SeRestorePrivilege", "RegLoadKeyW"))
-        error = ERROR_PRIVILEGE_NOT_HELD;
-    else if (registry_has_key("HKU\\" + name))
-        error = ERROR_ALREADY_EXISTS;
-    else
-        error = open_hive(file);
-    trace("call RegLoadKeyW(\"%s\", \"%s\") = %u", name.c_str(), file.c_str(), error);
-    if (error != ERROR_SUCCESS)
-        return static_cast<LSTATUS>(error);
-    registry_create("HKU\\" + name);
-    security().loaded.insert(lower(name));
-    for (const HiveValue& value : security().hives[lower(file)])
-        registry_set("HKU\\" + name + "\\" + value.key, value.name, value.data.type, value.data.bytes);
-    return ERROR_SUCCESS;
-}
-
-LSTATUS WINAPI RegUnLoadKeyW(HKEY key, LPCWSTR wide_name) {
-    SIM_CALL(static_cast<LSTATUS>(ERROR_ACCESS_DENIED), ERROR_ACCESS_DENIED);
-    const std::string name = narrow(wide_name);
-    DWORD error = ERROR_SUCCESS;
-    if (!privilege_enabled("SeRestorePrivilege", "RegUnLoadKeyW"))
-        error = ERROR_PRIVILEGE_NOT_HELD;
-    else if (key != HKEY_USERS || !registry_has_key("HKU\\" + name))
-        error = ERROR_FILE_NOT_FOUND;
-    else if (security().loaded.count(lower(name)) == 0)
-        error = ERROR_INVALID_PARAMETER; // an ordinary key
-    else if (registry_is_open("HKU\\" + name))
-        error = ERROR_ACCESS_DENIED;
-    else
-        registry_delete("HKU\\" + name);
-    if (error == ERROR_SUCCESS)
-        security().loaded.erase(lower(name));
-    trace("call RegUnLoadKeyW(\"%s\") = %u", name.c_str(), error);
-    return static_cast<LSTATUS>(error);
-}
-
 } // extern "C"
+
+// ---- commands ----
+
+namespace sim {
+
+static Action compile_privilege(Tokens& tokens) {
+    const std::string name = lower(tokens.word());
+    const bool denied = tokens.choice({"denied", "granted"}) == 0;
+    return [name, denied] {
+        if (denied)
+            security().denied.insert(name);
+        else
+            security().denied.erase(name);
+    };
+}
+
+static Action compile_account(Tokens& tokens) {
+    const std::string name = lower(tokens.word());
+    const std::string sid = tokens.word();
+    if (parse_sid(sid).empty())
+        tokens.fail("a SID expected");
+    return [name, sid] { security().accounts[name] = sid; };
+}
+
+static const Commands g_commands({
+    {"windows privilege", Use::Machine, compile_privilege},
+    {"windows account", Use::Machine, compile_account},
+});
+
+} // namespace sim

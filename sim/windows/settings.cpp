@@ -1,13 +1,13 @@
 // Settings files (INI) and environment variables.
-#include "sim/machine/machine.h"
-#include "sim/script/scenario.h"
-
 #include <cstdlib>
 #include <map>
 
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+
 namespace sim {
 
-namespace { // types of this file alone
+namespace {
 
 struct Settings {
     std::map<std::string, std::string> values; // by "path|section|key", lower case
@@ -26,16 +26,6 @@ static const std::map<std::string, std::string> g_environment = {
 static std::string place(const std::string& path, const std::string& section, const std::string& key) {
     return lower(path + "|" + section + "|" + key);
 }
-
-static Action compile_ini(Tokens& tokens) {
-    const std::string path = tokens.text();
-    const std::string section = tokens.word();
-    const std::string key = tokens.word();
-    const std::string value = tokens.word();
-    return [=] { machine_state<Settings>().values[place(path, section, key)] = value; };
-}
-
-static const Commands g_commands({{"ini", Use::Machine, compile_ini}});
 
 // Puts the values in place of %NAME%; what is not known stays.
 static std::string expand(const std::string& text) {
@@ -78,3 +68,19 @@ DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR from, LPWSTR to, DWORD characters
 }
 
 } // extern "C"
+
+// ---- commands ----
+
+namespace sim {
+
+static Action compile_ini(Tokens& tokens) {
+    const std::string path = tokens.text();
+    const std::string section = tokens.word();
+    const std::string key = tokens.word();
+    const std::string value = tokens.word();
+    return [=] { machine_state<Settings>().values[place(path, section, key)] = value; };
+}
+
+static const Commands g_commands({{"ini", Use::Machine, compile_ini}});
+
+} // namespace sim

@@ -3,7 +3,8 @@
 #include <map>
 #include <taskschd.h>
 
-#include "sim/script/scenario.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
 #include "sim/windows/com.h"
 
 namespace sim {
@@ -14,12 +15,16 @@ constexpr HRESULT NOT_CONNECTED = static_cast<HRESULT>(0x800704E3u); // ERROR_ON
 constexpr HRESULT UNAVAILABLE = static_cast<HRESULT>(0x800706BAu);   // RPC_S_SERVER_UNAVAILABLE
 constexpr HRESULT INCOMPLETE = static_cast<HRESULT>(0x8004131Fu);
 
+namespace {
+
 using Folder = std::map<std::string, ScheduledTask>; // by lower-case name
 
 struct TaskScheduler {
     bool running = true;
     std::map<std::string, Folder> folders = {{"\\", {}}}; // by lower-case path
 };
+
+} // namespace
 
 static TaskScheduler& scheduler() {
     return machine_state<TaskScheduler>();
@@ -49,6 +54,8 @@ size_t task_count(const std::string& folder) {
 }
 
 // ---- the parts of a definition; each shows the task that it belongs to ----
+
+namespace {
 
 using TaskRef = std::shared_ptr<ScheduledTask>;
 
@@ -252,6 +259,8 @@ struct ServiceDouble : ComDouble<ITaskService> {
     }
 };
 
+} // namespace
+
 static HRESULT create_service(REFIID wanted, void** object) {
     if (wanted != IID_ITaskService)
         return E_NOINTERFACE;
@@ -262,7 +271,7 @@ static HRESULT create_service(REFIID wanted, void** object) {
 static const ComClasses g_class({CLSID_TaskScheduler, nullptr, [] { return true; }, CLSCTX_INPROC_SERVER,
                                  create_service});
 
-// ---- the language ----
+// ---- commands ----
 
 static Action compile_scheduler(Tokens& tokens) {
     const bool running = tokens.choice({"missing", "present"}) == 1;

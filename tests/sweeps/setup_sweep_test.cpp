@@ -5,10 +5,11 @@
 #include <set>
 
 #include "cpu/cpu_monitor.h"
-#include "sim/notebook/graphics.h"
+#include "sim/notebook/panel.h"
 #include "sim/windows/com.h"
-#include "sim/windows/plain_files.h"
-#include "sim/windows/setup_calls.h"
+#include "sim/windows/disk.h"
+#include "sim/windows/programs.h"
+#include "sim/windows/resources.h"
 #include "sim/windows/task_scheduler.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";

@@ -1,6 +1,8 @@
-#include "sim/notebook/graphics.h"
+// The graphics driver's COM class.
+#include <cstring>
 
-#include "sim/script/scenario.h"
+#include "sim/machine/machine.h"
+#include "sim/notebook/panel.h"
 #include "sim/windows/com.h"
 
 namespace sim {
@@ -12,22 +14,7 @@ constexpr GUID INVERTER_BLOCK = {
     0x814472D8, 0x36EE, 0x4AFD, {0xBA, 0xB0, 0xD6, 0x80, 0xEE, 0xBB, 0x00, 0x34}};
 constexpr DWORD DRIVER_ERROR = 0x2A; // what the methods leave in the error code when they fail
 
-struct Graphics {
-    bool present = false;
-    Inverter inverter;
-};
-
-static Graphics& graphics() {
-    return machine_state<Graphics>();
-}
-
-Inverter& inverter() {
-    return graphics().inverter;
-}
-
-void set_graphics_present(bool present) {
-    graphics().present = present;
-}
+namespace {
 
 // What a caller sees: the method table's address. By position, as the driver's own header would give it.
 struct CuiDouble;
@@ -39,6 +26,8 @@ struct CuiFace {
 struct CuiDouble : ComObject {
     CuiFace face = {};
 };
+
+} // namespace
 
 static CuiDouble& object_of(void* self) {
     return *static_cast<CuiFace*>(self)->object;
@@ -101,7 +90,10 @@ static HRESULT STDMETHODCALLTYPE SetInverterParams(void* self, const GUID* block
     return result;
 }
 
+// Places in the method table.
 constexpr size_t METHODS = 60;
+constexpr size_t GET_INVERTER_PARAMS = 37;
+constexpr size_t SET_INVERTER_PARAMS = 38;
 
 static void* const* method_table() {
     static void* table[METHODS];
@@ -110,8 +102,8 @@ static void* const* method_table() {
     table[0] = reinterpret_cast<void*>(cui_query_interface);
     table[1] = reinterpret_cast<void*>(cui_add_reference);
     table[2] = reinterpret_cast<void*>(cui_release);
-    table[37] = reinterpret_cast<void*>(GetInverterParams);
-    table[38] = reinterpret_cast<void*>(SetInverterParams);
+    table[GET_INVERTER_PARAMS] = reinterpret_cast<void*>(GetInverterParams);
+    table[SET_INVERTER_PARAMS] = reinterpret_cast<void*>(SetInverterParams);
     return table;
 }
 
@@ -124,28 +116,7 @@ static HRESULT create_cui(REFIID wanted, void** object) {
     return S_OK;
 }
 
-static const ComClasses g_class({GRAPHICS_CLASS, "IgfxExt.CUIExternal", [] { return graphics().present; },
+static const ComClasses g_class({GRAPHICS_CLASS, "IgfxExt.CUIExternal", graphics_present,
                                  CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, create_cui});
-
-static Action compile_graphics(Tokens& tokens) {
-    const bool present = tokens.choice({"missing", "present"}) == 1;
-    return [present] { set_graphics_present(present); };
-}
-
-static Action compile_inverter(Tokens& tokens) {
-    if (tokens.accept("get-fails"))
-        return [] { inverter().get_fails = true; };
-    if (tokens.accept("set-fails"))
-        return [] { inverter().set_fails = true; };
-    Inverter works;
-    works.type = static_cast<DWORD>(tokens.number());
-    works.frequency = static_cast<DWORD>(tokens.number());
-    return [works] { inverter() = works; };
-}
-
-static const Commands g_commands({
-    {"windows graphics", Use::Machine, compile_graphics},
-    {"windows inverter", Use::Machine, compile_inverter},
-});
 
 } // namespace sim

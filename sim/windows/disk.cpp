@@ -1,11 +1,12 @@
-#include "sim/windows/plain_files.h"
+#include "sim/windows/disk.h"
 
-#include <aclapi.h>
 #include <map>
 #include <shlobj.h>
 
-#include "sim/notebook/driver.h"
-#include "sim/script/scenario.h"
+#include "sim/machine/files.h"
+#include "sim/machine/machine.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
 
 namespace sim {
 
@@ -18,6 +19,8 @@ static PlainFile make_folder() {
 }
 
 static const PlainFile FOLDER = make_folder();
+
+namespace {
 
 struct Disk {
     std::map<std::string, PlainFile> files = {
@@ -32,6 +35,8 @@ struct Disk {
                                           {CSIDL_SYSTEM, "C:\\Windows\\system32"}};
     bool full = false;
 };
+
+} // namespace
 
 static Disk& disk() {
     return machine_state<Disk>();
@@ -94,54 +99,10 @@ void set_folder(int csidl, const std::string& path) {
         set_file(path, FileState::Directory);
 }
 
-// ---- security descriptors ----
-
-constexpr BYTE SYSTEM_SID[12] = {1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0};
-
-static DWORD word_at(const BYTE* bytes) {
-    DWORD word = 0;
-    std::memcpy(&word, bytes, sizeof(word));
-    return word;
-}
-
-static size_t sid_size(const BYTE* sid) {
-    return 8 + 4 * size_t{sid[1]};
-}
-
-static std::string sid_text(const BYTE* sid) {
-    std::string text = format("S-%u-%u", sid[0], sid[7]);
-    for (size_t at = 8; at < sid_size(sid); at += 4)
-        text += format("-%u", word_at(sid + at));
-    return text;
-}
-
-static std::vector<AclEntry> acl_entries(const ACL* acl) {
-    std::vector<AclEntry> entries;
-    if (acl == nullptr)
-        return entries;
-    const BYTE* at = reinterpret_cast<const BYTE*>(acl + 1);
-    for (unsigned i = 0; i < acl->AceCount; ++i) {
-        WORD size = 0;
-        std::memcpy(&size, at + 2, sizeof(size));
-        entries.push_back({sid_text(at + 8), word_at(at + 4), at[0], at[1]});
-        at += size;
-    }
-    return entries;
-}
-
 static void take_security(const SECURITY_ATTRIBUTES* attributes, PlainFile* file) {
-    if (attributes == nullptr || attributes->lpSecurityDescriptor == nullptr)
-        return;
-    const auto* descriptor = static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor);
-    if (attributes->nLength != sizeof(SECURITY_ATTRIBUTES) ||
-        descriptor->Revision != SECURITY_DESCRIPTOR_REVISION)
-        violation("CreateFileW: security attributes of %u bytes, revision %u", attributes->nLength,
-                  descriptor->Revision);
-    file->control = descriptor->Control;
-    file->dacl = acl_entries(descriptor->Dacl);
+    if (attributes != nullptr && attributes->lpSecurityDescriptor != nullptr)
+        file->control = read_dacl(attributes, &file->dacl, "CreateFileW");
 }
-
-// ---- files ----
 
 static BOOL write_plain(Object& object, const void* buffer, DWORD bytes, DWORD* written) {
     if (disk().full) {
@@ -189,28 +150,6 @@ static bool is_open(const std::string& path) {
     return false;
 }
 
-// ---- the language ----
-
-static Action compile_file(Tokens& tokens) {
-    const std::string path = tokens.text();
-    const auto state = static_cast<FileState>(tokens.choice({"absent", "present", "directory", "link"}));
-    return [path, state] { set_file(path, state); };
-}
-
-static Action compile_check_file(Tokens& tokens) {
-    const std::string path = tokens.text();
-    const bool present = tokens.choice({"absent", "present"}) == 1;
-    return [path, present] {
-        expectation((find_file(path) != nullptr) == present,
-                    "file \"" + path + "\" " + (present ? "present" : "absent"));
-    };
-}
-
-static const Commands g_commands({
-    {"file", Use::Machine, compile_file},
-    {"check file", Use::Check, compile_check_file},
-});
-
 } // namespace sim
 
 using namespace sim;
@@ -257,70 +196,30 @@ HRESULT WINAPI SHGetFolderPathW(HWND, int folder, HANDLE, DWORD flags, LPWSTR pa
     return put_wide(path, MAX_PATH, found->second) != 0 ? S_OK : E_FAIL;
 }
 
-BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE type, PVOID, PVOID sid, DWORD* bytes) {
-    SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
-    if (type != WinLocalSystemSid || *bytes < sizeof(SYSTEM_SID)) {
-        set_last_error(type != WinLocalSystemSid ? ERROR_INVALID_PARAMETER : ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    std::memcpy(sid, SYSTEM_SID, sizeof(SYSTEM_SID));
-    *bytes = sizeof(SYSTEM_SID);
-    return TRUE;
-}
-
-DWORD WINAPI SetEntriesInAclW(ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old, ACL** created) {
-    SIM_CALL(ERROR_NOT_ENOUGH_MEMORY, ERROR_NOT_ENOUGH_MEMORY);
-    std::vector<BYTE> aces;
-    for (ULONG i = 0; i < count; ++i) {
-        const EXPLICIT_ACCESS_W& entry = entries[i];
-        if (entry.grfAccessMode != SET_ACCESS || entry.Trustee.TrusteeForm != TRUSTEE_IS_SID ||
-            old != nullptr)
-            return ERROR_INVALID_PARAMETER;
-        const auto* sid = reinterpret_cast<const BYTE*>(entry.Trustee.ptstrName);
-        const auto size = static_cast<WORD>(8 + sid_size(sid));
-        BYTE head[8] = {0, static_cast<BYTE>(entry.grfInheritance), static_cast<BYTE>(size & 0xFF),
-                        static_cast<BYTE>(size >> 8)};
-        std::memcpy(head + 4, &entry.grfAccessPermissions, sizeof(DWORD));
-        aces.insert(aces.end(), head, head + sizeof(head));
-        aces.insert(aces.end(), sid, sid + sid_size(sid));
-    }
-    const size_t bytes = sizeof(ACL) + aces.size();
-    auto* acl = static_cast<ACL*>(LocalAlloc(LPTR, bytes));
-    if (acl == nullptr)
-        return ERROR_NOT_ENOUGH_MEMORY;
-    *acl = {2, 0, static_cast<WORD>(bytes), static_cast<WORD>(count), 0};
-    std::memcpy(acl + 1, aces.data(), aces.size());
-    *created = acl;
-    return ERROR_SUCCESS;
-}
-
-BOOL WINAPI InitializeSecurityDescriptor(PVOID descriptor, DWORD revision) {
-    SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
-    *static_cast<SECURITY_DESCRIPTOR*>(descriptor) = {
-        static_cast<BYTE>(revision), 0, 0, nullptr, nullptr, nullptr, nullptr};
-    return TRUE;
-}
-
-BOOL WINAPI SetSecurityDescriptorDacl(PVOID descriptor, BOOL present, PACL dacl, BOOL) {
-    SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
-    auto* changed = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
-    changed->Control =
-        static_cast<WORD>((changed->Control & ~SE_DACL_PRESENT) | (present != FALSE ? SE_DACL_PRESENT : 0));
-    changed->Dacl = dacl;
-    return TRUE;
-}
-
-BOOL WINAPI SetSecurityDescriptorControl(PVOID descriptor, SECURITY_DESCRIPTOR_CONTROL bits,
-                                         SECURITY_DESCRIPTOR_CONTROL values) {
-    SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
-    constexpr SECURITY_DESCRIPTOR_CONTROL settable = SE_DACL_PROTECTED;
-    if ((bits & ~settable) != 0 || (values & ~bits) != 0) {
-        set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    auto* changed = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
-    changed->Control = static_cast<WORD>((changed->Control & ~bits) | values);
-    return TRUE;
-}
-
 } // extern "C"
+
+// ---- commands ----
+
+namespace sim {
+
+static Action compile_file(Tokens& tokens) {
+    const std::string path = tokens.text();
+    const auto state = static_cast<FileState>(tokens.choice({"absent", "present", "directory", "link"}));
+    return [path, state] { set_file(path, state); };
+}
+
+static Action compile_check_file(Tokens& tokens) {
+    const std::string path = tokens.text();
+    const bool present = tokens.choice({"absent", "present"}) == 1;
+    return [path, present] {
+        expectation((find_file(path) != nullptr) == present,
+                    "file \"" + path + "\" " + (present ? "present" : "absent"));
+    };
+}
+
+static const Commands g_commands({
+    {"file", Use::Machine, compile_file},
+    {"check file", Use::Check, compile_check_file},
+});
+
+} // namespace sim

@@ -1,16 +1,12 @@
-// Files and directories of the disk, and the security descriptors that they are made with.
+// Files and directories of the disk.
 #pragma once
 
-#include "sim/machine/machine.h"
+#include <string>
+#include <vector>
+
+#include "sim/windows/security_descriptors.h"
 
 namespace sim {
-
-struct AclEntry {
-    std::string sid; // "S-1-5-18"
-    DWORD mask = 0;
-    BYTE type = 0;  // 0: access allowed
-    BYTE flags = 0; // inheritance
-};
 
 struct PlainFile {
     bool directory = false;

@@ -1,7 +1,7 @@
-// The graphics driver: its COM class and the panel's inverter.
+// The panel and its inverter, behind the graphics driver.
 #pragma once
 
-#include "sim/machine/machine.h"
+#include <windows.h>
 
 namespace sim {
 
@@ -13,6 +13,8 @@ struct Inverter {
 };
 
 Inverter& inverter();
+// The graphics driver; absent on a new machine.
+bool graphics_present();
 void set_graphics_present(bool present);
 
 } // namespace sim

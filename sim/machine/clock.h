@@ -1,0 +1,11 @@
+// Virtual time.
+#pragma once
+
+#include <cstdint>
+
+namespace sim {
+
+using Ms = std::uint64_t; // milliseconds since the machine was made
+constexpr Ms NEVER = ~Ms{0};
+
+} // namespace sim

@@ -1,0 +1,76 @@
+// Processes, each with an image of its own, and their threads.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "sim/machine/clock.h"
+#include "sim/machine/handles.h"
+#include "sim/machine/state.h"
+
+namespace sim {
+
+struct Fiber;
+struct Image;
+
+struct Process {
+    DWORD id = 0;
+    std::string command_line; // without the program name
+    DWORD session = 1;
+    DWORD exit_code = 0;
+    bool ended = false;
+    bool is_service = false;
+    std::string program; // that it is an image of; "": none
+    ObjectRef object;
+    StateSlots state;
+    size_t local_blocks = 0; // LocalAlloc blocks alive
+    Image* image = nullptr;  // null: no process of the product
+};
+
+enum class Run { Ready, Waiting, Ended };
+
+struct Thread {
+    DWORD id = 0;
+    std::string name;
+    Process* process = nullptr;
+    ObjectRef object;
+    Run run = Run::Ready;
+    int suspended = 0;
+    DWORD exit_code = STILL_ACTIVE;
+    DWORD last_error = 0;
+    std::function<DWORD()> body;
+    StateSlots state;
+    // the wait it is in
+    std::vector<Object*> objects;
+    std::vector<ObjectRef> keep; // keeps the objects alive while a wait on them lasts
+    bool wait_all = false;
+    Ms deadline = NEVER;
+    DWORD wait_result = 0;
+    // what it did in this instant
+    Ms instant = NEVER;
+    unsigned zero_waits = 0;
+    unsigned calls = 0;
+    Fiber* fiber = nullptr;
+    std::vector<Object*> owned; // mutexes
+};
+
+Thread* current();          // null outside the simulated threads
+Process* current_process(); // of the current thread; outside, a process "host" of its own
+DWORD last_error();
+void set_last_error(DWORD code);
+BOOL fail_with(DWORD code); // sets it; FALSE
+
+// Starts a process: a new image runs wWinMain with this command line.
+Process* start_process(const std::string& command_line, DWORD session = 1, bool service = false);
+// The control program, with these arguments.
+Process* start_control_program(const std::string& arguments, DWORD session = 1);
+Process* find_process(const std::string& command_line, DWORD session); // alive
+void end_process(Process* process, DWORD exit_code);
+// A thread of a process; runs when scheduled.
+Thread* start_thread(Process* process, std::string name, std::function<DWORD()> body, bool suspended = false);
+void end_thread(Thread* thread, DWORD exit_code); // hard termination; of the current one: does not return
+// For tests: runs `work` on a simulated thread of a process of its own, and the machine until it has ended
+// (time passes when it waits).
+void run_on_thread(const std::function<void()>& work);
+
+} // namespace sim

@@ -1,0 +1,23 @@
+// What the machine tells: the trace, and violations.
+#pragma once
+
+#include <string>
+
+#include "sim/machine/clock.h"
+
+namespace sim {
+
+struct TraceLine {
+    Ms time = 0;
+    std::string thread;
+    std::string text;
+    bool effect = true; // else: a detail that only --trace-all shows
+};
+
+// One line per effect that someone outside the service can see; details show only with --trace-all.
+void trace(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+void trace_detail(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+// The product did what no correct program does; fails the run.
+void violation(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace sim

@@ -1,0 +1,29 @@
+// What a scenario expects: of the trace, and of whatever an area's check looks at.
+#pragma once
+
+#include <string>
+
+namespace sim {
+
+// For actions of checks: one more expectation that holds, or the first that does not.
+void expectation(bool holds, const std::string& what);
+
+// The expectations of one run of a script; the innermost run counts.
+struct Expectations {
+    size_t mark = 0;   // index in the trace
+    size_t cursor = 0; // behind the line that was matched last
+    unsigned held = 0;
+    bool failed = false;
+    std::string message;
+    Expectations* outer = nullptr;
+
+    Expectations();
+    ~Expectations();
+    Expectations(const Expectations&) = delete;
+    Expectations& operator=(const Expectations&) = delete;
+};
+
+void set_mark(); // here and now
+std::string lines_since_mark();
+
+} // namespace sim

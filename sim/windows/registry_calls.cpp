@@ -1,0 +1,285 @@
+// The registry's calls: handles of keys, their rights, and change notification.
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "sim/machine/machine.h"
+#include "sim/windows/registry_tree.h"
+
+namespace sim {
+
+constexpr size_t LONGEST_KEY_NAME = 255;
+constexpr unsigned MOST_WAITS = 100; // of one handle that has not been told of a change
+
+namespace {
+
+struct ResolvedKey {
+    KeyRef key;
+    std::string path;
+    DWORD access = KEY_ALL_ACCESS;
+    OpenedKey* handle = nullptr; // null for a root
+};
+
+} // namespace
+
+static int root_index(HKEY key) {
+    const auto value = reinterpret_cast<ULONG_PTR>(key) - 0xFFFFFFFF80000000ull;
+    return value < ARRAYSIZE(g_registryRoots) ? static_cast<int>(value) : -1;
+}
+
+static void key_closed(Object& object) {
+    auto& opened = object.as<OpenedKey>();
+    std::erase(registry().opened, &opened);
+    // A notification still waiting on a closed handle is over; the platform signals its event.
+    complete_notification(&opened);
+}
+
+// What a key handle stands for. Null key with the error in *error otherwise; missing rights are a violation.
+static ResolvedKey resolve(HKEY handle, DWORD needed, const char* call, LSTATUS* error) {
+    ResolvedKey result;
+    const int root = root_index(handle);
+    if (root >= 0) {
+        result.key = registry().roots[root];
+        result.path = g_registryRoots[root];
+        return result;
+    }
+    HandleEntry* entry = handle_entry(handle, Kind::Key, call);
+    if (entry == nullptr) {
+        *error = ERROR_INVALID_HANDLE;
+        return result;
+    }
+    auto& opened = entry->object->as<OpenedKey>();
+    if ((entry->access & needed) != needed) {
+        violation("%s: %s opened with 0x%x, needs 0x%x", call, opened.path.c_str(), entry->access, needed);
+        *error = ERROR_ACCESS_DENIED;
+        return result;
+    }
+    if (opened.key->deleted) {
+        *error = ERROR_KEY_DELETED;
+        return result;
+    }
+    result = {opened.key, opened.path, entry->access, &opened};
+    return result;
+}
+
+static std::string joined(const std::string& base, const std::string& path) {
+    return path.empty() ? base : base + "\\" + path;
+}
+
+static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) {
+    ObjectRef object = make_object(Kind::Key, path);
+    auto opened = std::make_shared<OpenedKey>();
+    opened->key = key;
+    opened->path = path;
+    object->body = opened;
+    object->on_last_close = key_closed;
+    registry().opened.push_back(opened.get());
+    // The platform maps generic rights to the specific ones.
+    if ((access & GENERIC_ALL) != 0)
+        access |= KEY_ALL_ACCESS;
+    if ((access & GENERIC_READ) != 0)
+        access |= KEY_READ;
+    if ((access & GENERIC_WRITE) != 0)
+        access |= KEY_WRITE;
+    return static_cast<HKEY>(static_cast<void*>(open_handle(object, access)));
+}
+
+// Bad paths, before anything is looked up.
+static LSTATUS path_error(const std::string& path) {
+    if (!path.empty() && path[0] == '\\')
+        return ERROR_BAD_PATHNAME;
+    for (const std::string& part : path_components(path)) {
+        if (part.size() > LONGEST_KEY_NAME)
+            return ERROR_INVALID_PARAMETER;
+    }
+    return ERROR_SUCCESS;
+}
+
+static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool create, PHKEY result,
+                              LPDWORD disposition, const char* call) {
+    LSTATUS error = ERROR_SUCCESS;
+    const ResolvedKey from = resolve(base, 0, call, &error);
+    if (from.key == nullptr)
+        return error;
+    const std::string path = narrow(wide_path);
+    error = path_error(path);
+    if (error != ERROR_SUCCESS)
+        return error;
+    const std::string full = joined(from.path, path);
+    trace_detail("%s(%s, 0x%x)", call, shown_path(full).c_str(), access);
+    if (registry_refused(full))
+        return ERROR_ACCESS_DENIED;
+    KeyRef key = walk(from.key, path_components(path), false);
+    bool created = false;
+    if (key == nullptr) {
+        if (!create)
+            return ERROR_FILE_NOT_FOUND;
+        if ((from.access & KEY_CREATE_SUB_KEY) == 0) {
+            violation("%s: %s needs the right to create subkeys", call, from.path.c_str());
+            return ERROR_ACCESS_DENIED;
+        }
+        key = walk(from.key, path_components(path), true, &created);
+    }
+    if (created) {
+        trace("registry create %s", shown_path(full).c_str());
+        key_changed(key->parent, true);
+    }
+    if (disposition != nullptr)
+        *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
+    *result = open_key(key, full, access);
+    return ERROR_SUCCESS;
+}
+
+static std::string value_name(const std::string& name) {
+    return name.empty() ? "@" : name;
+}
+
+} // namespace sim
+
+using namespace sim;
+
+extern "C" {
+
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, REGSAM access, PHKEY result) {
+    SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    return open_or_create(key, path, access, false, result, nullptr, "RegOpenKeyExW");
+}
+
+LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD, LPWSTR, DWORD, REGSAM access,
+                               const LPSECURITY_ATTRIBUTES, PHKEY result, LPDWORD disposition) {
+    SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    return open_or_create(key, path, access, true, result, disposition, "RegCreateKeyExW");
+}
+
+LSTATUS WINAPI RegCloseKey(HKEY key) {
+    SIM_VISIT();
+    if (root_index(key) >= 0)
+        return ERROR_SUCCESS;
+    HandleEntry* entry = handle_entry(key, Kind::Key, "RegCloseKey");
+    if (entry == nullptr)
+        return ERROR_INVALID_HANDLE;
+    trace_detail("RegCloseKey(%s)", shown_path(entry->object->as<OpenedKey>().path).c_str());
+    close_handle(key, "RegCloseKey");
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR wide_name, LPDWORD, LPDWORD type, LPBYTE data,
+                                LPDWORD bytes) {
+    SIM_CALL(ERROR_GEN_FAILURE, last_error());
+    LSTATUS error = ERROR_SUCCESS;
+    const ResolvedKey opened = resolve(handle, KEY_QUERY_VALUE, "RegQueryValueExW", &error);
+    if (opened.key == nullptr)
+        return error;
+    if (data != nullptr && bytes == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    const std::string name = narrow(wide_name);
+    trace_detail("query %s %s", shown_path(opened.path).c_str(), value_name(name).c_str());
+    auto found = opened.key->values.find(lower(name));
+    if (found == opened.key->values.end())
+        return ERROR_FILE_NOT_FOUND;
+    const RegistryValue& value = found->second.data;
+    if (type != nullptr)
+        *type = value.type;
+    if (bytes == nullptr)
+        return ERROR_SUCCESS;
+    const DWORD capacity = *bytes;
+    *bytes = static_cast<DWORD>(value.bytes.size());
+    if (data == nullptr)
+        return ERROR_SUCCESS;
+    if (capacity < value.bytes.size())
+        return ERROR_MORE_DATA;
+    if (!value.bytes.empty())
+        std::memcpy(data, value.bytes.data(), value.bytes.size());
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegSetValueExW(HKEY handle, LPCWSTR wide_name, DWORD, DWORD type, const BYTE* data,
+                              DWORD bytes) {
+    SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    LSTATUS error = ERROR_SUCCESS;
+    const ResolvedKey opened = resolve(handle, KEY_SET_VALUE, "RegSetValueExW", &error);
+    if (opened.key == nullptr)
+        return error;
+    const std::string name = narrow(wide_name);
+    const std::vector<BYTE> content(data, data + bytes);
+    KeyValue& value = opened.key->values[lower(name)];
+    if (value.name.empty())
+        value.name = name;
+    value.data = {type, content};
+    trace("registry %s %s = %s", shown_path(opened.path).c_str(), value_name(name).c_str(),
+          shown_data(type, content).c_str());
+    key_changed(opened.key.get());
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
+    SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    LSTATUS error = ERROR_SUCCESS;
+    const ResolvedKey opened = resolve(handle, 0, "RegDeleteKeyW", &error);
+    if (opened.key == nullptr)
+        return error;
+    const std::string path = narrow(wide_path);
+    error = path_error(path);
+    if (error != ERROR_SUCCESS)
+        return error;
+    KeyRef key = walk(opened.key, path_components(path), false);
+    if (key == nullptr)
+        return ERROR_FILE_NOT_FOUND;
+    if (registry_refused(joined(opened.path, path)) || !key->children.empty() || key->parent == nullptr)
+        return ERROR_ACCESS_DENIED;
+    key->parent->children.erase(lower(key->name));
+    key_deleted(key.get());
+    key_changed(key->parent, true);
+    trace("registry delete %s", shown_path(joined(opened.path, path)).c_str());
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegDeleteValueW(HKEY handle, LPCWSTR wide_name) {
+    SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    LSTATUS error = ERROR_SUCCESS;
+    const ResolvedKey opened = resolve(handle, KEY_SET_VALUE, "RegDeleteValueW", &error);
+    if (opened.key == nullptr)
+        return error;
+    const std::string name = narrow(wide_name);
+    if (opened.key->values.erase(lower(name)) == 0)
+        return ERROR_FILE_NOT_FOUND;
+    trace("registry delete %s %s", shown_path(opened.path).c_str(), value_name(name).c_str());
+    key_changed(opened.key.get());
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, HANDLE event,
+                                       BOOL asynchronous) {
+    SIM_CALL(ERROR_NOT_ENOUGH_MEMORY, last_error());
+    LSTATUS error = ERROR_SUCCESS;
+    const ResolvedKey opened = resolve(handle, KEY_NOTIFY, "RegNotifyChangeKeyValue", &error);
+    if (opened.key == nullptr)
+        return error;
+    const bool agnostic = (filter & REG_NOTIFY_THREAD_AGNOSTIC) != 0;
+    const DWORD told = REG_NOTIFY_CHANGE_LAST_SET | (subtree ? REG_NOTIFY_CHANGE_NAME : 0);
+    if (opened.handle == nullptr || !asynchronous || (filter & ~REG_NOTIFY_THREAD_AGNOSTIC) != told) {
+        violation("RegNotifyChangeKeyValue: only written values of one key, or all changes of a tree, "
+                  "asynchronously, are told of here");
+        return ERROR_INVALID_PARAMETER;
+    }
+    HandleEntry* entry = handle_entry(event, Kind::Event, "RegNotifyChangeKeyValue");
+    if (entry == nullptr)
+        return ERROR_INVALID_HANDLE;
+    trace_detail("watch %s", shown_path(opened.path).c_str());
+    OpenedKey& watched = *opened.handle;
+    // Asking again while a wait is under way makes one more of them on the platform, and they pile up.
+    watched.waits = watched.event != nullptr ? watched.waits + 1 : 1;
+    // Each setting of the event by another program asks for one more.
+    if (watched.waits > MOST_WAITS && !watched.event->foreign)
+        violation("RegNotifyChangeKeyValue: %s is armed already, %u times", opened.path.c_str(),
+                  watched.waits);
+    watched.asked = true;
+    watched.subtree = subtree != FALSE;
+    watched.armed_by = agnostic ? nullptr : asking_thread();
+    watched.event = entry->object;
+    if (std::exchange(watched.change_pending, false))
+        complete_notification(&watched);
+    return ERROR_SUCCESS;
+}
+
+} // extern "C"

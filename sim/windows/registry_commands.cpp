@@ -1,0 +1,146 @@
+#include "sim/windows/registry_commands.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "sim/machine/text.h"
+#include "sim/script/commands.h"
+#include "sim/script/expectations.h"
+
+namespace sim {
+
+static std::vector<BYTE> hex_bytes(Tokens& tokens, const std::string& text) {
+    std::vector<BYTE> bytes;
+    if (text.size() % 2 != 0 || text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        tokens.fail("an even number of hexadecimal digits expected");
+        return bytes;
+    }
+    for (size_t i = 0; i < text.size(); i += 2)
+        bytes.push_back(static_cast<BYTE>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+RegistryValue read_registry_data(Tokens& tokens) {
+    RegistryValue data;
+    static const DWORD types[] = {REG_DWORD, REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ, REG_BINARY, REG_NONE};
+    const size_t kind = tokens.choice({"dword", "sz", "expand", "multi", "binary", "raw"});
+    data.type = types[kind];
+    switch (kind) {
+    case 0: {
+        const auto value = static_cast<DWORD>(tokens.number());
+        data.bytes.resize(sizeof(value));
+        std::memcpy(data.bytes.data(), &value, sizeof(value));
+        break;
+    }
+    case 1:
+    case 2:
+        data.bytes = wide_bytes(tokens.text());
+        break;
+    case 3:
+        do {
+            const std::vector<BYTE> part = wide_bytes(tokens.text());
+            data.bytes.insert(data.bytes.end(), part.begin(), part.end());
+        } while (!tokens.done());
+        data.bytes.insert(data.bytes.end(), {0, 0});
+        break;
+    case 4:
+        data.bytes = hex_bytes(tokens, tokens.done() ? "" : tokens.word());
+        break;
+    default:
+        data.type = static_cast<DWORD>(tokens.number());
+        data.bytes = hex_bytes(tokens, tokens.done() ? "" : tokens.word());
+    }
+    return data;
+}
+
+static std::string registry_path(Tokens& tokens) {
+    std::string path = tokens.word();
+    const std::string root = lower(path.substr(0, path.find('\\')));
+    if (root != "hklm" && root != "hkcr" && root != "hku" && root != "svc")
+        tokens.fail("a registry path expected");
+    return path;
+}
+
+static Action compile_set(Tokens& tokens) {
+    const std::string path = registry_path(tokens);
+    if (tokens.done())
+        return [path] { registry_create(path); };
+    const std::string name = tokens.word();
+    const RegistryValue data = read_registry_data(tokens);
+    return [path, name, data] { registry_set(path, name, data.type, data.bytes); };
+}
+
+static Action compile_delete(Tokens& tokens) {
+    const std::string path = registry_path(tokens);
+    if (tokens.done())
+        return [path] { registry_delete(path); };
+    const std::string name = tokens.word();
+    return [path, name] { registry_delete_value(path, name); };
+}
+
+static Action compile_refuse(Tokens& tokens) {
+    const std::string path = registry_path(tokens);
+    return [path] { registry_refuse(path); };
+}
+
+// `check registry KEY VALUE = DATA`: data that looks like a number is compared as a number.
+static std::string expected_text(Tokens& tokens) {
+    std::string text;
+    while (!tokens.done()) {
+        const Token& token = tokens.list[tokens.at];
+        const std::string part = tokens.word();
+        text += (text.empty() ? "" : " ") + (token.quoted ? "\"" + part + "\"" : part);
+    }
+    return text;
+}
+
+static bool matches(const RegistryValue& value, const std::string& expected) {
+    const std::string holds = shown_data(value.type, value.bytes);
+    // Digits have no case; texts do.
+    if (holds == expected || (holds.find('"') == std::string::npos && same_text(holds, expected)))
+        return true;
+    if (value.type != REG_DWORD || value.bytes.size() != 4 || expected.empty())
+        return false;
+    char* end = nullptr;
+    const bool hex = lower(expected.substr(0, 2)) == "0x";
+    const unsigned long long number = std::strtoull(expected.c_str(), &end, hex ? 16 : 10);
+    DWORD stored = 0;
+    std::memcpy(&stored, value.bytes.data(), 4);
+    return *end == 0 && number == stored;
+}
+
+static Action compile_check(Tokens& tokens) {
+    const std::string path = registry_path(tokens);
+    const std::string name = tokens.word();
+    if (tokens.done()) {
+        const bool present = name == "present";
+        if (!present && name != "absent")
+            tokens.fail("present or absent expected");
+        return [path, present] {
+            expectation(registry_has_key(path) == present,
+                        "registry " + path + (present ? " present" : " absent"));
+        };
+    }
+    if (tokens.accept("absent"))
+        return [path, name] {
+            expectation(registry_value(path, name) == nullptr, "registry " + path + " " + name + " absent");
+        };
+    if (!tokens.accept("="))
+        tokens.fail("= DATA or absent expected");
+    const std::string expected = expected_text(tokens);
+    return [path, name, expected] {
+        const RegistryValue* value = registry_value(path, name);
+        expectation(value != nullptr && matches(*value, expected),
+                    "registry " + path + " " + name + " = " + expected + ", it " +
+                        (value != nullptr ? "holds " + shown_data(value->type, value->bytes) : "is absent"));
+    };
+}
+
+static const Commands g_commands({
+    {"registry set", Use::Machine, compile_set},
+    {"registry delete", Use::Machine, compile_delete},
+    {"registry refuse", Use::Machine, compile_refuse},
+    {"check registry", Use::Check, compile_check},
+});
+
+} // namespace sim

@@ -1,0 +1,73 @@
+// The registry's tree and its openings, for the calls on it.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "sim/machine/machine.h"
+#include "sim/windows/registry.h"
+
+namespace sim {
+
+struct Key;
+using KeyRef = std::shared_ptr<Key>;
+
+struct KeyValue {
+    std::string name; // as first written
+    RegistryValue data;
+};
+
+struct Key {
+    std::string name;
+    Key* parent = nullptr;
+    bool deleted = false;
+    std::map<std::string, KeyRef> children;
+    std::map<std::string, KeyValue> values;
+};
+
+// Body of a handle: one opening of a key, with the change notification that belongs to it.
+struct OpenedKey {
+    KeyRef key;
+    std::string path;            // as the service named it, for the trace
+    ObjectRef event;             // armed while not null
+    unsigned waits = 0;          // asked for since the last one was reported
+    Thread* armed_by = nullptr;  // whose end is told like a change
+    bool subtree = false;        // of the keys below too, and of their coming and going
+    bool asked = false;          // a notification has been asked for on this handle
+    bool change_pending = false; // a change since the last one was reported
+};
+
+constexpr size_t REGISTRY_ROOTS = 4; // HKCR, HKCU, HKLM, HKU
+extern const char* const g_registryRoots[REGISTRY_ROOTS];
+
+struct Registry {
+    KeyRef roots[REGISTRY_ROOTS];
+    std::vector<OpenedKey*> opened;
+    bool remembers_changes = true;
+    std::set<std::string> refused; // plain paths, of keys that may not exist
+    Registry();
+};
+
+Registry& registry();
+
+std::vector<std::string> path_components(const std::string& path);
+// The key below another one; null when it is not there and not to be created. *created tells of a new one.
+KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool create, bool* created = nullptr);
+// Whether opening the key is refused: its own path, or one that it lies below.
+bool registry_refused(const std::string& path);
+// As the trace shows it, with SVC for the service key.
+std::string shown_path(const std::string& path);
+
+// Notification: to be told of what has changed.
+// `names`: a key has come or gone below it; only the watchers of whole trees ask for that.
+void key_changed(const Key* key, bool names = false);
+void key_deleted(Key* key); // with all below it; its handles outlive it
+// One call tells of one change: the event is signalled and the handle no longer armed.
+void complete_notification(OpenedKey* opened);
+// The current thread asks for notifications: they end with it, and ending signals their events.
+Thread* asking_thread();
+
+} // namespace sim
