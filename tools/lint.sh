@@ -31,6 +31,7 @@ static_analysis() {
 
 check "layout (clang-format)" layout
 check "project rules" tools/rules.sh
+check "planted defects" tests/defects/run.sh --check
 check "cppcheck" static_analysis
 check "clang-tidy" tidy
 exit $status

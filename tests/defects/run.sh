@@ -1,25 +1,27 @@
 #!/bin/bash
 # run.sh [NAME...] - plants the known defects, one at a time, in a copy of the tree; the tests must notice each of them.
+# run.sh --check [NAME...] - only checks that every defect still matches the sources; a moment.
 #
-# A defect is tests/defects/NAME.patch: a comment line that says what it breaks, then a patch against the root of the
-# tree (as `git diff` writes it). "# Needs: sweeps" in the comment runs the sweeps too, if nothing else has failed.
-# It counts as caught when a unit test, a scenario or a sweep fails or hangs; a defect that does not apply or does not
+# The defects are the rows of tests/defects/FOLDER.txt (plant.pl says how one is written). NAME is FOLDER/ROW, or FOLDER
+# for all of its rows. A row that "needs sweeps" runs the sweeps too, if nothing else has failed.
+# It counts as caught when a unit test, a scenario or a sweep fails or hangs; a row that does not match or does not
 # compile proves nothing and fails the run, and so do tests that fail without any defect.
 #
-# The copies are built without sanitizers, one for each processor, and rebuilt by what each patch touches.
+# The copies are built without sanitizers, one for each processor, and rebuilt by what each defect touches.
 set -u
 cd "$(dirname "$0")/../.."
 root=$PWD
 work=$root/build/defects
+plant=$root/tests/defects/plant.pl
 limit_s=60 # for one run of the tests; a defect may hang them
 
-patches=()
-if [ $# -gt 0 ]; then
-    for name in "$@"; do patches+=("tests/defects/$(basename "$name" .patch).patch"); done
-else
-    patches=(tests/defects/*.patch)
+if [ "${1:-}" = --check ]; then
+    shift
+    "$plant" check "$@"
+    exit
 fi
-[ -e "${patches[0]}" ] || { echo "no such defect: ${patches[*]}"; exit 1; }
+"$plant" check "$@" || exit 1
+mapfile -t defects < <("$plant" list "$@")
 
 export GIT_CEILING_DIRECTORIES=$work # the copies are no part of this repository
 export CCACHE_NOHASHDIR=1
@@ -57,43 +59,40 @@ run_tests() { # TREE SWEEPS
     return 1
 }
 
-try() { # TREE PATCH - one line of the table; returns 1 unless caught
-    local tree=$1 patch=$root/$2 verdict name needs=none by
-    name=$(basename "$2" .patch)
-    grep -qE '^#.*Needs: sweeps' "$patch" && needs=sweeps
-    if ! (cd "$tree" && git apply -C1 "$patch") 2>"$tree/build.log"; then
-        verdict="BROKEN  $name: does not apply: $(head -n1 "$tree/build.log")"
+try() { # TREE NAME NEEDS WHAT... - one line of the table; returns 1 unless caught
+    local tree=$1 name=$2 needs=$3 verdict by
+    if ! "$plant" plant "$tree" "$name" 2>"$tree/build.log"; then
+        verdict="BROKEN  $(head -n1 "$tree/build.log")"
+    elif ! build "$tree"; then
+        verdict="BROKEN  $name: does not compile: $(grep -m1 error: "$tree/build.log")"
+    elif by=$(run_tests "$tree" "$needs"); then
+        verdict="MISSED  $name: ${*:4}"
     else
-        if ! build "$tree"; then
-            verdict="BROKEN  $name: does not compile: $(grep -m1 error: "$tree/build.log")"
-        elif by=$(run_tests "$tree" $needs); then
-            verdict="MISSED  $name: $(sed -n '1s/^# *//p' "$patch")"
-        else
-            verdict=$(printf 'caught  %-44s by %s' "$name" "$by")
-        fi
-        (cd "$tree" && git apply -C1 -R "$patch") 2>/dev/null || verdict="BROKEN  $name: does not come off again"
+        verdict=$(printf 'caught  %-44s by %s' "$name" "$by")
     fi
+    "$plant" lift "$tree" "$name" || verdict="BROKEN  $name: does not come out again"
     echo "$verdict"
     [[ $verdict == caught* ]]
 }
 
 worker() { # NUMBER COUNT
-    local i status=0
-    for ((i = $1; i < ${#patches[@]}; i += $2)); do
-        try "$work/tree$1" "${patches[i]}" || status=1
+    local i defect status=0
+    for ((i = $1; i < ${#defects[@]}; i += $2)); do
+        read -ra defect <<<"${defects[i]}"
+        try "$work/tree$1" "${defect[@]}" || status=1
     done
     return $status
 }
 
-# The copies start afresh: what an interrupted run left in them may be patched.
+# The copies start afresh: what an interrupted run left in them may be changed.
 rm -rf "$work"
 count=$(nproc)
-[ "$count" -le ${#patches[@]} ] || count=${#patches[@]}
+[ "$count" -le ${#defects[@]} ] || count=${#defects[@]}
 for ((n = 0; n < count; n++)); do
     make_tree "$work/tree$n" || { echo "the tree does not build"; exit 1; }
 done
 needs=none
-grep -qE '^#.*Needs: sweeps' "${patches[@]}" && needs=sweeps
+[[ " ${defects[*]}" == *" sweeps "* ]] && needs=sweeps
 first=$(run_tests "$work/tree0" $needs) || { echo "the tests fail without any defect: $first"; exit 1; }
 
 pids=()
@@ -103,5 +102,5 @@ for ((n = 0; n < count; n++)); do
 done
 status=0
 for pid in "${pids[@]}"; do wait "$pid" || status=1; done
-[ $status -eq 0 ] && echo "all ${#patches[@]} defects caught" || echo "not every defect was caught"
+[ $status -eq 0 ] && echo "all ${#defects[@]} defects caught" || echo "not every defect was caught"
 exit $status
