@@ -76,8 +76,8 @@ struct Witness {
 struct CoolingCommand {
     const wchar_t* words[2]; // null: none
     DWORD code;
-    Witness witnesses[2]; // one of them must hold `value` afterwards; none: nothing shows it
     DWORD value;
+    Witness witnesses[2]; // one of them must hold `value` afterwards; none: nothing shows it
     const wchar_t* refused;
 };
 
@@ -90,19 +90,20 @@ struct CoolingCommand {
 
 // clang-format off
 static const CoolingCommand g_commands[] = {
-    {{L"disable", nullptr},   SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DISABLE,
-     {{TIO_KEY, ZORPM_COOLING_SETTING}, {ZORPM_COOLING_V2_KEY, ZORPM_COOLING_SETTING}}, 0, TIO_REFUSED},
-    {{L"enable", nullptr},    SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_ENABLE,
-     {{TIO_KEY, ZORPM_COOLING_SETTING}, {ZORPM_COOLING_V2_KEY, ZORPM_COOLING_SETTING}}, 1, TIO_REFUSED},
-    {{L"restart", nullptr},   SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_RESTART, {}, 0, nullptr},
-    {{L"graphics", L"off"},   SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_CPU_CONTROL_DISABLE,
-     {{DCC_KEY, ZORPM_COOLING_SETTING}, {}}, 0, DCC_REFUSED},
-    {{L"graphics", L"on"},    SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_CPU_CONTROL_ENABLE,
-     {{DCC_KEY, ZORPM_COOLING_SETTING}, {}}, 1, DCC_REFUSED},
-    {{L"hand", L"off"},       SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_ON_HAND_UNDETECTED,
-     {{TIO_KEY, ZORPM_TIO_ON_HAND}, {}}, 0, HAND_REFUSED},
-    {{L"hand", L"on"},        SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_ON_HAND_DETECTED,
-     {{TIO_KEY, ZORPM_TIO_ON_HAND}, {}}, 1, HAND_REFUSED},
+    {{L"disable", nullptr},   SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DISABLE, 0,
+     {{TIO_KEY, ZORPM_COOLING_SETTING}, {ZORPM_COOLING_V2_KEY, ZORPM_COOLING_SETTING}}, TIO_REFUSED},
+    {{L"enable", nullptr},    SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_ENABLE, 1,
+     {{TIO_KEY, ZORPM_COOLING_SETTING}, {ZORPM_COOLING_V2_KEY, ZORPM_COOLING_SETTING}}, TIO_REFUSED},
+    {{L"restart", nullptr},   SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_RESTART, 0,
+     {}, nullptr},
+    {{L"graphics", L"off"},   SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_CPU_CONTROL_DISABLE, 0,
+     {{DCC_KEY, ZORPM_COOLING_SETTING}, {}}, DCC_REFUSED},
+    {{L"graphics", L"on"},    SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_CPU_CONTROL_ENABLE, 1,
+     {{DCC_KEY, ZORPM_COOLING_SETTING}, {}}, DCC_REFUSED},
+    {{L"hand", L"off"},       SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_ON_HAND_UNDETECTED, 0,
+     {{TIO_KEY, ZORPM_TIO_ON_HAND}, {}}, HAND_REFUSED},
+    {{L"hand", L"on"},        SERVICE_CONTROL_MESSAGE_SET_ADAPTIVE_COOLING_DYNAMIC_ON_HAND_DETECTED, 1,
+     {{TIO_KEY, ZORPM_TIO_ON_HAND}, {}}, HAND_REFUSED},
 };
 // clang-format on
 

@@ -111,10 +111,11 @@ TEST(CoreSweep, AThousandSchedules) {
         }
         // The disorder is over: whatever was suspended goes on, and what is published is what the firmware
         // says.
-        // (A pump paused inside an indicator's change holds each refresh up for two bounded waits.)
+        // (A pump paused in its turn holds up each of the 15 requests before for 5 s, a refresh for two waits
+        // more.)
         for (int i = 0; i < 12; ++i)
             sim::service_control(SERVICE_CONTROL_CONTINUE);
-        bench.machine.advance(60000);
+        bench.machine.advance(180000);
         EXPECT_EQ(0u, sim::pending_events());
         bench.run("control 135\nevent 0x60C0\nadvance 1s\n"
                   "check registry SVC\\Transform\\CurrentStatus MM = 1\n"
