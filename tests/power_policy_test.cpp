@@ -151,6 +151,27 @@ TEST(UserPolicy, WhoTheUserIs) {
     }
 }
 
+// Whatever of the look at file and folder fails, nothing is loaded and no privilege enabled for it.
+TEST(UserPolicy, ALookThatFailsLoadsNothing) {
+    for (std::uint64_t look = 1; look <= 3; ++look) {
+        Bench bench;
+        bench.run(std::string(g_winlogon) + g_profile);
+        bench.machine.keep_details = true;
+        sim::run_on_thread([&] {
+            WCHAR user[SID_STRING_CHARACTERS];
+            bench.machine.fail_name = "GetFileAttributesW";
+            bench.machine.fail_countdown = look;
+            EXPECT_FALSE(GetDefaultUserSidString(user)) << look;
+            EXPECT_EQ(".DEFAULT", sim::narrow(user));
+        });
+        EXPECT_EQ("GetFileAttributesW", bench.machine.failed_call);
+        for (const sim::TraceLine& line : bench.machine.trace) {
+            EXPECT_FALSE(line.text.starts_with("call RegLoadKeyW")) << look;
+            EXPECT_FALSE(line.text.starts_with("AdjustTokenPrivileges")) << look;
+        }
+    }
+}
+
 TEST(UserPolicy, AHiveStaysLoadedUntilItIsUnloaded) {
     Bench bench;
     bench.run(std::string(g_winlogon) + g_profile);

@@ -110,6 +110,18 @@ void CheckHelper(const wchar_t* path) {
     CloseHandle(helper);
 }
 
+// Another program of the session keeps the helper's name for something else: that stops nobody.
+void CheckTakenName(const wchar_t* path) {
+    const HANDLE taken = CreateEventW(nullptr, FALSE, FALSE, L"HELPERMUTEX");
+    Check(taken != nullptr && GetLastError() == ERROR_SUCCESS, "the name is free again");
+    const HANDLE helper = StartHelper(path);
+    Check(helper != nullptr && AwaitWindow(true) != nullptr, "a helper beside an event of its mutex's name");
+    TerminateProcess(helper, 0);
+    WaitForSingleObject(helper, LIMIT_MS);
+    CloseHandle(helper);
+    CloseHandle(taken);
+}
+
 INT_PTR CALLBACK NoDialogProc(HWND, UINT, WPARAM, LPARAM) {
     return FALSE;
 }
@@ -162,6 +174,7 @@ int wmain() {
         return 1;
     }
     CheckHelper(path);
+    CheckTakenName(path);
     CheckDialog(path);
     return g_failures == 0 ? 0 : 1;
 }

@@ -34,6 +34,7 @@ rm "$windows/inf/oem8.inf"
 echo "left by an earlier run" >"$copy"
 run 60 0 "$EXE" -pnptask
 cmp "$copy" "$inf" || fail "the copy is not the embedded INF"
+run 60 0 "$PROBES/dacl_probe.exe" 'C:\windows\system32\ZORPMDRV.INF'
 wait_for 20 test -s "$record" || fail "rundll32 was not started"
 line='"C:\windows\system32\rundll32.exe" setupapi,InstallHinfSection DefaultUninstall 128 C:\windows\system32\ZORPMDRV.INF'
 [ "$(cat "$record")" = "$line" ] || fail "started as: $(cat "$record")"
