@@ -4,7 +4,6 @@
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
-#include "sim/windows/registry.h"
 
 namespace sim {
 
@@ -57,8 +56,6 @@ struct OpenedInterface { // what a file object refers to
 
 struct InterfaceStates {
     InterfaceState of[ARRAYSIZE(g_interfaces)];
-    bool rotation_follows = false; // a press of the rotation lock changes Windows' setting
-    bool half_pressed = false;
     InterfaceStates() { of[0].state[0] = 1; }
 };
 
@@ -117,13 +114,10 @@ static BOOL read_indicator(Object& file, void* buffer, DWORD bytes, DWORD* read)
     return TRUE;
 }
 
-// Two bytes are one press, which turns Windows' auto-rotation over.
-static void rotation_button_byte() {
-    static const char key[] = "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation";
-    auto& states = machine_state<InterfaceStates>();
-    states.half_pressed = !states.half_pressed;
-    if (states.rotation_follows && !states.half_pressed && registry_value(key, "Enable") != nullptr)
-        registry_set_dword(key, "Enable", registry_dword(key, "Enable") ^ 1);
+static void (*g_buttonListener)(BYTE) = nullptr;
+
+ButtonListener::ButtonListener(void (*written)(BYTE)) {
+    g_buttonListener = written;
 }
 
 static BOOL write_interface(Object& file, const void* buffer, DWORD bytes, DWORD* written) {
@@ -135,8 +129,8 @@ static BOOL write_interface(Object& file, const void* buffer, DWORD bytes, DWORD
         return FALSE;
     *written = 1;
     trace("write %s %u", interface_name(opened).c_str(), *static_cast<const BYTE*>(buffer));
-    if (!g_interfaces[opened.which].readable && *static_cast<const BYTE*>(buffer) == 4)
-        rotation_button_byte();
+    if (!g_interfaces[opened.which].readable && g_buttonListener != nullptr)
+        g_buttonListener(*static_cast<const BYTE*>(buffer));
     // An indicator changes to its other state, whatever the byte.
     BYTE& indicator = state.state[opened.instance];
     if (indicator <= 1)
@@ -240,13 +234,7 @@ static Action compile_check_device(Tokens& tokens) {
     };
 }
 
-static Action compile_rotation(Tokens& tokens) {
-    const bool follows = tokens.choice({"stays", "follows"}) == 1;
-    return [follows] { machine_state<InterfaceStates>().rotation_follows = follows; };
-}
-
 static const Commands g_commands({
-    {"windows rotation", Use::Machine, compile_rotation},
     {"device slate", Use::Machine, compile_device<0>},
     {"device dock", Use::Machine, compile_device<1>},
     {"device button", Use::Machine, compile_device<2>},

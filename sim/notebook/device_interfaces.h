@@ -16,4 +16,9 @@ void set_indicator_state(Interface which, BYTE state);
 // The paths of the present interfaces of a class; none for a class that is not known.
 std::vector<std::string> present_interfaces(const GUID& interface_class);
 
+// Who is told of each byte written to the button; one at most.
+struct ButtonListener {
+    ButtonListener(void (*written)(BYTE byte));
+};
+
 } // namespace sim

@@ -11,9 +11,9 @@
 
 namespace sim {
 
-enum class Output { Console, Redirected, Missing };
+namespace {
 
-namespace { // types of this file alone
+enum class Output { Console, Redirected, Missing };
 
 struct Consoles {
     Output output = Output::Console;
@@ -71,11 +71,16 @@ static const FileKinds g_consoleKind(open_console);
 
 // ---- what ends it ----
 
+namespace {
+
 struct Ending {
     const char* word;
     DWORD type;
     bool by_window; // the session's end, of which its window is told
 };
+
+} // namespace
+
 static const Ending g_endings[] = {
     {"ctrl-c", CTRL_C_EVENT, false},
     {"close", CTRL_CLOSE_EVENT, false},

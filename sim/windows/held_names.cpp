@@ -55,7 +55,7 @@ static void set_held(const std::string& name) {
         signal_object(*object);
 }
 
-// ---- the language ----
+// ---- commands ----
 
 static Action compile_object(Tokens& tokens) {
     const std::string name = bare_name(tokens.text());
