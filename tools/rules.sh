@@ -1,6 +1,7 @@
 #!/bin/bash
-# rules.sh - the rules of src/ that no compiler checks: includes run downwards, and nothing that differs between the
-# two builds or that an image cannot carry. Prints each offending line; fails when there is one.
+# rules.sh - the rules that no compiler checks: includes run downwards in src/ and sim/; nothing in src/ that differs
+# between the two builds or that an image cannot carry; types of one file of sim/ are its own; headings are one short
+# line. Prints each offending line; fails when there is one.
 set -u
 cd "$(dirname "$0")/.."
 status=0
@@ -9,10 +10,12 @@ status=0
 declare -A rank=([common]=0 [driver]=1 [power]=2 [cooling]=3 [formfactor]=3 [hotkeys]=3 [helper]=3 [cpu]=3
                  [display]=3 [setup]=3 [events]=4 [service]=5 [ctl]=4)
 declare -A also=([formfactor]=" cooling hotkeys ")
+# The rooms of sim/ likewise; their includes name them as sim/ROOM/.
+rank+=([sim/machine]=0 [sim/script]=1 [sim/notebook]=2 [sim/windows]=3 [sim/tool]=4)
 
 while IFS=: read -r file line text; do
-    from=${file#src/} from=${from%%/*}
-    to=${text#*\"} to=${to%%/*}
+    from=${file%/*} from=${from#src/}
+    to=${text#*\"} to=${to%/*}
     [ "$from" = "$to" ] && continue
     if [ -z "${rank[$from]:-}" ] || [ -z "${rank[$to]:-}" ]; then
         echo "$file:$line: folder without a rank in tools/rules.sh: $text"
@@ -21,7 +24,24 @@ while IFS=: read -r file line text; do
         echo "$file:$line: $from must not include $to"
         status=1
     fi
-done < <(grep -nE '^#include "' src/*/*.h src/*/*.cpp)
+done < <(grep -nE '^#include "' src/*/*.h src/*/*.cpp sim/{machine,script,notebook,windows,tool}/*.{h,cpp} 2>/dev/null)
+
+# State is found by its type: two of one name would be one. What a header declares without a body may have it here.
+outside=$(awk '
+    FNR == 1 { anonymous = 0 }
+    /^namespace \{/ { anonymous = 1 }
+    /^\} \/\/ namespace$/ { anonymous = 0 }
+    FILENAME ~ /\.h$/ && /^struct [A-Za-z]+;/ { declared[$2] = 1; next }
+    FILENAME ~ /\.cpp$/ && !anonymous && /^(template <[^>]*> )?(struct|class|union|enum( class)?) [A-Za-z]+[^;(]*\{/ {
+        if (!(($2 ";") in declared))
+            print FILENAME ":" FNR ": a type outside the anonymous namespace: " $0
+    }' sim/*/*.h sim/*/*.cpp)
+[ -z "$outside" ] || { echo "$outside"; status=1; }
+
+if grep -rnE --include='*.h' --include='*.cpp' '//.*-{9,}' src sim tests; then
+    echo "a heading is one short line: // ---- name ----"
+    status=1
+fi
 
 # pattern|why  (comments are left out of the search)
 rules='
