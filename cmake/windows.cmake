@@ -37,6 +37,12 @@ if(ctl_sources)
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endif()
 
+# The example for client programs, in C.
+enable_language(C)
+add_executable(client docs/examples/client.c)
+target_compile_options(client PRIVATE -municode -Wall -Wextra -Wconversion)
+target_link_libraries(client PRIVATE advapi32)
+
 # The probes: each tests/wine/NAME.cpp is one console program tests/NAME.exe (entry wmain) that a Wine test starts.
 file(GLOB probes CONFIGURE_DEPENDS tests/wine/*.cpp)
 foreach(probe IN LISTS probes)
