@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows release bench lint format defects clean
+.PHONY: help demo test test-host windows release bench lint format defects mutants clean
 .DEFAULT_GOAL := help
 
 help:
@@ -12,6 +12,7 @@ help:
 	@echo "make lint       clang-tidy, cppcheck, clang-format, the project's own rules"
 	@echo "make format     lay out all sources"
 	@echo "make defects    plant every known defect in turn; each must be caught"
+	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample); goes on where it stopped"
 	@echo "make clean      remove build/"
 
 # Builds the targets $(2) (default: all) of the preset $(1).
@@ -60,6 +61,10 @@ format:
 defects:
 	@tools/ensure.sh host
 	@tests/defects/run.sh
+
+mutants:
+	@tools/ensure.sh host mutants
+	@tools/mutate/mutate.py --count $(or $(COUNT),0) --seed $(or $(SEED),1)
 
 clean:
 	rm -rf build

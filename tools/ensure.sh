@@ -20,6 +20,7 @@ windows    timeout                          coreutils
 lint       clang-tidy                       clang-tidy
 lint       clang-format                     clang-format
 lint       cppcheck                         cppcheck
+mutants    python3                          python3
 lint       /usr/include/c++                 libstdc++-12-dev
 '
 

@@ -1,0 +1,361 @@
+"""A build of the tree in which one file at a time is changed, and the tests that look at each change.
+
+The tree is copied and built once, without sanitizers. A worker has a directory with the built programs; for a mutant it
+compiles the changed file from there, links what holds it - the image, and those test programs that take the file's
+functions from the archive - and runs the tests, the likeliest first.
+"""
+
+import fnmatch
+import glob
+import hashlib
+import json
+import os
+import re
+import shlex
+import shutil
+import subprocess
+import threading
+import time
+
+PROGRAMS = ["zorpm_tests", "zorpmsim", "zorpm_sweeps"]
+IMAGE = "zorpm_image"
+SHORT_SWEEP_S = 2   # a sweep's test that takes no longer looks at the mutants of its folder that are still alive
+QUICK_SWEEP_S = 0.5 # one that takes no longer, at those of every folder
+MEMORY_KB = 3_000_000
+KILLERS = 5         # of a file, tried first
+
+
+def sha(text):
+    return hashlib.sha1(text if isinstance(text, bytes) else text.encode()).hexdigest()[:16]
+
+
+class Finished:
+    def __init__(self, status, output):
+        self.status, self.output = status, output
+        self.hung = status in (152, -24, 137, -9, 124)
+
+
+def run(words, directory, cpu_s, log, memory_kb=MEMORY_KB):
+    """Runs a program with a limit of processor time - the clock says nothing on a busy machine - and of memory."""
+    limits = f"ulimit -c 0; ulimit -t {int(cpu_s) + 1}; ulimit -v {memory_kb}; exec \"$@\""
+    with open(log, "wb") as output:
+        process = subprocess.Popen(["bash", "-c", limits, "bash", *words], cwd=directory, stdout=output,
+                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+        try:
+            status = process.wait(timeout=60 + 20 * cpu_s)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+            status = 124
+    with open(log, "rb") as output:
+        return Finished(status, output.read(4_000_000).decode("utf-8", "replace"))
+
+
+class Bench:
+    """`tree` is the copy of the sources, `build` its build; `flags` are the compiler's."""
+
+    def __init__(self, root, work, name, options):
+        self.root, self.work = root, work
+        self.tree = os.path.join(work, "tree")
+        self.build = os.path.join(work, name)
+        self.options = options
+        self.compiles, self.links, self.sources, self.deps = {}, {}, {}, {}
+        self.pulled = {}
+        self.tests, self.scenarios, self.sweeps = {}, [], {}
+        self.lock = threading.Lock()
+        self.memory_kb = MEMORY_KB  # "unlimited" where a sanitizer reserves its shadow
+
+    # ---- the build ----
+
+    def copy_tree(self):
+        """Makes the copy equal to the working tree, and leaves the times of what is equal already."""
+        listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=self.root, check=True,
+                                capture_output=True, text=True).stdout.split("\n")
+        names = {name for name in listed if name and os.path.isfile(os.path.join(self.root, name))}
+        for folder, _, files in os.walk(self.tree):
+            for file in files:
+                path = os.path.join(folder, file)
+                if os.path.relpath(path, self.tree) not in names:
+                    os.unlink(path)
+        for name in names:
+            source, target = os.path.join(self.root, name), os.path.join(self.tree, name)
+            os.makedirs(os.path.dirname(target), exist_ok=True)
+            if not os.path.exists(target) or open(source, "rb").read() != open(target, "rb").read():
+                shutil.copy(source, target)
+
+    def make(self):
+        log = os.path.join(self.work, "build.log")
+        configure = ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
+                     "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF", *self.options]
+        environment = {**os.environ, "CCACHE_BASEDIR": self.work, "CCACHE_NOHASHDIR": "1"}
+        for words in (configure, ["cmake", "--build", self.build, "--target", IMAGE, *PROGRAMS]):
+            with open(log, "wb") as output:
+                if subprocess.run(words, stdout=output, stderr=subprocess.STDOUT, env=environment).returncode != 0:
+                    raise SystemExit(f"mutate: the build fails, see {log}")
+        self._read_commands()
+        self._read_deps()
+
+    def _ninja(self, *words):
+        return subprocess.run(["ninja", "-C", self.build, "-t", *words], check=True, capture_output=True,
+                              text=True).stdout
+
+    def _read_commands(self):
+        self.compiles.clear(), self.links.clear(), self.sources.clear()
+        for command in self._ninja("commands", IMAGE, *PROGRAMS).split("\n"):
+            compiled = re.search(r" -o (\S+) -c (\S+)", command)
+            linked = re.search(r"^: && (.*-o (\S+) .*?)(?: && :)?$", command)
+            if compiled:
+                self.compiles[compiled.group(1)] = command
+                self.sources[compiled.group(1)] = os.path.normpath(os.path.join(self.build, compiled.group(2)))
+            elif linked and not re.search(r"\bar q?c", command):
+                words = shlex.split(linked.group(1))
+                self.links[linked.group(2)] = words[:words.index("&&")] if "&&" in words else words
+
+    def _read_deps(self):
+        """The sources and headers of each object, as paths in the tree."""
+        current = None
+        for line in self._ninja("deps").split("\n"):
+            if line and not line.startswith(" "):
+                current = line.split(":")[0]
+                self.deps[current] = set()
+            elif line.strip() and current:
+                path = os.path.normpath(os.path.join(self.build, line.strip()))
+                if path.startswith(self.tree):
+                    self.deps[current].add(os.path.relpath(path, self.tree))
+
+    def objects_of(self, path):
+        """The objects that change with the file `path` of the tree."""
+        if path.endswith((".cpp", ".h")):
+            full = os.path.join(self.tree, path)
+            return [o for o in self.compiles if self.sources[o] == full or path in self.deps.get(o, ())]
+        name = os.path.basename(path)  # data that an assembler directive embeds
+        return [o for o, source in self.sources.items() if os.path.isfile(source) and source.endswith(".cpp") and
+                re.search(r"incbin[^;]*" + re.escape(name), open(source, encoding="utf-8").read())]
+
+    def takes(self, program, name):
+        """Whether a program takes the object `name` from an archive."""
+        with self.lock:
+            if program not in self.pulled:
+                words = self.links[program] + ["-Wl,--trace", "-o", os.path.join(self.work, "trace.out")]
+                listed = subprocess.run(words, cwd=self.build, capture_output=True, text=True).stdout
+                self.pulled[program] = set(re.findall(r"\(?([\w.+-]+\.o)\)?$", listed, re.M))
+        return os.path.basename(name) in self.pulled[program]
+
+    # ---- the tests ----
+
+    def learn(self, known):
+        """Runs everything once on the unchanged tree: all must pass; the times give the limits and the short sweeps."""
+        tests = run([os.path.join(self.build, "zorpm_tests"), "--gtest_brief=1",
+                     "--gtest_output=json:" + os.path.join(self.work, "tests.json")], self.tree, 600,
+                    os.path.join(self.work, "learn.log"), self.memory_kb)
+        if tests.status != 0:
+            raise SystemExit(f"mutate: the unit tests fail without any change:\n{tests.output[-2000:]}")
+        with open(os.path.join(self.work, "tests.json"), encoding="utf-8") as file:
+            for suite in json.load(file)["testsuites"]:
+                for test in suite["testsuite"]:
+                    self.tests[f"{suite['name']}.{test['name']}"] = float(test["time"].rstrip("s"))
+        self.scenarios = sorted(os.path.relpath(p, self.tree) for p in
+                                glob.glob(os.path.join(self.tree, "scenarios", "**", "*.txt"), recursive=True))
+        told = run([os.path.join(self.build, "zorpmsim"), *self.scenarios], self.tree, 300,
+                   os.path.join(self.work, "learn.log"), self.memory_kb)
+        if told.status != 0:
+            raise SystemExit(f"mutate: the scenarios fail without any change:\n{told.output[-2000:]}")
+        self.sweeps = known if known is not None else self._learn_sweeps()
+
+    def _learn_sweeps(self):
+        listed = subprocess.run([os.path.join(self.build, "zorpm_sweeps"), "--gtest_list_tests"], cwd=self.tree,
+                                capture_output=True, text=True, check=True).stdout
+        names, suite = [], ""
+        for line in listed.split("\n"):
+            if line and not line.startswith(" ") and line.rstrip().endswith("."):
+                suite = line.strip()
+            elif line.startswith("  "):
+                names.append(suite + line.split("#")[0].strip())
+        times, threads = {}, []
+
+        def measure(number):
+            for name in names[number::os.cpu_count() or 1]:
+                before = time.monotonic()
+                result = run([os.path.join(self.build, "zorpm_sweeps"), "--gtest_filter=" + name], self.tree,
+                             SHORT_SWEEP_S, os.path.join(self.work, f"sweep{number}.log"))
+                if result.status == 0:
+                    times[name] = min(time.monotonic() - before, SHORT_SWEEP_S)
+
+        for number in range(os.cpu_count() or 1):
+            threads.append(threading.Thread(target=measure, args=(number,)))
+            threads[-1].start()
+        for thread in threads:
+            thread.join()
+        return dict(sorted(times.items()))
+
+
+class Worker:
+    """One place in which mutants are made, one after another."""
+
+    def __init__(self, bench, number, thorough=False):
+        self.bench, self.thorough = bench, thorough
+        self.place = os.path.join(bench.work, f"{os.path.basename(bench.build)}-{number}")
+        shutil.rmtree(self.place, ignore_errors=True)
+        os.makedirs(self.place)
+        self.originals = [name for name in os.listdir(bench.build)
+                          if os.path.isfile(os.path.join(bench.build, name)) and
+                          (name in PROGRAMS or name.endswith(".so"))]
+        self.replaced = set(self.originals)
+        self.log = os.path.join(self.place, "log")
+
+    def _restore(self):
+        shutil.rmtree(os.path.join(self.place, "overlay"), ignore_errors=True)
+        for name in self.replaced:
+            path = os.path.join(self.place, name)
+            if os.path.lexists(path):
+                os.unlink(path)
+            os.link(os.path.join(self.bench.build, name), path)
+        self.replaced = set()
+
+    def judge(self, mutant, killers):
+        """(verdict, by whom): invalid, same, noticed or survived."""
+        self._restore()
+        overlay = os.path.join(self.place, "overlay", mutant.file)
+        os.makedirs(os.path.dirname(overlay))
+        with open(overlay, "w", encoding="utf-8") as file:
+            file.write(mutant.changed_text())
+        objects = self._compile(mutant.file, overlay)
+        if objects is None:
+            return "invalid", "compiler"
+        if not objects:
+            return "same", "compiler"
+        if not self._link(objects):
+            return "invalid", "linker"
+        return self._look(mutant, killers)
+
+    def _compile(self, path, overlay):
+        """The objects that differ from the unchanged ones: {object: its new file}; None when one does not compile."""
+        changed = {}
+        headers = os.path.join(self.place, "overlay", "src")
+        for name in self.bench.objects_of(path):
+            target = os.path.join(self.place, "objects", name)
+            os.makedirs(os.path.dirname(target), exist_ok=True)
+            words = shlex.split(self.bench.compiles[name])
+            if words[0].endswith("ccache"):
+                words = words[1:]
+            own = self.bench.sources[name] == os.path.join(self.bench.tree, path)
+            words[words.index("-o") + 1] = target
+            if own:
+                words[words.index("-c") + 1] = overlay
+            words = self._without(words, own, path)
+            words[1:1] = ["-w", "-I" + headers]
+            if not path.endswith((".cpp", ".h")):
+                words = [w for w in words if not w.startswith("-DZORPM_SOURCE_DIR=")]
+                words[1:1] = ['-DZORPM_SOURCE_DIR="%s"' % os.path.join(self.place, "overlay")]
+            if subprocess.run(words, cwd=self.bench.build, capture_output=True, timeout=300).returncode != 0:
+                return None
+            with open(target, "rb") as new, open(os.path.join(self.bench.build, name), "rb") as old:
+                if new.read() != old.read():
+                    changed[name] = target
+        return changed
+
+    def _without(self, words, own, path):
+        """Leaves out the dependency files, and a precompiled header that holds the changed one."""
+        stale = any(name.endswith(".gch") and path in headers for name, headers in self.bench.deps.items())
+        result, skip = [], 0
+        for word in words:
+            if skip:
+                skip -= 1
+            elif word in ("-MT", "-MF"):
+                skip = 1
+            elif word == "-include" and (stale or own):
+                skip = 1
+            elif word != "-MD" and word != "-Winvalid-pch":
+                result.append(word)
+        return result
+
+    def _link(self, objects):
+        for output, words in self.bench.links.items():
+            direct = [o for o in objects if o in words]
+            taken = []
+            if not direct and os.path.basename(output) in PROGRAMS:
+                taken = [o for o in objects if self._in_archive(o) and self.bench.takes(output, o)]
+            if not direct and not taken:
+                continue
+            target = os.path.join(self.place, output)
+            if os.path.lexists(target):
+                os.unlink(target)
+            self.replaced.add(output)
+            words = [objects.get(w, w) for w in words]
+            words[words.index("-o") + 1] = target
+            first = next(k for k, w in enumerate(words) if w.endswith(".o"))
+            words[first:first] = [objects[o] for o in taken]
+            if subprocess.run(words, cwd=self.bench.build, capture_output=True, timeout=300).returncode != 0:
+                return False
+        return True
+
+    def _in_archive(self, name):
+        return "zorpm_objects.dir" in name
+
+    # ---- the tests ----
+
+    def _look(self, mutant, killers):
+        bench = self.bench
+        first = [k for k in killers if k in bench.tests][:KILLERS]
+        folder = mutant.folder[:6]
+        own = [t for t in bench.tests if t.lower().startswith(folder) and t not in first]
+        rest = [t for t in bench.tests if t not in first and t not in own]
+        by = self._unit(first) or self._scenarios([k for k in killers if k in bench.scenarios]) or \
+            self._scenarios(bench.scenarios) or self._unit(own) or self._unit(rest) or self._sweeps(folder)
+        return ("noticed", by) if by else ("survived", "")
+
+    def _unit(self, tests, program="zorpm_tests", times=None, slow=2):
+        if not tests:
+            return None
+        times = times or self.bench.tests
+        with open(os.path.join(self.place, "filter"), "w", encoding="utf-8") as file:
+            file.write(f"--gtest_filter={':'.join(tests)}\n")
+        cpu_s = 2 + slow * 2 * sum(times[t] for t in tests)
+        result = run([os.path.join(self.place, program), "--gtest_fail_fast", "--gtest_flagfile=" + os.path.join(self.place, "filter")], self.bench.tree, cpu_s, self.log,
+                     self.bench.memory_kb)
+        return self._noticed(result, r"^\[  FAILED  \] ([\w./]+)")
+
+    def _scenarios(self, names):
+        if not names:
+            return None
+        result = run([os.path.join(self.place, "zorpmsim"), *names], self.bench.tree, 10, self.log,
+                     self.bench.memory_kb)
+        return self._noticed(result, r"^(scenarios/[^:]*):\d+: ")
+
+    def _sweeps(self, folder):
+        short = self.bench.sweeps
+        own = [t for t in short if t.lower().startswith(folder)]
+        rest = [t for t in short if t not in own and (self.thorough or short[t] <= QUICK_SWEEP_S)]
+        by = self._unit(own, "zorpm_sweeps", short) or self._unit(rest, "zorpm_sweeps", short)
+        if by or not self.thorough:
+            return by
+        result = run([os.path.join(self.place, "zorpm_sweeps"), "--gtest_fail_fast"], self.bench.tree, 600,
+                     self.log, self.bench.memory_kb)
+        return self._noticed(result, r"^\[  FAILED  \] ([\w./]+)")
+
+    def _noticed(self, result, pattern):
+        if result.status == 0:
+            return None
+        found = re.search(pattern, result.output, re.M)
+        running = re.findall(r"^\[ RUN      \] ([\w./]+)", result.output, re.M)
+        by = found.group(1) if found else running[-1] if running else ""
+        return by if by and not result.hung else f"hang {by}".strip() if result.hung else \
+            f"crash (status {result.status}) {by}".strip()
+
+
+def remove_left_images(since):
+    """A crashed program leaves its copies of the image behind; removes those that no process uses any more."""
+    used = set()
+    for maps in glob.glob("/proc/[0-9]*/maps"):
+        try:
+            with open(maps, encoding="utf-8", errors="replace") as file:
+                used.update(re.findall(r"/tmp/zorpmsim-\w+", file.read()))
+        except OSError:
+            continue
+    for path in glob.glob("/tmp/zorpmsim-*"):
+        try:
+            made = os.stat(path).st_mtime
+            if fnmatch.fnmatch(path, "/tmp/zorpmsim-??????") and path not in used and since < made < time.time() - 30:
+                shutil.rmtree(path, ignore_errors=True)
+        except OSError:
+            continue
