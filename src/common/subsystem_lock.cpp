@@ -29,21 +29,28 @@ static bool Take(SubsystemLock* lock, DWORD wait_ms) {
     return true;
 }
 
-// The present owner's.
+static bool Overtaken(const SubsystemLock* lock) {
+    for (const auto& place : lock->overtakers) {
+        if (place != nullptr)
+            return true;
+    }
+    return false;
+}
+
+// The present owner's. From the oldest place on: the next one to be filled. Places, not numbers, tell what is
+// to be done: who enters takes a number first and fills its place a moment later.
 static void RunOvertakers(SubsystemLock* lock) {
-    while (lock->settled != lock->entered) {
-        if (lock->entered - lock->settled > OVERTAKER_LIMIT)
-            lock->settled = lock->entered - OVERTAKER_LIMIT;
+    const DWORD oldest = lock->entered;
+    for (DWORD i = 0; i < OVERTAKER_LIMIT; ++i) {
         const SubsystemOperation operation =
-            lock->overtakers[lock->settled % OVERTAKER_LIMIT].exchange(nullptr);
-        ++lock->settled;
+            lock->overtakers[(oldest + i) % OVERTAKER_LIMIT].exchange(nullptr);
         if (operation != nullptr)
             operation();
     }
 }
 
-// An operation may be entered behind the last look of an owner that is just letting go: then whoever of the
-// two comes by later settles it.
+// An operation may be entered behind the last look of an owner that is just letting go: the look after it
+// sees it.
 static void LetGo(SubsystemLock* lock) {
     do {
         // Only the outermost level is at the end of its operation.
@@ -54,11 +61,14 @@ static void LetGo(SubsystemLock* lock) {
         ReleaseMutex(lock->mutex);
         if (!outermost)
             return;
-    } while (lock->settled != lock->entered && Take(lock, 0));
+    } while (Overtaken(lock) && Take(lock, 0));
 }
 
 BOOL RunExclusive(SubsystemLock* lock, SubsystemOperation operation) {
     bool taken = Take(lock, SUBSYSTEM_WAIT_MS);
+    // What an owner that was terminated has left comes before what was asked for later.
+    if (taken && lock->depth == 1)
+        RunOvertakers(lock);
     const BOOL result = operation();
     if (!taken) {
         Trace(L"RunExclusive(): the owner was overtaken\n");

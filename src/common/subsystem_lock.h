@@ -22,10 +22,9 @@ constexpr DWORD OVERTAKER_LIMIT = 8;
 struct SubsystemLock {
     std::atomic<HANDLE> mutex; // made by the first who needs it, and kept
     DWORD depth;               // how often its owner has taken it; the owner's word
-    // What has run without its turn, in the order of its coming: numbers from `settled` up to `entered`.
+    // What has run without its turn, in the order of its coming; null where there is nothing to be done.
     std::atomic<SubsystemOperation> overtakers[OVERTAKER_LIMIT];
-    std::atomic<DWORD> entered;
-    std::atomic<DWORD> settled;
+    std::atomic<DWORD> entered; // number of the next
 };
 
 // Runs an operation in its turn and returns its result. An operation that has waited in vain runs without;

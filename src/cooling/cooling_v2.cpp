@@ -47,7 +47,8 @@ BOOL SetAdaptiveCoolingCurrentStatus(DWORD setting) {
     case 0:
         return AdaptiveCoolingSetNominalMode();
     case 1:
-        return AdaptiveCoolingInitSettings_v2();
+        // In the turn that its caller has: it would wait for one of its own.
+        return InitSettings();
     default:
         return FALSE;
     }
