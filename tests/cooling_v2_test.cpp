@@ -57,6 +57,18 @@ TEST(CoolingVersion2, InitTicks) {
             advance 2h; expect no request *; event 0x4012; expect request DYTC(0x1) = 0x0)");
 }
 
+// A request beside a decision whose firmware is slow: it waits for its turn once, 5 s, and not again for what
+// it calls. When the decision is through, the request holds.
+TEST(CoolingVersion2, ARequestWaitsOnce) {
+    Check("enable", R"(firmware GOPT(0x200) = 2; start; advance 25s; firmware GOPT takes 4s; event 0x4012;
+            advance 100ms; control 135; mark; advance 4999ms; expect no request DYTC(0x100)*; advance 1ms;
+            expect request DYTC(0x100)*)");
+    Check("disable", R"(firmware GOPT(0x200) = 2; start; advance 25s; firmware GOPT takes 4s; event 0x4012;
+            advance 100ms; control 134; mark; advance 5s; expect request DYTC(0x1) = 0x0; advance 1m;
+            check registry SVC\TMCT\Parameters CurrentSetting = 0; mark; event 0x4012; advance 1m;
+            expect no request DYTC*)");
+}
+
 // Each story begins after the initialisation (phase 2) or before (phase 1), with an option attached.
 TEST(CoolingVersion2, Stories) {
     const std::string phase1 =

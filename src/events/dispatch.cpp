@@ -10,7 +10,6 @@
 #include "events/sleep_wake.h"
 #include "events/standby.h"
 #include "formfactor/multimode.h"
-#include "formfactor/multimode_registry.h"
 #include "formfactor/option_status.h"
 #include "formfactor/transformation.h"
 #include "hotkeys/ph_notification.h"
