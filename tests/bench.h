@@ -1,13 +1,13 @@
 // The bench of the tests: one simulated machine, driven by scripts in the scenario language and by C++.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include "sim/machine/machine.h"
 #include "sim/notebook/driver.h"
 #include "sim/script/scenario.h"
 #include "sim/windows/registry.h"
 #include "sim/windows/scm.h"
-
-#include <gtest/gtest.h>
 
 struct Bench {
     sim::Machine machine;

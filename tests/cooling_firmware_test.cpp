@@ -1,10 +1,9 @@
 // Adaptive cooling at the firmware's edge: interface version, option attach state, readiness, set words,
 // DWORD values.
-#include "tests/cooling_scripts.h"
-
 #include "common/registry.h"
 #include "cooling/cooling_registry.h"
 #include "cooling/thermal_firmware.h"
+#include "tests/cooling_scripts.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
 // The panel's PWM frequency; scenarios/display_pwm.txt tells the usual course.
-#include "tests/bench.h"
-
 #include "display/cui_external.h"
 #include "display/pwm_frequency.h"
 #include "sim/notebook/panel.h"
 #include "sim/windows/com.h"
+#include "tests/bench.h"
 
 // Runs two events and returns what the firmware was told: "PWMSET(argument)" or "PWMGET", in order.
 static std::vector<std::string> requests_of_two_events(const char* setup) {

@@ -1,9 +1,8 @@
 // The service's monitor-off request: without effect from Vista on, the dialog and its manoeuvre before.
-#include "tests/bench.h"
-
 #include "sim/windows/messages.h"
 #include "sim/windows/modules.h"
 #include "sim/windows/power.h"
+#include "tests/bench.h"
 
 static const std::string g_index = R"(
     registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "3"

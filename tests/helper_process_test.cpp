@@ -1,10 +1,9 @@
 // The helper process: its window, its six commands, the store that it shares with its clients.
-#include "tests/bench.h"
-
 #include "sim/windows/desktop.h"
 #include "sim/windows/messages.h"
 #include "sim/windows/modules.h"
 #include "sim/windows/power.h"
+#include "tests/bench.h"
 
 static const std::string g_store = "HKCR\\QWRSAUTO.PMHELPER\\";
 

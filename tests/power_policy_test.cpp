@@ -1,11 +1,10 @@
 // The user's power policy: who the user is, where the hive is, what is read and written.
-#include "tests/bench.h"
+#include <algorithm>
 
 #include "power/user_policy.h"
 #include "sim/windows/disk.h"
 #include "sim/windows/power.h"
-
-#include <algorithm>
+#include "tests/bench.h"
 
 static std::string text_of_sid(std::vector<BYTE> authority, std::vector<DWORD> sub_authorities) {
     BYTE sid[8 + 4 * 16] = {SID_REVISION, static_cast<BYTE>(sub_authorities.size())};

@@ -1,7 +1,5 @@
 // The clean-up run: when the package counts as installed, and what a removal leaves;
 // scenarios/setup_cleanup.txt tells the usual course.
-#include "tests/bench.h"
-
 #include <shlobj.h>
 
 #include "setup/cleanup.h"
@@ -9,6 +7,7 @@
 #include "sim/windows/programs.h"
 #include "sim/windows/resources.h"
 #include "sim/windows/scm_client.h"
+#include "tests/bench.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 

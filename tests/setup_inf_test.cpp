@@ -1,11 +1,10 @@
 // The embedded INF by the rules of its format: every name that it refers to is there, and nothing is there
 // twice.
-#include "tests/bench.h"
-
 #include <map>
 #include <set>
 
 #include "sim/windows/resources.h"
+#include "tests/bench.h"
 
 namespace {
 

@@ -1,11 +1,10 @@
 // The scheduled task: what is registered, what each failing step says, the deletions, the release of Windows.
-#include "tests/bench.h"
-
 #include <objbase.h>
 
 #include "setup/pnp_task.h"
 #include "sim/windows/com.h"
 #include "sim/windows/task_scheduler.h"
+#include "tests/bench.h"
 
 #define VERSION_KEY "\"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\""
 

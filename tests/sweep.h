@@ -1,10 +1,10 @@
 // What the sweeps share: every call failing once, many seeds, and the figures they print.
 #pragma once
 
-#include "tests/bench.h"
-
 #include <cstdio>
 #include <cstdlib>
+
+#include "tests/bench.h"
 
 // One line of the table of figures that `make test` shows at its end.
 inline void figure(const char* what, const std::string& value) {

@@ -4,8 +4,7 @@
 #include <stdio.h>
 #include <zorpm/zorpm.h>
 
-static DWORD read_value(const wchar_t *path, const wchar_t *name)
-{
+static DWORD read_value(const wchar_t* path, const wchar_t* name) {
     DWORD value = 0, size = sizeof value;
     if (RegGetValueW(HKEY_LOCAL_MACHINE, path, name, RRF_RT_REG_DWORD, NULL, &value, &size) != ERROR_SUCCESS)
         return 0;
@@ -13,8 +12,7 @@ static DWORD read_value(const wchar_t *path, const wchar_t *name)
 }
 
 /* Sets or clears one bit of a mask, and no other. Takes the rights of an administrator. */
-static int change_bit(const wchar_t *path, DWORD bit, int set)
-{
+static int change_bit(const wchar_t* path, DWORD bit, int set) {
     HANDLE mutex = CreateMutexW(NULL, FALSE, ZORPM_MASK_MUTEX);
     DWORD mask;
     LSTATUS error;
@@ -31,8 +29,7 @@ static int change_bit(const wchar_t *path, DWORD bit, int set)
 }
 
 /* Arm first, then read: a press in between signals the event that is armed already. */
-static void watch(HKEY key, HANDLE changed, int seconds)
-{
+static void watch(HKEY key, HANDLE changed, int seconds) {
     DWORD seen = read_value(ZORPM_NOTIFICATION_KEY, NULL), now;
     do {
         RegNotifyChangeKeyValue(key, FALSE, REG_NOTIFY_CHANGE_LAST_SET, changed, TRUE);
@@ -44,8 +41,7 @@ static void watch(HKEY key, HANDLE changed, int seconds)
 }
 
 /* 131 is accepted without a driver too, and clears an older answer; 133 then tells. */
-static int inhibit(SC_HANDLE service)
-{
+static int inhibit(SC_HANDLE service) {
     SERVICE_STATUS status;
     return ControlService(service, SERVICE_CONTROL_MESSAGE_LCDCS_STARTINHIBITLIDEVENT, &status) &&
            QueryServiceStatus(service, &status) && status.dwWin32ExitCode == NO_ERROR &&
@@ -54,8 +50,7 @@ static int inhibit(SC_HANDLE service)
            status.dwServiceSpecificExitCode == ZORPM_INHIBIT_ON;
 }
 
-int wmain(void)
-{
+int wmain(void) {
     SERVICE_STATUS status = {0};
     HKEY key = NULL;
     int done = 0;

@@ -2,14 +2,12 @@
 #pragma once
 
 #include "sim_base.h"
-
-#include "sim_kernel.h"
-#include "sim_registry.h"
-#include "sim_service.h"
-
 #include "sim_com.h"
 #include "sim_console.h"
+#include "sim_kernel.h"
 #include "sim_power.h"
+#include "sim_registry.h"
 #include "sim_security.h"
+#include "sim_service.h"
 #include "sim_setup.h"
 #include "sim_user.h"

@@ -1,9 +1,9 @@
 // What stands behind a handle of Kind::File: files and devices, whose kinds register themselves.
 #pragma once
 
+#include <windows.h>
 #include <memory>
 #include <string>
-#include <windows.h>
 
 #include "sim/machine/handles.h"
 

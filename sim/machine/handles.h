@@ -1,9 +1,9 @@
 // Kernel objects and the handles to them.
 #pragma once
 
+#include <windows.h>
 #include <memory>
 #include <string>
-#include <windows.h>
 
 namespace sim {
 

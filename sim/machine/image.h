@@ -2,8 +2,8 @@
 // own.
 #pragma once
 
-#include <string>
 #include <windows.h>
+#include <string>
 
 namespace sim {
 

@@ -1,10 +1,10 @@
 // Text: all sim code holds it as UTF-8; wide text exists only at the edge.
 #pragma once
 
+#include <windows.h>
 #include <cstdarg>
 #include <string>
 #include <string_view>
-#include <windows.h>
 
 namespace sim {
 

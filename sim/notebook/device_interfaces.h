@@ -1,9 +1,9 @@
 // Windows' laptop/slate and dock indicators and its button injection, as device interfaces of their classes.
 #pragma once
 
+#include <windows.h>
 #include <string>
 #include <vector>
-#include <windows.h>
 
 namespace sim {
 

@@ -1,10 +1,10 @@
 #include "sim/windows/held_names.h"
 
+#include <map>
+
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
-
-#include <map>
 
 namespace sim {
 

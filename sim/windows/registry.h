@@ -2,9 +2,9 @@
 // with "SVC\..." short for the service key.
 #pragma once
 
+#include <windows.h>
 #include <string>
 #include <vector>
-#include <windows.h>
 
 namespace sim {
 

@@ -1,9 +1,9 @@
 // SIDs, access-control lists and security descriptors.
 #pragma once
 
+#include <windows.h>
 #include <string>
 #include <vector>
-#include <windows.h>
 
 namespace sim {
 

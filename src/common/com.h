@@ -2,8 +2,8 @@
 // every path out of a scope, so it must go before its thread ends its use of COM.
 #pragma once
 
-#include <oleauto.h>
 #include <windows.h>
+#include <oleauto.h>
 
 // Owns one reference to a COM object.
 template <typename T> struct ComPointer {

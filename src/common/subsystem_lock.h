@@ -6,8 +6,8 @@
 // or cooling's. None is held while waiting for a thread to end.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // How long an operation waits for its turn, in milliseconds. Then it runs all the same.
 constexpr DWORD SUBSYSTEM_WAIT_MS = 5000;

@@ -2,11 +2,10 @@
 // option.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 #include "common/subsystem_lock.h"
-
 #include "driver/firmware_words.h"
 
 // Generations of the firmware interface as the version word holds them. Version 2 has one system-wide mode,

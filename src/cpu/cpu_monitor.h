@@ -2,8 +2,8 @@
 // timer's resolution, on machines whose driver asks for it.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // The monitor's thread, null when none runs. Set by StartCPUMonitorThread, emptied by the thread when it ends
 // (except when its registry key could not be created). The handle stays open for the life of the process, so

@@ -1,7 +1,8 @@
+#include <windows.h>
+#include <strsafe.h>
+
 #include "ctl/ctl.h"
 #include "ctl/output.h"
-
-#include <strsafe.h>
 
 Arguments g_arguments;
 

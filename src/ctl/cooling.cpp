@@ -1,8 +1,9 @@
+#include <windows.h>
+#include <strsafe.h>
+
 #include "ctl/ctl.h"
 #include "ctl/output.h"
 #include "ctl/service_link.h"
-
-#include <strsafe.h>
 
 struct CoolingFunction {
     const wchar_t* subkey;

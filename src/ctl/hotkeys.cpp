@@ -1,10 +1,11 @@
+#include <windows.h>
+#include <strsafe.h>
+
 #include "common/registry.h"
 #include "ctl/ctl.h"
 #include "ctl/hotkey_pages.h"
 #include "ctl/output.h"
 #include "ctl/service_link.h"
-
-#include <strsafe.h>
 
 // clang-format off
 const HotkeyPage g_hotkeyPages[HOTKEY_PAGES] = {

@@ -1,11 +1,12 @@
+#include <windows.h>
+#include <strsafe.h>
+
 #include "common/holders.h"
 #include "ctl/ctl.h"
 #include "ctl/inhibit_state.h"
 #include "ctl/interrupts.h"
 #include "ctl/output.h"
 #include "ctl/service_link.h"
-
-#include <strsafe.h>
 
 constexpr DWORD POLL_PERIOD_MS = 10000;
 constexpr DWORD COMMAND_LINE_CHARACTERS = 8192;

@@ -1,11 +1,12 @@
+#include <windows.h>
+#include <strsafe.h>
+
 #include "ctl/ctl.h"
 #include "ctl/hotkey_pages.h"
 #include "ctl/inhibit_state.h"
 #include "ctl/output.h"
 #include "ctl/service_link.h"
 #include "ctl/words.h"
-
-#include <strsafe.h>
 
 static const wchar_t g_notPublished[] = L"not published";
 

@@ -1,3 +1,6 @@
+#include <windows.h>
+#include <strsafe.h>
+
 #include "common/registry.h"
 #include "ctl/ctl.h"
 #include "ctl/hotkey_pages.h"
@@ -5,8 +8,6 @@
 #include "ctl/output.h"
 #include "ctl/service_link.h"
 #include "ctl/words.h"
-
-#include <strsafe.h>
 
 // Between two looks at the service's state, which no registry value tells.
 constexpr DWORD LOOK_PERIOD_MS = 2000;

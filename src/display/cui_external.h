@@ -3,8 +3,8 @@
 // its own.
 #pragma once
 
-#include <cstddef>
 #include <windows.h>
+#include <cstddef>
 
 // What the block identifier g_inverterParamsGuid stands for; its 8 bytes go to the driver as they are.
 struct InverterParams {

@@ -1,8 +1,8 @@
 // Standby: the monitor is turned off at a hot key's or a client's request.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // Asks for the monitor to be turned off through the interactive user's power scheme; does not wait for it.
 void StandbySystem();

@@ -1,8 +1,8 @@
 // The lid inhibit: the clients' requests, and its five-minute limit with the timer thread and the watchdog.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // Thread slots. The timer's is set once; the watchdog's holds the last one, which may have ended. The control
 // handler terminates both at a stop, by the handles it finds here. A watchdog's handle is closed when the

@@ -1,8 +1,8 @@
 // What the multimode posture leaves in the registry, for this service and for other programs.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // The settings in "Transform\Parameters", as of the last refresh.
 extern std::atomic<DWORD> g_dwCurrentSetting;

@@ -1,8 +1,8 @@
 // Keyboard-option and dock status, and the drivers of Windows' laptop/slate and dock indicators.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 #include "common/subsystem_lock.h"
 

@@ -1,8 +1,8 @@
 // The PH interface: hot-key personalisation through the registry.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // Thread slots of the classic watches, null while the thread does not run.
 extern std::atomic<HANDLE> g_hPHThread;

@@ -1,10 +1,9 @@
 // The extended PH interface: two further pages of 32 hot keys (family Type10) and a second set of event
 // notifications (family Type20), for firmware of interface version 0x200 or later.
-#include "hotkeys/ph_interface.h"
-
 #include "common/trace.h"
 #include "driver/firmware.h"
 #include "driver/firmware_words.h"
+#include "hotkeys/ph_interface.h"
 #include "hotkeys/ph_keys.h"
 #include "hotkeys/ph_masks.h"
 #include "hotkeys/ph_watch.h"

@@ -1,8 +1,8 @@
 // The masks of hot keys, one bit a key of a page.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 // What the firmware was told last: bit set, the hot key is left to clients. Set at start, then by the
 // watches.

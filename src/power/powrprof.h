@@ -3,7 +3,6 @@
 #pragma once
 
 #include <windows.h>
-
 #include <powrprof.h>
 
 // Nonzero on failure (1 when the library or the function cannot be found), 0 on success.

@@ -1,5 +1,3 @@
-#include "service/service.h"
-
 #include <zorpm/zorpm.h>
 
 #include "common/trace.h"
@@ -10,6 +8,7 @@
 #include "formfactor/multimode.h"
 #include "hotkeys/ph_interface.h"
 #include "service/power_setting.h"
+#include "service/service.h"
 
 // ---- standard controls ----
 

@@ -1,8 +1,8 @@
 // The service: its main routine, its status and its control handler.
 #pragma once
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 #define SERVICE_NAME L"ZORPMSVC"
 

@@ -1,5 +1,3 @@
-#include "service/service.h"
-
 #include "common/trace.h"
 #include "cooling/adaptive_cooling.h"
 #include "cpu/cpu_monitor.h"
@@ -14,6 +12,7 @@
 #include "formfactor/transformation.h"
 #include "hotkeys/ph_interface.h"
 #include "service/power_setting.h"
+#include "service/service.h"
 #include "setup/pnp_task.h"
 
 SERVICE_STATUS_HANDLE g_hServiceStatus = nullptr;

@@ -1,12 +1,12 @@
 // Figures that are measured, not asserted: calls per event, speed of the pump, idle time, switches.
+#include <chrono>
+#include <cstdio>
+#include <map>
+
 #include "sim/machine/machine.h"
 #include "sim/notebook/driver.h"
 #include "sim/script/scenario.h"
 #include "sim/windows/scm.h"
-
-#include <chrono>
-#include <cstdio>
-#include <map>
 
 using namespace sim;
 using Clock = std::chrono::steady_clock;

@@ -1,8 +1,8 @@
 // The service as a whole: every platform call of a start, ten events and a stop failing once; a thousand
 // schedules of controls, events and stop at once.
-#include "tests/sweep.h"
-
 #include <set>
+
+#include "tests/sweep.h"
 
 // A machine with work for every event, started; then the events that touch the most. The waits let retries
 // and timers come round.

@@ -1,8 +1,8 @@
 // Clients and users at once: masks are written while hot keys are pressed, under many schedules, and every
 // platform call fails once.
-#include "tests/sweep.h"
-
 #include <map>
+
+#include "tests/sweep.h"
 
 static const char CLASSIC[] = "SVC\\Parameters\\CurrentSetting";
 static const char EXTENDED[] = "SVC\\Parameters2\\Type10\\CurrentSetting";

@@ -1,11 +1,10 @@
 // Power actions, helper and monitor-off dialog: every platform call failing once, without leaks; schedules
 // over wake-ups, disconnects, timers and the stop.
-#include "tests/sweep.h"
-
-#include "sim/windows/modules.h"
-
 #include <algorithm>
 #include <set>
+
+#include "sim/windows/modules.h"
+#include "tests/sweep.h"
 
 // The user's hive is not loaded at first; hibernation needs its file.
 static const char g_user[] = R"(

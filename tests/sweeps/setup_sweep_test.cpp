@@ -1,7 +1,5 @@
 // Idle-state monitor, panel frequency, task registration and clean-up: each platform and COM call failing
 // once, and the task thread, events and the stop in any order.
-#include "tests/sweep.h"
-
 #include <set>
 
 #include "cpu/cpu_monitor.h"
@@ -11,6 +9,7 @@
 #include "sim/windows/programs.h"
 #include "sim/windows/resources.h"
 #include "sim/windows/task_scheduler.h"
+#include "tests/sweep.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 static const char g_task[] = "Mestra Power Management Driver PnP Task";

@@ -2,7 +2,6 @@
 // folder's. Wine keeps no more of a list than it can tell by the file's mode, and may lose the bit: that is
 // said, and no failure.
 #include <windows.h>
-
 #include <cstdio>
 
 int wmain(int count, wchar_t** arguments) {

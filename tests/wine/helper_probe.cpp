@@ -2,7 +2,6 @@
 // closes it; a second helper must leave at once. Then makes dialog 101 from the executable's resources. Exits
 // 0 when all holds.
 #include <windows.h>
-
 #include <cstdio>
 
 namespace {

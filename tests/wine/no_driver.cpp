@@ -2,7 +2,6 @@
 // it give up: after eleven attempts, 300 ms apart, it stops with the service-specific code 680002. Removes
 // the service again. Exits 0 when all holds.
 #include <windows.h>
-
 #include <cstdio>
 
 namespace {
