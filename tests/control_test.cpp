@@ -1,5 +1,5 @@
 // The control handler: every code, the power events, pause and stop against running threads.
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 TEST(Control, StandardControls) {
     Bench bench;

@@ -3,7 +3,7 @@
 #include "common/registry.h"
 #include "cooling/cooling_registry.h"
 #include "cooling/thermal_firmware.h"
-#include "tests/cooling_scripts.h"
+#include "tests/support/cooling_scripts.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Adaptive cooling, interface version 2: decisions, the worker's two phases, and its life.
-#include "tests/cooling_scripts.h"
+#include "tests/support/cooling_scripts.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Adaptive cooling, interface version 3: initialisation, and what each event and control does to firmware and
 // registry.
-#include "tests/cooling_scripts.h"
+#include "tests/support/cooling_scripts.h"
 
 namespace {
 

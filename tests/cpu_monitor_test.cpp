@@ -1,6 +1,6 @@
 // The CPU idle-state monitor: what it asks, writes and selects, and when it ends.
 #include "cpu/cpu_monitor.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 #define KEY "HKLM\\Software\\ZOR\\ZORPM\\CPUControl"
 

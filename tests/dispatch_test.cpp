@@ -1,7 +1,7 @@
 // The event pump and the table: fetching, notification, claims by clients, every row's action.
 #include "driver/device.h"
 #include "events/dispatch.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 TEST(Pump, FetchErrors) {
     const ScriptCase cases[] = {

@@ -3,7 +3,7 @@
 #include "display/pwm_frequency.h"
 #include "sim/notebook/panel.h"
 #include "sim/windows/com.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // Runs two events and returns what the firmware was told: "PWMSET(argument)" or "PWMGET", in order.
 static std::vector<std::string> requests_of_two_events(const char* setup) {

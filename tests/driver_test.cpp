@@ -1,7 +1,7 @@
 // Devices, the one-word request, the search for hardware ids, the catalogue.
 #include "driver/firmware.h"
 #include "sim/notebook/present_devices.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // Counts the openings and requests of one operation.
 static std::uint64_t calls_of(sim::Machine& machine, const char* name, const std::function<void()>& work) {

@@ -3,7 +3,7 @@
 #include "formfactor/mode_switch.h"
 #include "sim/notebook/device_interfaces.h"
 #include "sim/notebook/driver.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 namespace {
 

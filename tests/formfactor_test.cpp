@@ -1,5 +1,5 @@
 // Postures, options and rotation through the whole service: every row of every table.
-#include "tests/formfactor_races.h"
+#include "tests/support/formfactor_races.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include "sim/windows/messages.h"
 #include "sim/windows/modules.h"
 #include "sim/windows/power.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 static const std::string g_index = R"(
     registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "3"

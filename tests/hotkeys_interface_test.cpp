@@ -1,6 +1,6 @@
 // What the service publishes for hot-key clients at its start, and the notification bits.
 #include "hotkeys/ph_notification.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // Every page answers with masks of its own, to tell them apart.
 static const char FIRMWARE[] = R"(

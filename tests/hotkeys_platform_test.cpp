@@ -1,5 +1,5 @@
 // Which machines are Harrow platforms, and what is set up on those.
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // How often the platform is set up: every set-up ends with publishing the flag.
 static std::uint64_t set_ups(const sim::Machine& machine) {

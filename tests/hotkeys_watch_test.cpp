@@ -1,6 +1,6 @@
 // The watches when the platform does not give them what they need. What clients do is in
 // scenarios/hotkeys.txt.
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // Writes one mask for each page; which of the pages reach the firmware shows in the numbers 1, 33 and 34.
 static const char WRITE_ALL[] = R"(

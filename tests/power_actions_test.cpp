@@ -1,7 +1,7 @@
 // The lid beep, sleep, hibernation, power-off, and the return to sleep after an unattended wake-up.
 #include "sim/windows/modules.h"
 #include "sim/windows/power.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 static const std::string g_desktopKey = R"("HKLM\SOFTWARE\Wow6432Node\Mestra\ENERDSK\Path" @ )";
 static const std::string g_desktopPath = "registry set " + g_desktopKey + R"(sz "C:\Desk")";

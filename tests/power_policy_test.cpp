@@ -4,7 +4,7 @@
 #include "power/user_policy.h"
 #include "sim/windows/disk.h"
 #include "sim/windows/power.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 static std::string text_of_sid(std::vector<BYTE> authority, std::vector<DWORD> sub_authorities) {
     BYTE sid[8 + 4 * 16] = {SID_REVISION, static_cast<BYTE>(sub_authorities.size())};

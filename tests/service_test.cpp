@@ -1,5 +1,5 @@
 // Service main and entry: the start, its failures, the stop, the run modes.
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 TEST(Service, StartReportsEachCheckPointAndStopTearsDownInOrder) {
     Bench bench;

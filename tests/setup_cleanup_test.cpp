@@ -7,7 +7,7 @@
 #include "sim/windows/programs.h"
 #include "sim/windows/resources.h"
 #include "sim/windows/scm_client.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "sim/windows/resources.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "setup/pnp_task.h"
 #include "sim/windows/com.h"
 #include "sim/windows/task_scheduler.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 #define VERSION_KEY "\"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\""
 

@@ -2,7 +2,7 @@
 // service does. What each command says is in scenarios/zorpmctl.txt.
 #include <zorpm/zorpm.h>
 
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 // A word and the event of the same change of posture come in one instant; whoever presses, and how often, the
 // setting ends as both want it.

@@ -1,6 +1,6 @@
 // Adaptive cooling in disorder: requests and events at once under many schedules, and every platform call of
 // every operation failing once.
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // schedules of controls, events and stop at once.
 #include <set>
 
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 // A machine with work for every event, started; then the events that touch the most. The waits let retries
 // and timers come round.

@@ -1,5 +1,5 @@
 // Form factor under failing calls and random schedules.
-#include "tests/formfactor_races.h"
+#include "tests/support/formfactor_races.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // platform call fails once.
 #include <map>
 
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 static const char CLASSIC[] = "SVC\\Parameters\\CurrentSetting";
 static const char EXTENDED[] = "SVC\\Parameters2\\Type10\\CurrentSetting";

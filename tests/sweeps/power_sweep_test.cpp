@@ -4,7 +4,7 @@
 #include <set>
 
 #include "sim/windows/modules.h"
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 // The user's hive is not loaded at first; hibernation needs its file.
 static const char g_user[] = R"(

@@ -9,7 +9,7 @@
 #include "sim/windows/programs.h"
 #include "sim/windows/resources.h"
 #include "sim/windows/task_scheduler.h"
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 static const char g_inf[] = "C:\\Windows\\system32\\ZORPMDRV.INF";
 static const char g_task[] = "Mestra Power Management Driver PnP Task";

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // One line of the table of figures that `make test` shows at its end.
 inline void figure(const char* what, const std::string& value) {

@@ -1,7 +1,7 @@
 // Scripts of the cooling tests, written short.
 #pragma once
 
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 // Commands may be parted by ';'. ATTACH and DETACH stand for a tablet option (a keyboard) that comes and
 // goes, SPECIAL n for n seconds of special cooling.

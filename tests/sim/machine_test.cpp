@@ -1,5 +1,5 @@
 // The simulated machine itself: where it and the platform's documentation could differ.
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 using namespace sim;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sim/notebook/device_interfaces.h"
-#include "tests/sweep.h"
+#include "tests/support/sweep.h"
 
 namespace formfactor_races {
 

@@ -1,7 +1,7 @@
 // The simulated power manager, security and windows, where they must be as strict as the platform.
 #include "sim/windows/messages.h"
 #include "sim/windows/modules.h"
-#include "tests/bench.h"
+#include "tests/support/bench.h"
 
 using namespace sim;
 
