@@ -265,8 +265,12 @@ TEST(Service, EventsKeptSetByOthers) {
     bench.run(R"(windows object "MestraPowerManagementDriverEventNotifyNotifyEvent" set
                  advance 10s)");
     EXPECT_LE(requests(bench, "GETEVENT"), 500u);
+    // The machine counts what is asked for and still pending.
     for (int i = 0; i < 10000; ++i)
         bench.run("windows object \"PHThread\" set");
+    // As little does a client harm that writes the same mask again and again, each time seen before the next.
+    for (int i = 0; i < 200; ++i)
+        bench.run("registry set SVC\\Parameters\\CurrentSetting @ dword 0");
     bench.run(R"(expect no request MHKM*
                  registry set SVC\Parameters\CurrentSetting @ dword 0x10
                  expect request MHKM(5, 1)

@@ -38,6 +38,24 @@ TEST(ControlProgram, RotationWordsBesideTheService) {
     });
 }
 
+// A choice made while the watch takes a new handle of its key, after many writes that changed nothing, is pushed.
+TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
+    run_seeds(60, [](Bench& bench) {
+        sim::registry_remembers_changes(true); // of the former handle, not of the new one
+        bench.started("firmware MHKV = 0x100\nfirmware MHKA = 0xFFFFFFFF");
+        for (int i = 0; i < 49; ++i)
+            bench.run("registry set SVC\\Parameters\\CurrentSetting @ dword 0");
+        bench.run(R"(
+            together
+            registry set SVC\Parameters\CurrentSetting @ dword 0
+            run "zorpmctl" hotkey notify 5
+            end
+            advance 1s
+            expect request MHKM(5, 1)
+        )");
+    });
+}
+
 struct Notification {
     unsigned k;
     unsigned code;

@@ -269,8 +269,7 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
     OpenedKey& watched = *opened.handle;
     // Asking again while a wait is under way makes one more of them on the platform, and they pile up.
     watched.waits = watched.event != nullptr ? watched.waits + 1 : 1;
-    // Each setting of the event by another program asks for one more.
-    if (watched.waits > MOST_WAITS && !watched.event->foreign)
+    if (watched.waits > MOST_WAITS)
         violation("RegNotifyChangeKeyValue: %s is armed already, %u times", opened.path.c_str(),
                   watched.waits);
     watched.asked = true;

@@ -1,5 +1,7 @@
 #include "hotkeys/ph_watch.h"
 
+#include <utility>
+
 #include "common/trace.h"
 #include "driver/device.h"
 #include "hotkeys/ph_keys.h"
@@ -36,7 +38,13 @@ struct PHWatch {
     const wchar_t* thread_failed;
     HKEY key = nullptr;
     HANDLE event = nullptr;
+    DWORD idle_passes = 0; // since the mask last differed, or the key was opened anew
 };
+
+// Passes without a change after which a watch listens on a new handle. Its event has a name that others can
+// set: each pass asks for one more notification, and all of them stay pending until the key changes or its
+// handle is closed.
+constexpr DWORD MOST_IDLE_PASSES = 50;
 
 // The thread procedures, one a watch. They ignore their parameter and never return.
 static DWORD WINAPI PHThreadProc(LPVOID);
@@ -130,36 +138,62 @@ static void PushChangedHotKeys(HANDLE device, DWORD first_hot_key, DWORD former,
     }
 }
 
+// A new handle of the watched key takes the former one's place; what is pending there ends.
+static bool RenewKey(PHWatch* watch) {
+    KeyHolder key;
+    if (!OpenKey(&key, watch->key, L"", KEY_QUERY_VALUE | KEY_NOTIFY))
+        return false;
+    std::swap(key.key, watch->key);
+    watch->idle_passes = 0;
+    return true;
+}
+
 // The registry tells of one change and no more until the watch is armed again. What a client writes after the
 // value was read and before that is seen with the next change only, unless the registry remembers it for the
-// key handle.
-static void Rearm(const PHWatch* watch) {
+// key handle. TRUE: that handle is a new one, which remembers nothing: read once more.
+static bool Rearm(PHWatch* watch, bool changed) {
+    watch->idle_passes = changed ? 0 : watch->idle_passes + 1;
+    const bool renewed = watch->idle_passes >= MOST_IDLE_PASSES && RenewKey(watch);
     ResetEvent(watch->event);
     if (!Arm(watch))
         Trace(L"%lsProc(): RegNotifyChangeKeyValue is failed.\n", watch->name);
+    return renewed;
 }
 
-static void HandleSettingChange(const PHWatch* watch) {
-    // Opened for this pass alone, and closed after the watch is armed again.
-    HandleHolder device(OpenDevice(SECONDARY_DEVICE, QUERY_ACCESS, QUERY_SHARE));
+// Reads the mask and pushes what differs from the former one; whether anything does.
+static bool PushSetting(const PHWatch* watch, HANDLE device) {
     const DWORD former = *watch->cache;
     DWORD mask = former;
     if (!QueryDword(watch->key, watch->value, &mask))
         Trace(watch->read_failed);
-    PushChangedHotKeys(device.handle, watch->first_hot_key, former, mask);
+    PushChangedHotKeys(device, watch->first_hot_key, former, mask);
     *watch->cache = mask;
-    Rearm(watch);
+    return mask != former;
 }
 
-static void HandleOverrideChange(const PHWatch* watch) {
-    DWORD mask = 0;
+static void HandleSettingChange(PHWatch* watch) {
+    // Opened for this pass alone, and closed after the watch is armed again.
+    HandleHolder device(OpenDevice(SECONDARY_DEVICE, QUERY_ACCESS, QUERY_SHARE));
+    if (Rearm(watch, PushSetting(watch, device.handle)))
+        PushSetting(watch, device.handle);
+}
+
+// Whether the mask is another one now.
+static bool ReadOverride(const PHWatch* watch) {
+    const DWORD former = *watch->cache;
+    DWORD mask = former;
     if (QueryDword(watch->key, watch->value, &mask))
         *watch->cache = mask;
-    Rearm(watch);
+    return *watch->cache != former;
+}
+
+static void HandleOverrideChange(PHWatch* watch) {
+    if (Rearm(watch, ReadOverride(watch)))
+        ReadOverride(watch);
 }
 
 [[noreturn]] static void RunPHWatch(PHWatchIndex index) {
-    const PHWatch* watch = &g_PHWatches[index];
+    PHWatch* watch = &g_PHWatches[index];
     Trace(L"Enter %lsProc\n", watch->name);
     for (;;) {
         if (WaitForSingleObject(watch->event, INFINITE) != WAIT_OBJECT_0) {
