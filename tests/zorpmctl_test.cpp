@@ -38,7 +38,8 @@ TEST(ControlProgram, RotationWordsBesideTheService) {
     });
 }
 
-// A choice made while the watch takes a new handle of its key, after many writes that changed nothing, is pushed.
+// A choice made while the watch takes a new handle of its key, after many writes that changed nothing, is
+// pushed.
 TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
     run_seeds(60, [](Bench& bench) {
         sim::registry_remembers_changes(true); // of the former handle, not of the new one

@@ -13,12 +13,13 @@ check() { # NAME COMMAND...
 
 # The host build's flags, as far as clang knows them.
 flags=(-std=c++20 -fshort-wchar -fno-exceptions -fno-rtti -Wall -Wextra -Wconversion
-       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 '-DZORPM_VERSION=L\"0\"' -isystem sim/include -Iinclude -Isrc)
+       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 '-DZORPM_VERSION=L\"0\"'
+       '-DZORPM_SOURCE_DIR=\".\"' -isystem sim/include -Iinclude -Isrc -I.)
 
 layout() { git ls-files -co --exclude-standard '*.h' '*.cpp' | xargs clang-format --dry-run -Werror; }
 
 tidy() {
-    printf '%s\n' src/*/*.cpp | xargs -P "$(nproc)" -n 4 sh -c \
+    git ls-files 'src/*.cpp' 'sim/*.cpp' 'tests/*.cpp' ':!tests/wine' | xargs -P "$(nproc)" -n 4 sh -c \
         'for file; do clang-tidy --quiet "$file" -- '"${flags[*]}"' 2>&1 | grep -v "warnings* generated" && bad=1; done
          exit ${bad:-0}' sh
 }
@@ -26,7 +27,8 @@ tidy() {
 static_analysis() {
     cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --inline-suppr -j "$(nproc)" \
         --std=c++20 --language=c++ --suppress='*:sim/include/*' --suppress=missingInclude \
-        -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -Isim/include -Iinclude -Isrc src
+        --library=googletest -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 '-DZORPM_SOURCE_DIR="."' \
+        -Isim/include -Iinclude -Isrc -I. src sim tests -itests/wine
 }
 
 check "layout (clang-format)" layout

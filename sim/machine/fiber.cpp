@@ -18,7 +18,7 @@
 
 namespace sim {
 
-constexpr size_t STACK_BYTES = 256 * 1024;
+constexpr size_t STACK_BYTES = size_t{256} * 1024;
 constexpr size_t GUARD_BYTES = 4096;
 
 struct Fiber {

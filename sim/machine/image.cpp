@@ -109,6 +109,7 @@ static void read_symbols(Program* program) {
 }
 
 // Copies over redzones too, so it must be no instrumented memcpy.
+// NOLINTNEXTLINE(readability-non-const-parameter): written by the instruction
 __attribute__((no_sanitize("address", "undefined"))) static void raw_copy(char* to, const char* from,
                                                                           size_t bytes) {
     asm volatile("rep movsb" : "+D"(to), "+S"(from), "+c"(bytes) : : "memory");

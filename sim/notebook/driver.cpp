@@ -405,7 +405,7 @@ static Action compile_firmware(Tokens& tokens) {
 }
 
 // Later, as the machine itself.
-static void after(Ms duration, std::function<void()> action) {
+static void after(Ms duration, const std::function<void()>& action) {
     start_thread(machine().host, "machine", [duration, action] {
         sleep_for(duration);
         action();

@@ -149,7 +149,7 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO devices, PSP_DEVICE_INTERF
     const auto whole = static_cast<DWORD>(offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + bytes);
     if (required != nullptr)
         *required = whole;
-    if (capacity < whole) {
+    if (detail == nullptr || capacity < whole) {
         set_last_error(ERROR_INSUFFICIENT_BUFFER);
         return FALSE;
     }

@@ -66,8 +66,8 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD bytes, LPDWORD writte
 BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID in, DWORD in_bytes, LPVOID out, DWORD out_bytes,
                             LPDWORD returned, LPOVERLAPPED overlapped) {
     SIM_CALL(FALSE, ERROR_GEN_FAILURE);
-    if (returned == nullptr && overlapped == nullptr) {
-        violation("DeviceIoControl: a synchronous call needs a place for the byte count");
+    if (returned == nullptr || overlapped != nullptr) {
+        violation("DeviceIoControl: a synchronous call needs a place for the byte count, and no OVERLAPPED");
         set_last_error(ERROR_INVALID_PARAMETER);
         return FALSE;
     }

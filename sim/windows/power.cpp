@@ -24,8 +24,9 @@ POWER_POLICY& power_scheme(DWORD index) {
     if (is_new) {
         // No two bytes alike for long, so that a shifted or shortened copy shows.
         auto* bytes = reinterpret_cast<BYTE*>(&found->second);
+        const size_t first = static_cast<size_t>(index) * 16 + 1;
         for (size_t i = 0; i < sizeof(POWER_POLICY); ++i)
-            bytes[i] = static_cast<BYTE>(i + 16 * index + 1);
+            bytes[i] = static_cast<BYTE>(first + i);
         found->second.user.VideoTimeoutAc = 600 + index;
         found->second.user.VideoTimeoutDc = 300 + index;
         found->second.user.SpindownTimeoutAc = 1200 + index;
@@ -151,6 +152,7 @@ static BOOLEAN WINAPI ReadPwrScheme(UINT index, POWER_POLICY* policy) {
     return TRUE;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the platform's type
 static BOOLEAN WINAPI WritePwrScheme(UINT* index, LPCWSTR name, LPCWSTR description, POWER_POLICY* policy) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
     POWRPROF_CALL();

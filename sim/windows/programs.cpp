@@ -70,6 +70,7 @@ BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_
     }
     STARTUPINFOW zeroed = {};
     zeroed.cb = sizeof(zeroed);
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): padding included, as from = {}
     if (std::memcmp(startup, &zeroed, sizeof(zeroed)) != 0)
         violation("CreateProcessW: the startup record is not zeroed");
     if (inherit != FALSE || flags != CREATE_NEW_PROCESS_GROUP || environment != nullptr ||

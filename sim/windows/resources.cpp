@@ -54,6 +54,7 @@ LPVOID WINAPI LockResource(HGLOBAL loaded) {
 
 DWORD WINAPI SizeofResource(HMODULE, HRSRC) {
     SIM_CALL(0, RESOURCE_NOT_THERE);
+    // cppcheck-suppress comparePointers ; both ends of one object of the assembler
     return static_cast<DWORD>(zorpm_embedded_inf_end - zorpm_embedded_inf);
 }
 

@@ -315,6 +315,7 @@ static Action compile_check_status(Tokens& tokens) {
     if (!known)
         tokens.fail("no such state: " + state);
     const std::string codes = tokens.done() ? "" : tokens.word();
+    // cppcheck-suppress returnDanglingLifetime ; captured by value
     return [=] {
         const SERVICE_STATUS& now = scm().status;
         const std::string is = g_stateNames[now.dwCurrentState];

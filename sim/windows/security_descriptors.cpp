@@ -83,6 +83,7 @@ DWORD WINAPI SetEntriesInAclW(ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old,
         aces.insert(aces.end(), head, head + sizeof(head));
         aces.insert(aces.end(), sid, sid + sid_size(sid));
     }
+    // cppcheck-suppress invalidLifetime ; the bytes were copied
     const size_t bytes = sizeof(ACL) + aces.size();
     auto* acl = static_cast<ACL*>(LocalAlloc(LPTR, bytes));
     if (acl == nullptr)

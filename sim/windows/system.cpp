@@ -31,7 +31,8 @@ static std::int64_t days_from_date(std::int64_t year, unsigned month, unsigned d
     const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
     const auto year_of_era = static_cast<unsigned>(year - era * 400);
     const unsigned day_of_year = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    return era * 146097 + year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year - 719468;
+    return era * 146097 + std::int64_t{year_of_era} * 365 + year_of_era / 4 - year_of_era / 100 +
+           day_of_year - 719468;
 }
 
 static void date_from_days(std::int64_t days, SYSTEMTIME* time) {
@@ -145,8 +146,8 @@ static Action compile_time(Tokens& tokens) {
     if (std::sscanf(text.c_str(), "%d-%u-%u %u:%u:%u", &year, &month, &day, &hour, &minute, &second) != 6 ||
         month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 59)
         tokens.fail("\"YYYY-MM-DD hh:mm:ss\" expected");
-    const std::int64_t seconds =
-        days_from_date(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
+    const std::int64_t seconds = days_from_date(year, month, day) * 86400 + std::int64_t{hour} * 3600 +
+                                 std::int64_t{minute} * 60 + second;
     return [seconds] {
         installation().epoch_seconds = seconds - static_cast<std::int64_t>(machine().now / 1000);
     };
