@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows release bench lint format defects mutants clean
+.PHONY: help demo test test-host windows package release bench lint format defects mutants clean
 .DEFAULT_GOAL := help
 
 help:
@@ -7,6 +7,7 @@ help:
 	@echo "make test       everything: host tests, scenarios, sweeps, the Windows executable under Wine"
 	@echo "make test-host  host tests and scenarios only: seconds"
 	@echo "make windows    build/windows/zorpmsvc.exe"
+	@echo "make package    build/package/zorpm-VERSION.zip, what is shipped, and its debug information"
 	@echo "make release    the optimised host build, build/release"
 	@echo "make bench      measured figures"
 	@echo "make lint       clang-tidy, cppcheck, clang-format, the project's own rules"
@@ -25,7 +26,7 @@ demo:
 	@build/release/zorpmsim scenarios/demo.txt
 
 test:
-	@tools/ensure.sh host windows
+	@tools/ensure.sh host windows package
 	@$(call build,host)
 	@$(call build,windows)
 	@tools/run_tests.sh host windows
@@ -39,6 +40,11 @@ windows:
 	@tools/ensure.sh windows
 	@$(call build,windows)
 
+package:
+	@tools/ensure.sh windows package
+	@$(call build,windows,zorpmsvc zorpmctl)
+	@tools/package.sh
+
 release:
 	@tools/ensure.sh host
 	@$(call build,release)
@@ -48,7 +54,7 @@ bench:
 	@$(call build,release,zorpm_bench zorpm_image)
 	@$(call build,windows,zorpmsvc)
 	@build/release/zorpm_bench
-	@tests/wine/imports.sh build/windows/zorpmsvc.exe
+	@tests/wine/imports.sh build/windows/zorpmsvc.exe 104
 
 lint:
 	@tools/ensure.sh lint

@@ -3,6 +3,10 @@ enable_language(RC)
 
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-ffunction-sections;-fdata-sections>")
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-municode>")
+# The stack protector works where the code is compiled; asked for at the link alone it changes nothing.
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong>")
+# Debug information, split off below. No path of this machine in it, nor in the executable.
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-g;-ffile-prefix-map=${CMAKE_BINARY_DIR}=/build;-ffile-prefix-map=${CMAKE_SOURCE_DIR}=/zorpm>")
 include_directories(src)
 
 # What a resource script embeds is searched beside the script, and a change of it rebuilds the resources.
@@ -15,27 +19,41 @@ endforeach()
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 # What the loader may do against attacks is asked for here and looked at by tests/wine/imports.sh.
-add_link_options(-municode -static -Wl,--gc-sections -s
-                 -Wl,--nxcompat,--dynamicbase,--high-entropy-va,--tsaware)
+# No time of the link: the same sources make the same bytes.
+add_link_options(-municode -static -fstack-protector-strong -Wl,--gc-sections -Wl,--no-insert-timestamp
+                 -Wl,--nxcompat,--dynamicbase,--high-entropy-va,--tsaware
+                 -Wl,--major-subsystem-version,6,--minor-subsystem-version,0,--major-os-version,6,--minor-os-version,0)
 
-add_executable(zorpmsvc WIN32 ${product_sources} ${resource_scripts})
-# Seen whole, the program shows that the released trace does nothing: its calls and their texts disappear.
-set_target_properties(zorpmsvc PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+# A shipped executable, with its version resource. Its debug information is split off into NAME.debug; -p keeps the time
+# of doing so out. Seen whole, the program shows that the released trace does nothing: its calls and texts disappear.
+function(add_shipped_executable name description)
+    configure_file(cmake/version.rc.in ${CMAKE_BINARY_DIR}/${name}_version.rc @ONLY)
+    add_executable(${name} WIN32 ${ARGN} ${CMAKE_BINARY_DIR}/${name}_version.rc)
+    set_target_properties(${name} PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    add_custom_command(TARGET ${name} POST_BUILD BYPRODUCTS ${CMAKE_BINARY_DIR}/${name}.debug
+                       COMMAND ${CMAKE_OBJCOPY} --only-keep-debug -p $<TARGET_FILE:${name}> ${name}.debug
+                       COMMAND ${CMAKE_STRIP} -p $<TARGET_FILE:${name}>)
+endfunction()
+
+add_shipped_executable(zorpmsvc "Mestra Power Management Service" ${product_sources} ${resource_scripts})
 target_link_libraries(zorpmsvc PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
 # Size and imports: powrprof.dll is loaded when needed and must never be linked.
-add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmsvc>)
+add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmsvc> 104 ${PROJECT_VERSION})
 set_tests_properties(executable PROPERTIES LABELS windows
                      ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 
 # zorpmctl.exe: of the Windows subsystem, so that no console window opens when a key starts it.
 if(ctl_sources)
-    add_executable(zorpmctl WIN32 ${ctl_sources} ${ctl_shared})
-    set_target_properties(zorpmctl PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    add_shipped_executable(zorpmctl "Mestra Power Management Control" ${ctl_sources} ${ctl_shared})
     target_link_libraries(zorpmctl PRIVATE advapi32 user32 setupapi)
-    add_test(NAME control_program COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmctl> 200)
+    add_test(NAME control_program COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmctl> 200 ${PROJECT_VERSION})
     set_tests_properties(control_program PROPERTIES LABELS windows
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endif()
+
+# What is shipped, made twice in other folders: the same bytes.
+add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/package_test.sh)
+set_tests_properties(package PROPERTIES LABELS windows TIMEOUT 900 PROCESSORS 2)
 
 # The example for client programs, in C.
 enable_language(C)

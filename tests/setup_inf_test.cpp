@@ -243,6 +243,14 @@ TEST_F(InfTest, Devices) {
     }
 }
 
+// Started in each session by Windows; not any more once the device is uninstalled.
+TEST_F(InfTest, HelperAtLogon) {
+    const std::string run = "HKLM,SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run,";
+    EXPECT_EQ(Texts{run + "Mestra Power Management Service,,%11%\\zorpmsvc.exe -helper"},
+              values(inf, "zorpmdrv.helper.addreg", ""));
+    EXPECT_EQ(Texts{run + "Mestra Power Management Service"}, values(inf, "zorpmdrv.helper.delreg", ""));
+}
+
 // What the clean-up runs, to the letter.
 TEST_F(InfTest, DefaultUninstall) {
     EXPECT_EQ(Texts{"zorpmdrv.UninstallFiles"}, values(inf, "defaultuninstall", "DelFiles"));

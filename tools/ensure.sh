@@ -1,5 +1,5 @@
 #!/bin/bash
-# ensure.sh SET... - makes sure that the tools of each set are installed: host, windows, lint.
+# ensure.sh SET... - makes sure that the tools of each set are installed: host, windows, package, lint, mutants.
 # Root installs what is missing from Debian's packages; anybody else is told what to install.
 set -eu
 
@@ -17,6 +17,8 @@ windows    x86_64-w64-mingw32-windres       binutils-mingw-w64-x86-64
 windows    /usr/lib/wine/wine64             wine64
 windows    Xvfb                             xvfb
 windows    timeout                          coreutils
+package    zip                              zip
+package    unzip                            unzip
 lint       clang-tidy                       clang-tidy
 lint       clang-format                     clang-format
 lint       cppcheck                         cppcheck

@@ -9,7 +9,7 @@ said() { # STATUS TEXT ARGUMENT...: exit status and a piece of what is said
     grep -aqF "$text" "$SCRATCH/said" || fail "zorpmctl $* said: $(tr -d '\0' <"$SCRATCH/said")"
     echo "ok: zorpmctl $*"
 }
-said 0 "zorpmctl 1." --version
+said 0 "zorpmctl $(grep -aoP '^DriverVer.*,\K[0-9]+\.[0-9]+\.[0-9]+' "$(dirname "$script")/../../src/setup/zorpmdrv.inf")" --version
 said 0 "zorpmctl cooling status" help cooling
 said 2 "unknown option" --frobnicate
 said 2 "use: zorpmctl hotkey" hotkey notify 33
