@@ -34,16 +34,19 @@ struct Bench {
 
 // Rows of a table of scripts: each runs on a new machine, behind a common beginning.
 struct ScriptCase {
-    const char* name;
-    const char* script;
+    std::string name;
+    std::string script;
 };
+
+inline void run_case(const std::string& name, const std::string& script) {
+    SCOPED_TRACE(name);
+    Bench bench;
+    bench.run(script);
+}
 
 // `Rows`: an array or a braced list of cases.
 template <class Rows = std::initializer_list<ScriptCase>>
 void run_cases(const std::string& beginning, const Rows& rows) {
-    for (const ScriptCase& row : rows) {
-        SCOPED_TRACE(row.name);
-        Bench bench;
-        bench.run(beginning + "\n" + row.script);
-    }
+    for (const ScriptCase& row : rows)
+        run_case(row.name, beginning + "\n" + row.script);
 }
