@@ -2,7 +2,8 @@
 
 #include "common/trace.h"
 
-BOOL StartThreadInSlot(LPTHREAD_START_ROUTINE procedure, std::atomic<HANDLE>* slot) {
+OPERATION(BOOL, StartThreadInSlot, (LPTHREAD_START_ROUTINE procedure, std::atomic<HANDLE>* slot), procedure,
+          slot) {
     if (*slot != nullptr)
         return FALSE;
     // Suspended, so that a thread that ends at once finds in the slot what it empties.

@@ -14,7 +14,7 @@ static bool IsVersion2(DWORD version) {
 }
 
 // Runs the operation of the interface version in use; 0 when there is none.
-static BOOL RouteByVersion(const wchar_t* name, Operation version2, Operation version3) {
+static BOOL RouteByVersion(Operation version2, Operation version3) {
     const DWORD version = g_dwAdaptiveCoolingSupportVersion;
     Operation operation = nullptr;
     if (IsVersion2(version))
@@ -22,17 +22,15 @@ static BOOL RouteByVersion(const wchar_t* name, Operation version2, Operation ve
     if (version == COOLING_INTERFACE_3000)
         operation = version3;
     if (operation == nullptr) {
-        Trace(L"%ls(): Routing failed (version 0x%x)\n", name, version);
+        Trace(L"RouteByVersion(): Routing failed (version 0x%x)\n", version);
         return FALSE;
     }
-    const BOOL result = operation();
-    Trace(L"%ls(): Return 0x%08x\n", name, result);
-    return result;
+    return operation();
 }
 
 // ---- life ----
 
-static BOOL StartAdaptiveCooling_v2() {
+static OPERATION(BOOL, StartAdaptiveCooling_v2, ()) {
     AdaptiveCoolingInitSettings_v2();
     const BOOL created = AdaptiveCoolingCreateWorkerThread();
     // Creates the value for clients to find.
@@ -41,20 +39,19 @@ static BOOL StartAdaptiveCooling_v2() {
     return created;
 }
 
-static BOOL StartAdaptiveCooling_v3() {
+static OPERATION(BOOL, StartAdaptiveCooling_v3, ()) {
     return AdaptiveCoolingCreateInitilizeWorkerThread();
 }
 
-static BOOL TerminateAdaptiveCooling_v2() {
+static OPERATION(BOOL, TerminateAdaptiveCooling_v2, ()) {
     return AdaptiveCoolingTerminateWorkerThread();
 }
 
-static BOOL TerminateAdaptiveCooling_v3() {
+static OPERATION(BOOL, TerminateAdaptiveCooling_v3, ()) {
     return AdaptiveCoolingTerminateInitilizeWorkerThread();
 }
 
-BOOL StartAdaptiveCooling() {
-    Trace(L"Enter StartAdaptiveCooling()\n");
+OPERATION(BOOL, StartAdaptiveCooling, ()) {
     DWORD version = g_dwAdaptiveCoolingSupportVersion;
     if (!AdaptiveCoolingCheckBIOSVersion(&version))
         version = COOLING_INTERFACE_NONE;
@@ -63,6 +60,7 @@ BOOL StartAdaptiveCooling() {
     // A worker that still waits for the firmware goes on: a start that is asked for again and again must not
     // put the initialisation off for good.
     if (version == COOLING_INTERFACE_3000 && AdaptiveCoolingInitilizeWorkerWaits()) {
+        Trace(L"StartAdaptiveCooling(): the worker of an earlier start still waits, and goes on\n");
         g_dwAdaptiveCoolingSupportVersion = version;
         return TRUE;
     }
@@ -70,15 +68,14 @@ BOOL StartAdaptiveCooling() {
     if (!AdaptiveCoolingRetireWorkers())
         return FALSE;
     g_dwAdaptiveCoolingSupportVersion = version;
-    return RouteByVersion(L"StartAdaptiveCooling", StartAdaptiveCooling_v2, StartAdaptiveCooling_v3);
+    return RouteByVersion(StartAdaptiveCooling_v2, StartAdaptiveCooling_v3);
 }
 
-BOOL TerminateAdaptiveCooling() {
-    return RouteByVersion(L"TerminateAdaptiveCooling", TerminateAdaptiveCooling_v2,
-                          TerminateAdaptiveCooling_v3);
+OPERATION(BOOL, TerminateAdaptiveCooling, ()) {
+    return RouteByVersion(TerminateAdaptiveCooling_v2, TerminateAdaptiveCooling_v3);
 }
 
-BOOL RestartAdaptiveCooling() {
+OPERATION(BOOL, RestartAdaptiveCooling, ()) {
     TerminateAdaptiveCooling();
     return StartAdaptiveCooling();
 }
@@ -94,73 +91,71 @@ static BOOL DisableCurrentStatus() {
     return SetAdaptiveCoolingCurrentStatus(0);
 }
 
-BOOL AdaptiveCoolingRiseAttachEventOfTwoInOne() {
-    return RouteByVersion(L"AdaptiveCoolingRiseAttachEventOfTwoInOne",
-                          AdaptiveCoolingRiseEventOfOptionAttached,
+OPERATION(BOOL, AdaptiveCoolingRiseAttachEventOfTwoInOne, ()) {
+    return RouteByVersion(AdaptiveCoolingRiseEventOfOptionAttached,
                           InTurn<AdaptiveCoolingChageThermalModeByTwoInOne_v3>);
 }
 
-BOOL AdaptiveCoolingRiseDetachEventOfTwoInOne() {
-    return RouteByVersion(L"AdaptiveCoolingRiseDetachEventOfTwoInOne",
-                          AdaptiveCoolingRiseEventOfOptionDetached,
+OPERATION(BOOL, AdaptiveCoolingRiseDetachEventOfTwoInOne, ()) {
+    return RouteByVersion(AdaptiveCoolingRiseEventOfOptionDetached,
                           InTurn<AdaptiveCoolingChageThermalModeByTwoInOne_v3>);
 }
 
-BOOL AdaptiveCoolingEnableCurrentSettingsOfTwoInOne() {
-    return RouteByVersion(L"AdaptiveCoolingEnableCurrentSettingsOfTwoInOne", InTurn<EnableCurrentStatus>,
+OPERATION(BOOL, AdaptiveCoolingEnableCurrentSettingsOfTwoInOne, ()) {
+    return RouteByVersion(InTurn<EnableCurrentStatus>,
                           InTurn<AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3>);
 }
 
-BOOL AdaptiveCoolingDisableCurrentSettingsOfTwoInOne() {
-    return RouteByVersion(L"AdaptiveCoolingDisableCurrentSettingsOfTwoInOne", InTurn<DisableCurrentStatus>,
+OPERATION(BOOL, AdaptiveCoolingDisableCurrentSettingsOfTwoInOne, ()) {
+    return RouteByVersion(InTurn<DisableCurrentStatus>,
                           InTurn<AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3>);
 }
 
-BOOL AdaptiveCoolingDetectOnHand() {
-    return RouteByVersion(L"AdaptiveCoolingDetectOnHand", nullptr, InTurn<AdaptiveCoolingDetectOnHand_v3>);
+OPERATION(BOOL, AdaptiveCoolingDetectOnHand, ()) {
+    return RouteByVersion(nullptr, InTurn<AdaptiveCoolingDetectOnHand_v3>);
 }
 
-BOOL AdaptiveCoolingUndetectOnHand() {
-    return RouteByVersion(L"AdaptiveCoolingUndetectOnHand", nullptr,
-                          InTurn<AdaptiveCoolingUndetectOnHand_v3>);
+OPERATION(BOOL, AdaptiveCoolingUndetectOnHand, ()) {
+    return RouteByVersion(nullptr, InTurn<AdaptiveCoolingUndetectOnHand_v3>);
 }
 
 // Flip mode has routes of its own: every version but 0x2001 that knows the tablet option takes version 3's
 // handler.
-static BOOL RouteFlipMode(const wchar_t* name, Operation handler) {
+static BOOL RouteFlipMode(Operation handler) {
     switch (g_dwAdaptiveCoolingSupportVersion) {
     case COOLING_INTERFACE_1000:
     case COOLING_INTERFACE_2000:
     case COOLING_INTERFACE_3000:
         return handler();
     default:
-        Trace(L"%ls(): version routing....\n", name);
+        Trace(L"RouteFlipMode(): version routing.... (no flip mode in version 0x%x)\n",
+              g_dwAdaptiveCoolingSupportVersion.load());
         return FALSE;
     }
 }
 
-BOOL AdaptiveCoolingEnterFlipMode() {
-    return RouteFlipMode(L"AdaptiveCoolingEnterFlipMode", InTurn<AdaptiveCoolingEnterFlipMode_v3>);
+OPERATION(BOOL, AdaptiveCoolingEnterFlipMode, ()) {
+    return RouteFlipMode(InTurn<AdaptiveCoolingEnterFlipMode_v3>);
 }
 
-BOOL AdaptiveCoolingExitFlipMode() {
-    return RouteFlipMode(L"AdaptiveCoolingExitFlipMode", InTurn<AdaptiveCoolingExitFlipMode_v3>);
+OPERATION(BOOL, AdaptiveCoolingExitFlipMode, ()) {
+    return RouteFlipMode(InTurn<AdaptiveCoolingExitFlipMode_v3>);
 }
 
 // ---- events that act whatever the version ----
 
-BOOL AdaptiveCoolingRiseEventOfPivoModeChange() {
+OPERATION(BOOL, AdaptiveCoolingRiseEventOfPivoModeChange, ()) {
     return InTurn<AdaptiveCoolingPivoModeChange>();
 }
 
-BOOL AdaptiveCoolingRiseEventOfCoolQuietHingeAngle() {
+OPERATION(BOOL, AdaptiveCoolingRiseEventOfCoolQuietHingeAngle, ()) {
     return InTurn<AdaptiveCoolingThermalModeByHingeSettings_v3>();
 }
 
-BOOL AdaptiveCoolingRiseEventOfDynamicCpuControl() {
+OPERATION(BOOL, AdaptiveCoolingRiseEventOfDynamicCpuControl, ()) {
     return InTurn<AdaptiveCoolingDynamicCpuControlSettings_v3>();
 }
 
-BOOL AdaptiveCoolingRiseEventOfDockModeControlChange() {
+OPERATION(BOOL, AdaptiveCoolingRiseEventOfDockModeControlChange, ()) {
     return InTurn<AdaptiveCoolingDockModeControlChange>();
 }

@@ -64,7 +64,8 @@ static LSTATUS QueryFourBytes(HKEY key, const wchar_t* name, DWORD* value) {
     return ERROR_SUCCESS;
 }
 
-BOOL AdaptiveCoolingGetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* name, DWORD* value) {
+OPERATION(BOOL, AdaptiveCoolingGetRegKeyDwordValue,
+          (const wchar_t* subkey, const wchar_t* name, DWORD* value), subkey, name, value) {
     if (value == nullptr)
         return FALSE;
     KeyHolder key;
@@ -84,7 +85,8 @@ BOOL AdaptiveCoolingGetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* na
     return TRUE;
 }
 
-BOOL AdaptiveCoolingSetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* name, DWORD value) {
+OPERATION(BOOL, AdaptiveCoolingSetRegKeyDwordValue, (const wchar_t* subkey, const wchar_t* name, DWORD value),
+          subkey, name, value) {
     KeyHolder key;
     if (CreateKey(&key, HKEY_LOCAL_MACHINE, subkey, KEY_ALL_ACCESS) && SetDword(key.key, name, value))
         return TRUE;
@@ -93,7 +95,7 @@ BOOL AdaptiveCoolingSetRegKeyDwordValue(const wchar_t* subkey, const wchar_t* na
     return FALSE;
 }
 
-BOOL AdaptiveCoolingSetRegDYTCVersion(DWORD value) {
+OPERATION(BOOL, AdaptiveCoolingSetRegDYTCVersion, (DWORD value), value) {
     return AdaptiveCoolingSetRegKeyDwordValue(TMC_KEY, L"Version", value);
 }
 
@@ -102,35 +104,29 @@ static void FormatFunctionPath(wchar_t (&path)[PATH_CHARACTERS], const wchar_t* 
     StringCchPrintfW(path, PATH_CHARACTERS, L"%ls\\%ls", TMC_KEY, subkey);
 }
 
-static BOOL SetFunctionValue(const CoolingKey& key, const wchar_t* operation, const wchar_t* name,
-                             DWORD value) {
+static BOOL SetFunctionValue(const CoolingKey& key, const wchar_t* name, DWORD value) {
     wchar_t path[PATH_CHARACTERS];
     FormatFunctionPath(path, key.subkey);
-    const BOOL written = AdaptiveCoolingSetRegKeyDwordValue(path, name, value);
-    Trace(L"%ls(0x%lx): Return 0x%08x\n", operation, value, written);
-    return written;
+    return AdaptiveCoolingSetRegKeyDwordValue(path, name, value);
 }
 
 BOOL AdaptiveCoolingSetRegCurrentSettings_v3(const CoolingKey& key, DWORD value) {
-    return SetFunctionValue(key, key.set_setting, L"CurrentSetting", value);
+    return TRACED(key.set_setting, SetFunctionValue(key, L"CurrentSetting", value), value);
 }
 
 BOOL AdaptiveCoolingGetRegCurrentSettings_v3(const CoolingKey& key, DWORD* value) {
     wchar_t path[PATH_CHARACTERS];
     FormatFunctionPath(path, key.subkey);
-    const BOOL read = AdaptiveCoolingGetRegKeyDwordValue(path, L"CurrentSetting", value);
-    Trace(L"%ls(): Return 0x%08x\n", key.get_setting, read);
-    return read;
+    return TRACED(key.get_setting, AdaptiveCoolingGetRegKeyDwordValue(path, L"CurrentSetting", value), value);
 }
 
 BOOL AdaptiveCoolingSetRegCurrentStatus_v3(const CoolingKey& key, DWORD value) {
-    return SetFunctionValue(key, key.set_status, L"CurrentStatus", value);
+    return TRACED(key.set_status, SetFunctionValue(key, L"CurrentStatus", value), value);
 }
 
-BOOL AdaptiveCoolingInitRegKey_v3(const CoolingKey& key, DWORD capable, DWORD* setting) {
-    Trace(L"Enter %ls(%u)\n", key.initialise, capable);
+static BOOL InitRegKey(const CoolingKey& key, DWORD capable, DWORD* setting) {
     DWORD taken = capable != 0 ? 1 : 0;
-    if (!SetFunctionValue(key, key.set_capability, L"Capability", taken))
+    if (!TRACED(key.set_capability, SetFunctionValue(key, L"Capability", taken), taken))
         return FALSE;
     const bool kept = capable != 0 && AdaptiveCoolingGetRegCurrentSettings_v3(key, &taken);
     if (!kept && !AdaptiveCoolingSetRegCurrentSettings_v3(key, taken))
@@ -139,14 +135,16 @@ BOOL AdaptiveCoolingInitRegKey_v3(const CoolingKey& key, DWORD capable, DWORD* s
     return AdaptiveCoolingSetRegCurrentStatus_v3(key, 0);
 }
 
-BOOL AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3(DWORD value) {
-    return SetFunctionValue(TMC_TIO, L"AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3",
-                            L"CurrentOptionStatus", value);
+BOOL AdaptiveCoolingInitRegKey_v3(const CoolingKey& key, DWORD capable, DWORD* setting) {
+    return TRACED(key.initialise, InitRegKey(key, capable, setting), capable, setting);
 }
 
-BOOL AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3(DWORD value) {
-    return SetFunctionValue(TMC_TIO, L"AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3",
-                            L"CurrentOnHandStatus", value);
+OPERATION(BOOL, AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3, (DWORD value), value) {
+    return SetFunctionValue(TMC_TIO, L"CurrentOptionStatus", value);
+}
+
+OPERATION(BOOL, AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3, (DWORD value), value) {
+    return SetFunctionValue(TMC_TIO, L"CurrentOnHandStatus", value);
 }
 
 // Opens the version 2 key, unless there is no Adaptive Cooling.
@@ -165,7 +163,7 @@ static void PublishVersion2Value(const KeyHolder& key, const wchar_t* name, DWOR
         Trace(L"PublishVersion2Value(): Error: %ls = 0x%lx not written.\n", name, value);
 }
 
-BOOL GetAdaptiveCoolingGetCurrentSettingsStatusFromReg(DWORD* setting) {
+OPERATION(BOOL, GetAdaptiveCoolingGetCurrentSettingsStatusFromReg, (DWORD * setting), setting) {
     KeyHolder key;
     if (setting == nullptr || !OpenVersion2Key(&key))
         return FALSE;
@@ -173,12 +171,12 @@ BOOL GetAdaptiveCoolingGetCurrentSettingsStatusFromReg(DWORD* setting) {
     return TRUE;
 }
 
-BOOL SetAdaptiveCoolingCurrentSettingReg(DWORD setting) {
+OPERATION(BOOL, SetAdaptiveCoolingCurrentSettingReg, (DWORD setting), setting) {
     KeyHolder key;
     return OpenVersion2Key(&key) && SetDword(key.key, L"CurrentSetting", setting);
 }
 
-BOOL SetAdaptiveCoolingCreateReg(DWORD* setting) {
+OPERATION(BOOL, SetAdaptiveCoolingCreateReg, (DWORD * setting), setting) {
     KeyHolder key;
     BOOL created = FALSE;
     if (!OpenVersion2Key(&key, &created))
@@ -210,10 +208,10 @@ static BOOL CreateTicks(const wchar_t* name, DWORD default_ticks, DWORD* ticks) 
     return TRUE;
 }
 
-BOOL AdaptiveCoolingCreateInitTimeFromReg(DWORD* ticks) {
+OPERATION(BOOL, AdaptiveCoolingCreateInitTimeFromReg, (DWORD * ticks), ticks) {
     return CreateTicks(L"INIT", DEFAULT_INIT_TICKS, ticks);
 }
 
-BOOL SetAdaptiveCoolingCreateSpcialCoolingTimeReg(DWORD* ticks) {
+OPERATION(BOOL, SetAdaptiveCoolingCreateSpcialCoolingTimeReg, (DWORD * ticks), ticks) {
     return CreateTicks(L"SPCT", DEFAULT_SPECIAL_COOLING_TICKS, ticks);
 }

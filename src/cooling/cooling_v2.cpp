@@ -4,9 +4,11 @@
 #include "cooling/cooling_registry.h"
 #include "cooling/thermal_firmware.h"
 
-BOOL InitAdaptiveCoolingInitTabletOptionControlSettings() {
-    if (g_dwAdaptiveCoolingSupportVersion == COOLING_INTERFACE_NONE)
+OPERATION(BOOL, InitAdaptiveCoolingInitTabletOptionControlSettings, ()) {
+    if (g_dwAdaptiveCoolingSupportVersion == COOLING_INTERFACE_NONE) {
+        Trace(L"InitAdaptiveCoolingInitTabletOptionControlSettings(): no interface, nothing is set\n");
         return FALSE;
+    }
     DWORD option = 0;
     if (!AdaptiveCoolingCheckTabletOptionAtachStatus_v1(&option))
         return FALSE;
@@ -21,7 +23,6 @@ BOOL InitAdaptiveCoolingInitTabletOptionControlSettings() {
 }
 
 static BOOL InitSettings() {
-    Trace(L"Enter AdaptiveCoolingInitSettings_v2()\n");
     DWORD mode = COOLING_INTERFACE_NONE;
     if (!AdaptiveCoolingGetSystemControlMode(&mode)) {
         Trace(L"AdaptiveCoolingInitSettings_v2(): Error: System Capability failure\n");
@@ -30,17 +31,18 @@ static BOOL InitSettings() {
     if (mode != COOLING_INTERFACE_NONE)
         g_dwAdaptiveCoolingSupportVersion = mode;
     const DWORD version = g_dwAdaptiveCoolingSupportVersion;
-    if (version < COOLING_INTERFACE_2000 || version >= COOLING_INTERFACE_3000)
+    if (version < COOLING_INTERFACE_2000 || version >= COOLING_INTERFACE_3000) {
+        Trace(L"AdaptiveCoolingInitSettings_v2(): version 0x%x has no system-wide mode\n", version);
         return TRUE;
+    }
     return InitAdaptiveCoolingInitTabletOptionControlSettings();
 }
 
-BOOL AdaptiveCoolingInitSettings_v2() {
+OPERATION(BOOL, AdaptiveCoolingInitSettings_v2, ()) {
     return InTurn<InitSettings>();
 }
 
-BOOL SetAdaptiveCoolingCurrentStatus(DWORD setting) {
-    Trace(L"Enter SetAdaptiveCoolingCurrentStatus(%u)\n", setting);
+OPERATION(BOOL, SetAdaptiveCoolingCurrentStatus, (DWORD setting), setting) {
     if (!SetAdaptiveCoolingCurrentSettingReg(setting))
         return FALSE;
     switch (setting) {
@@ -56,46 +58,39 @@ BOOL SetAdaptiveCoolingCurrentStatus(DWORD setting) {
 
 // Whether the user has Adaptive Cooling enabled; a setting that is missing or cannot be read counts as
 // disabled.
-static bool CoolingEnabled(const wchar_t* operation) {
+static bool CoolingEnabled() {
     DWORD setting = 0;
     if (!GetAdaptiveCoolingGetCurrentSettingsStatusFromReg(&setting))
         return false;
     if (setting == 0)
-        Trace(L"%ls() [Disabled]\n", operation);
+        Trace(L"CoolingEnabled() [Disabled]: the mode stays\n");
     return setting != 0;
 }
 
-static BOOL FollowOption(const wchar_t* operation) {
+static BOOL FollowOption() {
     DWORD option = 0;
-    if (!CoolingEnabled(operation) || !AdaptiveCoolingCheckTabletOptionAtachStatus_v1(&option))
+    if (!CoolingEnabled() || !AdaptiveCoolingCheckTabletOptionAtachStatus_v1(&option))
         return FALSE;
     return option == TABLET_OPTION_ATTACHED ? AdaptiveCoolingSetHighPerformanceMode()
                                             : AdaptiveCoolingSetNominalMode();
 }
 
-static BOOL FollowAttach() {
-    return FollowOption(L"AdaptiveCoolingDoOptionAttached");
+OPERATION(BOOL, AdaptiveCoolingDoOptionAttached, ()) {
+    return InTurn<FollowOption>();
 }
 
-static BOOL FollowDetach() {
-    return FollowOption(L"AdaptiveCoolingDoOptionDetached");
-}
-
-BOOL AdaptiveCoolingDoOptionAttached() {
-    return InTurn<FollowAttach>();
-}
-
-BOOL AdaptiveCoolingDoOptionDetached() {
-    return InTurn<FollowDetach>();
+OPERATION(BOOL, AdaptiveCoolingDoOptionDetached, ()) {
+    return InTurn<FollowOption>();
 }
 
 static BOOL CoolSpecially() {
     DWORD capability = 0;
-    if (!CoolingEnabled(L"AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode") ||
-        !AdaptiveCoolingGetFunctionCapability_v3(&capability))
+    if (!CoolingEnabled() || !AdaptiveCoolingGetFunctionCapability_v3(&capability))
         return FALSE;
-    if (DytcCurrentSetting(capability) != TMCT_CURRENT_SETTING_HIGH_PERFORMANCE_MODE)
+    if (DytcCurrentSetting(capability) != TMCT_CURRENT_SETTING_HIGH_PERFORMANCE_MODE) {
+        Trace(L"CoolSpecially(): not in high performance, NOT into Special Cool mode\n");
         return FALSE;
+    }
     DWORD option = 0;
     if (!AdaptiveCoolingCheckTabletOptionAtachStatus_v1(&option))
         return FALSE;
@@ -107,6 +102,6 @@ static BOOL CoolSpecially() {
     return SetAdaptiveCoolingCoolQuite();
 }
 
-BOOL AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() {
+OPERATION(BOOL, AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode, ()) {
     return InTurn<CoolSpecially>();
 }

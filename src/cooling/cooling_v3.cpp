@@ -7,10 +7,10 @@
 
 using Operation = BOOL (*)();
 
-static bool Enabled(ThermalFunction function, const wchar_t* operation) {
+static bool Enabled(ThermalFunction function) {
     const bool enabled = ThermalFunctionEnabled(function);
     if (!enabled)
-        Trace(L"%ls(): Glbal flag OFF.\n", operation);
+        Trace(L"Enabled(): Glbal flag OFF. (function %u)\n", function);
     return enabled;
 }
 
@@ -67,11 +67,12 @@ static BOOL InitFunction(const FunctionRow& row) {
         return FALSE;
     if (setting != 0)
         SetThermalFunctionEnabled(row.function, true);
+    else
+        Trace(L"%ls(): switched off by the user\n", row.name);
     return row.follow == nullptr ? TRUE : row.follow();
 }
 
 static BOOL InitSettings() {
-    Trace(L"Enter AdaptiveCoolingInitSettings_v3()\n");
     g_dwCoolingFunctionFlags = 0;
     DWORD capability = 0;
     if (!AdaptiveCoolingGetFunctionCapability_v3(&capability))
@@ -79,14 +80,15 @@ static BOOL InitSettings() {
     for (const FunctionRow& row : g_thermalFunctions) {
         if (!DytcAnnounces(capability, row.function))
             continue;
-        Trace(L"AdaptiveCoolingInitSettings_v3(): %ls\n", row.name);
-        if (row.key != nullptr && !InitFunction(row))
+        if (row.key == nullptr)
+            Trace(L"AdaptiveCoolingInitSettings_v3(): %ls is only recognised\n", row.name);
+        else if (!TRACED(row.name, InitFunction(row)))
             Trace(L"AdaptiveCoolingInitSettings_v3(): Error: %ls failed.\n", row.name);
     }
     return TRUE;
 }
 
-BOOL AdaptiveCoolingInitSettings_v3() {
+OPERATION(BOOL, AdaptiveCoolingInitSettings_v3, ()) {
     return InTurn<InitSettings>();
 }
 
@@ -105,11 +107,11 @@ static BOOL DisableFunction(const CoolingKey& key, const ThermalWord& word, DWOR
     return AdaptiveCoolingSetRegCurrentSettings_v3(key, 0);
 }
 
-BOOL AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3() {
+OPERATION(BOOL, AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3, ()) {
     return EnableFunction(TMC_TIO, AdaptiveCoolingChageThermalModeByTwoInOne_v3);
 }
 
-BOOL AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3() {
+OPERATION(BOOL, AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3, ()) {
     return DisableFunction(TMC_TIO, TWO_IN_ONE_COOL, 1);
 }
 
@@ -121,18 +123,18 @@ static BOOL DisableCpuControl() {
     return DisableFunction(TMC_DCC, CPU_CONTROL_COOL, 0);
 }
 
-BOOL AdaptiveCoolingEnableDynamicCpuControlSettings_v3() {
+OPERATION(BOOL, AdaptiveCoolingEnableDynamicCpuControlSettings_v3, ()) {
     return InTurn<EnableCpuControl>();
 }
 
-BOOL AdaptiveCoolingDisableDynamicCpuControlSettings_v3() {
+OPERATION(BOOL, AdaptiveCoolingDisableDynamicCpuControlSettings_v3, ()) {
     return InTurn<DisableCpuControl>();
 }
 
 // ---- Two In One ----
 
-BOOL AdaptiveCoolingChageThermalModeByTwoInOne_v3() {
-    if (!Enabled(THERMAL_TWO_IN_ONE, L"AdaptiveCoolingChageThermalModeByTwoInOne_v3"))
+OPERATION(BOOL, AdaptiveCoolingChageThermalModeByTwoInOne_v3, ()) {
+    if (!Enabled(THERMAL_TWO_IN_ONE))
         return FALSE;
     DWORD option = 0;
     if (!AdaptiveCoolingCheckTabletOptionAtachStatus_v1(&option))
@@ -157,7 +159,7 @@ static BOOL ChangeOnHand(DWORD on_hand, const ThermalWord& word) {
     }
     const BOOL written = AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3(on_hand);
     if ((g_dwCoolingOptionState.load() & COOLING_OPTION_ATTACHED) != 0) {
-        Trace(L"Option is attached()\n");
+        Trace(L"Option is attached(): only the report is published\n");
         return written;
     }
     if (!AdaptiveCoolingSetCommand_v3(word))
@@ -166,22 +168,20 @@ static BOOL ChangeOnHand(DWORD on_hand, const ThermalWord& word) {
     return TRUE;
 }
 
-BOOL AdaptiveCoolingDetectOnHand_v3() {
+OPERATION(BOOL, AdaptiveCoolingDetectOnHand_v3, ()) {
     return ChangeOnHand(1, TWO_IN_ONE_COOL);
 }
 
-BOOL AdaptiveCoolingUndetectOnHand_v3() {
+OPERATION(BOOL, AdaptiveCoolingUndetectOnHand_v3, ()) {
     return ChangeOnHand(0, TWO_IN_ONE_HIGH_PERFORMANCE);
 }
 
-BOOL AdaptiveCoolingEnterFlipMode_v3() {
-    return Enabled(THERMAL_TWO_IN_ONE, L"AdaptiveCoolingEnterFlipMode_v3") &&
-           AdaptiveCoolingSetCommand_v3(TWO_IN_ONE_COOL);
+OPERATION(BOOL, AdaptiveCoolingEnterFlipMode_v3, ()) {
+    return Enabled(THERMAL_TWO_IN_ONE) && AdaptiveCoolingSetCommand_v3(TWO_IN_ONE_COOL);
 }
 
-BOOL AdaptiveCoolingExitFlipMode_v3() {
-    return Enabled(THERMAL_TWO_IN_ONE, L"AdaptiveCoolingExitFlipMode_v3") &&
-           AdaptiveCoolingSetCommand_v3(TWO_IN_ONE_HIGH_PERFORMANCE);
+OPERATION(BOOL, AdaptiveCoolingExitFlipMode_v3, ()) {
+    return Enabled(THERMAL_TWO_IN_ONE) && AdaptiveCoolingSetCommand_v3(TWO_IN_ONE_HIGH_PERFORMANCE);
 }
 
 // ---- hinge, graphics temperature, dock ----
@@ -192,19 +192,21 @@ static const CommandRow g_hingePostures[] = {
     {MM_SYSTEM_STATE_Tent, HINGE_TENT},
 };
 
-BOOL AdaptiveCoolingPivoModeChange() {
+OPERATION(BOOL, AdaptiveCoolingPivoModeChange, ()) {
     DWORD status = 0;
     if (!AdaptiveCoolingGetPivoModeStatusFromBIOS(&status))
         return FALSE;
     const DWORD posture = status & STATUS_VALUE;
     const ThermalWord* word = FindWord(g_hingePostures, posture);
+    if (word == nullptr)
+        Trace(L"AdaptiveCoolingPivoModeChange(): no command for posture %u, only published\n", posture);
     if (word != nullptr && !AdaptiveCoolingSetCommand_v3(*word))
         return FALSE;
     return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_MPH, posture);
 }
 
-BOOL AdaptiveCoolingThermalModeByHingeSettings_v3() {
-    if (!Enabled(THERMAL_COOL_QUIET_HINGE, L"AdaptiveCoolingThermalModeByHingeSettings_v3"))
+OPERATION(BOOL, AdaptiveCoolingThermalModeByHingeSettings_v3, ()) {
+    if (!Enabled(THERMAL_COOL_QUIET_HINGE))
         return FALSE;
     DWORD status = 0;
     if (!AdaptiveCoolingGetThermalModeStatusFromBIOS(&status))
@@ -222,14 +224,17 @@ static const CommandRow g_graphicsLevels[] = {
     {3, CPU_CONTROL_COOL},
 };
 
-BOOL AdaptiveCoolingDynamicCpuControlSettings_v3() {
-    if (!Enabled(THERMAL_DYNAMIC_CPU_CONTROL, L"AdaptiveCoolingDynamicCpuControlSettings_v3"))
+OPERATION(BOOL, AdaptiveCoolingDynamicCpuControlSettings_v3, ()) {
+    if (!Enabled(THERMAL_DYNAMIC_CPU_CONTROL))
         return FALSE;
     DWORD status = 0;
     if (!AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS(&status))
         return FALSE;
     const DWORD level = status & STATUS_VALUE;
     const ThermalWord* word = FindWord(g_graphicsLevels, level);
+    if (word == nullptr)
+        Trace(L"AdaptiveCoolingDynamicCpuControlSettings_v3(): no command for level %u, only published\n",
+              level);
     if (word != nullptr && !AdaptiveCoolingSetCommand_v3(*word))
         return FALSE;
     AdaptiveCoolingSetRegCurrentStatus_v3(TMC_DCC, level);
@@ -258,7 +263,7 @@ static const DockRow* FindDock(DWORD type) {
     return nullptr;
 }
 
-BOOL AdaptiveCoolingDockModeControlChange() {
+OPERATION(BOOL, AdaptiveCoolingDockModeControlChange, ()) {
     DWORD status = 0;
     if (!AdaptiveCoolingGetDockModeStatusFromBIOS(&status))
         return FALSE;

@@ -37,14 +37,14 @@ static DWORD WINAPI AdaptiveCoolingWorkerThread_v1(void* parameter);
 static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void* parameter);
 
 static CoolingWorker g_version2Worker = {
-    L"AdaptiveCoolingWorkerThread_v1",
+    TRACE_NAME(L"AdaptiveCoolingWorkerThread_v1"),
     AdaptiveCoolingWorkerThread_v1,
     {&g_hAdaptCoolWorkerThread_Start, &g_hAdaptCoolWorkerThread_Terminate, &g_hAdaptCoolWorkerThread_Attach,
      &g_hAdaptCoolWorkerThread_Dettach},
     4,
     nullptr};
 static CoolingWorker g_version3Worker = {
-    L"AdaptiveCoolingInitilizeWorkerThread",
+    TRACE_NAME(L"AdaptiveCoolingInitilizeWorkerThread"),
     AdaptiveCoolingInitilizeWorkerThread,
     {&g_hAdaptCoolInitilizeWorkerThread_Start, &g_hAdaptCoolInitilizeWorkerThread_Terminate},
     2,
@@ -116,43 +116,43 @@ static BOOL TerminateWorker(CoolingWorker* worker) {
     return EndWorker(worker);
 }
 
-BOOL AdaptiveCoolingRetireWorkers() {
+OPERATION(BOOL, AdaptiveCoolingRetireWorkers, ()) {
     const BOOL version2_ended = RetireWorker(&g_version2Worker);
     const BOOL version3_ended = RetireWorker(&g_version3Worker);
     return version2_ended && version3_ended;
 }
 
-BOOL AdaptiveCoolingCreateWorkerThread() {
+OPERATION(BOOL, AdaptiveCoolingCreateWorkerThread, ()) {
     return CreateWorker(&g_version2Worker);
 }
 
-BOOL AdaptiveCoolingTerminateWorkerThread() {
+OPERATION(BOOL, AdaptiveCoolingTerminateWorkerThread, ()) {
     return TerminateWorker(&g_version2Worker);
 }
 
-BOOL AdaptiveCoolingCreateInitilizeWorkerThread() {
+OPERATION(BOOL, AdaptiveCoolingCreateInitilizeWorkerThread, ()) {
     g_bWaitingForReady = true;
     return CreateWorker(&g_version3Worker);
 }
 
-BOOL AdaptiveCoolingTerminateInitilizeWorkerThread() {
+OPERATION(BOOL, AdaptiveCoolingTerminateInitilizeWorkerThread, ()) {
     return TerminateWorker(&g_version3Worker);
 }
 
-static BOOL RiseEvent(HANDLE event, const wchar_t* operation) {
+static BOOL RiseEvent(HANDLE event) {
     if (event == nullptr) {
-        Trace(L"%ls(): Invaild Event handler\n", operation);
+        Trace(L"RiseEvent(): Invaild Event handler\n");
         return FALSE;
     }
     return SetEvent(event);
 }
 
-BOOL AdaptiveCoolingRiseEventOfOptionAttached() {
-    return RiseEvent(g_hAdaptCoolWorkerThread_Attach, L"AdaptiveCoolingRiseEventOfOptionAttached");
+OPERATION(BOOL, AdaptiveCoolingRiseEventOfOptionAttached, ()) {
+    return RiseEvent(g_hAdaptCoolWorkerThread_Attach);
 }
 
-BOOL AdaptiveCoolingRiseEventOfOptionDetached() {
-    return RiseEvent(g_hAdaptCoolWorkerThread_Dettach, L"AdaptiveCoolingRiseEventOfOptionDetached");
+OPERATION(BOOL, AdaptiveCoolingRiseEventOfOptionDetached, ()) {
+    return RiseEvent(g_hAdaptCoolWorkerThread_Dettach);
 }
 
 // ---- waiting ----
@@ -288,7 +288,8 @@ static void RunPhase2(Version2State* state) {
 }
 
 // The exit code is 0 when it ends in phase 1, 1 in phase 2.
-static DWORD WINAPI AdaptiveCoolingWorkerThread_v1(void*) {
+static OPERATION(DWORD WINAPI, AdaptiveCoolingWorkerThread_v1, ([[maybe_unused]] void* parameter),
+                 parameter) {
     Version2State state;
     if (!RunPhase1(&state)) {
         Trace(L"Exit AdaptiveCoolingWorkerThread_v1_1\n");
@@ -309,7 +310,8 @@ BOOL AdaptiveCoolingInitilizeWorkerWaits() {
 }
 
 // The exit code is 0 when it ends without initialising, else 1.
-static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void*) {
+static OPERATION(DWORD WINAPI, AdaptiveCoolingInitilizeWorkerThread, ([[maybe_unused]] void* parameter),
+                 parameter) {
     DWORD timeout_ms = INFINITE;
     DWORD polls = 0;
     bool not_ready = true;
@@ -320,15 +322,16 @@ static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void*) {
             break;
         case WAKE_TERMINATE:
             g_bWaitingForReady = false;
-            Trace(L"Exit AdaptiveCoolingInitilizeWorkerThread(0)\n");
             return 0;
         default:
             if (AdaptiveCoolingGetDytcCurrentAvailability() == 1) {
                 Trace(L"Ready to DYTC.\n");
                 not_ready = false;
             }
-            if (polls >= READY_POLL_LIMIT)
+            if (polls >= READY_POLL_LIMIT) {
+                Trace(L"AdaptiveCoolingInitilizeWorkerThread(): never ready, initialised all the same\n");
                 not_ready = false;
+            }
             ++polls;
             break;
         }
@@ -336,6 +339,5 @@ static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void*) {
     // A start from here on wants an initialisation of its own.
     g_bWaitingForReady = false;
     AdaptiveCoolingInitSettings_v3();
-    Trace(L"Exit AdaptiveCoolingInitilizeWorkerThread(1)\n");
     return 1;
 }

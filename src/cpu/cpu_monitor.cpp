@@ -111,14 +111,12 @@ static BOOL MonitorCpuState() {
     return TRUE;
 }
 
-DWORD WINAPI CPUStateC3C4MonitorThreadProc(void*) {
-    Trace(L"Enter CPUStateC3C4MonitorThreadProc()\n");
+OPERATION(DWORD WINAPI, CPUStateC3C4MonitorThreadProc, ([[maybe_unused]] void* parameter), parameter) {
     if (MonitorCpuState())
         g_hCPUMonitorThread = nullptr;
-    Trace(L"Exit CPUStateC3C4MonitorThreadProc()\n");
     return 0;
 }
 
-void StartCPUMonitorThread() {
+OPERATION(void, StartCPUMonitorThread, ()) {
     StartThreadInSlot(CPUStateC3C4MonitorThreadProc, &g_hCPUMonitorThread);
 }

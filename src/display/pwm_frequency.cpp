@@ -14,8 +14,7 @@ static ICUIExternal* g_pCUIExternal;
 constexpr DWORD ALL_SERVERS = CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER;
 static_assert(ALL_SERVERS == 0x15);
 
-DWORD Open5nitInterface() {
-    Trace(L"Enter Open5nitInterface()\n");
+OPERATION(DWORD, Open5nitInterface, ()) {
     const HRESULT initialised = CoInitialize(nullptr);
     if (initialised != S_OK) {
         // S_FALSE (COM was in use on this thread already) counts as a failure too, but must be balanced.
@@ -40,7 +39,7 @@ static void SendPWMS(DWORD frequency) {
     SendOneWord(IOCTL_PMDRV_PWMSET, frequency, nullptr, FULL_ACCESS, FULL_SHARE);
 }
 
-static BOOL SetInverterFrequency(DWORD frequency) {
+static OPERATION(BOOL, SetInverterFrequency, (DWORD frequency), frequency) {
     InverterParams params = {};
     DWORD error = 0;
     if (g_pCUIExternal->methods->GetInverterParams(g_pCUIExternal, &g_inverterParamsGuid, 1, sizeof(params),
@@ -58,8 +57,7 @@ static BOOL SetInverterFrequency(DWORD frequency) {
     return TRUE;
 }
 
-DWORD ChangePWMFrequency() {
-    Trace(L"Enter ChangePWMFrequency()\n");
+OPERATION(DWORD, ChangePWMFrequency, ()) {
     if (g_dwCUIConnected == 0)
         g_dwCUIConnected = Open5nitInterface();
     if (g_dwCUIConnected == 0) {
@@ -74,11 +72,10 @@ DWORD ChangePWMFrequency() {
         return 0;
     }
     SendPWMS(SetInverterFrequency(frequency) ? frequency : 0);
-    Trace(L"Exit ChangePWMFrequency()\n");
     return 0;
 }
 
-void Close5nitInterface() {
+OPERATION(void, Close5nitInterface, ()) {
     // The connection belongs to the apartment of the event thread, which has been terminated by now;
     // releasing it or ending COM from another thread would act on the wrong apartment. The end of the process
     // does both.

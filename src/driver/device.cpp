@@ -58,7 +58,8 @@ BOOL OneWordRequest(HANDLE device, DWORD code, DWORD argument, DWORD* result) {
     return TRUE;
 }
 
-BOOL SendOneWord(DWORD code, DWORD argument, DWORD* result, DWORD access, DWORD share) {
+OPERATION(BOOL, SendOneWord, (DWORD code, DWORD argument, DWORD* result, DWORD access, DWORD share), code,
+          argument, result, access, share) {
     const IoCode* row = FindOneWordCode(code);
     if (row == nullptr)
         return FALSE;
@@ -73,7 +74,7 @@ BOOL SendOneWord(DWORD code, DWORD argument, DWORD* result, DWORD access, DWORD 
     return sent;
 }
 
-BOOL OpenPMDriver() {
+OPERATION(BOOL, OpenPMDriver, ()) {
     if (g_dwPMDriverOpen == 1)
         return FALSE;
     g_hPMDriver = OpenDevice(PRIMARY_DEVICE, QUERY_ACCESS, QUERY_SHARE);
@@ -81,7 +82,7 @@ BOOL OpenPMDriver() {
     return g_dwPMDriverOpen == 1;
 }
 
-BOOL ClosePMDriver() {
+OPERATION(BOOL, ClosePMDriver, ()) {
     if (g_hPMDriver == nullptr || g_hPMDriver == INVALID_HANDLE_VALUE || g_dwPMDriverOpen != 1)
         return FALSE;
     CloseHandle(g_hPMDriver);
@@ -131,7 +132,7 @@ static bool DeviceMatches(HDEVINFO devices, SP_DEVINFO_DATA* device, const wchar
     return false;
 }
 
-BOOL FindDevice(const wchar_t* id, DWORD* found) {
+OPERATION(BOOL, FindDevice, (const wchar_t* id, DWORD* found), id, found) {
     *found = 0;
     HDEVINFO devices = SetupDiGetClassDevsW(nullptr, nullptr, nullptr, DIGCF_PRESENT | DIGCF_ALLCLASSES);
     if (devices == INVALID_HANDLE_VALUE)
@@ -151,14 +152,14 @@ BOOL FindDevice(const wchar_t* id, DWORD* found) {
     return error != ERROR_SUCCESS && error != ERROR_NO_MORE_ITEMS;
 }
 
-BOOL GetSystemFamily(wchar_t* buffer) {
+OPERATION(BOOL, GetSystemFamily, (wchar_t * buffer), buffer) {
     KeyHolder key;
     buffer[0] = L'\0';
     return OpenKey(&key, HKEY_LOCAL_MACHINE, L"HARDWARE\\DESCRIPTION\\System\\BIOS", KEY_READ) &&
            QueryString(key.key, L"SystemFamily", buffer, SYSTEM_FAMILY_CHARACTERS, 256);
 }
 
-BOOL SendSystemFamilyRequest() {
+OPERATION(BOOL, SendSystemFamilyRequest, ()) {
     // SendOneWord closes the device on every path; the answer is of no interest.
     const BOOL sent = SendOneWord(IOCTL_PMDRV_SYSTEMFAMILY, 0, nullptr, GENERIC_WRITE, FULL_SHARE);
     if (!sent)

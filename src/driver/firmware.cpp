@@ -1,5 +1,7 @@
 #include "driver/firmware.h"
 
+#include "common/trace.h"
+
 void DriverHandles::Release() {
     if (primary != nullptr)
         CloseHandle(primary);
@@ -19,10 +21,12 @@ static BOOL RequestOn(HANDLE* device, const wchar_t* path, DWORD code, DWORD arg
     return OneWordRequest(*device, code, argument, result);
 }
 
-BOOL PMDriverIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result) {
+OPERATION(BOOL, PMDriverIoControl, (DriverHandles * holder, DWORD code, DWORD argument, DWORD* result),
+          holder, code, argument, result) {
     return RequestOn(&holder->primary, PRIMARY_DEVICE, code, argument, result);
 }
 
-BOOL PMDRVSIoControl(DriverHandles* holder, DWORD code, DWORD argument, DWORD* result) {
+OPERATION(BOOL, PMDRVSIoControl, (DriverHandles * holder, DWORD code, DWORD argument, DWORD* result), holder,
+          code, argument, result) {
     return RequestOn(&holder->secondary, SECONDARY_DEVICE, code, argument, result);
 }

@@ -60,7 +60,6 @@ constexpr DWORD IOCTL_POINTING_STICK_MOUSE_DATA = 0xF30D8;
 
 struct IoCode {
     DWORD code;
-    const char* name;
     Device device;
     DWORD in_bytes;
     DWORD out_bytes;

@@ -21,7 +21,7 @@ struct EventRegistration {
 };
 static_assert(sizeof(EventRegistration) == 48);
 
-void CreateDriverNotificationEvents() {
+OPERATION(void, CreateDriverNotificationEvents, ()) {
     for (DWORD i = 0; i < DRIVER_NOTIFICATION_EVENT_COUNT; ++i) {
         g_hDriverNotificationEvents[i] = CreateEventW(nullptr, TRUE, FALSE, g_eventNames[i]);
         if (g_hDriverNotificationEvents[i] == nullptr)
@@ -32,26 +32,28 @@ void CreateDriverNotificationEvents() {
 
 static void SendRegistration(DWORD code, const EventRegistration& registration) {
     HandleHolder device(OpenDevice(SECONDARY_DEVICE, FULL_ACCESS, FULL_SHARE));
-    if (!device.Valid())
+    if (!device.Valid()) {
+        Trace(L"SendRegistration(): Error: device not opened. (%lu)\n", GetLastError());
         return;
+    }
     ULONGLONG answer = 0;
     DWORD returned = 0;
     if (!SendIoCode(device.handle, code, &registration, &answer, &returned))
         Trace(L"SendRegistration(): Error: request 0x%lx failed. (%lu)\n", code, GetLastError());
 }
 
-void RegisterDriverNotificationEvents() {
+OPERATION(void, RegisterDriverNotificationEvents, ()) {
     EventRegistration registration = {};
     for (DWORD i = 0; i < DRIVER_NOTIFICATION_EVENT_COUNT; ++i)
         registration.handles[i] = reinterpret_cast<ULONG_PTR>(g_hDriverNotificationEvents[i]);
     SendRegistration(IOCTL_PMDRV_REGISTEREVENTS, registration);
 }
 
-void UnregisterDriverNotificationEvents() {
+OPERATION(void, UnregisterDriverNotificationEvents, ()) {
     SendRegistration(IOCTL_PMDRV_UNREGISTEREVENTS, EventRegistration{});
 }
 
-void CloseDriverNotificationEvents() {
+OPERATION(void, CloseDriverNotificationEvents, ()) {
     UnregisterDriverNotificationEvents();
     for (HANDLE& event : g_hDriverNotificationEvents) {
         if (event != nullptr)
@@ -75,8 +77,7 @@ static BOOL PublishCapabilities() {
     return TRUE;
 }
 
-BOOL MakeConnect(BOOL connect) {
-    Trace(L"Enter MakeConnect(%d)\n", connect);
+OPERATION(BOOL, MakeConnect, (BOOL connect), connect) {
     DriverHandles holder;
     DWORD result = 0;
     if (!PMDRVSIoControl(&holder, IOCTL_PMDRV_CONNECT, connect ? 1 : 0, &result)) {

@@ -35,7 +35,7 @@ static EventFields DeriveFields(DWORD code) {
     return fields;
 }
 
-DWORD ChkHotkeyEvent(HardwareEvent* event) {
+OPERATION(DWORD, ChkHotkeyEvent, (HardwareEvent * event), event) {
     *event = {};
     HANDLE device = OpenDevice(SECONDARY_DEVICE, FULL_ACCESS, FULL_SHARE);
     if (device == INVALID_HANDLE_VALUE)
@@ -55,14 +55,16 @@ DWORD ChkHotkeyEvent(HardwareEvent* event) {
     return ERROR_SUCCESS;
 }
 
-static void HandleCalderLcdCloseOpen(DWORD mouse_data_enable) {
+static OPERATION(void, HandleCalderLcdCloseOpen, (DWORD mouse_data_enable), mouse_data_enable) {
     SendOneWord(IOCTL_POINTING_STICK_MOUSE_DATA, mouse_data_enable, nullptr);
 }
 
-static void HandleHotKey3() {
+static OPERATION(void, HandleHotKey3, ()) {
     // Since Vista the system handles the standby key itself.
     if (!IsVistaOrLater)
         StandbySystem();
+    else
+        Trace(L"HandleHotKey3(): left to the system\n");
 }
 
 // ---- the action table ----
@@ -175,7 +177,7 @@ static DWORD RunAction(const EventFields& fields) {
     return 1;
 }
 
-DWORD DispatchHotKey(const HardwareEvent& event) {
+OPERATION(DWORD, DispatchHotKey, (const HardwareEvent& event), event) {
     HandleHolder device(OpenDevice(PRIMARY_DEVICE, FULL_ACCESS, FULL_SHARE));
     if (!device.Valid()) {
         Trace(L"DispatchHotKey(): Error: primary device not opened. (%lu)\n", GetLastError());
@@ -185,12 +187,17 @@ DWORD DispatchHotKey(const HardwareEvent& event) {
     const bool classic = fields.page == PH_PAGE_CLASSIC;
     if (classic)
         NotifyPHHotKey(fields.page, fields.key_mask);
-    if (event.second != 0)
+    if (event.second != 0) {
+        Trace(L"DispatchHotKey(): 0x%lx carries 0x%lx, clients only\n", event.code, event.second);
         return 0;
-    if (classic && IsPHHotKeyOverridden(fields.key_mask))
+    }
+    if (classic && IsPHHotKeyOverridden(fields.key_mask)) {
+        Trace(L"DispatchHotKey(): 0x%lx is taken over by a client\n", event.code);
         return 0;
+    }
     if (FirmwareHasPHPages(device.handle) && (fields.page == PH_PAGE_2 || fields.page == PH_PAGE_3)) {
         // No built-in action is behind these.
+        Trace(L"DispatchHotKey(): 0x%lx is a hot key of an extended page, clients only\n", event.code);
         NotifyPHHotKey(fields.page, fields.key_mask);
         return 0;
     }

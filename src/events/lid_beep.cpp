@@ -19,8 +19,7 @@ constexpr DWORD NO_INI_VALUE = 57005;
 static wchar_t g_szDesktopLidBeepPath[PATH_CHARACTERS];
 static wchar_t g_szWindowsLidBeepPath[PATH_CHARACTERS];
 
-void InitLidBeepIniPaths() {
-    Trace(L"Enter InitLidBeepIniPaths()\n");
+OPERATION(void, InitLidBeepIniPaths, ()) {
     g_szDesktopLidBeepPath[0] = L'\0';
     g_szWindowsLidBeepPath[0] = L'\0';
     wchar_t windows[PATH_CHARACTERS];
@@ -54,17 +53,15 @@ static bool IsLidBeepWanted() {
     return status == 1;
 }
 
-static void NotifyLidCloseActionNone() {
+static OPERATION(void, NotifyLidCloseActionNone, ()) {
     SendOneWord(IOCTL_PMDRV_LIDCLOSEACTIONNONE, 0, nullptr);
 }
 
-void SetLidBeep(DWORD on) {
-    Trace(L"Enter SetLidBeep(%lu)\n", on);
+OPERATION(void, SetLidBeep, (DWORD on), on) {
     SendOneWord(IOCTL_PMDRV_SETLIDBEEP, on, nullptr);
 }
 
-void HandleLidCloseBeep() {
-    Trace(L"Enter HandleLidCloseBeep()\n");
+OPERATION(void, HandleLidCloseBeep, ()) {
     SYSTEM_POWER_POLICY policy = {};
     if (PowrProfCallNtPowerInformation(SystemPowerPolicyCurrent, nullptr, 0, &policy, sizeof(policy)) != 0) {
         Trace(L"HandleLidCloseBeep(): Error: the power policy cannot be read.\n");
@@ -74,4 +71,6 @@ void HandleLidCloseBeep() {
         NotifyLidCloseActionNone();
     else if (IsLidBeepWanted())
         SetLidBeep(1);
+    else
+        Trace(L"HandleLidCloseBeep(): no beep wanted\n");
 }

@@ -27,14 +27,12 @@ static std::atomic<DWORD> g_dwPendingSleepState{0};
 // The latest timer thread, or null. Event thread only.
 static HANDLE g_hTimerThread;
 
-static void SuspendSystem() {
-    Trace(L"Enter SuspendSystem()\n");
+static OPERATION(void, SuspendSystem, ()) {
     if (EnableShutdownPrivilege())
         PowrProfSetSuspendState(FALSE, FALSE, TRUE);
 }
 
-void ForceSuspendSystem() {
-    Trace(L"Enter ForceSuspendSystem()\n");
+OPERATION(void, ForceSuspendSystem, ()) {
     if (EnableShutdownPrivilege())
         PowrProfSetSuspendState(FALSE, TRUE, TRUE);
 }
@@ -53,8 +51,7 @@ static bool CreateHibernationFile() {
     return PowrProfCallNtPowerInformation(SystemReserveHiberFile, &create, sizeof(create), nullptr, 0) == 0;
 }
 
-void HibernateSystem() {
-    Trace(L"Enter HibernateSystem()\n");
+OPERATION(void, HibernateSystem, ()) {
     if (!EnableShutdownPrivilege())
         return;
     if (!PowrProfIsPwrHibernateAllowed() && !(MayCreateHibernationFile() && CreateHibernationFile())) {
@@ -68,8 +65,7 @@ void HibernateSystem() {
 }
 
 // TRUE when the power-off was accepted.
-static BOOL ForcePowerOff() {
-    Trace(L"Enter ForcePowerOff()\n");
+static OPERATION(BOOL, ForcePowerOff, ()) {
     return EnableShutdownPrivilege() && ExitWindowsEx(EWX_POWEROFF | EWX_FORCE, 0);
 }
 
@@ -81,13 +77,15 @@ static void ReturnToSleep(DWORD state) {
 }
 
 // Three minutes after a wake-up. A timer that a later wake-up has replaced acts too, on the state of then.
-static DWORD WINAPI TimerThread(void* parameter) {
+static OPERATION(DWORD WINAPI, TimerThread, (void* parameter), parameter) {
     Sleep(RETURN_TO_SLEEP_MS);
     // Read first: once the flag is clear, a disconnect no longer waits for this thread and zeroes the state.
     const DWORD state = static_cast<std::atomic<DWORD>*>(parameter)->load();
     DWORD flag = TIMER_ARMED;
-    if (!g_dwTimerPending.compare_exchange_strong(flag, TIMER_NONE) && flag == TIMER_TAKEN)
+    if (!g_dwTimerPending.compare_exchange_strong(flag, TIMER_NONE) && flag == TIMER_TAKEN) {
+        Trace(L"TimerThread(): a disconnect has taken the return over\n");
         return 0;
+    }
     Trace(L"TimerThread(): returning to state %lu.\n", state);
     ReturnToSleep(state);
     return 0;
@@ -122,12 +120,13 @@ static void ReturnToSleepOnDisconnect() {
             Sleep(DISCONNECT_DELAY_MS);
         // Zeroed as it is read: the power action below may last until the next wake-up.
         ReturnToSleep(g_dwPendingSleepState.exchange(0));
+    } else {
+        Trace(L"ReturnToSleepOnDisconnect(): no return to sleep is armed\n");
     }
     g_dwPendingSleepState = 0;
 }
 
-void HandleWakeupEvent(BOOL wakeup, BOOL disconnect, DWORD state) {
-    Trace(L"Enter HandleWakeupEvent(%d, %d, %lu)\n", wakeup, disconnect, state);
+OPERATION(void, HandleWakeupEvent, (BOOL wakeup, BOOL disconnect, DWORD state), wakeup, disconnect, state) {
     DWORD exit_code = 0;
     if (g_hTimerThread != nullptr && !GetExitCodeThread(g_hTimerThread, &exit_code))
         DropTimerThread();
@@ -137,10 +136,10 @@ void HandleWakeupEvent(BOOL wakeup, BOOL disconnect, DWORD state) {
         ReturnToSleepOnDisconnect();
 }
 
-void HandleBatteryWakeup() {
-    Trace(L"Enter HandleBatteryWakeup()\n");
+OPERATION(void, HandleBatteryWakeup, ()) {
     Sleep(BATTERY_PAUSE_MS);
     if (!PowrProfIsPwrHibernateAllowed()) {
+        Trace(L"HandleBatteryWakeup(): no hibernation, power off\n");
         ForcePowerOff();
         return;
     }

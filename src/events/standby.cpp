@@ -15,8 +15,7 @@ static std::atomic<bool> g_bKeepMonitorOffThreadHandle{false};
 // The scheme index of the latest monitor-off request. The request threads hold a pointer to it.
 static std::atomic<DWORD> g_dwMonitorOffRequest{0};
 
-void StandbySystem() {
-    Trace(L"Enter StandbySystem()\n");
+OPERATION(void, StandbySystem, ()) {
     DWORD index = 0;
     if (!GetCurrentPowerPolicyIndex(&index))
         return;
@@ -27,7 +26,7 @@ void StandbySystem() {
         Trace(L"StandbySystem(): Error: no request thread. (%lu)\n", GetLastError());
 }
 
-static DWORD WINAPI MonitorOffThreadProc(void*) {
+static OPERATION(DWORD WINAPI, MonitorOffThreadProc, ([[maybe_unused]] void* parameter), parameter) {
     StandbySystem();
     HANDLE own = g_hMonitorOffThread.exchange(nullptr);
     if (own != nullptr && !g_bKeepMonitorOffThreadHandle)
@@ -35,7 +34,7 @@ static DWORD WINAPI MonitorOffThreadProc(void*) {
     return 0;
 }
 
-void StartMonitorOff() {
+OPERATION(void, StartMonitorOff, ()) {
     StartThreadInSlot(MonitorOffThreadProc, &g_hMonitorOffThread);
 }
 

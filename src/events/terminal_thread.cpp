@@ -8,7 +8,7 @@ constexpr DWORD WAIT_PERIOD_MS = 2000;
 constexpr DWORD FAILED_FETCH_PAUSE_MS = 20;
 
 // Fetches one hardware event and dispatches it; pauses when none could be fetched.
-static void HandleNotifyEvent() {
+static OPERATION(void, HandleNotifyEvent, ()) {
     HardwareEvent event = {};
     const DWORD error = ChkHotkeyEvent(&event);
     if (error != ERROR_SUCCESS) {
@@ -42,8 +42,7 @@ static DWORD WaitForDriver() {
     return result;
 }
 
-DWORD WINAPI TerminalThread(void*) {
-    Trace(L"Enter TerminalThread()\n");
+OPERATION(DWORD WINAPI, TerminalThread, ([[maybe_unused]] void* parameter), parameter) {
     CreateDriverNotificationEvents();
     RegisterDriverNotificationEvents();
     bool running = true;
@@ -68,6 +67,5 @@ DWORD WINAPI TerminalThread(void*) {
     }
     ResetEvent(g_hDriverNotificationEvents[EVENT_PMD_EVENT_NOTIFY_STOP]);
     CloseDriverNotificationEvents();
-    Trace(L"Exit TerminalThread()\n");
     return 0;
 }

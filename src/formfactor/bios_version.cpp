@@ -24,7 +24,7 @@ static bool IsHarrowMark(const wchar_t* text) {
 }
 
 // Publishes the flag as 1 in its existing key. FALSE when the key cannot be opened.
-static BOOL SetHRSPMode() {
+static OPERATION(BOOL, SetHRSPMode, ()) {
     KeyHolder key;
     if (!OpenKey(&key, HKEY_LOCAL_MACHINE, SERVICE_KEY L"\\Configurations\\ScreenRotation", KEY_ALL_ACCESS)) {
         Trace(L"SetHRSPMode(): Error: key not opened.\n");
@@ -38,6 +38,7 @@ static void SetUpHarrowPlatform() {
     InitHarrowRegistryInterface();
     SetHRSPMode();
     g_dwHarrowBios = 1;
+    Trace(L"SetUpHarrowPlatform(): Harrow BIOS.\n");
 }
 
 // Whether the BIOS version names a Harrow platform. FALSE also when it cannot be read.
@@ -69,19 +70,15 @@ static BOOL ScanSystemBiosVersion() {
     return TRUE;
 }
 
-BOOL GetSystemBiosVersion() {
-    Trace(L"Enter GetSystemBiosVersion\n");
+OPERATION(BOOL, GetSystemBiosVersion, ()) {
     {
         KeyHolder key;
         if (OpenKey(&key, HKEY_LOCAL_MACHINE, BIOS_DESCRIPTION_PARENT L"\\BIOS", KEY_READ) &&
             IsHarrowBiosVersion(key.key)) {
             SetUpHarrowPlatform();
-            Trace(L"GetSystemBiosVersion(): Harrow BIOS.\n");
             return TRUE;
         }
         g_dwHarrowBios = 0;
     }
-    const BOOL read = ScanSystemBiosVersion();
-    Trace(L"GetSystemBiosVersion(): Return 0x%08x, Harrow %lu\n", read, g_dwHarrowBios);
-    return read;
+    return ScanSystemBiosVersion();
 }

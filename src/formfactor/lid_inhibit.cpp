@@ -38,7 +38,7 @@ static std::atomic<DWORD> g_dwLCDCSWatch{WATCH_NONE};
 // one after another, have left them.
 static SubsystemLock g_lidInhibitLock;
 
-static BOOL LCDCSDisableInhibit() {
+static OPERATION(BOOL, LCDCSDisableInhibit, ()) {
     DWORD result = 0;
     const BOOL sent = SendOneWord(IOCTL_PMDRV_LCDCSCONTROL, LCDCS_CONTROL_INHIBIT_OFF, &result);
     if (!sent)
@@ -85,10 +85,12 @@ static BOOL ReadTimerWanted(bool* wanted) {
 
 // The poll: starts the timer while the lid is closed under an inhibit, and ends timer and watchdog when it is
 // not.
-static void CheckSensorAndLidStatus() {
+static OPERATION(void, CheckSensorAndLidStatus, ()) {
     bool wanted = false;
-    if (!ReadTimerWanted(&wanted))
+    if (!ReadTimerWanted(&wanted)) {
+        Trace(L"CheckSensorAndLidStatus(): lid or inhibit not known, nothing is decided\n");
         return;
+    }
     HANDLE start = g_hLCDCSTimerStart;
     // Without a timer there is nothing to start.
     if (start == nullptr)
@@ -101,6 +103,8 @@ static void CheckSensorAndLidStatus() {
         Trace(L"CheckSensorAndLidStatus(): timer stops\n");
         StopTimer();
         StopWatchdog();
+    } else {
+        Trace(L"CheckSensorAndLidStatus(): timer %ls\n", running ? L"runs on" : L"not wanted");
     }
 }
 
@@ -125,7 +129,7 @@ static BOOL EndInhibitAtLimit() {
     return TRUE;
 }
 
-static DWORD WINAPI LCDCSTimerThreadProc(void*) {
+static OPERATION(DWORD WINAPI, LCDCSTimerThreadProc, ([[maybe_unused]] void* parameter), parameter) {
     HandleHolder signal(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSTIMERSIGNAL"));
     if (!signal.Valid())
         return 0;
@@ -157,7 +161,7 @@ static DWORD WINAPI LCDCSTimerThreadProc(void*) {
     }
 }
 
-void StartLCDCSTimerThread() {
+OPERATION(void, StartLCDCSTimerThread, ()) {
     HANDLE thread = CreateThread(nullptr, 0, LCDCSTimerThreadProc, nullptr, 0, nullptr);
     if (thread == nullptr)
         Trace(L"StartLCDCSTimerThread(): Error: thread not created. (%lu)\n", GetLastError());
@@ -194,7 +198,7 @@ static void PollUntilStopped(HANDLE signal, HANDLE stop) {
     g_hLCDCSWatchdogStop = nullptr;
 }
 
-static DWORD WINAPI LCDCSWatchdogThreadProc(void*) {
+static OPERATION(DWORD WINAPI, LCDCSWatchdogThreadProc, ([[maybe_unused]] void* parameter), parameter) {
     HandleHolder signal(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSWATCHDOGTIMERSIGNAL"));
     HandleHolder stop(CreateEventW(nullptr, FALSE, FALSE, L"PMDRVLCDCSWATCHDOG"));
     if (signal.Valid() && stop.Valid()) {
@@ -207,6 +211,7 @@ static DWORD WINAPI LCDCSWatchdogThreadProc(void*) {
     }
     signal.Release();
     stop.Release();
+    Trace(L"Exit LCDCSWatchdogThreadProc()\n");
     ExitThread(0);
 }
 
@@ -229,8 +234,7 @@ static void StartWatchdog() {
 }
 
 // After the driver accepted an inhibit change.
-static void LCDCSWatchdogControl(BOOL start) {
-    Trace(L"Enter LCDCSWatchdogControl(%d)\n", start);
+static OPERATION(void, LCDCSWatchdogControl, (BOOL start), start) {
     if (start) {
         StartWatchdog();
         return;
@@ -243,7 +247,7 @@ static void LCDCSWatchdogControl(BOOL start) {
 
 // One request: the driver's answer, or 0 when it cannot be reached, which then counts as accepted or as no
 // capability.
-static DWORD LCDCSControl(DWORD code, DWORD input) {
+static OPERATION(DWORD, LCDCSControl, (DWORD code, DWORD input), code, input) {
     DWORD result = 0;
     SendOneWord(code, input, &result);
     return result;
@@ -263,14 +267,14 @@ static BOOL StopInhibit() {
     return TRUE;
 }
 
-BOOL LCDCSStartInhibit() {
+OPERATION(BOOL, LCDCSStartInhibit, ()) {
     return RunExclusive(&g_lidInhibitLock, StartInhibit);
 }
 
-BOOL LCDCSStopInhibit() {
+OPERATION(BOOL, LCDCSStopInhibit, ()) {
     return RunExclusive(&g_lidInhibitLock, StopInhibit);
 }
 
-DWORD LCDCSGetInhibitCapability() {
+OPERATION(DWORD, LCDCSGetInhibitCapability, ()) {
     return LCDCSControl(IOCTL_PMDRV_LCDCSGETSTATE, 0);
 }

@@ -52,7 +52,7 @@ static DWORD FetchDetail(HDEVINFO devices, SP_DEVICE_INTERFACE_DATA* device, Loc
     return ERROR_SUCCESS;
 }
 
-wchar_t* GetDevicePath(const GUID& interface_class) {
+OPERATION(wchar_t*, GetDevicePath, (const GUID& interface_class), interface_class) {
     HDEVINFO devices =
         SetupDiGetClassDevsW(&interface_class, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
     if (devices == INVALID_HANDLE_VALUE)
@@ -99,7 +99,7 @@ static DWORD ReadByte(HANDLE device, BYTE* value) {
     return ERROR_SUCCESS;
 }
 
-static BOOL ReadIndicator(const wchar_t* operation, const GUID& interface_class, DWORD* state) {
+static BOOL ReadIndicator(const GUID& interface_class, DWORD* state) {
     HandleHolder device;
     BYTE value = 0;
     DWORD error = OpenInterface(interface_class, GENERIC_READ, &device);
@@ -109,13 +109,12 @@ static BOOL ReadIndicator(const wchar_t* operation, const GUID& interface_class,
     if (error == ERROR_SUCCESS)
         *state = value;
     else
-        Trace(L"%ls(): Error: indicator not read. (%lu)\n", operation, error);
+        Trace(L"ReadIndicator(): Error: indicator not read. (%lu)\n", error);
     return Finish(error);
 }
 
 // Writes one byte `count` times, up to the first write that fails.
-static BOOL WriteInterface(const wchar_t* operation, const GUID& interface_class, DWORD access, BYTE value,
-                           int count) {
+static BOOL WriteInterface(const GUID& interface_class, DWORD access, BYTE value, int count) {
     HandleHolder device;
     DWORD error = OpenInterface(interface_class, access, &device);
     for (int i = 0; i < count && error == ERROR_SUCCESS; ++i) {
@@ -125,35 +124,32 @@ static BOOL WriteInterface(const wchar_t* operation, const GUID& interface_class
     }
     device.Release();
     if (error != ERROR_SUCCESS)
-        Trace(L"%ls(): Error: not written. (%lu)\n", operation, error);
+        Trace(L"WriteInterface(): Error: not written. (%lu)\n", error);
     return Finish(error);
 }
 
-BOOL GetSystemTransformation(DWORD* state) {
-    return ReadIndicator(L"GetSystemTransformation", LAPTOP_SLATE_INTERFACE, state);
+OPERATION(BOOL, GetSystemTransformation, (DWORD * state), state) {
+    return ReadIndicator(LAPTOP_SLATE_INTERFACE, state);
 }
 
-BOOL GetSystemDockingTransformation(DWORD* state) {
-    return ReadIndicator(L"GetSystemDockingTransformation", DOCK_INTERFACE, state);
+OPERATION(BOOL, GetSystemDockingTransformation, (DWORD * state), state) {
+    return ReadIndicator(DOCK_INTERFACE, state);
 }
 
-BOOL ToggleConversionIndicator() {
-    return WriteInterface(L"ToggleConversionIndicator", LAPTOP_SLATE_INTERFACE, GENERIC_WRITE,
-                          CONVERSION_TOGGLE, 1);
+OPERATION(BOOL, ToggleConversionIndicator, ()) {
+    return WriteInterface(LAPTOP_SLATE_INTERFACE, GENERIC_WRITE, CONVERSION_TOGGLE, 1);
 }
 
-BOOL SetSystemDockingTransformation(BYTE state) {
-    return WriteInterface(L"SetSystemDockingTransformation", DOCK_INTERFACE, GENERIC_READ | GENERIC_WRITE,
-                          state, 1);
+OPERATION(BOOL, SetSystemDockingTransformation, (BYTE state), state) {
+    return WriteInterface(DOCK_INTERFACE, GENERIC_READ | GENERIC_WRITE, state, 1);
 }
 
-BOOL RotationLockButtonPress() {
+OPERATION(BOOL, RotationLockButtonPress, ()) {
     // Down and up.
-    return WriteInterface(L"RotationLockButtonPress", BUTTON_INTERFACE, GENERIC_WRITE, ROTATION_LOCK_BUTTON,
-                          2);
+    return WriteInterface(BUTTON_INTERFACE, GENERIC_WRITE, ROTATION_LOCK_BUTTON, 2);
 }
 
-BOOL GetSystemTransformationFromBIOS(DWORD* state) {
+OPERATION(BOOL, GetSystemTransformationFromBIOS, (DWORD * state), state) {
     DWORD word = 0;
     if (!SendOneWord(IOCTL_PMDRV_TABGETSTATE, 0, &word, FULL_ACCESS, QUERY_SHARE)) {
         const DWORD error = FailureCode();

@@ -9,7 +9,7 @@
 // Hardware id of Intel's virtual-button device, which moves the indicators itself.
 static const wchar_t g_virtualButtonId[] = L"INT33D6";
 
-BOOL SystemTransformationGetCurrentSystemStatus(DWORD* word) {
+OPERATION(BOOL, SystemTransformationGetCurrentSystemStatus, (DWORD * word), word) {
     DriverHandles holder;
     DWORD answer = 0;
     if (!PMDriverIoControl(&holder, IOCTL_PMDRV_GMMS, 0, &answer)) {
@@ -45,10 +45,11 @@ static BOOL DrivePostureIndicator(DWORD state) {
         if (row.state == state)
             return row.drive();
     }
+    Trace(L"DrivePostureIndicator(): no posture %lu, indicator left alone\n", state);
     return FALSE;
 }
 
-static BOOL SystemTransformationUpdateCurrentSystemStatus() {
+static OPERATION(BOOL, SystemTransformationUpdateCurrentSystemStatus, ()) {
     DWORD word = 0;
     if (!SystemTransformationGetCurrentSystemStatus(&word))
         return FALSE;
@@ -58,24 +59,23 @@ static BOOL SystemTransformationUpdateCurrentSystemStatus() {
     return DrivePostureIndicator(state);
 }
 
-BOOL SystemTransformationEventActionChangeTransformation() {
-    Trace(L"Enter SystemTransformationEventActionChangeTransformation()\n");
+OPERATION(BOOL, SystemTransformationEventActionChangeTransformation, ()) {
     return RunExclusive(&g_formFactorLock, SystemTransformationUpdateCurrentSystemStatus);
 }
 
-static DWORD CheckExsitIntelVirtualButtonDevices() {
+static OPERATION(DWORD, CheckExsitIntelVirtualButtonDevices, ()) {
     DWORD found = 0;
     // Its result also covers a failed enumeration; only a device that was found counts.
     FindDevice(g_virtualButtonId, &found);
     return found != 0 ? 1 : 0;
 }
 
-static BOOL IsExsitIntelVirtualButtonDevices() {
+static OPERATION(BOOL, IsExsitIntelVirtualButtonDevices, ()) {
     return CheckExsitIntelVirtualButtonDevices() == 1;
 }
 
 // Decides whether this machine may have its indicators driven, and leaves the decision in the support flag.
-static BOOL SystemTransformationCheckCurrentSettingsFormReg() {
+static OPERATION(BOOL, SystemTransformationCheckCurrentSettingsFormReg, ()) {
     g_dwFormFactorSupport = 0;
     if (!SystemTransformationInitReg())
         return FALSE;
@@ -92,7 +92,7 @@ static BOOL SystemTransformationCheckCurrentSettingsFormReg() {
 }
 
 // The driver's lid status word. *word is written only on success.
-static BOOL GetCurrentLidtatus(DWORD* word) {
+static OPERATION(BOOL, GetCurrentLidtatus, (DWORD * word), word) {
     DriverHandles holder;
     DWORD answer = 0;
     if (!PMDriverIoControl(&holder, IOCTL_PMDRV_GETLIDSTATUS, 0, &answer)) {
@@ -107,7 +107,7 @@ static BOOL GetCurrentLidtatus(DWORD* word) {
 constexpr DWORD LID_WORD_CLOSED = LID_READING_VALID;
 constexpr DWORD LID_WORD_OPEN = LID_READING_VALID | LID_SWITCH_OPEN;
 
-static BOOL PublishLidStatus() {
+static OPERATION(BOOL, PublishLidStatus, ()) {
     DWORD word = 0;
     GetCurrentLidtatus(&word);
     PublishLidState(word == LID_WORD_CLOSED ? LID_STATE_CLOSED
@@ -125,13 +125,12 @@ static BOOL Refresh() {
     return TRUE;
 }
 
-BOOL SystemTransformationGetCurrentSystemStatus() {
-    Trace(L"Enter SystemTransformationGetCurrentSystemStatus()\n");
+OPERATION(BOOL, SystemTransformationGetCurrentSystemStatus, ()) {
     return RunExclusive(&g_formFactorLock, Refresh);
 }
 
 // A refresh that read the lid before the event must not publish it after.
-BOOL PublishLidClosed() {
+OPERATION(BOOL, PublishLidClosed, ()) {
     return RunExclusive(
         &g_formFactorLock, +[]() -> BOOL {
             PublishLidState(LID_STATE_CLOSED);
@@ -139,7 +138,7 @@ BOOL PublishLidClosed() {
         });
 }
 
-BOOL PublishLidOpen() {
+OPERATION(BOOL, PublishLidOpen, ()) {
     return RunExclusive(
         &g_formFactorLock, +[]() -> BOOL {
             PublishLidState(LID_STATE_OPEN);

@@ -53,7 +53,7 @@ static BOOL QueryShortValue(HKEY key, const wchar_t* name, DWORD* value) {
 }
 
 // "CurrentSetting" is kept for clients that look for it; nothing here acts on it.
-static BOOL SystemTransformationCreateParamatersToReg() {
+static OPERATION(BOOL, SystemTransformationCreateParamatersToReg, ()) {
     KeyHolder key;
     BOOL created = FALSE;
     if (!CreateKey(&key, HKEY_LOCAL_MACHINE, g_parametersKey, KEY_ALL_ACCESS, &created))
@@ -87,7 +87,7 @@ static const ModeName g_modeNames[] = {
 // clang-format on
 
 // Every state without a posture is "UNKNOWN". `size` in characters.
-static void ConvertToModeName(DWORD state, wchar_t* buffer, DWORD size) {
+static OPERATION(void, ConvertToModeName, (DWORD state, wchar_t* buffer, DWORD size), state, buffer, size) {
     const wchar_t* name = g_modeNames[0].name;
     for (const ModeName& row : g_modeNames) {
         if (row.state == state)
@@ -98,7 +98,7 @@ static void ConvertToModeName(DWORD state, wchar_t* buffer, DWORD size) {
 
 // The local time as a time stamp, cut if it does not fit. `size` in characters. The hour 0 stays 0, and noon
 // counts as "AM": readers of the stamp expect it so.
-static void GetCurrentDateAndTime(wchar_t* buffer, DWORD size) {
+static OPERATION(void, GetCurrentDateAndTime, (wchar_t * buffer, DWORD size), buffer, size) {
     SYSTEMTIME now = {};
     GetLocalTime(&now);
     const int hour = now.wHour;
@@ -109,7 +109,8 @@ static void GetCurrentDateAndTime(wchar_t* buffer, DWORD size) {
 }
 
 // "MM" in the status key is still the old state here.
-static BOOL UpdatePrevMultimode(HKEY multimode, HKEY current_status) {
+static OPERATION(BOOL, UpdatePrevMultimode, (HKEY multimode, HKEY current_status), multimode,
+                 current_status) {
     DWORD previous = 0;
     if (!QueryDword(current_status, L"MM", &previous))
         return FALSE;
@@ -118,12 +119,12 @@ static BOOL UpdatePrevMultimode(HKEY multimode, HKEY current_status) {
     return SetString(multimode, L"PrevMode", name);
 }
 
-static BOOL UpdateCurrentModeRegValue(HKEY multimode, DWORD state) {
+static OPERATION(BOOL, UpdateCurrentModeRegValue, (HKEY multimode, DWORD state), multimode, state) {
     return SetDword(multimode, L"CurrentMode", state);
 }
 
 // Copies the bytes as they stand: they need not be a well-formed string, and are never used as one.
-static BOOL CopyTimeStampToPrev(HKEY multimode) {
+static OPERATION(BOOL, CopyTimeStampToPrev, (HKEY multimode), multimode) {
     BYTE stamp[TIME_STAMP_LIMIT] = {};
     DWORD size = sizeof(stamp);
     if (RegQueryValueExW(multimode, L"ModeChangeTimeStamp", nullptr, nullptr, stamp, &size) != ERROR_SUCCESS)
@@ -131,7 +132,7 @@ static BOOL CopyTimeStampToPrev(HKEY multimode) {
     return RegSetValueExW(multimode, L"PrevTimeStamp", 0, REG_SZ, stamp, size) == ERROR_SUCCESS;
 }
 
-static BOOL UpdateTimeStampRegValue(HKEY multimode) {
+static OPERATION(BOOL, UpdateTimeStampRegValue, (HKEY multimode), multimode) {
     CopyTimeStampToPrev(multimode);
     wchar_t stamp[TIME_STAMP_CHARACTERS] = {};
     GetCurrentDateAndTime(stamp, ARRAYSIZE(stamp));
@@ -139,7 +140,8 @@ static BOOL UpdateTimeStampRegValue(HKEY multimode) {
 }
 
 // Each step runs whatever became of the one before.
-static BOOL UpdateSettingsMultimodeRegistry(DWORD state, HKEY current_status) {
+static OPERATION(BOOL, UpdateSettingsMultimodeRegistry, (DWORD state, HKEY current_status), state,
+                 current_status) {
     KeyHolder multimode;
     if (!CreateKey(&multimode, HKEY_LOCAL_MACHINE, g_multimodeKey, KEY_READ | KEY_SET_VALUE)) {
         Trace(L"UpdateSettingsMultimodeRegistry(): Error: key not opened.\n");
@@ -152,13 +154,13 @@ static BOOL UpdateSettingsMultimodeRegistry(DWORD state, HKEY current_status) {
 }
 
 // The audio software may be missing, and with it the key.
-static BOOL UpdateDolbyMultimodeRegistry(DWORD state) {
+static OPERATION(BOOL, UpdateDolbyMultimodeRegistry, (DWORD state), state) {
     KeyHolder key;
     return OpenKey(&key, HKEY_LOCAL_MACHINE, g_dolbyKey, KEY_ALL_ACCESS) &&
            SetDword(key.key, L"MultimodeFormFactor", state);
 }
 
-static BOOL SystemTransformationCreateCurrentStatusToReg() {
+static OPERATION(BOOL, SystemTransformationCreateCurrentStatusToReg, ()) {
     KeyHolder key;
     BOOL created = FALSE;
     if (!CreateKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS, &created))
@@ -173,14 +175,14 @@ static BOOL SystemTransformationCreateCurrentStatusToReg() {
     return TRUE;
 }
 
-BOOL SystemTransformationInitReg() {
+OPERATION(BOOL, SystemTransformationInitReg, ()) {
     if (SystemTransformationCreateParamatersToReg() && SystemTransformationCreateCurrentStatusToReg())
         return TRUE;
     Trace(L"SystemTransformationInitReg(): Error: transform keys not opened.\n");
     return FALSE;
 }
 
-void SystemTransformationSetCurrentStatusToReg(DWORD state) {
+OPERATION(void, SystemTransformationSetCurrentStatusToReg, (DWORD state), state) {
     KeyHolder key;
     if (!CreateKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS)) {
         Trace(L"SystemTransformationSetCurrentStatusToReg(): Error: key not opened.\n");
@@ -191,14 +193,14 @@ void SystemTransformationSetCurrentStatusToReg(DWORD state) {
         UpdateDolbyMultimodeRegistry(state);
 }
 
-void PublishLidState(DWORD state) {
+OPERATION(void, PublishLidState, (DWORD state), state) {
     KeyHolder key;
     if (OpenKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS))
         SetDword(key.key, L"Lid", state);
 }
 
 // Reads the Windows build number; 0 in *build when it cannot be read.
-static BOOL SystemTransformationCreateReg(DWORD* build) {
+static OPERATION(BOOL, SystemTransformationCreateReg, (DWORD * build), build) {
     *build = 0;
     KeyHolder key;
     wchar_t text[BUILD_NUMBER_CHARACTERS] = {};
@@ -209,7 +211,7 @@ static BOOL SystemTransformationCreateReg(DWORD* build) {
     return TRUE;
 }
 
-BOOL SystemTransformationIsWindows10orLater() {
+OPERATION(BOOL, SystemTransformationIsWindows10orLater, ()) {
     DWORD build = 0;
     SystemTransformationCreateReg(&build);
     return build > LAST_BUILD_BEFORE_10;

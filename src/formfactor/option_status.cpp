@@ -34,9 +34,10 @@ static BOOL ToggleDock(DWORD state_read) {
 static std::atomic<HANDLE> g_hLaptopSlateMutex{nullptr};
 static std::atomic<HANDLE> g_hDockMutex{nullptr};
 
-static const Indicator g_laptopSlate = {L"laptop/slate", GetSystemTransformation, ToggleLaptopSlate,
-                                        &g_hLaptopSlateMutex};
-static const Indicator g_dock = {L"dock", GetSystemDockingTransformation, ToggleDock, &g_hDockMutex};
+static const Indicator g_laptopSlate = {TRACE_NAME(L"laptop/slate"), GetSystemTransformation,
+                                        ToggleLaptopSlate, &g_hLaptopSlateMutex};
+static const Indicator g_dock = {TRACE_NAME(L"dock"), GetSystemDockingTransformation, ToggleDock,
+                                 &g_hDockMutex};
 
 // The indicator's mutex, or null when it cannot be created.
 static HANDLE IndicatorMutex(const Indicator& indicator) {
@@ -64,8 +65,10 @@ static bool TakeIndicator(HANDLE mutex) {
 
 // Toggles the indicator if it is in the state `from`.
 static BOOL DriveIndicator(const Indicator& indicator, DWORD from) {
-    if (g_dwFormFactorSupport == 0)
+    if (g_dwFormFactorSupport == 0) {
+        Trace(L"DriveIndicator(): no support, %ls indicator left alone\n", indicator.name);
         return FALSE;
+    }
     HANDLE mutex = IndicatorMutex(indicator);
     if (!TakeIndicator(mutex)) {
         Trace(L"DriveIndicator(): Error: %ls indicator not free. (%lu)\n", indicator.name, GetLastError());
@@ -76,16 +79,18 @@ static BOOL DriveIndicator(const Indicator& indicator, DWORD from) {
     if (result && state == from) {
         Trace(L"DriveIndicator(): %ls indicator leaves %lu\n", indicator.name, state);
         result = indicator.toggle(state);
+    } else {
+        Trace(L"DriveIndicator(): %ls indicator stays %lu\n", indicator.name, state);
     }
     ReleaseMutex(mutex);
     return result;
 }
 
 // clang-format off
-BOOL SystemTransformationSetLaptopIndicatorToLaptop() { return DriveIndicator(g_laptopSlate, TRANSFORMATION_TABLET); }
-BOOL SystemTransformationSetLaptopIndicatorToTablet() { return DriveIndicator(g_laptopSlate, TRANSFORMATION_NOTEBOOK); }
-static BOOL SetDockModeIndicatorToDocked()            { return DriveIndicator(g_dock, DOCK_UNDOCKED); }
-static BOOL SetDockModeIndicatorToUndocked()          { return DriveIndicator(g_dock, DOCK_DOCKED); }
+OPERATION(BOOL, SystemTransformationSetLaptopIndicatorToLaptop, ()) { return DriveIndicator(g_laptopSlate, TRANSFORMATION_TABLET); }
+OPERATION(BOOL, SystemTransformationSetLaptopIndicatorToTablet, ()) { return DriveIndicator(g_laptopSlate, TRANSFORMATION_NOTEBOOK); }
+static OPERATION(BOOL, SetDockModeIndicatorToDocked, ()) { return DriveIndicator(g_dock, DOCK_UNDOCKED); }
+static OPERATION(BOOL, SetDockModeIndicatorToUndocked, ()) { return DriveIndicator(g_dock, DOCK_DOCKED); }
 // clang-format on
 
 // What an option status means, in the order of its steps. No cooling call where the column is null.
@@ -148,16 +153,17 @@ static BOOL QueryOption(DWORD selector, DWORD* result) {
 }
 
 // clang-format off
-static BOOL GetCurrentOptionStatusVersion(DWORD* version)    { return QueryOption(GOPT_VERSION, version); }
-static BOOL GetCurrentOptionStatusInterfaceType(DWORD* type) { return QueryOption(GOPT_TYPE, type); }
-static BOOL GetCurrentOptionStatus(DWORD* status)            { return QueryOption(GOPT_STATUS, status); }
+static OPERATION(BOOL, GetCurrentOptionStatusVersion, (DWORD* version), version) { return QueryOption(GOPT_VERSION, version); }
+static OPERATION(BOOL, GetCurrentOptionStatusInterfaceType, (DWORD* type), type) { return QueryOption(GOPT_TYPE, type); }
+static OPERATION(BOOL, GetCurrentOptionStatus, (DWORD* status), status) { return QueryOption(GOPT_STATUS, status); }
 // clang-format on
 
 static BOOL ApplyOptionStatus() {
     const DWORD version = g_dwOptionInterfaceVersion;
-    Trace(L"Enter SetOptionStatus(), interface version 0x%lx\n", version);
-    if (version < OPTION_VERSION_1)
+    if (version < OPTION_VERSION_1) {
+        Trace(L"ApplyOptionStatus(): no option interface known\n");
         return FALSE;
+    }
     DWORD status = 0;
     if (!GetCurrentOptionStatus(&status))
         return FALSE;
@@ -166,21 +172,24 @@ static BOOL ApplyOptionStatus() {
         ApplyOptionRow(g_optionRowsVersion1, status);
     else if (version >= OPTION_VERSION_2)
         ApplyOptionRow(g_optionRowsVersion2, status);
+    else
+        Trace(L"ApplyOptionStatus(): interface version 0x%lx drives nothing\n", version);
     return TRUE;
 }
 
-BOOL SetOptionStatus() {
+OPERATION(BOOL, SetOptionStatus, ()) {
     return RunExclusive(&g_formFactorLock, ApplyOptionStatus);
 }
 
-BOOL OptionStatusInit() {
-    Trace(L"Enter OptionStatusInit()\n");
+OPERATION(BOOL, OptionStatusInit, ()) {
     DWORD version = 0;
     if (!GetCurrentOptionStatusVersion(&version))
         return FALSE;
     // No option interface. A version known from before stays.
-    if (version < OPTION_VERSION_1)
+    if (version < OPTION_VERSION_1) {
+        Trace(L"OptionStatusInit(): no option interface\n");
         return TRUE;
+    }
     g_dwOptionInterfaceVersion = version;
     DWORD type = 0;
     if (!GetCurrentOptionStatusInterfaceType(&type))

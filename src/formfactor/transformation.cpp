@@ -35,12 +35,12 @@ static BOOL WritePostureValue(const PostureValue& value, DWORD data) {
     return FALSE;
 }
 
-static BOOL GetLastSystemTransformation(DWORD* state) {
+static OPERATION(BOOL, GetLastSystemTransformation, (DWORD * state), state) {
     return ReadPostureValue(g_lastTransformation, state);
 }
 
 // 1 when auto-rotation is on, else 0.
-static BOOL GetSystemScreenRotationState(DWORD* on) {
+static OPERATION(BOOL, GetSystemScreenRotationState, (DWORD * on), on) {
     DWORD enable = 0;
     if (!ReadPostureValue(g_autoRotation, &enable))
         return FALSE;
@@ -49,14 +49,13 @@ static BOOL GetSystemScreenRotationState(DWORD* on) {
 }
 
 // clang-format off
-static BOOL SetLastSystemTransformationNotebookMode() { return WritePostureValue(g_lastTransformation, TRANSFORMATION_NOTEBOOK); }
-static BOOL SetLastSystemTransformationTabletMode()   { return WritePostureValue(g_lastTransformation, TRANSFORMATION_TABLET); }
-static BOOL SetSystemScreenRotationStateNotebookMode() { return WritePostureValue(g_autoRotation, 0); }
-static BOOL SetSystemScreenRotationStateTabletMode()   { return WritePostureValue(g_autoRotation, 1); }
+static OPERATION(BOOL, SetLastSystemTransformationNotebookMode, ()) { return WritePostureValue(g_lastTransformation, TRANSFORMATION_NOTEBOOK); }
+static OPERATION(BOOL, SetLastSystemTransformationTabletMode, ()) { return WritePostureValue(g_lastTransformation, TRANSFORMATION_TABLET); }
+static OPERATION(BOOL, SetSystemScreenRotationStateNotebookMode, ()) { return WritePostureValue(g_autoRotation, 0); }
+static OPERATION(BOOL, SetSystemScreenRotationStateTabletMode, ()) { return WritePostureValue(g_autoRotation, 1); }
 // clang-format on
 
-BOOL InitSystemTransformationNotebookMode() {
-    Trace(L"Enter InitSystemTransformationNotebookMode()\n");
+OPERATION(BOOL, InitSystemTransformationNotebookMode, ()) {
     DWORD firmware = 0;
     DWORD last = 0;
     if (!GetSystemTransformationFromBIOS(&firmware) || !GetLastSystemTransformation(&last))
@@ -72,8 +71,10 @@ BOOL InitSystemTransformationNotebookMode() {
 // the button is pressed when its state (1 on, 0 off) is the one that the new posture must not have - and only
 // on a real change, so that a user who turned the lock by hand keeps it.
 static BOOL FollowPosture(DWORD posture, BOOL (*record)()) {
-    if (g_dwHarrowBios == 0)
+    if (g_dwHarrowBios == 0) {
+        Trace(L"FollowPosture(): no Harrow platform, nothing to do\n");
         return FALSE;
+    }
     DWORD previous = 0;
     if (!GetLastSystemTransformation(&previous))
         return FALSE;
@@ -84,16 +85,17 @@ static BOOL FollowPosture(DWORD posture, BOOL (*record)()) {
         return FALSE;
     if (rotation == posture && previous != posture)
         RotationLockButtonPress();
+    else
+        Trace(L"FollowPosture(): posture %lu before, %lu now, rotation %lu: no press\n", previous, posture,
+              rotation);
     return TRUE;
 }
 
-BOOL NotebookScreenRotationFunctionality() {
-    Trace(L"Enter NotebookScreenRotationFunctionality()\n");
+OPERATION(BOOL, NotebookScreenRotationFunctionality, ()) {
     return FollowPosture(TRANSFORMATION_NOTEBOOK, SetLastSystemTransformationNotebookMode);
 }
 
-BOOL TabletScreenRotationFunctionality() {
-    Trace(L"Enter TabletScreenRotationFunctionality()\n");
+OPERATION(BOOL, TabletScreenRotationFunctionality, ()) {
     return FollowPosture(TRANSFORMATION_TABLET, SetLastSystemTransformationTabletMode);
 }
 
@@ -111,8 +113,7 @@ static bool SameText(const wchar_t* left, const wchar_t* right) {
     return *left == *right;
 }
 
-BOOL CheckLegacyTabletModel() {
-    Trace(L"Enter CheckLegacyTabletModel()\n");
+OPERATION(BOOL, CheckLegacyTabletModel, ()) {
     wchar_t family[SYSTEM_FAMILY_CHARACTERS] = {};
     if (!GetSystemFamily(family))
         return FALSE;

@@ -12,7 +12,9 @@ static bool StorePath(wchar_t (&path)[PATH_CHARACTERS], const wchar_t* subkey) {
     return SUCCEEDED(StringCchPrintfW(path, ARRAYSIZE(path), L"%ls\\%ls", HELPER_STORE, subkey));
 }
 
-void WriteHelperRegistryValue(const wchar_t* subkey, const wchar_t* name, const void* data, DWORD size) {
+OPERATION(void, WriteHelperRegistryValue,
+          (const wchar_t* subkey, const wchar_t* name, const void* data, DWORD size), subkey, name, data,
+          size) {
     wchar_t path[PATH_CHARACTERS];
     KeyHolder key;
     if (!StorePath(path, subkey) || !CreateKey(&key, HKEY_CLASSES_ROOT, path, WRITE_ACCESS) ||
@@ -20,7 +22,9 @@ void WriteHelperRegistryValue(const wchar_t* subkey, const wchar_t* name, const 
         Trace(L"WriteHelperRegistryValue(%ls, %ls): Error: not written.\n", subkey, name);
 }
 
-void ReadHelperRegistryValue(const wchar_t* subkey, const wchar_t* name, void* buffer, DWORD size) {
+OPERATION(void, ReadHelperRegistryValue,
+          (const wchar_t* subkey, const wchar_t* name, void* buffer, DWORD size), subkey, name, buffer,
+          size) {
     wchar_t path[PATH_CHARACTERS];
     KeyHolder key;
     // A failed query may leave anything in its buffer.

@@ -32,7 +32,7 @@ static DWORD g_dwSchemeIndex;
 static DWORD g_dwInputCount;
 static DWORD g_dwLastMousePosition;
 
-static BOOL IsActiveConsoleSession() {
+static OPERATION(BOOL, IsActiveConsoleSession, ()) {
     if (IsVistaOrLater)
         return FALSE;
     const SystemLibrary kernel32(L"kernel32.dll");
@@ -47,8 +47,7 @@ static BOOL IsActiveConsoleSession() {
 }
 
 // The default user's schemes are what the service's own account runs under.
-static BOOL TurnOffMonitorByDefaultScheme() {
-    Trace(L"Enter TurnOffMonitorByDefaultScheme()\n");
+static OPERATION(BOOL, TurnOffMonitorByDefaultScheme, ()) {
     DWORD index = 0;
     POWER_POLICY policy = {};
     if (!GetCurrentPowerPolicyIndex(&index) || !ReadUserPowerPolicy(index, &policy)) {
@@ -64,8 +63,7 @@ static BOOL TurnOffMonitorByDefaultScheme() {
     return WriteDefaultUserPowerPolicy(&index, &policy.user);
 }
 
-static void EndMonitorOffDialog(HWND dialog) {
-    Trace(L"Enter EndMonitorOffDialog()\n");
+static OPERATION(void, EndMonitorOffDialog, (HWND dialog), dialog) {
     // The stored timeouts come back whether or not they had been replaced.
     if (g_dwMonitorOffPass == 2)
         PowrProfSetActivePwrScheme(g_dwSchemeIndex, nullptr, nullptr);
@@ -170,7 +168,7 @@ static INT_PTR CALLBACK MonitorOffDialogProc(HWND dialog, UINT message, WPARAM w
 
 // One showing on the desktop that receives the user's input. The thread must be on that desktop before its
 // first window.
-static BOOL ShowMonitorOffDialog() {
+static OPERATION(BOOL, ShowMonitorOffDialog, ()) {
     HDESK own = GetThreadDesktop(GetCurrentThreadId());
     if (own == nullptr)
         return FALSE;
@@ -188,8 +186,7 @@ static BOOL ShowMonitorOffDialog() {
     return CloseDesktop(input);
 }
 
-DWORD WINAPI MonitorOffRequestThreadProc(void* parameter) {
-    Trace(L"Enter MonitorOffRequestThreadProc()\n");
+OPERATION(DWORD WINAPI, MonitorOffRequestThreadProc, (void* parameter), parameter) {
     const DWORD index = static_cast<std::atomic<DWORD>*>(parameter)->load() & SCHEME_INDEX_MASK;
     if (!IsActiveConsoleSession())
         return 0;

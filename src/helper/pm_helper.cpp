@@ -27,14 +27,14 @@ POWER_POLICY WithOneSecondTimeouts(const POWER_POLICY& policy) {
     return changed;
 }
 
-static DWORD SaveGlobalPowerPolicy(LPARAM) {
+static OPERATION(DWORD, SaveGlobalPowerPolicy, ([[maybe_unused]] LPARAM argument), argument) {
     GLOBAL_POWER_POLICY policy = {};
     if (PowrProfReadGlobalPwrPolicy(&policy))
         WriteHelperRegistryValue(GLOBAL_POLICY_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
     return 0;
 }
 
-static DWORD SaveActivePowerSchemeIndex(LPARAM) {
+static OPERATION(DWORD, SaveActivePowerSchemeIndex, ([[maybe_unused]] LPARAM argument), argument) {
     UINT index = 0;
     if (PowrProfGetActivePwrScheme(&index))
         WriteHelperRegistryValue(POLICIES_SUBKEY, INDEX_VALUE, &index, sizeof(index));
@@ -48,7 +48,7 @@ static BOOL ReadActiveScheme(UINT* index, POWER_POLICY* policy) {
     return PowrProfReadPwrScheme(*index, policy);
 }
 
-static DWORD SaveUserPowerPolicy(LPARAM) {
+static OPERATION(DWORD, SaveUserPowerPolicy, ([[maybe_unused]] LPARAM argument), argument) {
     UINT index = 0;
     POWER_POLICY policy = {};
     if (ReadActiveScheme(&index, &policy))
@@ -56,7 +56,7 @@ static DWORD SaveUserPowerPolicy(LPARAM) {
     return 0;
 }
 
-static DWORD RestoreUserPowerPolicy(LPARAM) {
+static OPERATION(DWORD, RestoreUserPowerPolicy, ([[maybe_unused]] LPARAM argument), argument) {
     UINT index = 0;
     POWER_POLICY policy = {};
     if (!ReadActiveScheme(&index, &policy))
@@ -74,7 +74,7 @@ static void WriteScheme(UINT index, POWER_POLICY policy) {
 
 // Activates the scheme with timeouts of one second and stores it again as it was: the display goes dark after
 // a second without input, and activating the index again brings the stored timeouts back.
-static DWORD HelperLcdOffHandler(LPARAM) {
+static OPERATION(DWORD, HelperLcdOffHandler, ([[maybe_unused]] LPARAM argument), argument) {
     UINT index = 0;
     if (!PowrProfGetActivePwrScheme(&index))
         return 0;
@@ -103,13 +103,12 @@ static DWORD (*const g_helperCommands[])(LPARAM argument) = {
     ActivateScheme,             // 6
 };
 
-static DWORD PmHelperCommand(WPARAM command, LPARAM argument) {
-    Trace(L"Enter PmHelperCommand(%lu, %lu)\n", static_cast<DWORD>(command), static_cast<DWORD>(argument));
-    if (command >= ARRAYSIZE(g_helperCommands) || g_helperCommands[command] == nullptr)
+static OPERATION(DWORD, PmHelperCommand, (WPARAM command, LPARAM argument), command, argument) {
+    if (command >= ARRAYSIZE(g_helperCommands) || g_helperCommands[command] == nullptr) {
+        Trace(L"PmHelperCommand(): no such command\n");
         return 0;
-    const DWORD result = g_helperCommands[command](argument);
-    Trace(L"PmHelperCommand(): Return 0x%08x\n", result);
-    return result;
+    }
+    return g_helperCommands[command](argument);
 }
 
 static LRESULT CALLBACK PmHelperWndProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -121,7 +120,7 @@ static LRESULT CALLBACK PmHelperWndProc(HWND window, UINT message, WPARAM wParam
     return DefWindowProcW(window, message, wParam, lParam);
 }
 
-static ATOM RegisterPmHelperWindowClass() {
+static OPERATION(ATOM, RegisterPmHelperWindowClass, ()) {
     WNDCLASSEXW window_class = {};
     window_class.cbSize = sizeof(window_class);
     window_class.style = CS_HREDRAW | CS_VREDRAW;
@@ -133,8 +132,7 @@ static ATOM RegisterPmHelperWindowClass() {
     return RegisterClassExW(&window_class);
 }
 
-void PmHelperMain() {
-    Trace(L"Enter PmHelperMain()\n");
+OPERATION(void, PmHelperMain, ()) {
     if (RegisterPmHelperWindowClass() == 0)
         Trace(L"PmHelperMain(): Error: RegisterClassExW(). (%lu)\n", GetLastError());
     HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, HELPER_CLASS, nullptr, WS_POPUP, 100, 100, 100, 100,
@@ -148,5 +146,4 @@ void PmHelperMain() {
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }
-    Trace(L"Exit PmHelperMain()\n");
 }

@@ -1,6 +1,7 @@
 // The classic PH interface: one page of 32 hot keys, for firmware of interface version 0x100 or 0x200.
 #include "hotkeys/ph_interface.h"
 
+#include "common/trace.h"
 #include "driver/device.h"
 #include "driver/firmware_words.h"
 #include "hotkeys/ph_keys.h"
@@ -72,7 +73,7 @@ static void PublishNotification(DWORD version, DWORD mask) {
 }
 
 // Says nothing in the trace: on a notebook without the interface all of this is the normal course.
-void InitPHInterface() {
+OPERATION(void, InitPHInterface, ()) {
     HandleHolder device(OpenDevice(PRIMARY_DEVICE, FULL_ACCESS, FULL_SHARE));
     if (!device.Valid())
         return;

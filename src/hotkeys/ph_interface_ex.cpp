@@ -17,7 +17,7 @@ static BOOL Publish(const wchar_t* path, const wchar_t* name, DWORD value) {
     return CreateKeySetDword(HKEY_LOCAL_MACHINE, path, name, value);
 }
 
-static BOOL Initialize_Registry_Type10_Capability() {
+static OPERATION(BOOL, Initialize_Registry_Type10_Capability, ()) {
     DriverHandles driver;
     DWORD version = 0;
     if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKV, 0, &version) || version < MHKV_SECOND) {
@@ -44,7 +44,7 @@ static BOOL Initialize_Registry_Type10_Capability() {
     return TRUE;
 }
 
-static BOOL Initialize_Registry_Type10_CurrentSetting() {
+static OPERATION(BOOL, Initialize_Registry_Type10_CurrentSetting, ()) {
     DriverHandles driver;
     DWORD mask = 0;
     if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKN, MHK_PAGE_2, &mask))
@@ -71,7 +71,7 @@ static BOOL Initialize_Registry_Type10_CurrentSetting() {
     return TRUE;
 }
 
-static BOOL Initialize_Registry_Type10_OverrideSetting() {
+static OPERATION(BOOL, Initialize_Registry_Type10_OverrideSetting, ()) {
     DWORD mask = 0;
     if (CreateKeyQueryDword(HKEY_LOCAL_MACHINE, TYPE10_OVERRIDESETTING, nullptr, &mask)) {
         g_Type10OverrideSetting = mask;
@@ -84,7 +84,7 @@ static BOOL Initialize_Registry_Type10_OverrideSetting() {
     return TRUE;
 }
 
-static BOOL Initialize_Registry_Type10_Notification() {
+static OPERATION(BOOL, Initialize_Registry_Type10_Notification, ()) {
     if (!Publish(TYPE10_NOTIFICATION, L"Type11", 0))
         return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type11 notification "
                       L"registry.\n");
@@ -97,15 +97,15 @@ static BOOL Initialize_Registry_Type10_Notification() {
     return TRUE;
 }
 
-static BOOL Initialize_Registry_Type20_Capability() {
+static OPERATION(BOOL, Initialize_Registry_Type20_Capability, ()) {
     return Publish(TYPE20_CAPABILITY, L"Type21", 0) && Publish(TYPE20_CAPABILITY, L"Type22", 0);
 }
 
-static BOOL Initialize_Registry_Type20_Notification() {
+static OPERATION(BOOL, Initialize_Registry_Type20_Notification, ()) {
     return Publish(TYPE20_NOTIFICATION, L"Type21", 0) && Publish(TYPE20_NOTIFICATION, L"Type22", 0);
 }
 
-static BOOL Initialize_PH_Ex_Thread() {
+static OPERATION(BOOL, Initialize_PH_Ex_Thread, ()) {
     constexpr PHWatchIndex watches[] = {PH_WATCH_TYPE12, PH_WATCH_TYPE12_OVERRIDE, PH_WATCH_TYPE13,
                                         PH_WATCH_TYPE13_OVERRIDE};
     for (const PHWatchIndex watch : watches) {
@@ -115,8 +115,7 @@ static BOOL Initialize_PH_Ex_Thread() {
     return TRUE;
 }
 
-BOOL InitPHInterfaceEx() {
-    Trace(L"Enter InitPHInterfaceEx\n");
+OPERATION(BOOL, InitPHInterfaceEx, ()) {
     if (!Initialize_Registry_Type10_Capability() || !Initialize_Registry_Type10_CurrentSetting() ||
         !Initialize_Registry_Type10_OverrideSetting() || !Initialize_Registry_Type10_Notification())
         return FALSE;
@@ -124,7 +123,5 @@ BOOL InitPHInterfaceEx() {
         return Failed(L"Error: InitPHInterfaceEx(): Couldn't initialize Type20 Capability registry.\n");
     if (!Initialize_Registry_Type20_Notification())
         return Failed(L"Error: InitPHInterfaceEx(): Couldn't initialize Type20 notification registry.\n");
-    const BOOL started = Initialize_PH_Ex_Thread();
-    Trace(L"InitPHInterfaceEx(): Return 0x%08x\n", started);
-    return started;
+    return Initialize_PH_Ex_Thread();
 }

@@ -17,20 +17,24 @@ struct PHNotification {
 };
 
 // clang-format off
-static const PHNotification g_classicPage = {PH_NOTIFICATION,     nullptr,   true,  L"NotifyPHHotKey: Couldn't write registry value.\n"};
-static const PHNotification g_page2       = {TYPE10_NOTIFICATION, L"Type12", true,  L"NotifyPHHotKey: Couldn't write registry value.\n"};
-static const PHNotification g_page3       = {TYPE10_NOTIFICATION, L"Type13", true,  L"NotifyPHHotKey: Couldn't write registry value.\n"};
-static const PHNotification g_type2       = {PH_NOTIFICATION,     L"Type2",  false, L"NotifyPHType2Event: Couldn't write registry value.\n"};
-static const PHNotification g_type22      = {TYPE20_NOTIFICATION, L"Type22", false, L"NotifyPHType22Event: Couldn't write registry value.\n"};
+static const PHNotification g_classicPage = {PH_NOTIFICATION,     nullptr,   true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
+static const PHNotification g_page2       = {TYPE10_NOTIFICATION, L"Type12", true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
+static const PHNotification g_page3       = {TYPE10_NOTIFICATION, L"Type13", true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
+static const PHNotification g_type2       = {PH_NOTIFICATION,     L"Type2",  false, TRACE_NAME(L"NotifyPHType2Event: Couldn't write registry value.\n")};
+static const PHNotification g_type22      = {TYPE20_NOTIFICATION, L"Type22", false, TRACE_NAME(L"NotifyPHType22Event: Couldn't write registry value.\n")};
 // clang-format on
 
 static void FlipBits(const PHNotification& notification, DWORD mask) {
     KeyHolder key;
-    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, notification.key, KEY_ALL_ACCESS))
+    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, notification.key, KEY_ALL_ACCESS)) {
+        Trace(L"FlipBits(0x%lx): no key %ls, nobody is told\n", mask, notification.key);
         return;
+    }
     DWORD bits = 0;
-    if (!QueryDword(key.key, notification.value, &bits) && !notification.absent_is_0)
+    if (!QueryDword(key.key, notification.value, &bits) && !notification.absent_is_0) {
+        Trace(L"FlipBits(0x%lx): no value in %ls, nobody is told\n", mask, notification.key);
         return;
+    }
     if (!SetDword(key.key, notification.value, bits ^ mask))
         Trace(notification.write_failed);
 }
@@ -40,7 +44,7 @@ static void FlipEventBit(const PHNotification& notification, DWORD k) {
         FlipBits(notification, 1u << ((k - 1) % 32));
 }
 
-bool FirmwareHasPHPages(HANDLE device) {
+OPERATION(bool, FirmwareHasPHPages, (HANDLE device), device) {
     DWORD version = 0;
     OneWordRequest(device, IOCTL_PMDRV_MHKV, 0, &version);
     return version == MHKV_SECOND;
@@ -59,21 +63,25 @@ static const PHPage g_pages[] = {
     {PH_PAGE_3, &g_Type13CurrentSetting, &g_page3},
 };
 
-void NotifyPHHotKey(DWORD page, DWORD key_mask) {
+OPERATION(void, NotifyPHHotKey, (DWORD page, DWORD key_mask), page, key_mask) {
     for (const PHPage& row : g_pages) {
-        if (row.page == page && *row.current_setting != 0)
+        if (row.page != page)
+            continue;
+        if (*row.current_setting != 0)
             FlipBits(*row.notification, key_mask);
+        else
+            Trace(L"NotifyPHHotKey(): no hot key of page 0x%lx is handed over\n", page);
     }
 }
 
-bool IsPHHotKeyOverridden(DWORD key_mask) {
+OPERATION(bool, IsPHHotKeyOverridden, (DWORD key_mask), key_mask) {
     return (key_mask & g_PHOverrideSetting & PH_OVERRIDE_CAPABILITY) != 0;
 }
 
-void NotifyPHType2Event(DWORD k) {
+OPERATION(void, NotifyPHType2Event, (DWORD k), k) {
     FlipEventBit(g_type2, k);
 }
 
-void NotifyPHType22Event(DWORD k) {
+OPERATION(void, NotifyPHType22Event, (DWORD k), k) {
     FlipEventBit(g_type22, k);
 }

@@ -61,25 +61,25 @@ static DWORD WINAPI PHType13OverrideThreadProc(LPVOID);
 // Both pages number their hot keys 33 to 64: the firmware tells them apart, or does not.
 static PHWatch g_PHWatches[] = {
     {L"PHThread", PHThreadProc, &g_PHCurrentSetting, nullptr, nullptr, 1, false,
-     L"PHThreadProc(): Couldn't get currentset value.\n", nullptr, nullptr},
+     TRACE_NAME(L"PHThreadProc(): Couldn't get currentset value.\n"), nullptr, nullptr},
     {L"PHOverrideThread", PHOverrideThreadProc, &g_PHOverrideSetting, nullptr, nullptr, 0, false, nullptr,
      nullptr, nullptr},
     {L"PHType12Thread", PHType12ThreadProc, &g_Type12CurrentSetting, TYPE10_CURRENTSETTING, nullptr, 33, true,
-     L"PHType12ThreadProc: RegQueryValueEx is failed.\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 event. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 thread. (%d)\n"},
+     TRACE_NAME(L"PHType12ThreadProc: RegQueryValueEx is failed.\n"),
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 event. (%d)\n"),
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 thread. (%d)\n")},
     {L"PHType12OverrideThread", PHType12OverrideThreadProc, &g_Type10OverrideSetting, TYPE10_OVERRIDESETTING,
      nullptr, 0, false, nullptr,
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12OverrideEvent. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 Override thread. (%d)\n"},
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12OverrideEvent. (%d)\n"),
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 Override thread. (%d)\n")},
     {L"PHType13Thread", PHType13ThreadProc, &g_Type13CurrentSetting, TYPE10_CURRENTSETTING, L"Type13", 33,
-     false, L"PHType13ThreadProc: RegQueryValueEx is failed.\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 event. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 thread. (%d)\n"},
+     false, TRACE_NAME(L"PHType13ThreadProc: RegQueryValueEx is failed.\n"),
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 event. (%d)\n"),
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 thread. (%d)\n")},
     {L"PHType13OverrideThread", PHType13OverrideThreadProc, &g_Type13OverrideSetting, TYPE10_OVERRIDESETTING,
      nullptr, 0, false, nullptr,
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override event. (%d)\n",
-     L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override thread. (%d)\n"},
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override event. (%d)\n"),
+     TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override thread. (%d)\n")},
 };
 
 HKEY KeepPHWatchKey(PHWatchIndex index, KeyHolder* holder) {
@@ -105,7 +105,7 @@ static BOOL Arm(const PHWatch* watch) {
            ERROR_SUCCESS;
 }
 
-HANDLE StartPHWatch(PHWatchIndex index) {
+OPERATION(HANDLE, StartPHWatch, (PHWatchIndex index), index) {
     PHWatch* watch = &g_PHWatches[index];
     watch->event = CreateEventW(nullptr, FALSE, FALSE, watch->name);
     if (watch->event == nullptr && watch->event_failed != nullptr) {
@@ -124,6 +124,8 @@ HANDLE StartPHWatch(PHWatchIndex index) {
 // Sends one MHKM for each hot key whose bit differs, in ascending order. A device that could not be opened
 // fails every request. Nothing is tried again: the next change starts from the new mask.
 static void PushChangedHotKeys(HANDLE device, DWORD first_hot_key, DWORD former, DWORD mask) {
+    if (former == mask)
+        Trace(L"PushChangedHotKeys(): mask 0x%lx as before, nothing to push\n", mask);
     for (DWORD i = 0; i < PAGE_HOT_KEYS; ++i) {
         const DWORD bit = 1u << i;
         if (((former ^ mask) & bit) == 0)

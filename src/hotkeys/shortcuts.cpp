@@ -36,8 +36,7 @@ static const PlatformKey g_platformKeys[] = {
      {{L"File", CONTROL_PROGRAM, 0}, {L"Parameters", L"ClamshellToTabletForHarrow", 0}}},
 };
 
-void InitHarrowRegistryInterface() {
-    Trace(L"Enter InitHarrowRegistryInterface\n");
+OPERATION(void, InitHarrowRegistryInterface, ()) {
     for (const PlatformKey& row : g_platformKeys) {
         KeyHolder key;
         if (!CreateKey(&key, HKEY_LOCAL_MACHINE, row.path, KEY_ALL_ACCESS))
@@ -51,5 +50,4 @@ void InitHarrowRegistryInterface() {
                 SetDword(key.key, value.name, value.number);
         }
     }
-    Trace(L"Exit InitHarrowRegistryInterface\n");
 }

@@ -31,39 +31,44 @@ static BOOLEAN ToBoolean(BOOL flag) {
     return flag ? TRUE : FALSE;
 }
 
-DWORD PowrProfCallNtPowerInformation(POWER_INFORMATION_LEVEL level, void* input, DWORD input_bytes,
-                                     void* output, DWORD output_bytes) {
+OPERATION(DWORD, PowrProfCallNtPowerInformation,
+          (POWER_INFORMATION_LEVEL level, void* input, DWORD input_bytes, void* output, DWORD output_bytes),
+          level, input, input_bytes, output, output_bytes) {
     constexpr LONG missing = 1;
     return static_cast<DWORD>(
         CallPowrProf("CallNtPowerInformation", missing, level, input, input_bytes, output, output_bytes));
 }
 
-BOOL PowrProfIsPwrHibernateAllowed() {
+OPERATION(BOOL, PowrProfIsPwrHibernateAllowed, ()) {
     return CallPowrProf("IsPwrHibernateAllowed", NOT_FOUND);
 }
 
-BOOL PowrProfSetSuspendState(BOOL hibernate, BOOL force, BOOL wake_events_disabled) {
+OPERATION(BOOL, PowrProfSetSuspendState, (BOOL hibernate, BOOL force, BOOL wake_events_disabled), hibernate,
+          force, wake_events_disabled) {
     return CallPowrProf("SetSuspendState", NOT_FOUND, ToBoolean(hibernate), ToBoolean(force),
                         ToBoolean(wake_events_disabled));
 }
 
-BOOLEAN PowrProfGetActivePwrScheme(UINT* index) {
+OPERATION(BOOLEAN, PowrProfGetActivePwrScheme, (UINT * index), index) {
     return CallPowrProf("GetActivePwrScheme", NOT_FOUND, index);
 }
 
-BOOLEAN PowrProfSetActivePwrScheme(UINT index, GLOBAL_POWER_POLICY* global_policy, POWER_POLICY* policy) {
+OPERATION(BOOLEAN, PowrProfSetActivePwrScheme,
+          (UINT index, GLOBAL_POWER_POLICY* global_policy, POWER_POLICY* policy), index, global_policy,
+          policy) {
     return CallPowrProf("SetActivePwrScheme", NOT_FOUND, index, global_policy, policy);
 }
 
-BOOLEAN PowrProfReadPwrScheme(UINT index, POWER_POLICY* policy) {
+OPERATION(BOOLEAN, PowrProfReadPwrScheme, (UINT index, POWER_POLICY* policy), index, policy) {
     return CallPowrProf("ReadPwrScheme", NOT_FOUND, index, policy);
 }
 
-BOOLEAN PowrProfWritePwrScheme(UINT* index, const wchar_t* name, const wchar_t* description,
-                               POWER_POLICY* policy) {
+OPERATION(BOOLEAN, PowrProfWritePwrScheme,
+          (UINT * index, const wchar_t* name, const wchar_t* description, POWER_POLICY* policy), index, name,
+          description, policy) {
     return CallPowrProf("WritePwrScheme", NOT_FOUND, index, name, description, policy);
 }
 
-BOOLEAN PowrProfReadGlobalPwrPolicy(GLOBAL_POWER_POLICY* global_policy) {
+OPERATION(BOOLEAN, PowrProfReadGlobalPwrPolicy, (GLOBAL_POWER_POLICY * global_policy), global_policy) {
     return CallPowrProf("ReadGlobalPwrPolicy", NOT_FOUND, global_policy);
 }

@@ -3,7 +3,7 @@
 #include "common/holders.h"
 #include "common/trace.h"
 
-BOOL EnablePrivilege(const wchar_t* name, BOOL enable) {
+OPERATION(BOOL, EnablePrivilege, (const wchar_t* name, BOOL enable), name, enable) {
     HandleHolder token;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token.handle)) {
         token.handle = nullptr;
@@ -24,6 +24,6 @@ BOOL EnablePrivilege(const wchar_t* name, BOOL enable) {
     return TRUE;
 }
 
-BOOL EnableShutdownPrivilege() {
+OPERATION(BOOL, EnableShutdownPrivilege, ()) {
     return EnablePrivilege(SE_SHUTDOWN_NAME, TRUE);
 }

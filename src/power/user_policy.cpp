@@ -22,7 +22,7 @@
 constexpr DWORD VALUE_BYTES = 260;
 constexpr DWORD VALUE_CHARACTERS = VALUE_BYTES / 2 + 1;
 
-BOOL SidToString(PSID sid, wchar_t* text, DWORD* size) {
+OPERATION(BOOL, SidToString, (PSID sid, wchar_t* text, DWORD* size), sid, text, size) {
     if (!IsValidSid(sid))
         return FALSE;
     const DWORD sub_authorities = *GetSidSubAuthorityCount(sid);
@@ -51,7 +51,7 @@ BOOL SidToString(PSID sid, wchar_t* text, DWORD* size) {
     return TRUE;
 }
 
-BOOL LoadUserHive(const wchar_t* name, const wchar_t* path, BOOL load) {
+OPERATION(BOOL, LoadUserHive, (const wchar_t* name, const wchar_t* path, BOOL load), name, path, load) {
     const LONG error = load ? RegLoadKeyW(HKEY_USERS, name, path) : RegUnLoadKeyW(HKEY_USERS, name);
     if (error != ERROR_SUCCESS)
         Trace(L"LoadUserHive(%ls, %d): Error: %ld\n", name, load, error);
@@ -111,8 +111,7 @@ static BOOL IsPlainHiveFile(const wchar_t* path) {
 // Loads the hive of the user with this SID from the profile, under HKEY_USERS, where it stays. Enables the
 // restore privilege, which stays enabled too. FALSE, with nothing enabled or loaded, unless the hive is an
 // existing file on a local drive and neither it nor its folder is a link.
-static BOOL LoadUserProfileHive(const wchar_t* sid_string) {
-    Trace(L"Enter LoadUserProfileHive(%ls)\n", sid_string);
+static OPERATION(BOOL, LoadUserProfileHive, (const wchar_t* sid_string), sid_string) {
     wchar_t profile[256 / 2 + 1];
     if (!QueryProfilePath(sid_string, profile, ARRAYSIZE(profile)))
         return FALSE;
@@ -161,8 +160,7 @@ static BOOL IsHiveLoaded(const wchar_t* sid_string) {
     return OpenKey(&key, HKEY_USERS, sid_string, KEY_READ);
 }
 
-BOOL GetDefaultUserSidString(wchar_t* buffer) {
-    Trace(L"Enter GetDefaultUserSidString()\n");
+OPERATION(BOOL, GetDefaultUserSidString, (wchar_t * buffer), buffer) {
     StringCchCopyW(buffer, SID_STRING_CHARACTERS, DEFAULT_USER);
     wchar_t user[VALUE_CHARACTERS];
     if (!QueryAlternateUser(user, ARRAYSIZE(user)))
@@ -192,7 +190,7 @@ static BOOL OpenUserKey(KeyHolder* key, const wchar_t* format, DWORD index) {
     return OpenKey(key, HKEY_USERS, path, KEY_READ);
 }
 
-BOOL GetCurrentPowerPolicyIndex(DWORD* index) {
+OPERATION(BOOL, GetCurrentPowerPolicyIndex, (DWORD * index), index) {
     KeyHolder key;
     wchar_t text[VALUE_CHARACTERS];
     if (!OpenUserKey(&key, POLICY_KEY, 0) ||
@@ -221,11 +219,11 @@ static BOOL ReadPolicy(const wchar_t* format, DWORD index, void* policy, DWORD s
     return TRUE;
 }
 
-BOOL ReadGlobalUserPowerPolicy(GLOBAL_USER_POWER_POLICY* policy) {
+OPERATION(BOOL, ReadGlobalUserPowerPolicy, (GLOBAL_USER_POWER_POLICY * policy), policy) {
     return ReadPolicy(GLOBAL_POLICY_KEY, 0, policy, sizeof(*policy));
 }
 
-BOOL ReadUserPowerPolicy(DWORD index, POWER_POLICY* policy) {
+OPERATION(BOOL, ReadUserPowerPolicy, (DWORD index, POWER_POLICY* policy), index, policy) {
     return ReadPolicy(SCHEME_KEY, index, policy, sizeof(*policy));
 }
 
@@ -240,10 +238,11 @@ static BOOL WriteDefaultPolicy(const wchar_t* format, DWORD index, const void* p
            ERROR_SUCCESS;
 }
 
-BOOL WriteDefaultGlobalPowerPolicy(const GLOBAL_USER_POWER_POLICY* policy) {
+OPERATION(BOOL, WriteDefaultGlobalPowerPolicy, (const GLOBAL_USER_POWER_POLICY* policy), policy) {
     return WriteDefaultPolicy(GLOBAL_POLICY_KEY, 0, policy, sizeof(*policy));
 }
 
-BOOL WriteDefaultUserPowerPolicy(const DWORD* index, const USER_POWER_POLICY* policy) {
+OPERATION(BOOL, WriteDefaultUserPowerPolicy, (const DWORD* index, const USER_POWER_POLICY* policy), index,
+          policy) {
     return WriteDefaultPolicy(SCHEME_KEY, *index, policy, sizeof(*policy));
 }

@@ -44,13 +44,17 @@ static void HandlePowerEvent(DWORD event_type, const void* event_data) {
         SystemTransformationGetCurrentSystemStatus();
         return;
     }
-    if (event_type != PBT_POWERSETTINGCHANGE || event_data == nullptr)
+    if (event_type != PBT_POWERSETTINGCHANGE || event_data == nullptr) {
+        Trace(L"HandlePowerEvent(): 0x%lx is of no interest\n", event_type);
         return;
+    }
     const auto* setting = static_cast<const POWERBROADCAST_SETTING*>(event_data);
     const bool monitor_on = IsEqualGUID(setting->PowerSetting, g_guidMonitorPowerOn) &&
                             setting->DataLength != 0 && setting->Data[0] == 1;
     if (monitor_on)
         SystemTransformationGetCurrentSystemStatus();
+    else
+        Trace(L"HandlePowerEvent(): not the monitor going on\n");
 }
 
 // ---- the table of control codes ----
@@ -69,6 +73,8 @@ template <BOOL (*Operation)()> static void Do() {
 template <BOOL (*Request)()> static void Answer() {
     if (Request())
         ReportServiceStatus(SERVICE_RUNNING, 0, 0, 0);
+    else
+        Trace(L"Answer(): refused, nothing is reported\n");
 }
 
 // A value for the client travels as the service-specific exit code; 0 is none.
@@ -104,8 +110,9 @@ static const ControlRow g_controlTable[] = {
 };
 // clang-format on
 
-DWORD WINAPI ServiceCtrlHandlerEx(DWORD control, DWORD event_type, void* event_data, void*) {
-    Trace(L"Enter ServiceCtrlHandlerEx(%lu, 0x%lx)\n", control, event_type);
+OPERATION(DWORD WINAPI, ServiceCtrlHandlerEx,
+          (DWORD control, DWORD event_type, void* event_data, [[maybe_unused]] void* parameter), control,
+          event_type, event_data, parameter) {
     if (control == SERVICE_CONTROL_POWEREVENT)
         HandlePowerEvent(event_type, event_data);
     for (const ControlRow& row : g_controlTable) {

@@ -6,8 +6,10 @@
 #include "setup/cleanup.h"
 
 static void RunPnPTask() {
-    if (GetPMDRVInstallStatus())
+    if (GetPMDRVInstallStatus()) {
+        Trace(L"RunPnPTask(): the driver package is there, nothing is removed\n");
         return;
+    }
     Trace(L"Uninstall PM driver\n");
     DeleteServiceFiles();
 }
@@ -15,8 +17,10 @@ static void RunPnPTask() {
 static void RunHelper() {
     // The name is local to the logon session: one helper each. A helper that cannot be sure runs.
     HandleHolder mutex(CreateMutexW(nullptr, FALSE, L"HELPERMUTEX"));
-    if (GetLastError() == ERROR_ALREADY_EXISTS)
+    if (GetLastError() == ERROR_ALREADY_EXISTS) {
+        Trace(L"RunHelper(): this session has one already\n");
         return;
+    }
     PmHelperMain();
 }
 
@@ -42,6 +46,7 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR command_line, int) {
     g_hInstance = instance;
     if (!QueryPlatform())
         return 0;
+    Trace(L"Enter wWinMain(\"%ls\")\n", command_line);
     // The whole text is the switch: nothing is parsed.
     if (lstrcmpiW(command_line, L"-PnPTask") == 0)
         RunPnPTask();

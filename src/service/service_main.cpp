@@ -43,13 +43,16 @@ static void Report(DWORD state, DWORD accepted, DWORD win32_exit_code, DWORD che
         Trace(L"Report(): Error: state %lu not reported. (%lu)\n", state, GetLastError());
 }
 
-void ReportServiceStatus(DWORD state, DWORD win32_exit_code, DWORD check_point, DWORD specific_exit_code) {
+OPERATION(void, ReportServiceStatus,
+          (DWORD state, DWORD win32_exit_code, DWORD check_point, DWORD specific_exit_code), state,
+          win32_exit_code, check_point, specific_exit_code) {
     Report(state, SERVICE_ACCEPT_STOP, win32_exit_code, check_point, specific_exit_code);
 }
 
 // For the start: no control is accepted yet.
-static void ReportServicePendingStatus(DWORD state, DWORD win32_exit_code, DWORD check_point,
-                                       DWORD specific_exit_code) {
+static OPERATION(void, ReportServicePendingStatus,
+                 (DWORD state, DWORD win32_exit_code, DWORD check_point, DWORD specific_exit_code), state,
+                 win32_exit_code, check_point, specific_exit_code) {
     Report(state, 0, win32_exit_code, check_point, specific_exit_code);
 }
 
@@ -60,6 +63,7 @@ static BOOL ProbeDriver() {
             ClosePMDriver();
             return TRUE;
         }
+        Trace(L"ProbeDriver(): no driver yet. (%lu)\n", GetLastError());
         Sleep(PROBE_PAUSE_MS);
     }
     return FALSE;
@@ -79,7 +83,9 @@ static void InitializeSubsystems() {
         Trace(L"InitializeSubsystems(): Error: no monitor notification. (%lu)\n", GetLastError());
     InitSystemTransformationNotebookMode();
     SystemTransformationGetCurrentSystemStatus();
-    if (!IsReleaseId1903OrLater())
+    if (IsReleaseId1903OrLater())
+        Trace(L"InitializeSubsystems(): this Windows needs no task\n");
+    else
         g_hPnPTaskThread = CreateThread(nullptr, 0, CreatePnPTaskThreadProc, nullptr, 0, nullptr);
     CheckLegacyTabletModel();
 }
@@ -139,8 +145,8 @@ static void ShutDown() {
     CloseStopEvent();
 }
 
-void WINAPI ServiceMain(DWORD, LPWSTR*) {
-    Trace(L"Enter ServiceMain()\n");
+OPERATION(void WINAPI, ServiceMain, ([[maybe_unused]] DWORD count, [[maybe_unused]] LPWSTR* words), count,
+          words) {
     g_hServiceStatus = RegisterServiceCtrlHandlerExW(SERVICE_NAME, ServiceCtrlHandlerEx, nullptr);
     if (g_hServiceStatus == nullptr)
         return; // nothing can be reported
@@ -148,5 +154,4 @@ void WINAPI ServiceMain(DWORD, LPWSTR*) {
         return;
     WaitForSingleObject(g_hServiceStopEvent, INFINITE);
     ShutDown();
-    Trace(L"Exit ServiceMain()\n");
 }

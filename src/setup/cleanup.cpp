@@ -37,7 +37,7 @@ static bool MeansAbsent(DWORD error) {
 
 // TRUE when the INF store holds at least one of the names of a multi-string (each ends in a null, the list in
 // an empty name), or when that cannot be told.
-static BOOL IsINFFileExits(const wchar_t* names) {
+static OPERATION(BOOL, IsINFFileExits, (const wchar_t* names), names) {
     for (const wchar_t* name = names; *name != L'\0'; name += lstrlenW(name) + 1) {
         wchar_t folder[MAX_PATH];
         if (!GetFolder(CSIDL_WINDOWS, folder))
@@ -62,8 +62,7 @@ static bool EndsInNulls(const wchar_t* names, DWORD length) {
     return end == length;
 }
 
-BOOL GetPMDRVInstallStatus() {
-    Trace(L"Enter GetPMDRVInstallStatus()\n");
+OPERATION(BOOL, GetPMDRVInstallStatus, ()) {
     KeyHolder key;
     if (!OpenKey(&key, HKEY_LOCAL_MACHINE, SERVICE_KEY, KEY_QUERY_VALUE | KEY_NOTIFY))
         return TRUE;
@@ -82,16 +81,16 @@ BOOL GetPMDRVInstallStatus() {
     if (type != REG_MULTI_SZ || size % sizeof(wchar_t) != 0 ||
         !EndsInNulls(names, size / static_cast<DWORD>(sizeof(wchar_t))))
         return TRUE;
-    const BOOL installed = IsINFFileExits(names);
-    Trace(L"Return GetPMDRVInstallStatus() 0x%08x\n", installed);
-    return installed;
+    return IsINFFileExits(names);
 }
 
 // Sends the stop control to a service without waiting for its end; the result of the request.
-static BOOL StopPMService(const wchar_t* name) {
+static OPERATION(BOOL, StopPMService, (const wchar_t* name), name) {
     ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    if (manager.handle == nullptr)
+    if (manager.handle == nullptr) {
+        Trace(L"StopPMService(): Error: no service control manager. (%lu)\n", GetLastError());
         return FALSE;
+    }
     ServiceHandle service(OpenServiceW(manager.handle, name, SERVICE_ALL_ACCESS));
     if (service.handle == nullptr)
         return FALSE;
@@ -111,11 +110,11 @@ static BOOL GetSystemFilePath(const wchar_t* file, wchar_t* path) {
 }
 
 // Where the INF copy goes, and the program that runs it.
-static BOOL GetINFPath(wchar_t* path) {
+static OPERATION(BOOL, GetINFPath, (wchar_t * path), path) {
     return GetSystemFilePath(L"ZORPMDRV.INF", path);
 }
 
-static BOOL GetRunDLLPath(wchar_t* path) {
+static OPERATION(BOOL, GetRunDLLPath, (wchar_t * path), path) {
     return GetSystemFilePath(L"rundll32.exe", path);
 }
 
@@ -178,7 +177,7 @@ static HANDLE CreateINFFile(const wchar_t* path, SECURITY_ATTRIBUTES* attributes
 
 // Writes the embedded INF to a new file that only the local system account may use, replacing one that is
 // there. FALSE when the file is not complete.
-static BOOL CreateINF(const wchar_t* path) {
+static OPERATION(BOOL, CreateINF, (const wchar_t* path), path) {
     HRSRC resource = FindResourceW(nullptr, MAKEINTRESOURCEW(DRIVER_PACKAGE_RESOURCE), RT_RCDATA);
     if (resource == nullptr)
         return FALSE;
@@ -217,8 +216,7 @@ static void StartUninstall(const wchar_t* program, const wchar_t* inf) {
     CloseHandle(process.hThread);
 }
 
-void DeleteServiceFiles() {
-    Trace(L"Enter DeleteServiceFiles()\n");
+OPERATION(void, DeleteServiceFiles, ()) {
     if (!InitTaskSchedulerCom())
         return;
     StopPMService(L"ZORPMSVC");
@@ -236,5 +234,4 @@ void DeleteServiceFiles() {
     if (turned_off)
         Wow64RevertWow64FsRedirection(redirection);
     CoUninitialize();
-    Trace(L"Exit DeleteServiceFiles()\n");
 }

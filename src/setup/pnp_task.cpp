@@ -30,7 +30,7 @@ static bool Failed(HRESULT result, const wchar_t* message) {
     return true;
 }
 
-BOOL IsReleaseId1903OrLater() {
+OPERATION(BOOL, IsReleaseId1903OrLater, ()) {
     KeyHolder key;
     wchar_t text[64];
     if (!OpenKey(&key, HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", KEY_READ) ||
@@ -41,14 +41,14 @@ BOOL IsReleaseId1903OrLater() {
 
 // Fills `path` (MAX_PATH characters) with the running executable's full path, or with an empty text when that
 // is not known or too long.
-static void GetModulePath(wchar_t* path) {
+static OPERATION(void, GetModulePath, (wchar_t * path), path) {
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
     // A path that was cut to fit fills the buffer.
     if (length == 0 || length >= MAX_PATH)
         path[0] = L'\0';
 }
 
-BOOL InitTaskSchedulerCom() {
+OPERATION(BOOL, InitTaskSchedulerCom, ()) {
     HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     if (FAILED(result)) {
         Trace(L"InitTaskSchedulerCom(): Error: COM not initialised. (0x%08x)\n", result);
@@ -72,14 +72,14 @@ struct ConnectMessages {
 };
 
 static const ConnectMessages g_pnpTaskMessages = {
-    L"Failed to create an instance of ITaskService: %x\n",
-    L"ITaskService::Connect failed: %x\n",
-    L"Cannot get Root Folder pointer: %x\n",
+    TRACE_NAME(L"Failed to create an instance of ITaskService: %x\n"),
+    TRACE_NAME(L"ITaskService::Connect failed: %x\n"),
+    TRACE_NAME(L"Cannot get Root Folder pointer: %x\n"),
 };
 static const ConnectMessages g_platformTaskMessages = {
-    L"Failed to create an instance of ITaskService: %x",
-    L"ITaskService::Connect failed: %x",
-    L"Cannot get Root Folder pointer: %x",
+    TRACE_NAME(L"Failed to create an instance of ITaskService: %x"),
+    TRACE_NAME(L"ITaskService::Connect failed: %x"),
+    TRACE_NAME(L"Cannot get Root Folder pointer: %x"),
 };
 
 // Connects to the local Task Scheduler and opens its root folder.
@@ -108,59 +108,65 @@ static bool CreateDefinition(ComPointer<ITaskFolder>* root, ComPointer<ITaskDefi
         return false;
     // Usually there is one from the previous start; none is as good.
     DeleteTask(root->pointer, PNP_TASK_NAME);
-    return !Failed(service->NewTask(0, definition->Receive()), L"Failed to create a task definition: %x\n");
+    return !Failed(service->NewTask(0, definition->Receive()),
+                   TRACE_NAME(L"Failed to create a task definition: %x\n"));
 }
 
 static bool AddEventTrigger(ITaskDefinition* definition) {
     ComPointer<ITriggerCollection> triggers;
-    if (Failed(definition->get_Triggers(triggers.Receive()), L"\nCannot get trigger collection: %x"))
+    if (Failed(definition->get_Triggers(triggers.Receive()),
+               TRACE_NAME(L"\nCannot get trigger collection: %x")))
         return false;
     ComPointer<ITrigger> trigger;
     if (Failed(triggers->Create(TASK_TRIGGER_EVENT, trigger.Receive()),
-               L"\nCannot create the event trigger: %x"))
+               TRACE_NAME(L"\nCannot create the event trigger: %x")))
         return false;
     triggers.Release();
     BstrHolder id(L"Trigger1");
-    if (Failed(id.text != nullptr ? trigger->put_Id(id.text) : E_OUTOFMEMORY, L"\nCannot put trigger ID: %x"))
+    if (Failed(id.text != nullptr ? trigger->put_Id(id.text) : E_OUTOFMEMORY,
+               TRACE_NAME(L"\nCannot put trigger ID: %x")))
         return false;
     ComPointer<IEventTrigger> event;
     if (Failed(trigger->QueryInterface(IID_IEventTrigger, event.ReceiveAny()),
-               L"\nQueryInterface call failed on IEventTrigger: %x"))
+               TRACE_NAME(L"\nQueryInterface call failed on IEventTrigger: %x")))
         return false;
     BstrHolder query(g_eventQuery);
     return !Failed(query.text != nullptr ? event->put_Subscription(query.text) : E_OUTOFMEMORY,
-                   L"\nCannot put subscription: %x");
+                   TRACE_NAME(L"\nCannot put subscription: %x"));
 }
 
 static bool AddExecAction(ITaskDefinition* definition, const wchar_t* executable) {
     ComPointer<IActionCollection> actions;
-    if (Failed(definition->get_Actions(actions.Receive()), L"\nCannot get Task collection pointer: %x"))
+    if (Failed(definition->get_Actions(actions.Receive()),
+               TRACE_NAME(L"\nCannot get Task collection pointer: %x")))
         return false;
     ComPointer<IAction> action;
-    if (Failed(actions->Create(TASK_ACTION_EXEC, action.Receive()), L"\nCannot create the action: %x"))
+    if (Failed(actions->Create(TASK_ACTION_EXEC, action.Receive()),
+               TRACE_NAME(L"\nCannot create the action: %x")))
         return false;
     ComPointer<IExecAction> exec;
     if (Failed(action->QueryInterface(IID_IExecAction, exec.ReceiveAny()),
-               L"\nQueryInterface call failed on IExecAction: %x"))
+               TRACE_NAME(L"\nQueryInterface call failed on IExecAction: %x")))
         return false;
     BstrHolder path(executable);
     if (Failed(path.text != nullptr ? exec->put_Path(path.text) : E_OUTOFMEMORY,
-               L"\nCannot add path for executable action: %x"))
+               TRACE_NAME(L"\nCannot add path for executable action: %x")))
         return false;
     BstrHolder arguments(L"-PnPTask");
     return !Failed(arguments.text != nullptr ? exec->put_Arguments(arguments.text) : E_OUTOFMEMORY,
-                   L"\nCannot add command line arg for executable action: %x");
+                   TRACE_NAME(L"\nCannot add command line arg for executable action: %x"));
 }
 
 static bool ApplySettings(ITaskDefinition* definition) {
     ComPointer<ITaskSettings> settings;
-    if (Failed(definition->get_Settings(settings.Receive()), L"\nCannot get Task setting pointer: %x"))
+    if (Failed(definition->get_Settings(settings.Receive()),
+               TRACE_NAME(L"\nCannot get Task setting pointer: %x")))
         return false;
     // Results of the first two are ignored on purpose: the task serves without them.
     settings->put_AllowDemandStart(VARIANT_FALSE);
     settings->put_DisallowStartIfOnBatteries(VARIANT_FALSE);
     return !Failed(settings->put_StopIfGoingOnBatteries(VARIANT_FALSE),
-                   L"\nCannot add idle setting for task setting: %x");
+                   TRACE_NAME(L"\nCannot add idle setting for task setting: %x"));
 }
 
 static bool RegisterTask(ITaskFolder* root, ITaskDefinition* definition) {
@@ -174,11 +180,10 @@ static bool RegisterTask(ITaskFolder* root, ITaskDefinition* definition) {
                                   name.text, definition, TASK_CREATE_OR_UPDATE, user.value, no_password,
                                   TASK_LOGON_SERVICE_ACCOUNT, security.value, registered.Receive())
                             : E_OUTOFMEMORY,
-                   L"\nError saving the Task : %x");
+                   TRACE_NAME(L"\nError saving the Task : %x"));
 }
 
-BOOL CreatePnPTask() {
-    Trace(L"Enter CreatePnPTask()\n");
+OPERATION(BOOL, CreatePnPTask, ()) {
     wchar_t executable[MAX_PATH];
     GetModulePath(executable);
     if (executable[0] == L'\0') {
@@ -192,8 +197,7 @@ BOOL CreatePnPTask() {
            RegisterTask(root.pointer, definition.pointer);
 }
 
-DWORD WINAPI CreatePnPTaskThreadProc(void*) {
-    Trace(L"Enter CreatePnPTaskThreadProc()\n");
+OPERATION(DWORD WINAPI, CreatePnPTaskThreadProc, ([[maybe_unused]] void* parameter), parameter) {
     if (!InitTaskSchedulerCom())
         return 0;
     while (!CreatePnPTask()) {
@@ -201,11 +205,10 @@ DWORD WINAPI CreatePnPTaskThreadProc(void*) {
         Sleep(RETRY_INTERVAL_MS);
     }
     CoUninitialize();
-    Trace(L"Exit CreatePnPTaskThreadProc()\n");
     return 0;
 }
 
-BOOL DeletePnPTask() {
+OPERATION(BOOL, DeletePnPTask, ()) {
     ComPointer<ITaskService> service;
     ComPointer<ITaskFolder> root;
     if (!OpenRootFolder(g_pnpTaskMessages, &service, &root))
@@ -214,7 +217,7 @@ BOOL DeletePnPTask() {
     return SUCCEEDED(deleted) || deleted == NOT_FOUND;
 }
 
-BOOL DeletePlatformTask() {
+OPERATION(BOOL, DeletePlatformTask, ()) {
     ComPointer<ITaskService> service;
     ComPointer<ITaskFolder> root;
     if (!OpenRootFolder(g_platformTaskMessages, &service, &root))
@@ -223,7 +226,7 @@ BOOL DeletePlatformTask() {
     ComPointer<ITaskFolder> folder;
     const HRESULT opened =
         path.text != nullptr ? root->GetFolder(path.text, folder.Receive()) : E_OUTOFMEMORY;
-    if (Failed(opened, L"Cannot open Mestra folder: %x"))
+    if (Failed(opened, TRACE_NAME(L"Cannot open Mestra folder: %x")))
         return opened == NOT_FOUND;
     const HRESULT deleted = DeleteTask(folder.pointer, PLATFORM_TASK_NAME);
     return SUCCEEDED(deleted) || deleted == NOT_FOUND;
