@@ -14,11 +14,15 @@ static bool Enabled(ThermalFunction function) {
     return enabled;
 }
 
+namespace {
+
 // What the firmware is told for one value of a status word.
 struct CommandRow {
     DWORD value;
     ThermalWord word;
 };
+
+} // namespace
 
 // Null for a value that needs no command.
 template <size_t N> static const ThermalWord* FindWord(const CommandRow (&rows)[N], DWORD value) {
@@ -31,6 +35,8 @@ template <size_t N> static const ThermalWord* FindWord(const CommandRow (&rows)[
 
 // ---- initialisation ----
 
+namespace {
+
 // A function with a subkey is initialised and then follows the present state of the hardware; the others are
 // only recognised.
 struct FunctionRow {
@@ -39,6 +45,8 @@ struct FunctionRow {
     const CoolingKey* key;
     Operation follow;
 };
+
+} // namespace
 
 // In the order of initialisation. Two In One reads whether the option is attached or detached.
 // clang-format off
@@ -241,12 +249,16 @@ OPERATION(BOOL, AdaptiveCoolingDynamicCpuControlSettings_v3, ()) {
     return TRUE;
 }
 
+namespace {
+
 // The dock types that the firmware may report; only some take power commands.
 struct DockRow {
     const wchar_t* name;
     DWORD type;
     bool sets_power;
 };
+
+} // namespace
 
 static const DockRow g_docks[] = {
     {TRACE_NAME(L"Vantor"), DOCK_TYPE_VANTOR, true},

@@ -21,6 +21,8 @@ static std::atomic<HANDLE> g_hAdaptCoolWorkerThread_Dettach{nullptr};
 static std::atomic<HANDLE> g_hAdaptCoolInitilizeWorkerThread_Start{nullptr};
 static std::atomic<HANDLE> g_hAdaptCoolInitilizeWorkerThread_Terminate{nullptr};
 
+namespace {
+
 // What woke a worker: the index of its event. Of several, the first wins.
 enum : DWORD { WAKE_START, WAKE_TERMINATE, WAKE_ATTACH, WAKE_DETTACH, WAKE_EVENT_LIMIT };
 
@@ -32,6 +34,8 @@ struct CoolingWorker {
     // Null while no worker is recorded.
     std::atomic<HANDLE> thread;
 };
+
+} // namespace
 
 static DWORD WINAPI AdaptiveCoolingWorkerThread_v1(void* parameter);
 static DWORD WINAPI AdaptiveCoolingInitilizeWorkerThread(void* parameter);
@@ -176,6 +180,8 @@ static DWORD WaitForWork(const CoolingWorker& worker, DWORD timeout_ms) {
 
 // ---- version 2 ----
 
+namespace {
+
 struct Version2State {
     DWORD timeout_ms = INFINITE;
     // In ticks of one second.
@@ -185,6 +191,8 @@ struct Version2State {
     DWORD duration_counter = 0;
     bool special_cooling = false;
 };
+
+} // namespace
 
 // Clients may ask for as many ticks as a counter holds; it stays at its end.
 constexpr DWORD LAST_TICK = 0xFFFFFFFF;

@@ -13,6 +13,8 @@ std::atomic<HANDLE> g_hCPUMonitorThread{nullptr};
 // Keeps the duration in milliseconds within 32 bits.
 constexpr DWORD MAX_POLLING_DURATION_S = 4000000;
 
+namespace {
+
 // Both devices stay open for the life of the thread. They are not checked on opening: a request on a device
 // that is not there fails, and that is the case each step provides for.
 struct MonitorDevices {
@@ -26,6 +28,8 @@ struct MonitorSettings {
     // Compared with a tenth of the timer resolution.
     DWORD c4_threshold = 0;
 };
+
+} // namespace
 
 static BOOL ReadTimerResolution(const MonitorDevices& devices, DWORD* resolution) {
     if (OneWordRequest(devices.secondary.handle, IOCTL_PMDRV_GETTIMERRESOL, 0, resolution))

@@ -5,11 +5,15 @@
 #include "ctl/output.h"
 #include "ctl/service_link.h"
 
+namespace {
+
 struct CoolingFunction {
     const wchar_t* subkey;
     const wchar_t* key;
     const wchar_t* name;
 };
+
+} // namespace
 
 static const CoolingFunction g_functions[] = {
 #define COOLING_FUNCTION(bit, subkey, name, status)                                                          \
@@ -68,6 +72,8 @@ static int CoolingStatus() {
     return CTL_REFUSED;
 }
 
+namespace {
+
 // A value that shows whether the service did what a code asked for.
 struct Witness {
     const wchar_t* key;
@@ -81,6 +87,8 @@ struct CoolingCommand {
     Witness witnesses[2]; // one of them must hold `value` afterwards; none: nothing shows it
     const wchar_t* refused;
 };
+
+} // namespace
 
 #define TIO_KEY ZORPM_COOLING_V3_KEY L"\\TIO"
 #define DCC_KEY ZORPM_COOLING_V3_KEY L"\\DCC"

@@ -103,6 +103,8 @@ static bool ReadHotkey(const wchar_t* text, DWORD* page, DWORD* key) {
            *key <= KEYS_PER_PAGE;
 }
 
+namespace {
+
 // Holds the mutex that clients change masks under. Whoever is not let at it changes the mask all the same:
 // the mutex guards against a lost change, not against a wrong one.
 struct MaskLock {
@@ -129,6 +131,8 @@ struct Mask {
     const wchar_t* value;   // null: the default value
     const wchar_t* initial; // where it starts while it is absent; null: it must be there
 };
+
+} // namespace
 
 static int ChangeMask(const Mask& mask, DWORD bit, bool set) {
     const MaskLock lock;

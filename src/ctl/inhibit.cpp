@@ -55,6 +55,8 @@ static int StartInhibit(const ServiceHolder& holder) {
     return result == CTL_DONE ? CTL_REFUSED : result;
 }
 
+namespace {
+
 // Since when the lid has been closed, counted in looks.
 struct LidWatch {
     DWORD closed_looks = 0;
@@ -66,6 +68,8 @@ struct LidWatch {
     }
     bool LimitReached() const { return (closed_looks + 1) * POLL_PERIOD_MS >= ZORPM_INHIBIT_LIMIT_MS; }
 };
+
+} // namespace
 
 // True while the inhibit is ours to end. Whoever ends one ends all: there is nobody who counts them.
 static bool StillOn(const ServiceHolder& holder, LidWatch* lid) {
@@ -98,8 +102,12 @@ static HANDLE StartProgram(const wchar_t* command_line) {
     return process.hProcess;
 }
 
+namespace {
+
 // What ends the waiting, in the order of the handles.
 enum : DWORD { END_INTERRUPT = WAIT_OBJECT_0, END_PROGRAM };
+
+} // namespace
 
 // Waits for the end and looks after the inhibit meanwhile. The result is that of the last wait; *on becomes
 // false when the inhibit has gone before.

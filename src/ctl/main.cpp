@@ -4,6 +4,8 @@
 #include "ctl/ctl.h"
 #include "ctl/output.h"
 
+namespace {
+
 struct Command {
     const wchar_t* word;
     int (*run)();
@@ -11,6 +13,8 @@ struct Command {
     const wchar_t* use;
     const wchar_t* help[6]; // lines; up to the first null
 };
+
+} // namespace
 
 // clang-format off
 static const Command g_commands[] = {

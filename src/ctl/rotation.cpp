@@ -13,6 +13,8 @@ constexpr DWORD TURN_LIMIT_MS = 5000;
 // the first one has done. Local to the session, where the keys are.
 #define ROTATION_MUTEX L"ZorpmctlRotation"
 
+namespace {
+
 // What the word wants Windows' auto-rotation to be.
 enum class Wanted { Off, On, Other };
 
@@ -20,6 +22,8 @@ struct RotationWord {
     const wchar_t* word;
     Wanted wanted;
 };
+
+} // namespace
 
 static const RotationWord g_words[] = {
     {L"TabletToClamshellForHarrow", Wanted::Off},

@@ -101,12 +101,16 @@ int RequireRunningService() {
     return error == ERROR_SUCCESS ? CTL_DONE : ExplainError(error, Right::QueryStatus);
 }
 
+namespace {
+
 // The control manager answers when the service has handled the code, which may take as long as its firmware
 // does; so a thread waits for it. A thread that is given up keeps its record until the process ends.
 struct Sending {
     DWORD code;
     DWORD error;
 };
+
+} // namespace
 
 static DWORD WINAPI SendControlThreadProc(LPVOID parameter) {
     auto* sending = static_cast<Sending*>(parameter);

@@ -12,6 +12,8 @@
 // Between two looks at the service's state, which no registry value tells.
 constexpr DWORD LOOK_PERIOD_MS = 2000;
 
+namespace {
+
 enum Group : DWORD { HOTKEYS = 1, EVENTS = 2, COOLING = 4, ALL = 7 };
 
 struct WatchedValue;
@@ -29,6 +31,8 @@ struct WatchedValue {
     const wchar_t* name; // of a thermal function
 };
 
+} // namespace
+
 constexpr DWORD STAMP_CHARACTERS = 24;
 
 static void NowStamp(wchar_t (&stamp)[STAMP_CHARACTERS]) {
@@ -37,6 +41,8 @@ static void NowStamp(wchar_t (&stamp)[STAMP_CHARACTERS]) {
     StringCchPrintfW(stamp, ARRAYSIZE(stamp), L"%04d-%02d-%02d %02d:%02d:%02d", int{now.wYear},
                      int{now.wMonth}, int{now.wDay}, int{now.wHour}, int{now.wMinute}, int{now.wSecond});
 }
+
+namespace {
 
 // A record of this moment; the text for people follows the stamp.
 struct StampedRecord : Record {
@@ -47,6 +53,8 @@ struct StampedRecord : Record {
         AddText(this, L"time", stamp);
     }
 };
+
+} // namespace
 
 // ---- one line a change ----
 
@@ -151,6 +159,8 @@ static const WatchedValue g_watched[] = {
 };
 // clang-format on
 
+namespace {
+
 struct SeenValue {
     bool there;
     DWORD number;
@@ -162,6 +172,8 @@ struct Watch {
     DWORD process; // its id, 0 while there is none
     SeenValue seen[ARRAYSIZE(g_watched)];
 };
+
+} // namespace
 
 static SeenValue ReadWatched(const WatchedValue& value) {
     SeenValue seen = {};

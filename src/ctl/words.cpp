@@ -2,10 +2,14 @@
 
 #include <zorpm/zorpm.h>
 
+namespace {
+
 struct NumberWords {
     DWORD number;
     const wchar_t* words;
 };
+
+} // namespace
 
 static const NumberWords g_postures[] = {
 #define POSTURE(number, name, mode, words) {number, L"" words},

@@ -14,12 +14,16 @@ static const wchar_t* const g_eventNames[DRIVER_NOTIFICATION_EVENT_COUNT] = {
     L"Global\\MestraPowerManagementDriverEventNotifyNotifyEvent",
 };
 
+namespace {
+
 // Input of the register and unregister requests.
 struct EventRegistration {
     ULONGLONG reserved;
     ULONGLONG handles[DRIVER_NOTIFICATION_EVENT_COUNT];
 };
 static_assert(sizeof(EventRegistration) == 48);
+
+} // namespace
 
 OPERATION(void, CreateDriverNotificationEvents, ()) {
     for (DWORD i = 0; i < DRIVER_NOTIFICATION_EVENT_COUNT; ++i) {

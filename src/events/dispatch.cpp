@@ -14,6 +14,8 @@
 #include "formfactor/transformation.h"
 #include "hotkeys/ph_notification.h"
 
+namespace {
+
 // What the dispatcher derives from an event's code.
 struct EventFields {
     DWORD fn_number;   // key or event number within its page
@@ -22,6 +24,8 @@ struct EventFields {
     DWORD key_mask;
     DWORD table_key;
 };
+
+} // namespace
 
 static EventFields DeriveFields(DWORD code) {
     EventFields fields;
@@ -69,11 +73,15 @@ static OPERATION(void, HandleHotKey3, ()) {
 
 // ---- the action table ----
 
+namespace {
+
 // One step of a row: an operation, with the number it is given in the table and the event's fields.
 struct Step {
     void (*run)(DWORD argument, const EventFields& fields);
     DWORD argument;
 };
+
+} // namespace
 
 // An operation without arguments; its result is of no interest here.
 template <auto Operation> constexpr Step Do() {
@@ -100,11 +108,15 @@ static constexpr Step BusDisconnect() {
     return {[](DWORD, const EventFields&) { HandleWakeupEvent(FALSE, TRUE, 0); }, 0};
 }
 
+namespace {
+
 struct EventRow {
     DWORD table_key;
     const wchar_t* name; // for the trace
     Step steps[3];       // run in this order; an empty step ends the row
 };
+
+} // namespace
 
 // clang-format off
 static const EventRow g_eventTable[] = {

@@ -16,9 +16,14 @@ constexpr int BATTERY_ATTEMPTS = 3;
 constexpr DWORD STATE_SLEEP = 3;
 constexpr DWORD STATE_HIBERNATE = 4;
 
+namespace {
+
 // Whether a return to sleep is armed. TAKEN stands between the moment when a disconnect takes the return over
 // and the end of the timer thread, so that a timer firing just then leaves the sleep to the disconnect.
 enum : DWORD { TIMER_NONE, TIMER_ARMED, TIMER_TAKEN };
+
+} // namespace
+
 static std::atomic<DWORD> g_dwTimerPending{0};
 
 // The sleep state to return to, or 0. The timer threads hold a pointer to it.

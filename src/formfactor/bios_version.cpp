@@ -14,10 +14,14 @@ constexpr DWORD BIOS_TEXT_CHARACTERS = 128;
 // Where the scan of the system BIOS version looks for the mark, seen from its position.
 constexpr DWORD LOOK_AHEAD = 2;
 
+namespace {
+
 // A BIOS text and the nulls that the scan finds when it looks beyond the end.
 struct BiosText {
     wchar_t text[BIOS_TEXT_CHARACTERS + LOOK_AHEAD + 1];
 };
+
+} // namespace
 
 static bool IsHarrowMark(const wchar_t* text) {
     return text[0] == L'G' && text[1] == L'D';

@@ -24,6 +24,8 @@ static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 // it was set or when it has taken it back, so nobody ever holds a closed handle.
 static std::atomic<HANDLE> g_hLCDCSWatchdogStop{nullptr};
 
+namespace {
+
 // The life of the watchdog thread, which there is in every state but the first. It does not end at once when
 // it is told to: an inhibit that begins meanwhile keeps it.
 enum : DWORD {
@@ -32,6 +34,9 @@ enum : DWORD {
     WATCH_ENDS,     // told to end
     WATCH_ON_AGAIN, // told to end, and then wanted again
 };
+
+} // namespace
+
 static std::atomic<DWORD> g_dwLCDCSWatch{WATCH_NONE};
 
 // Spans what a request, a poll or the limit reads and does: at rest driver, timer and watch are as these,

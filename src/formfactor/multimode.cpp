@@ -25,10 +25,14 @@ static BOOL LeaveIndicator() {
     return TRUE;
 }
 
+namespace {
+
 struct PostureIndicator {
     DWORD state;
     BOOL (*drive)();
 };
+
+} // namespace
 
 static const PostureIndicator g_postureIndicators[] = {
     {MM_SYSTEM_STATE_NotReceived, LeaveIndicator},

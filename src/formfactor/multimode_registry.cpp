@@ -27,11 +27,15 @@ std::atomic<DWORD> g_dwCurrentSetting{1};
 std::atomic<DWORD> g_dwChkINode{1};
 std::atomic<DWORD> g_dwChkOSV{0};
 
+namespace {
+
 struct TransformParameter {
     const wchar_t* name;
     DWORD default_value;
     std::atomic<DWORD>* value;
 };
+
+} // namespace
 
 static const TransformParameter g_transformParameters[] = {
     {L"CurrentSetting", 1, &g_dwCurrentSetting},
@@ -69,11 +73,15 @@ static OPERATION(BOOL, SystemTransformationCreateParamatersToReg, ()) {
     return TRUE;
 }
 
+namespace {
+
 // The names that other programs know the postures by.
 struct ModeName {
     DWORD state;
     const wchar_t* name;
 };
+
+} // namespace
 
 // clang-format off
 static const ModeName g_modeNames[] = {

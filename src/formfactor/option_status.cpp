@@ -13,6 +13,8 @@ static std::atomic<DWORD> g_dwOptionInterfaceVersion{0};
 // Only kept for a look at a running service: no decision depends on it.
 static std::atomic<DWORD> g_dwOptionInterfaceType{0};
 
+namespace {
+
 // An indicator of Windows. A write does not say which state is wanted, it changes the one there is: between
 // reading and toggling an indicator belongs to one thread.
 struct Indicator {
@@ -22,6 +24,8 @@ struct Indicator {
     // Created by the first driver that needs it, and kept.
     std::atomic<HANDLE>* mutex;
 };
+
+} // namespace
 
 static BOOL ToggleLaptopSlate(DWORD) {
     return ToggleConversionIndicator();
@@ -93,6 +97,8 @@ static OPERATION(BOOL, SetDockModeIndicatorToDocked, ()) { return DriveIndicator
 static OPERATION(BOOL, SetDockModeIndicatorToUndocked, ()) { return DriveIndicator(g_dock, DOCK_DOCKED); }
 // clang-format on
 
+namespace {
+
 // What an option status means, in the order of its steps. No cooling call where the column is null.
 struct OptionRow {
     DWORD status;
@@ -100,6 +106,8 @@ struct OptionRow {
     BOOL (*dock)();
     BOOL (*cooling)();
 };
+
+} // namespace
 
 constexpr auto NOTEBOOK = SystemTransformationSetLaptopIndicatorToLaptop;
 constexpr auto TABLET = SystemTransformationSetLaptopIndicatorToTablet;

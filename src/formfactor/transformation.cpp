@@ -6,12 +6,16 @@
 #include "formfactor/bios_version.h"
 #include "formfactor/mode_switch.h"
 
+namespace {
+
 // A REG_DWORD under HKEY_LOCAL_MACHINE. Its key is never created here: a machine without it has no use for
 // the value.
 struct PostureValue {
     const wchar_t* key;
     const wchar_t* name;
 };
+
+} // namespace
 
 // The posture that the event actions saw last, as a transformation state.
 static const PostureValue g_lastTransformation = {SERVICE_KEY L"\\Status", L"LastSystemTransformation"};

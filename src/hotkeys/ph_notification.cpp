@@ -6,6 +6,8 @@
 #include "hotkeys/ph_keys.h"
 #include "hotkeys/ph_masks.h"
 
+namespace {
+
 // A notification value. No key is ever created for it.
 struct PHNotification {
     const wchar_t* key;
@@ -15,6 +17,8 @@ struct PHNotification {
     bool absent_is_0;
     const wchar_t* write_failed;
 };
+
+} // namespace
 
 // clang-format off
 static const PHNotification g_classicPage = {PH_NOTIFICATION,     nullptr,   true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
@@ -50,12 +54,16 @@ OPERATION(bool, FirmwareHasPHPages, (HANDLE device), device) {
     return version == MHKV_SECOND;
 }
 
+namespace {
+
 // The pages, each with the mask that lets its presses through.
 struct PHPage {
     DWORD page;
     const std::atomic<DWORD>* current_setting;
     const PHNotification* notification;
 };
+
+} // namespace
 
 static const PHPage g_pages[] = {
     {PH_PAGE_CLASSIC, &g_PHCurrentSetting, &g_classicPage},

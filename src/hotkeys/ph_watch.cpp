@@ -17,6 +17,8 @@ std::atomic<DWORD> g_Type13OverrideSetting{0};
 // Hot keys of one page, which is the number of bits of a mask.
 constexpr DWORD PAGE_HOT_KEYS = 32;
 
+namespace {
+
 // Input of MHKM.
 struct HotKeyMode {
     DWORD hot_key;
@@ -40,6 +42,8 @@ struct PHWatch {
     HANDLE event = nullptr;
     DWORD idle_passes = 0; // since the mask last differed, or the key was opened anew
 };
+
+} // namespace
 
 // Passes without a change after which a watch listens on a new handle. Its event has a name that others can
 // set: each pass asks for one more notification, and all of them stay pending until the key changes or its

@@ -9,6 +9,8 @@
 // Kind of launch entry, in the launcher's terms.
 constexpr DWORD APP_TYPE = 3;
 
+namespace {
+
 struct PlatformValue {
     const wchar_t* name; // null: no value
     const wchar_t* text; // null: `number` is written
@@ -19,6 +21,8 @@ struct PlatformKey {
     const wchar_t* path;
     PlatformValue values[2];
 };
+
+} // namespace
 
 // In the order of writing.
 static const PlatformKey g_platformKeys[] = {

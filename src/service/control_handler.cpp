@@ -59,10 +59,14 @@ static void HandlePowerEvent(DWORD event_type, const void* event_data) {
 
 // ---- the table of control codes ----
 
+namespace {
+
 struct ControlRow {
     DWORD code;
     void (*action)(); // null: nothing
 };
+
+} // namespace
 
 // An operation whose result is of no interest to the client.
 template <BOOL (*Operation)()> static void Do() {

@@ -13,6 +13,8 @@ constexpr WORD DRIVER_PACKAGE_RESOURCE = 105;
 constexpr DWORD ALL_ACCESS = 0x1FFFFF;
 constexpr DWORD COMMAND_LINE_CHARACTERS = 260;
 
+namespace {
+
 struct ServiceHandle {
     SC_HANDLE handle;
 
@@ -24,6 +26,8 @@ struct ServiceHandle {
             CloseServiceHandle(handle);
     }
 };
+
+} // namespace
 
 // Fills `path` (MAX_PATH characters) with a folder of the machine, created when it is not there.
 static BOOL GetFolder(int folder, wchar_t* path) {
@@ -118,6 +122,8 @@ static OPERATION(BOOL, GetRunDLLPath, (wchar_t * path), path) {
     return GetSystemFilePath(L"rundll32.exe", path);
 }
 
+namespace {
+
 // A security descriptor that grants everything to the local system account and nothing to anyone else.
 // Protected: otherwise the entries that the folder hands down would be added to it.
 struct LocalSystemOnly {
@@ -127,6 +133,8 @@ struct LocalSystemOnly {
     SECURITY_ATTRIBUTES attributes = {};
 };
 static_assert(SECURITY_MAX_SID_SIZE == 68);
+
+} // namespace
 
 static BOOL BuildLocalSystemOnly(LocalSystemOnly* security) {
     DWORD size = sizeof(security->sid);

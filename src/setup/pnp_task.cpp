@@ -64,12 +64,16 @@ OPERATION(BOOL, InitTaskSchedulerCom, ()) {
     return TRUE;
 }
 
+namespace {
+
 // The messages of the three steps to the root folder.
 struct ConnectMessages {
     const wchar_t* create;
     const wchar_t* connect;
     const wchar_t* root;
 };
+
+} // namespace
 
 static const ConnectMessages g_pnpTaskMessages = {
     TRACE_NAME(L"Failed to create an instance of ITaskService: %x\n"),
