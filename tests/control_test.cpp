@@ -105,14 +105,22 @@ TEST(Control, CoolingCodesReachTheirOperation) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.code);
         Bench bench;
-        bench.started("firmware DYTC = 1\nfirmware DYTC(0) = 0x30000001\nfirmware DYTC(3) = 0x03ff0001\n"
-                      "firmware DGPUTEMP = 2\nfirmware GOPT(0) = 0x100\nfirmware GOPT(0x100) = 1");
+        bench.started(R"(
+            firmware DYTC = 1
+            firmware DYTC(0) = 0x30000001
+            firmware DYTC(3) = 0x03ff0001
+            firmware DGPUTEMP = 2
+            firmware GOPT(0) = 0x100
+            firmware GOPT(0x100) = 1)");
         bench.run("control " + std::to_string(row.code) + "\nexpect " + row.effect + "\nexpect no status*");
     }
     Bench bench;
     bench.started("firmware DYTC(0) = 0x20000001\nfirmware DYTC(0x100) = 0x20010000");
-    bench.run(
-        "control 137\nexpect no *\nadvance 1m\nexpect no *"); // the worker is gone: no second initialisation
+    bench.run(R"(
+        control 137
+        expect no *
+        advance 1m
+        expect no *)"); // the worker is gone: no second initialisation
 }
 
 TEST(Control, PowerEventsRefreshTheFormFactor) {
@@ -140,14 +148,24 @@ TEST(Control, MonitorOffRunsOneThreadAtATime) {
     Bench bench;
     bench.started();
     size_t threads = bench.machine.threads.size();
-    bench.run("together\ncontrol 130\ncontrol 130\nend\nexpect no status*");
+    bench.run(R"(
+        together
+        control 130
+        control 130
+        end
+        expect no status*)");
     EXPECT_EQ(threads + 1, bench.machine.threads.size());
     const size_t handles = sim::handle_count();
     bench.run("control 130\ncontrol 130");
     EXPECT_EQ(threads + 3, bench.machine.threads.size());
     EXPECT_EQ(handles, sim::handle_count());
     // A thread that cannot be made or let go leaves the slot free for the next.
-    bench.run("fail CreateThread\ncontrol 130\nfail ResumeThread\ncontrol 130\ncontrol 130");
+    bench.run(R"(
+        fail CreateThread
+        control 130
+        fail ResumeThread
+        control 130
+        control 130)");
     EXPECT_EQ(handles, sim::handle_count());
     EXPECT_EQ(threads + 5, bench.machine.threads.size());
 }

@@ -351,14 +351,22 @@ TEST(CoolingVersion3, FailingWrites) {
         {"control 140", 1, R"(expect registry SVC\TMC\DCC CurrentSetting = 0x1)"},
         {"control 139", 1, R"(expect registry SVC\TMC\DCC CurrentSetting = 0x0)"},
         // An initialisation ends at the first write that fails, and the next function begins.
-        {"control 137\n control 136\n advance 1s", 2, R"(
-            expect request DYTC(0x3)*
-            expect next registry SVC\TMC\MPH Capability = 0x1
-            event 0x4012
-            expect no request DYTC*)"},
-        {"control 137\n control 136\n advance 1s", 3, R"(
-            expect registry SVC\TMC\TIO Capability = 0x1
-            expect next registry SVC\TMC\MPH Capability = 0x1)"},
+        {R"(
+            control 137
+            control 136
+            advance 1s)",
+         2, R"(
+             expect request DYTC(0x3)*
+             expect next registry SVC\TMC\MPH Capability = 0x1
+             event 0x4012
+             expect no request DYTC*)"},
+        {R"(
+            control 137
+            control 136
+            advance 1s)",
+         3, R"(
+             expect registry SVC\TMC\TIO Capability = 0x1
+             expect next registry SVC\TMC\MPH Capability = 0x1)"},
     };
     std::string script = START;
     for (const auto& row : rows)

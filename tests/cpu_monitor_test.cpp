@@ -113,8 +113,13 @@ TEST(CpuMonitor, Selection) {
             sim::format("threshold %u resolution %u current %u", row.threshold, row.resolution, row.current));
         Bench bench;
         bench.run(g_wanted);
-        bench.run(sim::format("firmware QCPULEVELCTRL(2) = %u\nfirmware GETTIMERRESOL = %u\n"
-                              "firmware CSTATESELECT = %u\nstart\nadvance 1s\n",
+        bench.run(sim::format(R"(
+            firmware QCPULEVELCTRL(2) = %u
+            firmware GETTIMERRESOL = %u
+            firmware CSTATESELECT = %u
+            start
+            advance 1s
+        )",
                               row.threshold, row.resolution, row.current) +
                   (row.selected != nullptr ? std::string("expect request CSTATEPARAMS(") + row.selected + ")"
                                            : "expect no request CSTATEPARAMS*"));
@@ -139,9 +144,12 @@ TEST(CpuMonitor, PollingDuration) {
         sim::registry_set_dword(KEY, "PollingDuration", row.duration);
         sim::start_thread(bench.machine.host, "monitor",
                           [] { return CPUStateC3C4MonitorThreadProc(nullptr); });
-        bench.run(
-            sim::format("advance 0s\nmark\nadvance %llums\nexpect count %u request GETTIMERRESOL() = 0x2625a",
-                        static_cast<unsigned long long>(row.watch), row.passes));
+        bench.run(sim::format(R"(
+                advance 0s
+                mark
+                advance %llums
+                expect count %u request GETTIMERRESOL() = 0x2625a)",
+                              static_cast<unsigned long long>(row.watch), row.passes));
     }
 }
 
@@ -154,9 +162,15 @@ TEST(CpuMonitor, NoPause) {
     unsigned passes = 0;
     sim::set_request_hook(
         [&passes](const std::string& method, const DWORD*, DWORD) { passes += method == "GETTIMERRESOL"; });
-    bench.run("start\nadvance 10ms\ncheck status RUNNING\n");
+    bench.run(R"(
+        start
+        advance 10ms
+        check status RUNNING)");
     EXPECT_GT(passes, 1000u);
-    bench.run("event 0x5010\nstop\ncheck status STOPPED 0/0");
+    bench.run(R"(
+        event 0x5010
+        stop
+        check status STOPPED 0/0)");
 }
 
 // The stop control ends the sleep of the monitor; the selection stays as it is.

@@ -9,8 +9,10 @@
 static std::vector<std::string> requests_of_two_events(const char* setup) {
     std::vector<std::string> requests;
     Bench bench;
-    bench.run(std::string("firmware PWMGET = 200\nwindows graphics present\n") + setup +
-              "\nstart\nadvance 2s\nmark");
+    bench.run(std::string("firmware PWMGET = 200\nwindows graphics present\n") + setup + R"(
+        start
+        advance 2s
+        mark)");
     sim::set_request_hook([&requests](const std::string& method, const DWORD* in, DWORD) {
         if (method.starts_with("PWM"))
             requests.push_back(method == "PWMGET" ? method : sim::format("%s(%u)", method.c_str(), in[0]));
@@ -45,8 +47,12 @@ TEST(DisplayPwm, TypeIsHandedBack) {
     Bench bench;
     sim::set_graphics_present(true);
     sim::inverter() = {0xFFFFFFFE, 1000};
-    bench.run("firmware PWMGET = 0xFFFFFFFF\nstart\nadvance 2s\nevent 0x5010\n"
-              "expect call SetInverterParams(4294967294, 4294967295) = 0x0");
+    bench.run(R"(
+        firmware PWMGET = 0xFFFFFFFF
+        start
+        advance 2s
+        event 0x5010
+        expect call SetInverterParams(4294967294, 4294967295) = 0x0)");
 }
 
 // On a thread that uses COM already the connection counts as failed, and COM stays in use exactly as before.

@@ -12,13 +12,6 @@ constexpr char PARAMETERS_KEY[] = "SVC\\Transform\\Parameters";
 constexpr char MULTIMODE_KEY[] = "HKLM\\SOFTWARE\\Mestra\\MultiMode";
 constexpr char ROTATION_KEY[] = "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation";
 
-size_t writes_of(const char* device) {
-    size_t count = 0;
-    for (const sim::TraceLine& line : sim::machine().trace)
-        count += line.text.starts_with(format("write %s ", device));
-    return count;
-}
-
 // The two-in-one commands behind the last reading of the option status.
 std::string thermal_commands() {
     std::string commands;
@@ -58,7 +51,10 @@ const OptionCase g_options[] = {
 // clang-format on
 
 // Thermal control of version 3 with the two-in-one function, so that flip mode shows.
-constexpr char THERMAL[] = "firmware DYTC = 1\n firmware DYTC(0) = 0x30000001\n firmware DYTC(3) = 0x40001";
+constexpr char THERMAL[] = R"(
+    firmware DYTC = 1
+    firmware DYTC(0) = 0x30000001
+    firmware DYTC(3) = 0x40001)";
 
 TEST(FormFactorOptions, EveryRowFromEveryState) {
     for (const OptionCase& test : g_options) {
@@ -69,18 +65,26 @@ TEST(FormFactorOptions, EveryRowFromEveryState) {
             Bench bench;
             bench.run(THERMAL);
             // Posture 0 leaves the indicator to the options.
-            bench.run(format("firmware GMMS = 0\n firmware GOPT(0) = 0x%x\n firmware GOPT(0x200) = 0x3\n "
-                             "start\n advance 2s\n"
-                             "device slate = %d\n device dock = %d\n firmware GOPT(0x200) = 0x%x\n"
-                             "event 0x4012\n event 0x4012\n check handles 0",
+            bench.run(format(R"(
+                firmware GMMS = 0
+                firmware GOPT(0) = 0x%x
+                firmware GOPT(0x200) = 0x3
+                start
+                advance 2s
+                device slate = %d
+                device dock = %d
+                firmware GOPT(0x200) = 0x%x
+                event 0x4012
+                event 0x4012
+                check handles 0)",
                              test.version, slate, dock, test.status));
             const int slate_after = test.slate == KEPT ? slate : test.slate;
             const int dock_after = test.dock == KEPT ? dock : test.dock;
             EXPECT_EQ(indicator_state(Interface::Slate), slate_after);
             EXPECT_EQ(indicator_state(Interface::Dock), dock_after);
             // Written once at most: the second event finds it done.
-            EXPECT_EQ(writes_of("slate"), slate_after != slate);
-            EXPECT_EQ(writes_of("dock"), dock_after != dock);
+            EXPECT_EQ(traced("write slate "), slate_after != slate);
+            EXPECT_EQ(traced("write dock "), dock_after != dock);
             if (test.version >= 0x100) {
                 EXPECT_EQ(thermal_commands(), test.thermal);
             }
@@ -110,8 +114,13 @@ TEST(FormFactorPostures, EveryStateIsPublished) {
         for (int from = 0; from < 2; ++from) {
             SCOPED_TRACE(format("word 0x%x from %d", test.word, from));
             Bench bench;
-            bench.run(format("registry set HKLM\\SOFTWARE\\Dolby\\DAX\n firmware GMMS = 0\n start\n"
-                             "device slate = %d\n firmware GMMS = 0x%x\n event 0x60C0",
+            bench.run(format(R"(
+                registry set HKLM\SOFTWARE\Dolby\DAX
+                firmware GMMS = 0
+                start
+                device slate = %d
+                firmware GMMS = 0x%x
+                event 0x60C0)",
                              from, test.word));
             EXPECT_EQ(indicator_state(Interface::Slate), test.slate == KEPT ? from : test.slate);
             EXPECT_EQ(sim::registry_dword(STATUS_KEY, "MM"), test.state);
@@ -137,7 +146,11 @@ TEST(FormFactorPostures, TimeStamps) {
     };
     for (const auto& test : cases) {
         Bench bench;
-        bench.run(format("start\n windows time \"%s\"\n event 0x60C0", test.time));
+        bench.run(format(R"(
+            start
+            windows time "%s"
+            event 0x60C0)",
+                         test.time));
         EXPECT_EQ(sim::registry_text(MULTIMODE_KEY, "ModeChangeTimeStamp"), test.stamp);
         EXPECT_EQ(sim::registry_value(MULTIMODE_KEY, "ModeChangeTimeStamp")->bytes.size(),
                   2 * (std::string(test.stamp).size() + 1));
@@ -160,65 +173,78 @@ TEST(FormFactorPostures, ForeignTimeStamps) {
     }
 }
 
-// "PARAM" and "BUILD" stand for what follows them up to the type.
-std::string support_setup(std::string text) {
-    static const std::pair<std::string, std::string> words[] = {
-        {"INODE", "hardware \"ACPI\\INT33D6\" present\nregistry set SVC\\Transform\\Parameters"},
-        {"PARAM", "registry set SVC\\Transform\\Parameters"},
-        {"BUILD",
-         "registry set \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\" CurrentBuildNumber"},
-    };
-    for (const auto& [word, meaning] : words) {
-        for (size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += meaning.size())
-            text.replace(at, word.size(), meaning);
-    }
-    return text;
+void expect_support(const std::string& setup, bool supported) {
+    SCOPED_TRACE(setup);
+    Bench bench;
+    bench.run(setup + "\nfirmware GMMS = 3\nstart");
+    EXPECT_EQ(traced("write slate "), supported);
 }
 
+struct SupportCase {
+    const char* given;
+    bool supported;
+};
+
 TEST(FormFactorPostures, SupportDecision) {
-    static const struct {
-        const char* setup;
-        bool supported;
-    } cases[] = {
-        {"", true},
-        {"INODE", false}, // the key without the value: the default
-        {"INODE ChkINode dword 1", false},
-        {"INODE ChkINode dword 0", true},
-        {"INODE ChkINode dword 2", true},
+    static const SupportCase with_inode[] = {
+        {"", false}, // the key without the value: the default
+        {"ChkINode dword 1", false},
+        {"ChkINode dword 0", true},
+        {"ChkINode dword 2", true},
         // The type does not matter, up to 4 bytes; a longer value counts as the default.
-        {"INODE ChkINode sz \"\"", true},
-        {"INODE ChkINode binary 01000000", false},
-        {"INODE ChkINode raw 4 0000000000", false},
-        {"INODE ChkINode raw 4 00", true},
-        {"BUILD sz \"9600\"", true}, // nobody asks
-        {"PARAM ChkOSV dword 1\n BUILD sz \"9600\"", false},
-        {"PARAM ChkOSV dword 1\n BUILD sz \"9601\"", true},
-        {"PARAM ChkOSV dword 1\n BUILD sz \"19041 (x)\"", true},
-        {"PARAM ChkOSV dword 1\n BUILD sz \"x19041\"", false},
-        {"PARAM ChkOSV dword 1\n BUILD sz \"99999999999999999999\"", true},
-        {"PARAM ChkOSV dword 1\n BUILD raw 1 31003900300034003100", true}, // without its end
-        {"PARAM ChkOSV dword 1\n BUILD raw 1 310039003000340031", false},  // half a character less: 1904
-        {"PARAM ChkOSV dword 1\n BUILD dword 19041", false},
-        {"PARAM ChkOSV dword 1\n registry delete \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\"",
-         false},
-        {"registry refuse SVC\\Transform\\Parameters", false},
-        {"registry refuse SVC\\Transform\\CurrentStatus", false},
-        {"registry refuse HKLM\\SOFTWARE\\Mestra\\MultiMode", true},
+        {"ChkINode sz \"\"", true},
+        {"ChkINode binary 01000000", false},
+        {"ChkINode raw 4 0000000000", false},
+        {"ChkINode raw 4 00", true},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.setup);
-        Bench bench;
-        bench.run(support_setup(test.setup) + "\nfirmware GMMS = 3\nstart");
-        EXPECT_EQ(writes_of("slate"), test.supported);
-    }
+    for (const SupportCase& test : with_inode)
+        expect_support(format(R"(
+            hardware "ACPI\INT33D6" present
+            registry set SVC\Transform\Parameters %s)",
+                              test.given),
+                       test.supported);
+    static const SupportCase builds[] = {
+        {"sz \"9600\"", false},
+        {"sz \"9601\"", true},
+        {"sz \"19041 (x)\"", true},
+        {"sz \"x19041\"", false},
+        {"sz \"99999999999999999999\"", true},
+        {"raw 1 31003900300034003100", true}, // without its end
+        {"raw 1 310039003000340031", false},  // half a character less: 1904
+        {"dword 19041", false},
+    };
+    for (const SupportCase& test : builds)
+        expect_support(format(R"(
+            registry set SVC\Transform\Parameters ChkOSV dword 1
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion" CurrentBuildNumber %s)",
+                              test.given),
+                       test.supported);
+    static const SupportCase others[] = {
+        {"", true},
+        // Nobody asks for the build.
+        {R"(registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion" CurrentBuildNumber sz "9600")",
+         true},
+        {R"(
+            registry set SVC\Transform\Parameters ChkOSV dword 1
+            registry delete "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion")",
+         false},
+        {R"(registry refuse SVC\Transform\Parameters)", false},
+        {R"(registry refuse SVC\Transform\CurrentStatus)", false},
+        {R"(registry refuse HKLM\SOFTWARE\Mestra\MultiMode)", true},
+    };
+    for (const SupportCase& test : others)
+        expect_support(test.given, test.supported);
 }
 
 // Without support the indicators stay, but the states are published all the same and flip mode begins.
 TEST(FormFactorPostures, WithoutSupport) {
     Bench bench;
-    bench.run(support_setup(
-                  "INODE\n firmware GMMS = 3\n firmware GOPT(0) = 0x102\n firmware GOPT(0x200) = 0x10001\n") +
-              THERMAL + R"(
+    bench.run(std::string(THERMAL) + R"(
+        hardware "ACPI\INT33D6" present
+        registry set SVC\Transform\Parameters
+        firmware GMMS = 3
+        firmware GOPT(0) = 0x102
+        firmware GOPT(0x200) = 0x10001
         start
         advance 2s
         check registry SVC\Transform\CurrentStatus MM = 3
@@ -243,42 +269,46 @@ TEST(FormFactorRotation, PostureEvents) {
         if (harrow != 0)
             bench.run("registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion sz \"GD1\"");
         // Only bit 0 of the setting counts.
-        bench.run(format("start\n registry set SVC\\Status LastSystemTransformation dword %d\n"
-                         "registry set %s Enable dword %d\n event %s",
+        bench.run(format(R"(
+            start
+            registry set SVC\Status LastSystemTransformation dword %d
+            registry set %s Enable dword %d
+            event %s)",
                          previous, ROTATION_KEY, rotation | 6, posture != 0 ? "0x500A" : "0x5009"));
-        EXPECT_EQ(writes_of("button"), harrow != 0 && rotation == posture && previous != posture ? 2u : 0u);
+        EXPECT_EQ(traced("write button "),
+                  harrow != 0 && rotation == posture && previous != posture ? 2u : 0u);
         EXPECT_EQ(sim::registry_dword("SVC\\Status", "LastSystemTransformation"),
                   static_cast<DWORD>(harrow != 0 ? posture : previous));
     }
 }
 
 TEST(FormFactorRotation, Script) {
-    const char harrow[] = R"(registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1")";
-    run_cases(harrow, {
-                          {"no auto-rotation: the posture is recorded all the same", R"(
+    const ScriptCase cases[] = {
+        {"no auto-rotation: the posture is recorded all the same", R"(
             start
             event 0x500A
             expect no write *
             check registry SVC\Status LastSystemTransformation = 1
             check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation absent)"},
-                          {"no previous posture: nothing is recorded", R"(
+        {"no previous posture: nothing is recorded", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
             start
             registry delete SVC\Status LastSystemTransformation
             event 0x500A
             expect no write *
             check registry SVC\Status LastSystemTransformation absent)"},
-                          {"tablet at start: rotation on", R"(
+        {"tablet at start: rotation on", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 0
             firmware TABGETSTATE = 8
             start
             check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 1)"},
-                          {"firmware silent at start: left alone", R"(
+        {"firmware silent at start: left alone", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 3
             firmware TABGETSTATE fails
             start
             check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 3)"},
-                      });
+    };
+    run_cases(R"(registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1")", cases);
 }
 
 // Start-up alignment does not look at the platform, only at what was recorded.
@@ -288,8 +318,11 @@ TEST(FormFactorRotation, Alignment) {
         const int last = bits >> 1; // 2: some other number
         SCOPED_TRACE(format("tablet %d last %d", tablet, last));
         Bench bench;
-        bench.run(format("registry set SVC\\Status LastSystemTransformation dword %d\n"
-                         "registry set %s Enable dword 5\n firmware TABGETSTATE = %d\n start",
+        bench.run(format(R"(
+            registry set SVC\Status LastSystemTransformation dword %d
+            registry set %s Enable dword 5
+            firmware TABGETSTATE = %d
+            start)",
                          last, ROTATION_KEY, tablet != 0 ? 8 : 0));
         const DWORD enable = tablet == 0 && last != 1 ? 0 : tablet != 0 && last == 0 ? 1 : 5;
         EXPECT_EQ(sim::registry_dword(ROTATION_KEY, "Enable"), enable);

@@ -7,87 +7,88 @@
 
 static const std::string g_store = "HKCR\\QWRSAUTO.PMHELPER\\";
 
+static const ScriptCase g_commands[] = {
+    {"the global policy is saved", R"(
+        helper 1
+        expect next registry create HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy
+        expect next registry HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy Policies = *
+        expect next result helper 1 = 0)"},
+    {"unless it cannot be read", R"(
+        fail ReadGlobalPwrPolicy
+        helper 1
+        expect next result helper 1 = 0)"},
+    {"the active scheme's index is saved", R"(
+        helper 2
+        expect registry HKCR\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
+        expect next result helper 2 = 0)"},
+    {"unless it cannot be read", R"(
+        windows scheme fails
+        helper 2
+        expect next result helper 2 = 0)"},
+    {"a store that refuses is ignored", R"(
+        registry set HKCR\QWRSAUTO.PMHELPER
+        registry refuse HKCR\QWRSAUTO.PMHELPER
+        helper 2
+        expect next result helper 2 = 0)"},
+    {"a scheme that cannot be read is neither saved nor restored", R"(
+        fail ReadPwrScheme
+        helper 3
+        expect next result helper 3 = 0
+        fail ReadPwrScheme
+        helper 4
+        expect next result helper 4 = 0)"},
+    {"without a stored policy the system's own is activated", R"(
+        helper 4
+        expect next call SetActivePwrScheme(2, null, policy) = 1
+        expect next result helper 4 = 0)"},
+    {"without an index scheme 0 is restored", R"(
+        windows scheme fails
+        helper 4
+        expect next call SetActivePwrScheme(0, null, policy) = 1)"},
+    {"monitor off", R"(
+        helper 5
+        expect next call WritePwrScheme(2) = 1
+        expect next call SetActivePwrScheme(2, null, null) = 1
+        expect next call WritePwrScheme(2) = 1
+        expect next result helper 5 = 2)"},
+    {"monitor off without an index", R"(
+        windows scheme fails
+        helper 5
+        expect next result helper 5 = 0)"},
+    {"monitor off without the scheme", R"(
+        fail ReadPwrScheme
+        helper 5
+        expect next result helper 5 = 2)"},
+    {"a scheme is activated", R"(
+        helper 6 3
+        expect next call SetActivePwrScheme(3, null, null) = 1
+        expect next result helper 6 = 0
+        helper 5
+        expect result helper 5 = 3)"},
+    {"other commands do nothing", R"(
+        helper 0
+        expect next result helper 0 = 0
+        helper 7 3
+        expect next result helper 7 = 0
+        helper 0x100000001
+        expect next result helper 4294967297 = 0
+        helper 0xFFFFFFFF
+        expect next result helper 4294967295 = 0)"},
+    {"no library, no effect", R"(
+        windows powrprof missing
+        helper 1
+        helper 2
+        helper 3
+        helper 4
+        helper 5
+        expect next result helper 5 = 0
+        helper 6 3
+        expect next result helper 6 = 0
+        check registry HKCR\QWRSAUTO.PMHELPER absent)"},
+};
+
 TEST(Helper, Commands) {
-    const ScriptCase cases[] = {
-        {"the global policy is saved", R"(
-            helper 1
-            expect next registry create HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy
-            expect next registry HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy Policies = *
-            expect next result helper 1 = 0)"},
-        {"unless it cannot be read", R"(
-            fail ReadGlobalPwrPolicy
-            helper 1
-            expect next result helper 1 = 0)"},
-        {"the active scheme's index is saved", R"(
-            helper 2
-            expect registry HKCR\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
-            expect next result helper 2 = 0)"},
-        {"unless it cannot be read", R"(
-            windows scheme fails
-            helper 2
-            expect next result helper 2 = 0)"},
-        {"a store that refuses is ignored", R"(
-            registry set HKCR\QWRSAUTO.PMHELPER
-            registry refuse HKCR\QWRSAUTO.PMHELPER
-            helper 2
-            expect next result helper 2 = 0)"},
-        {"a scheme that cannot be read is neither saved nor restored", R"(
-            fail ReadPwrScheme
-            helper 3
-            expect next result helper 3 = 0
-            fail ReadPwrScheme
-            helper 4
-            expect next result helper 4 = 0)"},
-        {"without a stored policy the system's own is activated", R"(
-            helper 4
-            expect next call SetActivePwrScheme(2, null, policy) = 1
-            expect next result helper 4 = 0)"},
-        {"without an index scheme 0 is restored", R"(
-            windows scheme fails
-            helper 4
-            expect next call SetActivePwrScheme(0, null, policy) = 1)"},
-        {"monitor off", R"(
-            helper 5
-            expect next call WritePwrScheme(2) = 1
-            expect next call SetActivePwrScheme(2, null, null) = 1
-            expect next call WritePwrScheme(2) = 1
-            expect next result helper 5 = 2)"},
-        {"monitor off without an index", R"(
-            windows scheme fails
-            helper 5
-            expect next result helper 5 = 0)"},
-        {"monitor off without the scheme", R"(
-            fail ReadPwrScheme
-            helper 5
-            expect next result helper 5 = 2)"},
-        {"a scheme is activated", R"(
-            helper 6 3
-            expect next call SetActivePwrScheme(3, null, null) = 1
-            expect next result helper 6 = 0
-            helper 5
-            expect result helper 5 = 3)"},
-        {"other commands do nothing", R"(
-            helper 0
-            expect next result helper 0 = 0
-            helper 7 3
-            expect next result helper 7 = 0
-            helper 0x100000001
-            expect next result helper 4294967297 = 0
-            helper 0xFFFFFFFF
-            expect next result helper 4294967295 = 0)"},
-        {"no library, no effect", R"(
-            windows powrprof missing
-            helper 1
-            helper 2
-            helper 3
-            helper 4
-            helper 5
-            expect next result helper 5 = 0
-            helper 6 3
-            expect next result helper 6 = 0
-            check registry HKCR\QWRSAUTO.PMHELPER absent)"},
-    };
-    run_cases("windows scheme 2\nrun \"-helper\"", cases);
+    run_cases("windows scheme 2\nrun \"-helper\"", g_commands);
 }
 
 TEST(Helper, OneInEverySession) {
@@ -115,18 +116,31 @@ TEST(Helper, OneInEverySession) {
         expect next refused helper 5)");
     // The window is gone, the process lives on and keeps its place.
     EXPECT_NE(nullptr, sim::find_process("-helper", 1));
-    bench.run("run \"-helper\"\nexpect process \"-helper\" ended 0\nhelper session 2 2\nexpect result helper "
-              "2 = 0");
+    bench.run(R"(
+        run "-helper"
+        expect process "-helper" ended 0
+        helper session 2 2
+        expect result helper 2 = 0)");
 }
 
 TEST(Helper, WithoutAWindowItEnds) {
-    run_cases(
-        "",
-        {{"no window", "fail CreateWindowExW\nrun \"-helper\"\nexpect next process \"-helper\" ended 0"},
-         {"no class, so no window", "fail RegisterClassExW\nrun \"-helper\"\nexpect next process *"},
-         {"no cursor is no matter",
-          "fail LoadCursorW\nrun \"-helper\"\nhelper 2\nexpect result helper 2 = 0"},
-         {"the loop fails", "fail GetMessageW\nrun \"-helper\"\nexpect next process \"-helper\" ended 0"}});
+    run_cases("", {{"no window", R"(
+        fail CreateWindowExW
+        run "-helper"
+        expect next process "-helper" ended 0)"},
+                   {"no class, so no window", R"(
+                       fail RegisterClassExW
+                       run "-helper"
+                       expect next process *)"},
+                   {"no cursor is no matter", R"(
+                       fail LoadCursorW
+                       run "-helper"
+                       helper 2
+                       expect result helper 2 = 0)"},
+                   {"the loop fails", R"(
+                       fail GetMessageW
+                       run "-helper"
+                       expect next process "-helper" ended 0)"}});
 }
 
 TEST(Helper, OtherMessagesAreNoCommands) {
@@ -194,12 +208,22 @@ TEST(Helper, SavingAndRestoring) {
 
 TEST(Helper, NothingGrowsWithEveryCommand) {
     Bench bench;
-    bench.run("run \"-helper\"\nhelper 1\nhelper 2\nhelper 3");
+    bench.run(R"(
+        run "-helper"
+        helper 1
+        helper 2
+        helper 3)");
     sim::Process* helper = sim::find_process("-helper", 1);
     const size_t handles = sim::handle_count(helper);
     const size_t loads = sim::module_loads("powrprof.dll");
     for (int i = 0; i < 10; ++i)
-        bench.run("helper 1\nhelper 2\nhelper 3\nhelper 4\nhelper 5\nhelper 6 2");
+        bench.run(R"(
+            helper 1
+            helper 2
+            helper 3
+            helper 4
+            helper 5
+            helper 6 2)");
     EXPECT_EQ(handles, sim::handle_count(helper));
     EXPECT_EQ(0u, sim::loaded_modules());
     EXPECT_EQ(loads + 10 * (1 + 1 + 2 + 3 + 5 + 1), sim::module_loads("powrprof.dll"));

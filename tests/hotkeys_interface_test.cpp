@@ -4,114 +4,121 @@
 
 // Every page answers with masks of its own, to tell them apart.
 static const char FIRMWARE[] = R"(
-firmware MHKA(0) = 0x10
-firmware MHKA(1) = 0x884
-firmware MHKA(2) = 0x22
-firmware MHKA(3) = 0x33
-firmware MHKN(0) = 0x50
-firmware MHKN(1) = 0x51
-firmware MHKN(2) = 0x52
-firmware MHKN(3) = 0x53
+    firmware MHKA(0) = 0x10
+    firmware MHKA(1) = 0x884
+    firmware MHKA(2) = 0x22
+    firmware MHKA(3) = 0x33
+    firmware MHKN(0) = 0x50
+    firmware MHKN(1) = 0x51
+    firmware MHKN(2) = 0x52
+    firmware MHKN(3) = 0x53
 )";
 
 static const char EXTENDED[] = R"(
-expect next request MHKA(0x2) = 0x22
-expect next registry create SVC\Parameters2\Type10\Capability
-expect next registry SVC\Parameters2\Type10\Capability Type12 = 0x22
-expect next request MHKA(0x3) = 0x33
-expect next registry SVC\Parameters2\Type10\Capability Type13 = 0x33
-expect next request MHKN(0x2) = 0x52
-expect next registry create SVC\Parameters2\Type10\CurrentSetting
-expect next registry SVC\Parameters2\Type10\CurrentSetting Type11 = 0x0
-expect next registry SVC\Parameters2\Type10\CurrentSetting Type12 = 0x52
-expect next request MHKN(0x3) = 0x53
-expect next registry SVC\Parameters2\Type10\CurrentSetting Type13 = 0x53
-expect next registry create SVC\Parameters2\Type10\OverrideSetting
-expect next registry SVC\Parameters2\Type10\OverrideSetting @ = 0x0
-expect next registry create SVC\Parameters2\Type10\Notification
-expect next registry SVC\Parameters2\Type10\Notification Type11 = 0x0
-expect next registry SVC\Parameters2\Type10\Notification Type12 = 0x52
-expect next registry SVC\Parameters2\Type10\Notification Type13 = 0x53
-expect next registry create SVC\Parameters2\Type20\Capability
-expect next registry SVC\Parameters2\Type20\Capability Type21 = 0x0
-expect next registry SVC\Parameters2\Type20\Capability Type22 = 0x0
-expect next registry create SVC\Parameters2\Type20\Notification
-expect next registry SVC\Parameters2\Type20\Notification Type21 = 0x0
-expect next registry SVC\Parameters2\Type20\Notification Type22 = 0x0
-expect next registry SVC\Parameters2\Type10\CurrentSetting @ = 0x52
+    expect next request MHKA(0x2) = 0x22
+    expect next registry create SVC\Parameters2\Type10\Capability
+    expect next registry SVC\Parameters2\Type10\Capability Type12 = 0x22
+    expect next request MHKA(0x3) = 0x33
+    expect next registry SVC\Parameters2\Type10\Capability Type13 = 0x33
+    expect next request MHKN(0x2) = 0x52
+    expect next registry create SVC\Parameters2\Type10\CurrentSetting
+    expect next registry SVC\Parameters2\Type10\CurrentSetting Type11 = 0x0
+    expect next registry SVC\Parameters2\Type10\CurrentSetting Type12 = 0x52
+    expect next request MHKN(0x3) = 0x53
+    expect next registry SVC\Parameters2\Type10\CurrentSetting Type13 = 0x53
+    expect next registry create SVC\Parameters2\Type10\OverrideSetting
+    expect next registry SVC\Parameters2\Type10\OverrideSetting @ = 0x0
+    expect next registry create SVC\Parameters2\Type10\Notification
+    expect next registry SVC\Parameters2\Type10\Notification Type11 = 0x0
+    expect next registry SVC\Parameters2\Type10\Notification Type12 = 0x52
+    expect next registry SVC\Parameters2\Type10\Notification Type13 = 0x53
+    expect next registry create SVC\Parameters2\Type20\Capability
+    expect next registry SVC\Parameters2\Type20\Capability Type21 = 0x0
+    expect next registry SVC\Parameters2\Type20\Capability Type22 = 0x0
+    expect next registry create SVC\Parameters2\Type20\Notification
+    expect next registry SVC\Parameters2\Type20\Notification Type21 = 0x0
+    expect next registry SVC\Parameters2\Type20\Notification Type22 = 0x0
+    expect next registry SVC\Parameters2\Type10\CurrentSetting @ = 0x52
 )";
 
+namespace {
+
+struct VersionCase {
+    const char* name;
+    const char* version;
+    std::string script;
+};
+
+} // namespace
+
+static const VersionCase g_versions[] = {
+    {"0x100", "= 0x100", R"(
+        expect request MHKV(0x0) = 0x100
+        expect next request MHKA(0x0) = 0x10
+        expect registry SVC\Parameters\InterfaceVersion @ = 0x102
+        expect next request MHKN(0x0) = 0x50
+        expect registry SVC\Parameters\Notification @ = 0x50
+        expect next registry SVC\Parameters\Notification Type2 = 0x0
+        expect next request MHKV(0x0) = 0x100
+        expect next registry create SVC\Parameters2\Type10\Capability
+        expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
+        expect count 2 registry *SVC\Parameters2*)"},
+    {"0x200", "= 0x200",
+     std::string(R"(
+         expect request MHKV(0x0) = 0x200
+         expect next request MHKA(0x1) = 0x884
+         expect next registry create SVC\Parameters\Capability
+         expect next registry SVC\Parameters\Capability @ = 0x884
+         expect next registry SVC\Parameters\Capability IsExistPMInternalFunction = 0x804
+         expect next registry SVC\Parameters\Capability OverrideCapability = 0x804
+         expect next registry SVC\Parameters\Capability Type2 = 0x7fffffff
+         expect next registry create SVC\Parameters\InterfaceVersion
+         expect next registry SVC\Parameters\InterfaceVersion @ = 0x201
+         expect next request MHKN(0x1) = 0x51
+         expect next registry create SVC\Parameters\CurrentSetting
+         expect next registry SVC\Parameters\CurrentSetting @ = 0x51
+         expect next registry create SVC\Parameters\OverrideSetting
+         expect next registry SVC\Parameters\OverrideSetting @ = 0x0
+         expect next registry create SVC\Parameters\Notification
+         expect next registry SVC\Parameters\Notification @ = 0x51
+         expect next registry SVC\Parameters\Notification Type2 = 0x0
+         expect next request MHKV(0x0) = 0x200)") +
+         EXTENDED},
+    {"between", "= 0x180", R"(
+        expect registry SVC\Parameters\InterfaceVersion @ = 0x181
+        expect count 2 registry *SVC\Parameters\*
+        expect registry SVC\Parameters2\Type10\Capability @ = 0x0
+        expect count 0 request MHKN*)"},
+    {"above", "= 0x300",
+     std::string(R"(
+         expect registry SVC\Parameters\InterfaceVersion @ = 0x301
+         expect count 2 registry *SVC\Parameters\*
+         expect next request MHKV(0x0) = 0x300)") +
+         EXTENDED},
+    {"the last", "= 0xffffffff", "expect registry SVC\\Parameters\\InterfaceVersion @ = 0x0"},
+    {"too old", "= 0xff", R"(
+        expect registry SVC\Parameters\Capability @ = 0x0
+        expect count 2 registry *SVC\Parameters\*
+        expect next request MHKV(0x0) = 0xff
+        expect next registry create SVC\Parameters2\Type10\Capability
+        expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
+        expect count 2 registry *SVC\Parameters2*)"},
+    {"unknown", "fails", R"(
+        expect registry SVC\Parameters\Capability @ = 0x0
+        expect count 2 registry *SVC\Parameters\*
+        expect registry SVC\Parameters2\Type10\Capability @ = 0x0
+        expect count 2 registry *SVC\Parameters2*)"},
+    {"half an answer", "= 0x100 bytes 1", R"(
+        expect registry SVC\Parameters\Capability @ = 0x0
+        check registry SVC\Parameters\InterfaceVersion absent)"},
+    {"the device goes away for the extended part", "= 0x200 times 1\nfirmware MHKV fails", R"(
+        expect registry SVC\Parameters\InterfaceVersion @ = 0x201
+        expect registry SVC\Parameters2\Type10\Capability @ = 0x0
+        expect count 2 registry *SVC\Parameters2*)"},
+};
+
 TEST(HotkeyInterface, EveryVersionOfTheFirmwareGetsItsInterface) {
-    struct {
-        const char* name;
-        const char* version;
-        std::string script;
-    } static const cases[] = {
-        {"0x100", "= 0x100", R"(
-            expect request MHKV(0x0) = 0x100
-            expect next request MHKA(0x0) = 0x10
-            expect registry SVC\Parameters\InterfaceVersion @ = 0x102
-            expect next request MHKN(0x0) = 0x50
-            expect registry SVC\Parameters\Notification @ = 0x50
-            expect next registry SVC\Parameters\Notification Type2 = 0x0
-            expect next request MHKV(0x0) = 0x100
-            expect next registry create SVC\Parameters2\Type10\Capability
-            expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
-            expect count 2 registry *SVC\Parameters2*)"},
-        {"0x200", "= 0x200",
-         std::string(R"(
-            expect request MHKV(0x0) = 0x200
-            expect next request MHKA(0x1) = 0x884
-            expect next registry create SVC\Parameters\Capability
-            expect next registry SVC\Parameters\Capability @ = 0x884
-            expect next registry SVC\Parameters\Capability IsExistPMInternalFunction = 0x804
-            expect next registry SVC\Parameters\Capability OverrideCapability = 0x804
-            expect next registry SVC\Parameters\Capability Type2 = 0x7fffffff
-            expect next registry create SVC\Parameters\InterfaceVersion
-            expect next registry SVC\Parameters\InterfaceVersion @ = 0x201
-            expect next request MHKN(0x1) = 0x51
-            expect next registry create SVC\Parameters\CurrentSetting
-            expect next registry SVC\Parameters\CurrentSetting @ = 0x51
-            expect next registry create SVC\Parameters\OverrideSetting
-            expect next registry SVC\Parameters\OverrideSetting @ = 0x0
-            expect next registry create SVC\Parameters\Notification
-            expect next registry SVC\Parameters\Notification @ = 0x51
-            expect next registry SVC\Parameters\Notification Type2 = 0x0
-            expect next request MHKV(0x0) = 0x200)") +
-             EXTENDED},
-        {"between", "= 0x180", R"(
-            expect registry SVC\Parameters\InterfaceVersion @ = 0x181
-            expect count 2 registry *SVC\Parameters\*
-            expect registry SVC\Parameters2\Type10\Capability @ = 0x0
-            expect count 0 request MHKN*)"},
-        {"above", "= 0x300",
-         std::string(R"(
-            expect registry SVC\Parameters\InterfaceVersion @ = 0x301
-            expect count 2 registry *SVC\Parameters\*
-            expect next request MHKV(0x0) = 0x300)") +
-             EXTENDED},
-        {"the last", "= 0xffffffff", "expect registry SVC\\Parameters\\InterfaceVersion @ = 0x0"},
-        {"too old", "= 0xff", R"(
-            expect registry SVC\Parameters\Capability @ = 0x0
-            expect count 2 registry *SVC\Parameters\*
-            expect next request MHKV(0x0) = 0xff
-            expect next registry create SVC\Parameters2\Type10\Capability
-            expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
-            expect count 2 registry *SVC\Parameters2*)"},
-        {"unknown", "fails", R"(
-            expect registry SVC\Parameters\Capability @ = 0x0
-            expect count 2 registry *SVC\Parameters\*
-            expect registry SVC\Parameters2\Type10\Capability @ = 0x0
-            expect count 2 registry *SVC\Parameters2*)"},
-        {"half an answer", "= 0x100 bytes 1", R"(
-            expect registry SVC\Parameters\Capability @ = 0x0
-            check registry SVC\Parameters\InterfaceVersion absent)"},
-        {"the device goes away for the extended part", "= 0x200 times 1\nfirmware MHKV fails", R"(
-            expect registry SVC\Parameters\InterfaceVersion @ = 0x201
-            expect registry SVC\Parameters2\Type10\Capability @ = 0x0
-            expect count 2 registry *SVC\Parameters2*)"},
-    };
-    for (const auto& row : cases) {
+    for (const VersionCase& row : g_versions) {
         SCOPED_TRACE(row.name);
         Bench bench;
         bench.run(FIRMWARE + std::string("firmware MHKV ") + row.version + "\nstart\n" + row.script);
@@ -159,38 +166,38 @@ TEST(HotkeyInterface, AStepThatFailsEndsItsOwnPartOnly) {
 
 TEST(HotkeyInterface, ARestartKeepsWhatIsTheClientsAndRenewsTheRest) {
     const std::string change = std::string("\nstart\nstop\n") + R"(
-registry set SVC\Parameters\Capability @ dword 1
-registry set SVC\Parameters\CurrentSetting @ dword 2
-registry set SVC\Parameters\OverrideSetting @ dword 0x800
-registry set SVC\Parameters\Notification @ dword 4
-registry set SVC\Parameters\Notification Type2 dword 5
-registry set SVC\Parameters2\Type10\CurrentSetting @ dword 6
-registry set SVC\Parameters2\Type10\CurrentSetting Type12 dword 7
-registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 8
-registry set SVC\Parameters2\Type10\OverrideSetting @ dword 9
-registry set SVC\Parameters2\Type10\Notification Type12 dword 10
-registry set SVC\Parameters2\Type20\Notification Type22 dword 11
-start
-check registry SVC\Parameters\OverrideSetting @ = 0x800
-check registry SVC\Parameters\Notification Type2 = 0
-check registry SVC\Parameters2\Type10\OverrideSetting @ = 9
-)";
+        registry set SVC\Parameters\Capability @ dword 1
+        registry set SVC\Parameters\CurrentSetting @ dword 2
+        registry set SVC\Parameters\OverrideSetting @ dword 0x800
+        registry set SVC\Parameters\Notification @ dword 4
+        registry set SVC\Parameters\Notification Type2 dword 5
+        registry set SVC\Parameters2\Type10\CurrentSetting @ dword 6
+        registry set SVC\Parameters2\Type10\CurrentSetting Type12 dword 7
+        registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 8
+        registry set SVC\Parameters2\Type10\OverrideSetting @ dword 9
+        registry set SVC\Parameters2\Type10\Notification Type12 dword 10
+        registry set SVC\Parameters2\Type20\Notification Type22 dword 11
+        start
+        check registry SVC\Parameters\OverrideSetting @ = 0x800
+        check registry SVC\Parameters\Notification Type2 = 0
+        check registry SVC\Parameters2\Type10\OverrideSetting @ = 9
+    )";
     const struct {
         const char* version;
         const char* script;
     } cases[] = {{"0x100", R"(
-            check registry SVC\Parameters\Capability @ = 0x10
-            check registry SVC\Parameters\CurrentSetting @ = 0x50
-            check registry SVC\Parameters\Notification @ = 0x50)"},
+        check registry SVC\Parameters\Capability @ = 0x10
+        check registry SVC\Parameters\CurrentSetting @ = 0x50
+        check registry SVC\Parameters\Notification @ = 0x50)"},
                  {"0x200", R"(
-            check registry SVC\Parameters\Capability @ = 0x884
-            check registry SVC\Parameters\CurrentSetting @ = 0x51
-            check registry SVC\Parameters\Notification @ = 4
-            check registry SVC\Parameters2\Type10\CurrentSetting @ = 0x52
-            check registry SVC\Parameters2\Type10\CurrentSetting Type12 = 0x52
-            check registry SVC\Parameters2\Type10\CurrentSetting Type13 = 0x53
-            check registry SVC\Parameters2\Type10\Notification Type12 = 0x52
-            check registry SVC\Parameters2\Type20\Notification Type22 = 0)"}};
+                     check registry SVC\Parameters\Capability @ = 0x884
+                     check registry SVC\Parameters\CurrentSetting @ = 0x51
+                     check registry SVC\Parameters\Notification @ = 4
+                     check registry SVC\Parameters2\Type10\CurrentSetting @ = 0x52
+                     check registry SVC\Parameters2\Type10\CurrentSetting Type12 = 0x52
+                     check registry SVC\Parameters2\Type10\CurrentSetting Type13 = 0x53
+                     check registry SVC\Parameters2\Type10\Notification Type12 = 0x52
+                     check registry SVC\Parameters2\Type20\Notification Type22 = 0)"}};
     for (const auto& row : cases) {
         SCOPED_TRACE(row.version);
         Bench bench;

@@ -2,13 +2,6 @@
 #include "tests/support/bench.h"
 
 // How often the platform is set up: every set-up ends with publishing the flag.
-static std::uint64_t set_ups(const sim::Machine& machine) {
-    std::uint64_t count = 0;
-    for (const sim::TraceLine& line : machine.trace)
-        count += line.text == "registry SVC\\Configurations\\ScreenRotation HRSPMode = 0x1";
-    return count;
-}
-
 // UTF-16 text as hexadecimal digits, without an end.
 static std::string hex(const std::string& text) {
     std::string digits;
@@ -55,15 +48,17 @@ TEST(HotkeyPlatform, TheMarkIsFoundWhereItCounts) {
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         Bench bench;
-        std::string script = "registry delete HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion\n"
-                             "registry delete HKLM\\HARDWARE\\DESCRIPTION\\System SystemBiosVersion\n";
+        std::string script = R"(
+            registry delete HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion
+            registry delete HKLM\HARDWARE\DESCRIPTION\System SystemBiosVersion
+        )";
         if (!row.bios.empty())
             script += "registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion " + row.bios + "\n";
         if (!row.system.empty())
             script +=
                 "registry set HKLM\\HARDWARE\\DESCRIPTION\\System SystemBiosVersion " + row.system + "\n";
         bench.run(script + "start\n");
-        EXPECT_EQ(row.set_ups, set_ups(bench.machine));
+        EXPECT_EQ(row.set_ups, traced("registry SVC\\Configurations\\ScreenRotation HRSPMode = 0x1"));
         EXPECT_EQ(row.set_ups != 0, sim::registry_has_key("SVC\\Configurations"));
         EXPECT_EQ(row.set_ups != 0, sim::registry_has_key("HKLM\\SOFTWARE\\Mestra\\ShortCutKey"));
     }
@@ -74,29 +69,29 @@ static const char HARROW[] = "registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\
 TEST(HotkeyPlatform, TheSetUpInItsOrder) {
     Bench bench;
     bench.run(HARROW + std::string(R"(
-start
-expect registry create SVC\Configurations
-expect next registry create SVC\Configurations\ScreenRotation
-expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x0
-expect next registry create SVC\Status
-expect next registry SVC\Status LastSystemTransformation = 0x0
-expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C AppType = 0x3
-expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess Parameters = "TabletToClamshellForHarrow"
-expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E AppType = 0x3
-expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess Parameters = "FlipButtonForHarrow"
-expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B AppType = 0x3
-expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
-expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess Parameters = "ClamshellToTabletForHarrow"
-expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x1
-)"));
+        start
+        expect registry create SVC\Configurations
+        expect next registry create SVC\Configurations\ScreenRotation
+        expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x0
+        expect next registry create SVC\Status
+        expect next registry SVC\Status LastSystemTransformation = 0x0
+        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C AppType = 0x3
+        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess Parameters = "TabletToClamshellForHarrow"
+        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E AppType = 0x3
+        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess Parameters = "FlipButtonForHarrow"
+        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B AppType = 0x3
+        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
+        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess Parameters = "ClamshellToTabletForHarrow"
+        expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x1
+    )"));
     // With its null, as readers of the launch entries need it.
     const std::string key = "HKLM\\SOFTWARE\\Mestra\\ShortCutKey\\AppLaunch\\Ex_3E\\UIAccess";
     EXPECT_EQ(sim::wide_bytes("FlipButtonForHarrow"), sim::registry_value(key, "Parameters")->bytes);
@@ -112,11 +107,11 @@ TEST(HotkeyPlatform, TheSetUpOverwritesItsOwnAndSkipsWhatItCannotOpen) {
         check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3D AppType = 9
         check registry SVC\Status LastSystemTransformation = 0)"},
                        {"refused", R"(
-        registry refuse SVC\Configurations
-        registry refuse HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E
-        start
-        check registry SVC\Configurations\ScreenRotation HRSPMode absent
-        check registry SVC\Status LastSystemTransformation = 0
-        check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E AppType absent
-        check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess Parameters = "ClamshellToTabletForHarrow")"}});
+                           registry refuse SVC\Configurations
+                           registry refuse HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E
+                           start
+                           check registry SVC\Configurations\ScreenRotation HRSPMode absent
+                           check registry SVC\Status LastSystemTransformation = 0
+                           check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E AppType absent
+                           check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess Parameters = "ClamshellToTabletForHarrow")"}});
 }

@@ -53,6 +53,8 @@ static const char g_profile[] = R"(
     registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001" ProfileImagePath expand "%SystemDrive%\Users\Anna"
     windows hive "C:\Users\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")";
 
+namespace {
+
 struct UserCase {
     const char* name;
     std::string script;
@@ -60,79 +62,89 @@ struct UserCase {
     const char* effects; // "" for none
 };
 
+} // namespace
+
+static std::string repeated(const char* text, size_t times) {
+    std::string all;
+    for (size_t i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+static const std::string g_known = g_winlogon;
+static const std::string g_list =
+    R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001")";
+static const std::string g_logon = R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon")";
+static const char g_anna[] = "S-1-5-21-1-2-3-1001";
+static const char g_loaded[] = R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 0)";
+// 130 characters, all of them used.
+static const std::string g_full = repeated("6100", 130);
+
+static const UserCase g_users[] = {
+    {"nobody", "", ".DEFAULT", ""},
+    {"no domain", g_known + g_profile + "\nregistry delete " + g_logon + " AltDefaultDomainName", ".DEFAULT",
+     ""},
+    {"no user", g_known + g_profile + "\nregistry delete " + g_logon + " AltDefaultUserName", ".DEFAULT", ""},
+    {"a user's name of another type",
+     g_known + g_profile + "\nregistry set " + g_logon + " AltDefaultUserName multi \"anna\"", ".DEFAULT",
+     ""},
+    {"a name longer than the limit",
+     g_known + g_profile + "\nregistry set " + g_logon + " AltDefaultUserName raw 1 " + g_full + "0000",
+     ".DEFAULT", ""},
+    {"a name as long as the limit, without an end",
+     g_profile + g_known + "\nregistry set " + g_logon + " AltDefaultUserName raw 1 " + g_full +
+         "\nwindows account " + std::string(130, 'a') + " S-1-5-21-1-2-3-1001",
+     g_anna, g_loaded},
+    {"no such account", g_profile + g_known + "\nregistry set " + g_logon + " AltDefaultUserName sz \"bert\"",
+     ".DEFAULT", ""},
+    {"a SID too long for its place", g_known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8-9", ".DEFAULT",
+     ""},
+    {"the longest that fits", g_known + R"(
+        windows account anna S-1-5-1-2-3-4-5-6-7-8
+        registry set HKU\S-1-5-1-2-3-4-5-6-7-8)",
+     "S-1-5-1-2-3-4-5-6-7-8", ""},
+    {"the hive is loaded already", g_known + g_profile + "\nregistry set HKU\\S-1-5-21-1-2-3-1001", g_anna,
+     ""},
+    {"the hive is loaded from the profile", g_known + g_profile, g_anna, g_loaded},
+    {"the profile's path names the file itself",
+     g_known + g_profile + "\nregistry set " + g_list +
+         R"( ProfileImagePath expand "C:\Users\Anna\ntuser.dat")",
+     g_anna, g_loaded},
+    {"no profile", g_known, ".DEFAULT", ""},
+    {"a profile's path of another type",
+     g_known + g_profile + "\nregistry set " + g_list + R"( ProfileImagePath binary 43003a00)", ".DEFAULT",
+     ""},
+    // Windows would make an empty hive, or follow the link.
+    {"the profile is gone",
+     g_known + g_profile + "\nregistry set " + g_list + R"( ProfileImagePath expand "C:\Users\Gone")",
+     ".DEFAULT", ""},
+    {"the profile has no hive", g_known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" absent",
+     ".DEFAULT", ""},
+    {"a folder of the hive's name", g_known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" directory",
+     ".DEFAULT", ""},
+    {"the hive is a link", g_known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" link", ".DEFAULT",
+     ""},
+    {"the profile is a link", g_known + g_profile + "\nfile \"C:\\Users\\Anna\" link", ".DEFAULT", ""},
+    {"the path names a file in a link",
+     g_known + g_profile + "\nfile \"C:\\Users\\Anna\" link\nregistry set " + g_list +
+         R"( ProfileImagePath expand "C:\Users\Anna\\ntuser.dat")",
+     ".DEFAULT", ""},
+    {"a profile on the network",
+     g_known + "\nregistry set " + g_list +
+         R"( ProfileImagePath expand "\\server\Anna"
+            windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+     ".DEFAULT", ""},
+    {"a path too long once it is expanded",
+     g_known + g_profile + "\nregistry set " + g_list + " ProfileImagePath expand \"" +
+         "%userprofile%%userprofile%%userprofile%%userprofile%%userprofile%"
+         "%userprofile%%userprofile%%userprofile%\"",
+     ".DEFAULT", ""},
+    {"without the restore privilege", g_known + g_profile + "\nwindows privilege SeRestorePrivilege denied",
+     ".DEFAULT", ""},
+};
+
 TEST(UserPolicy, WhoTheUserIs) {
-    const std::string known = g_winlogon;
-    const std::string list =
-        R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001")";
-    const std::string logon = R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon")";
-    const char* anna = "S-1-5-21-1-2-3-1001";
-    const char* loaded = R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 0)";
-    std::string full; // 130 characters, all of them used
-    for (int i = 0; i < 130; ++i)
-        full += "6100";
-    const UserCase cases[] = {
-        {"nobody", "", ".DEFAULT", ""},
-        {"no domain", known + g_profile + "\nregistry delete " + logon + " AltDefaultDomainName", ".DEFAULT",
-         ""},
-        {"no user", known + g_profile + "\nregistry delete " + logon + " AltDefaultUserName", ".DEFAULT", ""},
-        {"a user's name of another type",
-         known + g_profile + "\nregistry set " + logon + " AltDefaultUserName multi \"anna\"", ".DEFAULT",
-         ""},
-        {"a name longer than the limit",
-         known + g_profile + "\nregistry set " + logon + " AltDefaultUserName raw 1 " + full + "0000",
-         ".DEFAULT", ""},
-        {"a name as long as the limit, without an end",
-         g_profile + known + "\nregistry set " + logon + " AltDefaultUserName raw 1 " + full +
-             "\nwindows account " + std::string(130, 'a') + " S-1-5-21-1-2-3-1001",
-         anna, loaded},
-        {"no such account", g_profile + known + "\nregistry set " + logon + " AltDefaultUserName sz \"bert\"",
-         ".DEFAULT", ""},
-        {"a SID too long for its place", known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8-9", ".DEFAULT",
-         ""},
-        {"the longest that fits",
-         known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8\nregistry set "
-                 "HKU\\S-1-5-1-2-3-4-5-6-7-8",
-         "S-1-5-1-2-3-4-5-6-7-8", ""},
-        {"the hive is loaded already", known + g_profile + "\nregistry set HKU\\S-1-5-21-1-2-3-1001", anna,
-         ""},
-        {"the hive is loaded from the profile", known + g_profile, anna, loaded},
-        {"the profile's path names the file itself",
-         known + g_profile + "\nregistry set " + list +
-             R"( ProfileImagePath expand "C:\Users\Anna\ntuser.dat")",
-         anna, loaded},
-        {"no profile", known, ".DEFAULT", ""},
-        {"a profile's path of another type",
-         known + g_profile + "\nregistry set " + list + R"( ProfileImagePath binary 43003a00)", ".DEFAULT",
-         ""},
-        // Windows would make an empty hive, or follow the link.
-        {"the profile is gone",
-         known + g_profile + "\nregistry set " + list + R"( ProfileImagePath expand "C:\Users\Gone")",
-         ".DEFAULT", ""},
-        {"the profile has no hive", known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" absent",
-         ".DEFAULT", ""},
-        {"a folder of the hive's name",
-         known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" directory", ".DEFAULT", ""},
-        {"the hive is a link", known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" link", ".DEFAULT",
-         ""},
-        {"the profile is a link", known + g_profile + "\nfile \"C:\\Users\\Anna\" link", ".DEFAULT", ""},
-        {"the path names a file in a link",
-         known + g_profile + "\nfile \"C:\\Users\\Anna\" link\nregistry set " + list +
-             R"( ProfileImagePath expand "C:\Users\Anna\\ntuser.dat")",
-         ".DEFAULT", ""},
-        {"a profile on the network",
-         known + "\nregistry set " + list +
-             R"( ProfileImagePath expand "\\server\Anna"
-                windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
-         ".DEFAULT", ""},
-        {"a path too long once it is expanded",
-         known + g_profile + "\nregistry set " + list + " ProfileImagePath expand \"" +
-             "%userprofile%%userprofile%%userprofile%%userprofile%%userprofile%"
-             "%userprofile%%userprofile%%userprofile%\"",
-         ".DEFAULT", ""},
-        {"without the restore privilege", known + g_profile + "\nwindows privilege SeRestorePrivilege denied",
-         ".DEFAULT", ""},
-    };
-    for (const UserCase& row : cases) {
+    for (const UserCase& row : g_users) {
         SCOPED_TRACE(row.name);
         Bench bench;
         bench.run(row.script);

@@ -78,7 +78,11 @@ TEST(Service, ControlsAcceptedAndWaitHints) {
         EXPECT_EQ(3000u, status.dwWaitHint);
         EXPECT_EQ(SERVICE_WIN32_OWN_PROCESS, status.dwServiceType);
     };
-    bench.run("driver missing for 1s\nstart\nstop\nexpect refused stop");
+    bench.run(R"(
+        driver missing for 1s
+        start
+        stop
+        expect refused stop)");
     expect_status(SERVICE_START_PENDING, 0);
     bench.run("advance 2s");
     expect_status(SERVICE_RUNNING, SERVICE_ACCEPT_STOP);
@@ -250,13 +254,6 @@ TEST(Service, NamesTakenByOthers) {
     }
 }
 
-static size_t requests(const Bench& bench, const std::string& beginning) {
-    size_t count = 0;
-    for (const sim::TraceLine& line : bench.machine.trace)
-        count += line.text.starts_with("request " + beginning);
-    return count;
-}
-
 // An event that somebody keeps set costs little, and does not keep a real change from being seen.
 TEST(Service, EventsKeptSetByOthers) {
     Bench bench;
@@ -264,7 +261,7 @@ TEST(Service, EventsKeptSetByOthers) {
                      windows object "PHThread" event)");
     bench.run(R"(windows object "MestraPowerManagementDriverEventNotifyNotifyEvent" set
                  advance 10s)");
-    EXPECT_LE(requests(bench, "GETEVENT"), 500u);
+    EXPECT_LE(traced("request GETEVENT"), 500u);
     // The machine counts what is asked for and still pending.
     for (int i = 0; i < 10000; ++i)
         bench.run("windows object \"PHThread\" set");
@@ -283,19 +280,19 @@ TEST(Service, LidInhibitWithoutItsEvents) {
     run_cases(R"(firmware GETLIDSTATUS = 2
                  firmware LCDCSGETSTATE = 3)",
               {{"no timer, nothing limited", R"(
-                    windows object "PMDRVLCDCSTIMERRESET" event denied
-                    start
-                    control 131
-                    advance 1h
-                    expect no request LCDCSCONTROL(0x2)*)"},
+                  windows object "PMDRVLCDCSTIMERRESET" event denied
+                  start
+                  control 131
+                  advance 1h
+                  expect no request LCDCSCONTROL(0x2)*)"},
                {"no watchdog until the name is free", R"(
-                    windows object "PMDRVLCDCSWATCHDOG" event denied
-                    start
-                    control 131
-                    advance 1h
-                    expect no request GETLIDSTATUS*
-                    windows object "PMDRVLCDCSWATCHDOG" free
-                    control 131
-                    advance 302s
-                    expect request LCDCSCONTROL(0x2)*)"}});
+                   windows object "PMDRVLCDCSWATCHDOG" event denied
+                   start
+                   control 131
+                   advance 1h
+                   expect no request GETLIDSTATUS*
+                   windows object "PMDRVLCDCSWATCHDOG" free
+                   control 131
+                   advance 302s
+                   expect request LCDCSCONTROL(0x2)*)"}});
 }

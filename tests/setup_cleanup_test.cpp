@@ -60,8 +60,9 @@ TEST(Cleanup, InstallStatus) {
 TEST(Cleanup, NoRemovalOnDoubt) {
     for (std::uint64_t number = 1;; ++number) {
         Bench bench;
-        bench.run("registry set SVC Owners multi \"gone.inf\" \"here.inf\"\nfile "
-                  "\"C:\\Windows\\INF\\here.inf\" present");
+        bench.run(R"(
+            registry set SVC Owners multi "gone.inf" "here.inf"
+            file "C:\Windows\INF\here.inf" present)");
         BOOL installed = FALSE;
         sim::run_on_thread([&] {
             bench.machine.fail_at = bench.machine.calls + number;
@@ -94,9 +95,12 @@ TEST(Cleanup, Copy) {
 // Without its protection the copy is not made at all, nor anything run.
 TEST(Cleanup, UnprotectedCopy) {
     Bench bench;
-    bench.run(owners("gone.inf") +
-              "fail SetSecurityDescriptorControl 1\nrun \"-PnPTask\"\nexpect no file create*\n"
-              "expect no call CreateProcessW*\nexpect process \"-PnPTask\" ended 0");
+    bench.run(owners("gone.inf") + R"(
+        fail SetSecurityDescriptorControl 1
+        run "-PnPTask"
+        expect no file create*
+        expect no call CreateProcessW*
+        expect process "-PnPTask" ended 0)");
     EXPECT_EQ(nullptr, sim::find_file(g_inf));
 }
 

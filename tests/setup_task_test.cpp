@@ -165,8 +165,9 @@ TEST(PnPTask, Deletions) {
         BOOL pnp, platform;
     } rows[] = {
         {"", TRUE, TRUE}, // neither is there, nor the platform's folder
-        {"windows task \"\\\" \"Mestra Power Management Driver PnP Task\" present\n"
-         "windows task \"Mestra\" \"Mestra Platform Task\" present",
+        {R"(
+            windows task "\" "Mestra Power Management Driver PnP Task" present
+            windows task "Mestra" "Mestra Platform Task" present)",
          TRUE, TRUE},
         {"windows task \"Mestra\" \"Another\" present", TRUE, TRUE},
         {"windows scheduler missing", FALSE, FALSE},
@@ -188,8 +189,9 @@ TEST(PnPTask, Deletions) {
 TEST(PnPTask, FailedDeletions) {
     for (std::uint64_t number = 1;; ++number) {
         Bench bench;
-        bench.run("windows task \"\\\" \"Mestra Power Management Driver PnP Task\" present\n"
-                  "windows task \"Mestra\" \"Mestra Platform Task\" present");
+        bench.run(R"(
+            windows task "\" "Mestra Power Management Driver PnP Task" present
+            windows task "Mestra" "Mestra Platform Task" present)");
         with_com([&] {
             bench.machine.fail_at = bench.machine.calls + number;
             const bool pnp_deleted = DeletePnPTask() != FALSE;

@@ -57,10 +57,14 @@ TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
     });
 }
 
+namespace {
+
 struct Notification {
     unsigned k;
     unsigned code;
 };
+
+} // namespace
 
 // Every notification of the header is the bit that its event flips.
 TEST(ClientHeader, NotificationsAreThoseOfTheEvents) {
@@ -71,7 +75,12 @@ TEST(ClientHeader, NotificationsAreThoseOfTheEvents) {
     Bench bench;
     bench.started("");
     const auto flips = [&bench](const char* value, const Notification& row) {
-        bench.run(sim::format("registry set %s dword 0\nevent 0x%x\nadvance 1s\ncheck registry %s = 0x%x\n",
+        bench.run(sim::format(R"(
+            registry set %s dword 0
+            event 0x%x
+            advance 1s
+            check registry %s = 0x%x
+        )",
                               value, row.code, value, ZORPM_BIT(row.k)));
     };
     for (const Notification& row : type2)

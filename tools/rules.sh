@@ -1,7 +1,7 @@
 #!/bin/bash
 # rules.sh - the rules that no compiler checks: includes run downwards in src/ and sim/; nothing in src/ that differs
-# between the two builds or that an image cannot carry; types of one file of sim/ are its own; headings are one short
-# line. Prints each offending line; fails when there is one.
+# between the two builds or that an image cannot carry; types of one file are its own; headings are one short line;
+# script commands come last; functions of tests are short. Prints each offending line; fails when there is one.
 set -u
 cd "$(dirname "$0")/.."
 status=0
@@ -32,16 +32,41 @@ outside=$(awk '
     /^namespace \{/ { anonymous = 1 }
     /^\} \/\/ namespace$/ { anonymous = 0 }
     FILENAME ~ /\.h$/ && /^struct [A-Za-z]+;/ { declared[$2] = 1; next }
-    FILENAME ~ /\.cpp$/ && !anonymous && /^(template <[^>]*> )?(struct|class|union|enum( class)?) [A-Za-z]+[^;(]*\{/ {
+    FILENAME ~ /\.cpp$/ && !anonymous && /^(template <[^>]*> )?(struct|class|union|enum( class)?)( [A-Za-z]+)?[^;(]*\{/ {
         if (!(($2 ";") in declared))
             print FILENAME ":" FNR ": a type outside the anonymous namespace: " $0
-    }' sim/*/*.h sim/*/*.cpp)
+    }' {sim,src,tests}/*/*.h {sim,src,tests}/*/*.cpp tests/*.cpp)
 [ -z "$outside" ] || { echo "$outside"; status=1; }
 
 if grep -rnE --include='*.h' --include='*.cpp' '//.*-{9,}' src sim tests; then
     echo "a heading is one short line: // ---- name ----"
     status=1
 fi
+
+# Script commands come last in a file of sim/, under one heading; a file of nothing else needs none.
+misplaced=$(awk '
+    function check() {
+        if (commands && !heading && file !~ /_commands\.cpp$/)
+            print file ": commands without the heading // ---- commands ----"
+    }
+    FNR == 1 { check(); file = FILENAME; commands = heading = 0 }
+    /^\/\/ ---- commands ----$/ { heading = 1; next }
+    heading && /^(\/\/ ----|extern "C")/ { print FILENAME ":" FNR ": behind the script commands: " $0 }
+    commands && /^[A-Za-z].*[({]$/ { print FILENAME ":" FNR ": behind the script commands: " $0 }
+    /^static const Commands / { commands = 1 }
+    END { check() }' sim/*/*.cpp)
+[ -z "$misplaced" ] || { echo "$misplaced"; status=1; }
+
+# Tests are read like a table: what is longer than 60 lines stands outside the function, as a table.
+long=$(awk '
+    /^[A-Za-z][^=]*\(/ { start = FNR; name = $0 }
+    /^\}./ { start = 0 }
+    /^\}$/ && start {
+        if (FNR - start - 1 > 60)
+            print FILENAME ":" start ": " FNR - start - 1 " lines, 60 at most: " name
+        start = 0
+    }' $(git ls-files 'tests/*.cpp' 'tests/*.h'))
+[ -z "$long" ] || { echo "$long"; status=1; }
 
 # pattern|why  (comments are left out of the search)
 rules='

@@ -69,82 +69,6 @@ static bool open_console(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_consoleKind(open_console);
 
-// ---- what ends it ----
-
-namespace {
-
-struct Ending {
-    const char* word;
-    DWORD type;
-    bool by_window; // the session's end, of which its window is told
-};
-
-} // namespace
-
-static const Ending g_endings[] = {
-    {"ctrl-c", CTRL_C_EVENT, false},
-    {"close", CTRL_CLOSE_EVENT, false},
-    {"log-off", CTRL_LOGOFF_EVENT, true},
-};
-
-static Process* control_program() {
-    for (auto& process : machine().processes) {
-        if (!process->ended && process->program == "zorpmctl")
-            return process.get();
-    }
-    return nullptr;
-}
-
-// The handler runs on a thread of its own; after its return from anything but Ctrl-C the process is ended.
-static void interrupt(Process* process, DWORD type) {
-    start_thread(process, "console", [process, type] {
-        const PHANDLER_ROUTINE handler = process_state<Console>(process).handler;
-        const bool handled = handler != nullptr && handler(type) != FALSE;
-        if (!handled || type != CTRL_C_EVENT)
-            end_process(process, 0xC000013A);
-        return DWORD{0};
-    });
-}
-
-static Action compile_interrupt(Tokens& tokens) {
-    const Ending* ending = &g_endings[0];
-    if (!tokens.done())
-        ending = &g_endings[tokens.choice({"ctrl-c", "close", "log-off"})];
-    return [ending] {
-        Process* process = control_program();
-        const HWND window = find_window("ZorpmctlSessionWindow");
-        if (process == nullptr || (ending->by_window && window == nullptr)) {
-            trace("refused interrupt zorpmctl");
-        } else if (ending->by_window) {
-            send_message(window, WM_QUERYENDSESSION, 0, 0, nullptr);
-            send_message(window, WM_ENDSESSION, TRUE, 0, nullptr);
-        } else {
-            interrupt(process, ending->type);
-        }
-    };
-}
-
-static Action compile_console(Tokens& tokens) {
-    const auto output = static_cast<Output>(tokens.choice({"present", "redirected", "missing"}));
-    return [output] { consoles().output = output; };
-}
-
-static Action compile_program(Tokens& tokens) {
-    const std::string name = tokens.text();
-    Consoles::Program program;
-    tokens.choice({"takes"});
-    program.duration = tokens.duration();
-    if (tokens.accept("exits"))
-        program.code = static_cast<DWORD>(tokens.number());
-    return [name, program] { consoles().programs[lower(name)] = program; };
-}
-
-static const Commands g_commands({
-    {"interrupt zorpmctl", Use::Drive, compile_interrupt},
-    {"windows console", Use::Machine, compile_console},
-    {"windows program", Use::Machine, compile_program},
-});
-
 HANDLE start_plain_program(const std::string& line) {
     const auto found = consoles().programs.find(lower(line.substr(0, line.find(' '))));
     trace("call CreateProcessW(null, \"%s\") = %d", line.c_str(), found != consoles().programs.end());
@@ -246,3 +170,83 @@ BOOL WINAPI GetExitCodeProcess(HANDLE handle, LPDWORD code) {
 }
 
 } // extern "C"
+
+namespace sim {
+
+// ---- commands ----
+
+namespace {
+
+struct Ending {
+    const char* word;
+    DWORD type;
+    bool by_window; // the session's end, of which its window is told
+};
+
+} // namespace
+
+static const Ending g_endings[] = {
+    {"ctrl-c", CTRL_C_EVENT, false},
+    {"close", CTRL_CLOSE_EVENT, false},
+    {"log-off", CTRL_LOGOFF_EVENT, true},
+};
+
+static Process* control_program() {
+    for (auto& process : machine().processes) {
+        if (!process->ended && process->program == "zorpmctl")
+            return process.get();
+    }
+    return nullptr;
+}
+
+// The handler runs on a thread of its own; after its return from anything but Ctrl-C the process is ended.
+static void interrupt(Process* process, DWORD type) {
+    start_thread(process, "console", [process, type] {
+        const PHANDLER_ROUTINE handler = process_state<Console>(process).handler;
+        const bool handled = handler != nullptr && handler(type) != FALSE;
+        if (!handled || type != CTRL_C_EVENT)
+            end_process(process, 0xC000013A);
+        return DWORD{0};
+    });
+}
+
+static Action compile_interrupt(Tokens& tokens) {
+    const Ending* ending = &g_endings[0];
+    if (!tokens.done())
+        ending = &g_endings[tokens.choice({"ctrl-c", "close", "log-off"})];
+    return [ending] {
+        Process* process = control_program();
+        const HWND window = find_window("ZorpmctlSessionWindow");
+        if (process == nullptr || (ending->by_window && window == nullptr)) {
+            trace("refused interrupt zorpmctl");
+        } else if (ending->by_window) {
+            send_message(window, WM_QUERYENDSESSION, 0, 0, nullptr);
+            send_message(window, WM_ENDSESSION, TRUE, 0, nullptr);
+        } else {
+            interrupt(process, ending->type);
+        }
+    };
+}
+
+static Action compile_console(Tokens& tokens) {
+    const auto output = static_cast<Output>(tokens.choice({"present", "redirected", "missing"}));
+    return [output] { consoles().output = output; };
+}
+
+static Action compile_program(Tokens& tokens) {
+    const std::string name = tokens.text();
+    Consoles::Program program;
+    tokens.choice({"takes"});
+    program.duration = tokens.duration();
+    if (tokens.accept("exits"))
+        program.code = static_cast<DWORD>(tokens.number());
+    return [name, program] { consoles().programs[lower(name)] = program; };
+}
+
+static const Commands g_commands({
+    {"interrupt zorpmctl", Use::Drive, compile_interrupt},
+    {"windows console", Use::Machine, compile_console},
+    {"windows program", Use::Machine, compile_program},
+});
+
+} // namespace sim

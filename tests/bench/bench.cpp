@@ -7,6 +7,7 @@
 #include "sim/notebook/driver.h"
 #include "sim/script/scenario.h"
 #include "sim/windows/scm.h"
+#include "tests/support/busy_machine.h"
 
 using namespace sim;
 using Clock = std::chrono::steady_clock;
@@ -16,12 +17,7 @@ static double seconds_since(Clock::time_point start) {
 }
 
 // A machine on which every event's row has work to do.
-static const char g_machine[] = R"(
-    firmware DYTC(0) = 0x30000001
-    firmware DYTC = 1
-    firmware DYTC(3) = 0x03ff0001
-    firmware GOPT(0) = 0x102
-    firmware GOPT(0x100) = 1
+static const std::string g_machine = std::string(g_busyMachine) + R"(
     firmware PWMGET = 200
     firmware MHKN = 1
     windows graphics present
@@ -34,10 +30,14 @@ static void start_machine() {
         std::printf("the bench does not start: %s\n", result.message.c_str());
 }
 
+namespace {
+
 struct Group {
     const char* name;
     std::initializer_list<const char*> calls;
 };
+
+} // namespace
 
 static std::uint64_t count_of(const Group& group) {
     std::uint64_t count = 0;

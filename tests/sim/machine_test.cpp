@@ -3,15 +3,6 @@
 
 using namespace sim;
 
-// Runs work on a simulated thread and expects exactly these violations, by a word of each.
-static void expect_violation(const char* word, const std::function<void()>& work) {
-    Bench bench;
-    run_on_thread(work);
-    ASSERT_EQ(1u, bench.machine.violations.size()) << word;
-    EXPECT_NE(std::string::npos, bench.machine.violations[0].find(word)) << bench.machine.violations[0];
-    bench.machine.violations.clear();
-}
-
 TEST(Sim, MisuseIsAViolationAndNullHandlesAreNone) {
     expect_violation("CloseHandle", [] {
         HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -52,11 +43,15 @@ TEST(Sim, MisuseIsAViolationAndNullHandlesAreNone) {
     });
 }
 
+namespace {
+
 struct Shared {
     HANDLE events[3];
     HANDLE mutex;
     int order;
 };
+
+} // namespace
 
 TEST(Sim, Waits) {
     Bench bench;
@@ -173,8 +168,20 @@ TEST(Sim, RegistryRules) {
 TEST(Sim, TheSameSeedGivesTheSameTraceAndSeedsDiffer) {
     auto hash_of = [](std::uint64_t seed) {
         Bench bench(seed);
-        bench.run("together\nstart\nend\nadvance 2s\ntogether\ncontrol 133\npower resume\nevent 0x60C0\n"
-                  "event 0x5001\ncontrol 131\nend\nadvance 10s\nstop");
+        bench.run(R"(
+            together
+            start
+            end
+            advance 2s
+            together
+            control 133
+            power resume
+            event 0x60C0
+            event 0x5001
+            control 131
+            end
+            advance 10s
+            stop)");
         return bench.machine.trace_hash;
     };
     EXPECT_EQ(hash_of(5), hash_of(5));

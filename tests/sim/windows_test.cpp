@@ -5,16 +5,6 @@
 
 using namespace sim;
 
-// Runs work on a simulated thread; `word` is part of the one violation it makes, or null for none.
-static void expect_violation(const char* word, const std::function<void()>& work) {
-    Bench bench;
-    run_on_thread(work);
-    ASSERT_EQ(word != nullptr ? 1u : 0u, bench.machine.violations.size());
-    const std::string violation = word != nullptr ? bench.machine.violations[0] : "";
-    EXPECT_TRUE(word == nullptr || violation.find(word) != std::string::npos) << violation;
-    bench.machine.violations.clear();
-}
-
 static HMODULE load_powrprof() {
     return LoadLibraryExW(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
 }

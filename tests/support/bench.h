@@ -28,9 +28,41 @@ struct Bench {
 
     // Starts the service and lets it come to rest; the mark is behind the start.
     void started(const std::string& setup = "") {
-        run(setup + "\nstart\nadvance 2s\ncheck status RUNNING\nmark\n");
+        run(setup + R"(
+            start
+            advance 2s
+            check status RUNNING
+            mark
+        )");
     }
 };
+
+// Runs work on a simulated thread; `word` is part of the one violation it makes, or null for none.
+inline void expect_violation(const char* word, const std::function<void()>& work) {
+    Bench bench;
+    sim::run_on_thread(work);
+    ASSERT_EQ(word != nullptr ? 1u : 0u, bench.machine.violations.size());
+    const std::string violation = word != nullptr ? bench.machine.violations[0] : "";
+    EXPECT_TRUE(word == nullptr || violation.find(word) != std::string::npos) << violation;
+    bench.machine.violations.clear();
+}
+
+// Effects in the trace from line `first` on that begin like this.
+inline size_t traced(const std::string& beginning, size_t first = 0) {
+    const auto& trace = sim::machine().trace;
+    size_t count = 0;
+    for (size_t i = first; i < trace.size(); ++i)
+        count += trace[i].effect && trace[i].text.starts_with(beginning);
+    return count;
+}
+
+// Threads that have this in their name and have not ended.
+inline size_t live_threads(const std::string& part) {
+    size_t count = 0;
+    for (const auto& thread : sim::machine().threads)
+        count += thread->run != sim::Run::Ended && thread->name.find(part) != std::string::npos;
+    return count;
+}
 
 // Rows of a table of scripts: each runs on a new machine, behind a common beginning.
 struct ScriptCase {

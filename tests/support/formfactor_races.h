@@ -26,13 +26,6 @@ struct Option {
 };
 inline const Option g_options[] = {{0x0, 0, 0}, {0x1, 0, 1}, {0x2, 1, 0}, {0x4, 1, 1}, {0x8, 0, 1}};
 
-inline size_t writes_since(size_t first, const std::string& device) {
-    size_t count = 0;
-    for (size_t i = first; i < sim::machine().trace.size(); ++i)
-        count += sim::machine().trace[i].text.starts_with("write " + device);
-    return count;
-}
-
 inline void expect_indicators(const Option& option) {
     EXPECT_EQ(indicator_state(Interface::Slate), option.slate);
     EXPECT_EQ(indicator_state(Interface::Dock), option.dock);
@@ -46,18 +39,31 @@ inline void race_once(Bench& bench) {
     // The hinge agrees with the option, or says nothing about the indicator.
     static constexpr DWORD postures[2][4] = {{3, 4, 5, 7}, {1, 2, 0, 7}};
     const DWORD posture = postures[option.slate][sim::random_below(4)];
-    bench.run(format("firmware GMMS = %u\n firmware GOPT(0x200) = 0x%x\n", posture, option.status));
+    bench.run(format(R"(
+        firmware GMMS = %u
+        firmware GOPT(0x200) = 0x%x)",
+                     posture, option.status));
     const size_t first = sim::machine().trace.size();
     // A pause suspends the notification thread wherever it is; the refresh must come through all the same.
     const bool pause = sim::random_below(3) == 0;
-    bench.run(format(
-        "together\n event 0x4012\n event 0x60C0\n event 0x4013\n %s\n power resume\n power monitor 1\n end\n"
-        "advance 20s\n %s\n power resume\n advance 1s",
-        pause ? "control 2" : "event 0x60C0", pause ? "control 3\n advance 1s" : ""));
+    bench.run(format(R"(
+        together
+        event 0x4012
+        event 0x60C0
+        event 0x4013
+        %s
+        power resume
+        power monitor 1
+        end
+        advance 20s
+        %s
+        power resume
+        advance 1s)",
+                     pause ? "control 2" : "event 0x60C0", pause ? "control 3\n advance 1s" : ""));
     expect_indicators(option);
     if (!pause) {
-        EXPECT_LE(writes_since(first, "slate"), 1u);
-        EXPECT_LE(writes_since(first, "dock"), 1u);
+        EXPECT_LE(traced("write slate", first), 1u);
+        EXPECT_LE(traced("write dock", first), 1u);
     }
     EXPECT_EQ(sim::registry_dword("SVC\\Transform\\CurrentStatus", "MM"), posture);
     EXPECT_EQ(sim::registry_dword("HKLM\\SOFTWARE\\Mestra\\MultiMode", "CurrentMode"), posture);
@@ -174,20 +180,15 @@ struct InhibitDriver {
     }
 };
 
-inline unsigned live_watchdogs() {
-    unsigned count = 0;
-    for (const auto& thread : sim::machine().threads)
-        count += thread->name == "LCDCSWatchdogThreadProc" && thread->run != sim::Run::Ended;
-    return count;
-}
-
 // Lid, requests and time in any order and at once; the driver takes its time, so that polls overlap
 // everything.
 inline void disturb(Bench& bench, InhibitDriver& driver) {
     static const char* const waits[] = {"0ms", "1ms", "998ms", "1s", "1001ms", "299s", "300s", "301s"};
     static const char* const controls[] = {"control 131", "control 132", "control 131\n control 132",
-                                           "control 132\n control 131",
-                                           "control 131\n control 132\n control 131"};
+                                           "control 132\n control 131", R"(
+                                               control 131
+                                               control 132
+                                               control 131)"};
     static const char* const durations[] = {"0ms", "1ms", "1500ms"};
     for (int step = 0; step < 12; ++step) {
         if (sim::random_below(3) == 0)
@@ -197,16 +198,20 @@ inline void disturb(Bench& bench, InhibitDriver& driver) {
                              durations[sim::random_below(std::size(durations))]));
         if (sim::random_below(2) == 0) {
             const std::string block = controls[sim::random_below(std::size(controls))];
-            bench.run(format("together\n %s\n end", block.c_str()));
+            bench.run(format(R"(
+                together
+                %s
+                end)",
+                             block.c_str()));
             const unsigned off_requests = driver.off_requests;
             bench.run("advance 5s");
             // Whatever ended when the inhibit was started, the start holds; an open lid may end the watch.
             if (block.ends_with("131") && driver.lid != 3 && driver.off_requests == off_requests) {
-                EXPECT_EQ(live_watchdogs(), 1u);
+                EXPECT_EQ(live_threads("LCDCSWatchdogThreadProc"), 1u);
             }
         }
         bench.run(format("advance %s", waits[sim::random_below(std::size(waits))]));
-        EXPECT_LE(live_watchdogs(), 1u);
+        EXPECT_LE(live_threads("LCDCSWatchdogThreadProc"), 1u);
     }
 }
 
@@ -216,9 +221,13 @@ inline void lid_inhibit(Bench& bench) {
     disturb(bench, driver);
     // An invalid reading would leave a run to its end.
     driver.lid = 2;
-    bench.run("firmware LCDCSGETSTATE takes 0ms\n advance 10s\n control 132\n advance 10s");
+    bench.run(R"(
+        firmware LCDCSGETSTATE takes 0ms
+        advance 10s
+        control 132
+        advance 10s)");
     // Quiet: no watch and no run is left.
-    EXPECT_EQ(live_watchdogs(), 0u);
+    EXPECT_EQ(live_threads("LCDCSWatchdogThreadProc"), 0u);
     driver.polls = driver.off_requests = 0;
     bench.run("advance 20m");
     EXPECT_EQ(driver.polls + driver.off_requests, 0u);
@@ -230,14 +239,20 @@ inline void lid_inhibit(Bench& bench) {
     EXPECT_EQ(driver.off_requests, 0u);
     bench.run("advance 1s");
     EXPECT_EQ(driver.off_requests, 1u);
-    EXPECT_EQ(live_watchdogs(), 0u);
+    EXPECT_EQ(live_threads("LCDCSWatchdogThreadProc"), 0u);
     bench.run("advance 20m");
     EXPECT_EQ(driver.off_requests, 1u);
     // A stop in the middle of anything.
     bench.run("control 131");
     disturb(bench, driver);
-    bench.run("together\n control 131\n stop\n end\n advance 10s\n check status STOPPED");
-    EXPECT_EQ(live_watchdogs(), 0u);
+    bench.run(R"(
+        together
+        control 131
+        stop
+        end
+        advance 10s
+        check status STOPPED)");
+    EXPECT_EQ(live_threads("LCDCSWatchdogThreadProc"), 0u);
 }
 
 } // namespace formfactor_races

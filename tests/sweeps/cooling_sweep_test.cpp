@@ -5,22 +5,21 @@
 namespace {
 
 // Answers for both versions, every command accepted; the revision is chosen by the script.
-const std::string FIRMWARE =
-    "firmware DYTC = 1\nfirmware DYTC(1) = 0\nfirmware DYTC(0x101) = 0\nfirmware DYTC(0x201) = 0\n"
-    "firmware DYTC(0x100) = 0x20010000\nfirmware DYTC(3) = 0x03ff0201\n"
-    "firmware GOPT(0) = 0x100\nfirmware GOPT(0x100) = 1\n";
+const std::string FIRMWARE = R"(
+    firmware DYTC = 1
+    firmware DYTC(1) = 0
+    firmware DYTC(0x101) = 0
+    firmware DYTC(0x201) = 0
+    firmware DYTC(0x100) = 0x20010000
+    firmware DYTC(3) = 0x03ff0201
+    firmware GOPT(0) = 0x100
+    firmware GOPT(0x100) = 1
+)";
 const std::string VERSION_2 = "firmware DYTC(0) = 0x20000001\n";
 const std::string VERSION_3 = "firmware DYTC(0) = 0x30000001\n";
 
-size_t LiveWorkers() {
-    size_t workers = 0;
-    for (const auto& thread : sim::machine().threads)
-        workers += thread->run != sim::Run::Ended && thread->name.find("Cooling") != std::string::npos;
-    return workers;
-}
-
 // The command of one kind that the firmware got last.
-std::string LastCommand(std::initializer_list<const char*> kind) {
+std::string last_command(std::initializer_list<const char*> kind) {
     const auto& trace = sim::machine().trace;
     for (size_t i = trace.size(); i-- > 0;) {
         for (const char* word : kind) {
@@ -31,20 +30,20 @@ std::string LastCommand(std::initializer_list<const char*> kind) {
     return "none";
 }
 
-void ExpectModeByOption(bool version2, bool attached) {
+void expect_mode_by_option(bool version2, bool attached) {
     if (version2) {
-        EXPECT_EQ(LastCommand({"0x1", "0x101", "0x201"}), attached ? "0x201" : "0x1");
+        EXPECT_EQ(last_command({"0x1", "0x101", "0x201"}), attached ? "0x201" : "0x1");
         EXPECT_EQ(sim::registry_dword("SVC\\TMCT\\Parameters", "CurrentSetting"), 1u);
         return;
     }
-    EXPECT_EQ(LastCommand({"0xf2001", "0x1f2001"}), attached ? "0x1f2001" : "0xf2001");
+    EXPECT_EQ(last_command({"0xf2001", "0x1f2001"}), attached ? "0x1f2001" : "0xf2001");
     EXPECT_EQ(sim::registry_dword("SVC\\TMC\\TIO", "CurrentSetting"), 1u);
     EXPECT_EQ(sim::registry_dword("SVC\\TMC\\TIO", "CurrentStatus"), attached ? 1u : 0u);
     EXPECT_EQ(sim::registry_dword("SVC\\TMC\\TIO", "CurrentOptionStatus"), attached ? 2u : 1u);
 }
 
 // The published switch and the flag that decides agree: the event sends a command, or it does not.
-void ExpectSwitchHolds(Bench& bench, const char* key, const char* script) {
+void expect_switch_holds(Bench& bench, const char* key, const char* script) {
     const DWORD setting = sim::registry_dword(key, "CurrentSetting", 0);
     const size_t before = sim::machine().trace.size();
     bench.run(script);
@@ -54,7 +53,7 @@ void ExpectSwitchHolds(Bench& bench, const char* key, const char* script) {
     EXPECT_EQ(sent, setting != 0) << key;
 }
 
-std::string DrawCommand(bool both_versions) {
+std::string draw_command(bool both_versions) {
     const auto draw = [](std::uint64_t bound) { return static_cast<unsigned>(sim::random_below(bound)); };
     static const unsigned events[] = {0x4012, 0x4013, 0x6031, 0x60f0, 0x60c0, 0x4010};
     switch (draw(both_versions ? 9 : 8)) {
@@ -83,11 +82,14 @@ struct Drawn {
     std::uint64_t seconds = 0;
 };
 
-void Disorder(Bench& bench, Drawn* drawn) {
+void disorder(Bench& bench, Drawn* drawn) {
     enum { ONLY_2, ONLY_3, BOTH } kind = static_cast<decltype(kind)>(bench.machine.seed % 3);
     // Both workers have run once, so that whatever is kept for good exists.
-    bench.run(FIRMWARE + VERSION_2 + "start\ncontrol 137\n" + VERSION_3 +
-              "control 136\nadvance 2s\ncontrol 137\n" + (kind == ONLY_2 ? VERSION_2 : VERSION_3) +
+    bench.run(FIRMWARE + VERSION_2 + "start\ncontrol 137\n" + VERSION_3 + R"(
+        control 136
+        advance 2s
+        control 137
+    )" + (kind == ONLY_2 ? VERSION_2 : VERSION_3) +
               "control 136\n");
     sim::Process* service = sim::service_process();
     bench.run("control 137\nadvance 1s\n");
@@ -98,21 +100,24 @@ void Disorder(Bench& bench, Drawn* drawn) {
     for (int step = 0; step < 24; ++step) {
         std::string script = "together\n";
         for (std::uint64_t count = 1 + sim::random_below(4); count > 0; --count, ++drawn->commands)
-            script += DrawCommand(kind == BOTH);
+            script += draw_command(kind == BOTH);
         bench.run(script + "end\nadvance " + pauses[sim::random_below(std::size(pauses))] + "\n");
     }
 
     // Quiet again: the published state holds, and one request brings all of it to what the driver reports.
-    bench.run("firmware GOPT takes 0ms\nfirmware DYTC takes 0ms\nadvance 10m\n");
-    ExpectSwitchHolds(bench, "SVC\\TMC\\DCC", "firmware DGPUTEMP = 2\nevent 0x6031\n");
+    bench.run(R"(
+        firmware GOPT takes 0ms
+        firmware DYTC takes 0ms
+        advance 10m)");
+    expect_switch_holds(bench, "SVC\\TMC\\DCC", "firmware DGPUTEMP = 2\nevent 0x6031\n");
     if (kind == ONLY_3)
-        ExpectSwitchHolds(bench, "SVC\\TMC\\TIO", "event 0x4012\n");
+        expect_switch_holds(bench, "SVC\\TMC\\TIO", "event 0x4012\n");
     const bool attached = sim::random_below(2) != 0;
     bench.run(sim::format("firmware GOPT(0x200) = %u\ncontrol 135\n", attached ? 2 : 0));
     if (kind != BOTH)
-        ExpectModeByOption(kind == ONLY_2, attached);
+        expect_mode_by_option(kind == ONLY_2, attached);
     bench.run("control 137\nadvance 1m\n");
-    EXPECT_EQ(LiveWorkers(), 0u);
+    EXPECT_EQ(live_threads("Cooling"), 0u);
     EXPECT_EQ(sim::handle_count(service), handles);
     ++drawn->schedules;
     drawn->seconds += bench.machine.now / 1000;
@@ -120,7 +125,7 @@ void Disorder(Bench& bench, Drawn* drawn) {
 
 TEST(CoolingSweep, ManySchedules) {
     Drawn drawn;
-    run_seeds(1000, [&](Bench& bench) { Disorder(bench, &drawn); });
+    run_seeds(1000, [&](Bench& bench) { disorder(bench, &drawn); });
     figure("cooling: schedules run", sim::format("%lu", drawn.schedules));
     figure("cooling: commands in them", sim::format("%lu", drawn.commands));
     figure("cooling: simulated hours", sim::format("%lu", drawn.seconds / 3600));
@@ -130,14 +135,22 @@ TEST(CoolingSweep, ManySchedules) {
 TEST(CoolingSweep, SwitchDuringInitialisation) {
     run_seeds(400, [](Bench& bench) {
         const bool two_in_one = bench.machine.seed % 2 == 0;
-        bench.run(FIRMWARE + VERSION_3 +
-                  "start\nadvance 30s\nfirmware GOPT takes 1ms\nfirmware DYTC takes 1ms\ncontrol 138\n" +
-                  (two_in_one ? "advance 1002ms\ncontrol 134\n" : "advance 1008ms\ncontrol 139\n") +
+        bench.run(FIRMWARE + VERSION_3 + R"(
+            start
+            advance 30s
+            firmware GOPT takes 1ms
+            firmware DYTC takes 1ms
+            control 138
+        )" + (two_in_one ? "advance 1002ms\ncontrol 134\n" : "advance 1008ms\ncontrol 139\n") +
                   "advance 1m\n");
         if (two_in_one)
-            ExpectSwitchHolds(bench, "SVC\\TMC\\TIO", "event 0x4012\nadvance 1s\n");
+            expect_switch_holds(bench, "SVC\\TMC\\TIO", "event 0x4012\nadvance 1s\n");
         else
-            ExpectSwitchHolds(bench, "SVC\\TMC\\DCC", "firmware DGPUTEMP = 2\nevent 0x6031\nadvance 1s\n");
+            expect_switch_holds(bench, "SVC\\TMC\\DCC", R"(
+                firmware DGPUTEMP = 2
+                event 0x6031
+                advance 1s
+            )");
     });
 }
 
@@ -160,22 +173,34 @@ TEST(CoolingSweep, SwitchDuringAnEvent) {
         const auto draw = [](std::uint64_t bound) { return static_cast<unsigned>(sim::random_below(bound)); };
         // The longest answer outlasts every wait for a turn.
         const unsigned slow_ms = draw(5) == 0 ? 12000 : draw(60);
-        bench.run(
-            FIRMWARE + row.version +
-            sim::format(
-                "firmware GOPT(0x200) = 2\nfirmware DGPUTEMP = 2\nstart\nadvance 30s\n"
-                "firmware GOPT takes %ums\nfirmware DGPUTEMP takes %ums\n%s\nadvance %ums\n%s\nadvance 5m\n",
-                slow_ms, slow_ms, row.event, draw(slow_ms + 2), row.off));
+        bench.run(FIRMWARE + row.version +
+                  sim::format(R"(
+                      firmware GOPT(0x200) = 2
+                      firmware DGPUTEMP = 2
+                      start
+                      advance 30s
+                      firmware GOPT takes %ums
+                      firmware DGPUTEMP takes %ums
+                      %s
+                      advance %ums
+                      %s
+                      advance 5m
+                  )",
+                              slow_ms, slow_ms, row.event, draw(slow_ms + 2), row.off));
         EXPECT_EQ(sim::registry_dword(row.key, "CurrentSetting"), 0u);
-        EXPECT_EQ(LastCommand(row.words), *row.words.begin()) << row.off;
+        EXPECT_EQ(last_command(row.words), *row.words.begin()) << row.off;
     });
 }
 
 // Two readers of an option that changes: what was read last stands.
 TEST(CoolingSweep, OptionChangesWhileAsked) {
     run_seeds(2000, [](Bench& bench) {
-        bench.run(FIRMWARE + VERSION_3 +
-                  "start\nadvance 30s\nfirmware GOPT takes 1ms\nfirmware DYTC takes 1ms\n");
+        bench.run(FIRMWARE + VERSION_3 + R"(
+            start
+            advance 30s
+            firmware GOPT takes 1ms
+            firmware DYTC takes 1ms
+        )");
         bool attached = false;
         unsigned event_readings = 0; // cooling's, and the form factor's right behind it
         sim::set_answer_hook([&](const std::string& method, DWORD argument, sim::Answer* answer) {
@@ -187,9 +212,15 @@ TEST(CoolingSweep, OptionChangesWhileAsked) {
                 attached = next;
             return true;
         });
-        bench.run("together\nevent 0x4013\ncontrol 135\nevent 0x4012\nend\nadvance 1m\n");
+        bench.run(R"(
+            together
+            event 0x4013
+            control 135
+            event 0x4012
+            end
+            advance 1m)");
         sim::set_answer_hook(nullptr);
-        ExpectModeByOption(false, attached);
+        expect_mode_by_option(false, attached);
     });
 }
 
@@ -202,51 +233,74 @@ TEST(CoolingSweep, RepeatedStarts) {
     for (const auto& row : rows) {
         Bench bench;
         bench.run(FIRMWARE + VERSION_3 + "firmware DYTC(0x1f0001) = 6\nstart\n" +
-                  sim::format(
-                      "advance 90s\ncontrol %u\nmark\nadvance %ums\nexpect no registry create SVC\\TMC\\TIO\n"
-                      "advance 1ms\nexpect registry create SVC\\TMC\\TIO\n",
-                      row.control, (row.seconds - 90) * 1000 - 1));
-        EXPECT_EQ(LiveWorkers(), 0u);
+                  sim::format(R"(
+                      advance 90s
+                      control %u
+                      mark
+                      advance %ums
+                      expect no registry create SVC\TMC\TIO
+                      advance 1ms
+                      expect registry create SVC\TMC\TIO
+                  )",
+                              row.control, (row.seconds - 90) * 1000 - 1));
+        EXPECT_EQ(live_threads("Cooling"), 0u);
     }
 }
 
 // Fails the calls of one act, one after the other, each on a new machine. Afterwards a restart and one
 // request must bring everything to what the driver reports. Returns the number of calls failed.
-std::uint64_t FailEachCall(const std::string& version, const char* act) {
+std::uint64_t fail_each_call(const std::string& version, const char* act) {
     for (std::uint64_t number = 1;; ++number) {
         Bench bench;
-        bench.run(FIRMWARE + version +
-                  "registry set SVC\\TMCT\\Parameters SPCT dword 3\nstart\nadvance 30s\ncontrol 137\n");
+        bench.run(FIRMWARE + version + R"(
+            registry set SVC\TMCT\Parameters SPCT dword 3
+            start
+            advance 30s
+            control 137
+        )");
         const size_t handles = sim::handle_count(sim::service_process());
-        bench.run("control 136\nadvance 30s\nfirmware GOPT(0x200) = 2\n");
+        bench.run(R"(
+            control 136
+            advance 30s
+            firmware GOPT(0x200) = 2)");
         bench.machine.fail_at = bench.machine.calls + number;
         bench.run(std::string(act) + "\nadvance 1m\n");
         if (bench.machine.failed_call.empty())
             return number - 1;
         SCOPED_TRACE(sim::format("%s: call %lu fails, %s", act, number, bench.machine.failed_call.c_str()));
-        bench.run("control 138\nadvance 1m\ncontrol 135\n");
-        ExpectModeByOption(version == VERSION_2, true);
-        EXPECT_LE(LiveWorkers(), 1u);
+        bench.run(R"(
+            control 138
+            advance 1m
+            control 135)");
+        expect_mode_by_option(version == VERSION_2, true);
+        EXPECT_LE(live_threads("Cooling"), 1u);
         bench.run("control 137\nadvance 1m\n");
-        EXPECT_EQ(LiveWorkers(), 0u);
+        EXPECT_EQ(live_threads("Cooling"), 0u);
         EXPECT_EQ(sim::handle_count(sim::service_process()), handles);
-        bench.run("stop\nadvance 1m\ncheck status STOPPED\n");
+        bench.run(R"(
+            stop
+            advance 1m
+            check status STOPPED)");
         if (::testing::Test::HasFailure())
             return number;
     }
 }
 
 TEST(CoolingSweep, EveryCallFails) {
+    const char* const detach_and_attach = R"(
+        firmware GOPT(0x200) = 0
+        event 0x4013
+        advance 3s
+        firmware GOPT(0x200) = 2)";
     std::uint64_t failed = 0;
-    for (const char* act :
-         {"control 136\nadvance 21s", "control 138\nadvance 21s", "control 137", "control 134", "control 135",
-          "event 0x4012", "firmware GOPT(0x200) = 0\nevent 0x4013\nadvance 3s\nfirmware GOPT(0x200) = 2"})
-        failed += FailEachCall(VERSION_2, act);
+    for (const char* act : {"control 136\nadvance 21s", "control 138\nadvance 21s", "control 137",
+                            "control 134", "control 135", "event 0x4012", detach_and_attach})
+        failed += fail_each_call(VERSION_2, act);
     for (const char* act :
          {"control 136\nadvance 2s", "control 138\nadvance 2s", "control 137", "control 134", "control 135",
           "control 139", "control 140", "control 141", "control 142", "event 0x4012", "event 0x4013",
           "event 0x4010", "event 0x6031", "event 0x60c0", "event 0x60f0"})
-        failed += FailEachCall(VERSION_3, act);
+        failed += fail_each_call(VERSION_3, act);
     figure("cooling: platform calls failed, each once", sim::format("%lu", failed));
 }
 

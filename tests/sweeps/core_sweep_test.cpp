@@ -2,16 +2,12 @@
 // schedules of controls, events and stop at once.
 #include <set>
 
+#include "tests/support/busy_machine.h"
 #include "tests/support/sweep.h"
 
 // A machine with work for every event, started; then the events that touch the most. The waits let retries
 // and timers come round.
-static const std::string g_start = R"(
-    firmware DYTC(0) = 0x30000001
-    firmware DYTC = 1
-    firmware DYTC(3) = 0x03ff0001
-    firmware GOPT(0) = 0x102
-    firmware GOPT(0x100) = 1
+static const std::string g_start = std::string(g_busyMachine) + R"(
     firmware MHKN = 0x81
     start
     advance 5s)";
@@ -34,18 +30,23 @@ static bool answers_the_stop(const std::string& call) {
 }
 
 TEST(CoreSweep, EveryCallFailingOnce) {
-    const std::uint64_t failed = sweep_failures(
-        g_start + g_events + "\nevent 0x100C\nadvance 10s\nstop\nadvance 20s", [](const std::string& call) {
-            if (!answers_the_stop(call)) {
-                EXPECT_EQ(SERVICE_STOPPED, sim::service_status().dwCurrentState) << call;
-                EXPECT_EQ(nullptr, sim::service_process()) << call;
-            }
-            // What the machine holds open now belongs to nobody: everything of the service went with its
-            // process.
-            if (sim::service_process() == nullptr) {
-                EXPECT_EQ(0u, sim::handle_count()) << call;
-            }
-        });
+    const std::uint64_t failed =
+        sweep_failures(g_start + g_events + R"(
+            event 0x100C
+            advance 10s
+            stop
+            advance 20s)",
+                       [](const std::string& call) {
+                           if (!answers_the_stop(call)) {
+                               EXPECT_EQ(SERVICE_STOPPED, sim::service_status().dwCurrentState) << call;
+                               EXPECT_EQ(nullptr, sim::service_process()) << call;
+                           }
+                           // What the machine holds open now belongs to nobody: everything of the service
+                           // went with its process.
+                           if (sim::service_process() == nullptr) {
+                               EXPECT_EQ(0u, sim::handle_count()) << call;
+                           }
+                       });
     figure("core: platform calls of start, ten events, stop, each failed once", std::to_string(failed));
 }
 
@@ -82,7 +83,10 @@ TEST(CoreSweep, AFailedCallLeaksNothing) {
         bench.machine.fail_at = bench.machine.calls + number;
         bench.run(events);
         EXPECT_EQ(usual, held()) << "call " << number << " failed: " << bench.machine.failed_call;
-        bench.run(events + "\nstop\nadvance 1s\ncheck status STOPPED");
+        bench.run(events + R"(
+            stop
+            advance 1s
+            check status STOPPED)");
         if (HasFailure())
             break;
     }
@@ -117,10 +121,14 @@ TEST(CoreSweep, AThousandSchedules) {
             sim::service_control(SERVICE_CONTROL_CONTINUE);
         bench.machine.advance(180000);
         EXPECT_EQ(0u, sim::pending_events());
-        bench.run("control 135\nevent 0x60C0\nadvance 1s\n"
-                  "check registry SVC\\Transform\\CurrentStatus MM = 1\n"
-                  "check registry SVC\\TMC\\TIO CurrentSetting = 1\n"
-                  "check registry SVC\\TMC\\TIO CurrentStatus = 0\ncheck handles 0");
+        bench.run(R"(
+            control 135
+            event 0x60C0
+            advance 1s
+            check registry SVC\Transform\CurrentStatus MM = 1
+            check registry SVC\TMC\TIO CurrentSetting = 1
+            check registry SVC\TMC\TIO CurrentStatus = 0
+            check handles 0)");
         // A stop in the midst of new events and controls.
         sim::post_event(0x4012);
         sim::service_control(138);

@@ -10,6 +10,8 @@ static const char EXTENDED[] = "SVC\\Parameters2\\Type10\\CurrentSetting";
 // Keeps the classic notifications on whatever else a client wants.
 constexpr DWORD ALWAYS = 0x80000000;
 
+namespace {
+
 // A mask that clients write, and the hot keys that it moves.
 struct Page {
     const char* key;
@@ -46,6 +48,8 @@ struct Notebook {
         sim::registry_set_dword(pages[page].key, pages[page].value, last[page]);
     }
 };
+
+} // namespace
 
 // What no good client does. The mask in force stays.
 static void do_harm(const Page& page) {
@@ -115,7 +119,10 @@ static void play(Bench& bench, bool remembers, Totals* totals) {
         EXPECT_EQ(notebook.last[page], notebook.firmware_mask(notebook.pages[page]));
     }
     EXPECT_EQ(notebook.pressed, sim::registry_dword("SVC\\Parameters\\Notification", "@"));
-    bench.run("stop\ncheck status STOPPED 0/0\ncheck handles 0");
+    bench.run(R"(
+        stop
+        check status STOPPED 0/0
+        check handles 0)");
     sim::set_request_hook({});
 }
 
@@ -167,21 +174,21 @@ TEST(HotkeySweep, CallsOfAMaskChange) {
 
 TEST(HotkeySweep, EveryCallFails) {
     const std::uint64_t calls = sweep_failures(R"(
-registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD"
-start
-advance 4s
-registry set SVC\Parameters\CurrentSetting @ dword 0x5
-registry set SVC\Parameters\OverrideSetting @ dword 0x800
-registry set SVC\Parameters2\Type10\CurrentSetting @ dword 0x5
-registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 0x6
-registry set SVC\Parameters2\Type10\OverrideSetting @ dword 0x6
-event 0x1001
-event 0x1101
-event 0x7000
-event 0x5020
-registry set SVC\Parameters\CurrentSetting @ dword 0
-stop
-advance 4s
-)");
+        registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD"
+        start
+        advance 4s
+        registry set SVC\Parameters\CurrentSetting @ dword 0x5
+        registry set SVC\Parameters\OverrideSetting @ dword 0x800
+        registry set SVC\Parameters2\Type10\CurrentSetting @ dword 0x5
+        registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 0x6
+        registry set SVC\Parameters2\Type10\OverrideSetting @ dword 0x6
+        event 0x1001
+        event 0x1101
+        event 0x7000
+        event 0x5020
+        registry set SVC\Parameters\CurrentSetting @ dword 0
+        stop
+        advance 4s
+    )");
     figure("hot keys: calls failed, one a run", std::to_string(calls));
 }

@@ -18,6 +18,8 @@ static const char g_user[] = R"(
     windows hibernate forbidden
 )";
 
+namespace {
+
 struct Round {
     const char* name;
     std::string setup;
@@ -25,38 +27,46 @@ struct Round {
     std::set<const char*> excuses; // releases: when they fail themselves, what they release stays
 };
 
+} // namespace
+
 static const Round g_rounds[] = {
     {"power actions",
      std::string(g_user) + "start\nadvance 5s",
      R"(
-        event 0x5001
-        event 0x5002
-        event 0x6012
-        event 0x100C
-        control 130
-        event 0x2304
-        advance 4m
-        event 0x2404
-        advance 10s
-        event 0x3003
-        advance 10s
-        event 0x2013
-        advance 1m)",
+         event 0x5001
+         event 0x5002
+         event 0x6012
+         event 0x100C
+         control 130
+         event 0x2304
+         advance 4m
+         event 0x2404
+         advance 10s
+         event 0x3003
+         advance 10s
+         event 0x2013
+         advance 1m)",
      {}},
     {"helper commands",
      "windows scheme 2\nrun \"-helper\"",
-     "helper 1\nhelper 2\nhelper 3\nhelper 4\nhelper 5\nhelper 6 2",
+     R"(
+         helper 1
+         helper 2
+         helper 3
+         helper 4
+         helper 5
+         helper 6 2)",
      {}},
     {"monitor-off dialog",
      "windows version 5.2\n" + std::string(g_user) + "start\nadvance 5s",
      R"(
-        control 130
-        advance 1s
-        input move 10 10
-        input key
-        input key
-        input key
-        advance 1s)",
+         control 130
+         advance 1s
+         input move 10 10
+         input key
+         input key
+         input key
+         advance 1s)",
      {"CloseDesktop", "SetThreadDesktop"}},
 };
 
@@ -97,17 +107,14 @@ TEST(PowerSweep, EveryCallFailingOnceLeaksNothing) {
                                              [&failed](const char* name) { return failed == name; });
             EXPECT_TRUE(excused || usual == held()) << "call " << number << " failed: " << failed;
             if (sim::service_process() != nullptr)
-                bench.run("stop\nadvance 10s\ncheck status STOPPED");
+                bench.run(R"(
+                    stop
+                    advance 10s
+                    check status STOPPED)");
         }
         figure((std::string("power: platform calls failed once, ") + round.name).c_str(),
                std::to_string(calls));
     }
-}
-
-static size_t count_calls(const Bench& bench, const char* call) {
-    return static_cast<size_t>(
-        std::count_if(bench.machine.trace.begin(), bench.machine.trace.end(),
-                      [call](const auto& line) { return line.text.rfind(call, 0) == 0; }));
 }
 
 // The bus disconnects at the very moment when the timer fires: one of the two puts the machine to sleep,
@@ -124,7 +131,7 @@ TEST(PowerSweep, TimerAgainstDisconnect) {
         });
         const sim::Ms armed = bench.machine.now;
         bench.machine.advance(600000);
-        EXPECT_EQ(1u, count_calls(bench, "call SetSuspendState"));
+        EXPECT_EQ(1u, traced("call SetSuspendState"));
         for (const sim::TraceLine& line : bench.machine.trace)
             by_timer += line.text.rfind("call SetSuspendState", 0) == 0 && line.time == armed + 180000;
     });
@@ -132,6 +139,8 @@ TEST(PowerSweep, TimerAgainstDisconnect) {
     EXPECT_GT(1900u, by_timer);
     figure("power: schedules of a timer against a disconnect", "1000");
 }
+
+namespace {
 
 // What the state machine says, in the plainest form: when the machine sleeps.
 struct Model {
@@ -172,6 +181,8 @@ struct Model {
         pending = 0;
     }
 };
+
+} // namespace
 
 TEST(PowerSweep, RandomWakeupsAndDisconnects) {
     std::uint64_t events = 0;
@@ -216,7 +227,11 @@ TEST(PowerSweep, RandomWakeupsAndDisconnects) {
         sim::post_event(0x2404);
         sim::service_stop();
         bench.machine.advance(10000);
-        bench.run("mark\nadvance 10m\nexpect no *\ncheck status STOPPED");
+        bench.run(R"(
+            mark
+            advance 10m
+            expect no *
+            check status STOPPED)");
         EXPECT_EQ(0u, sim::handle_count());
     });
     figure("power: random wake-ups and disconnects, each run twice", std::to_string(events / 2));

@@ -17,14 +17,6 @@ static const char g_oldRelease[] =
     "registry set \"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\" ReleaseId "
     "sz \"1809\"\n";
 
-static bool traced(const std::string& beginning) {
-    for (const sim::TraceLine& line : sim::machine().trace) {
-        if (line.effect && line.text.starts_with(beginning))
-            return true;
-    }
-    return false;
-}
-
 // The clean-up run has ended with nothing left, whatever failed; a started uninstall has a whole copy to work
 // on.
 static void clean_up_left_nothing(const std::string& failed) {
@@ -36,7 +28,7 @@ static void clean_up_left_nothing(const std::string& failed) {
     EXPECT_EQ(0u, sim::com_strings(process)) << failed;
     EXPECT_EQ(0u, sim::com_initialisations(process)) << failed;
     EXPECT_FALSE(sim::redirection_off(process)) << failed;
-    if (!traced("call CreateProcessW"))
+    if (traced("call CreateProcessW") == 0)
         return;
     const sim::PlainFile* copy = sim::find_file(g_inf);
     ASSERT_NE(nullptr, copy) << failed;
@@ -49,12 +41,14 @@ TEST(SetupSweep, CleanUp) {
         std::string("registry set SVC Owners multi \"gone.inf\"\nfile \"") + g_inf +
         "\" present\nwindows task \"Mestra\" \"Mestra Platform Task\" present\nrun \"-PnPTask\"";
     std::uint64_t calls = sweep_failures(removal, clean_up_left_nothing);
-    const std::string installed = "registry set SVC Owners multi \"gone.inf\" \"oem8.inf\"\n"
-                                  "file \"C:\\Windows\\INF\\oem8.inf\" present\nrun \"-PnPTask\"";
+    const std::string installed = R"(
+        registry set SVC Owners multi "gone.inf" "oem8.inf"
+        file "C:\Windows\INF\oem8.inf" present
+        run "-PnPTask")";
     calls += sweep_failures(installed, [](const std::string& failed) {
         clean_up_left_nothing(failed);
         for (const char* effect : {"call ", "file ", "registry "})
-            EXPECT_FALSE(traced(effect)) << failed << ": uninstalled on doubt";
+            EXPECT_EQ(0u, traced(effect)) << failed << ": uninstalled on doubt";
     });
     figure("setup: calls of the clean-up run, each failed once, nothing left", std::to_string(calls));
 }
@@ -80,7 +74,11 @@ TEST(SetupSweep, PanelFrequency) {
     std::uint64_t number = 1;
     for (bool more = true; more; ++number) {
         Bench bench;
-        bench.run("firmware PWMGET = 200\nwindows graphics present\nstart\nadvance 2s");
+        bench.run(R"(
+            firmware PWMGET = 200
+            windows graphics present
+            start
+            advance 2s)");
         bench.machine.fail_at = bench.machine.calls + number;
         const size_t before = bench.machine.trace.size();
         bench.run("event 0x5010");
@@ -95,7 +93,10 @@ TEST(SetupSweep, PanelFrequency) {
         EXPECT_TRUE(reports == 1 || of_a_request.count(bench.machine.failed_call) != 0)
             << bench.machine.failed_call;
         SCOPED_TRACE(bench.machine.failed_call);
-        bench.run("advance 3s\nevent 0x5010\nexpect request PWMSET(0xc8) = 0x0");
+        bench.run(R"(
+            advance 3s
+            event 0x5010
+            expect request PWMSET(0xc8) = 0x0)");
         EXPECT_EQ(200u, sim::inverter().frequency);
         EXPECT_EQ(1u, sim::com_references(sim::service_process()));
         EXPECT_EQ(1u, sim::com_initialisations(sim::service_process()));
@@ -108,8 +109,10 @@ TEST(SetupSweep, IdleStateMonitor) {
     std::uint64_t number = 1;
     for (bool more = true; more; ++number) {
         Bench bench;
-        bench.run(
-            "firmware QCPULEVELCTRL(0) = 1\nfirmware QCPULEVELCTRL(1) = 5\nfirmware QCPULEVELCTRL(2) = 1000");
+        bench.run(R"(
+            firmware QCPULEVELCTRL(0) = 1
+            firmware QCPULEVELCTRL(1) = 5
+            firmware QCPULEVELCTRL(2) = 1000)");
         bench.machine.fail_at = number;
         sim::Thread* thread = sim::start_thread(bench.machine.host, "monitor",
                                                 [] { return CPUStateC3C4MonitorThreadProc(nullptr); });
@@ -131,10 +134,13 @@ TEST(SetupSweep, Schedules) {
     constexpr std::uint64_t SEEDS = 300;
     std::uint64_t switches = 0;
     run_seeds(SEEDS, [&switches](Bench& bench) {
-        bench.run(std::string(g_oldRelease) +
-                  "firmware PWMGET = 200\nfirmware QCPULEVELCTRL(0) = 1\n"
-                  "firmware QCPULEVELCTRL(1) = 5\nfirmware QCPULEVELCTRL(2) = 1000\n"
-                  "registry set SVC Owners multi \"gone.inf\"\nstart");
+        bench.run(std::string(g_oldRelease) + R"(
+            firmware PWMGET = 200
+            firmware QCPULEVELCTRL(0) = 1
+            firmware QCPULEVELCTRL(1) = 5
+            firmware QCPULEVELCTRL(2) = 1000
+            registry set SVC Owners multi "gone.inf"
+            start)");
         const bool faults = sim::random_below(2) != 0; // else a clean-up run stops the service at some time
         for (int round = 0; round < 4; ++round) {
             sim::set_graphics_present(sim::random_below(2) != 0);
@@ -154,11 +160,16 @@ TEST(SetupSweep, Schedules) {
             sim::service_stop();
             bench.run("advance 1s");
         }
-        bench.run("check status STOPPED\nstart\nadvance 6s\nevent 0x5010\nexpect request PWMSET(0xc8) = 0x0\n"
-                  "check status RUNNING");
+        bench.run(R"(
+            check status STOPPED
+            start
+            advance 6s
+            event 0x5010
+            expect request PWMSET(0xc8) = 0x0
+            check status RUNNING)");
         EXPECT_EQ(1u, sim::task_count("\\"));
         EXPECT_EQ(200u, sim::inverter().frequency);
-        EXPECT_TRUE(traced("request CSTATEPARAMS(0x4)"));
+        EXPECT_NE(0u, traced("request CSTATEPARAMS(0x4)"));
         EXPECT_EQ(0u, sim::com_strings(sim::service_process()));
         bench.run("stop\ncheck status STOPPED 0/0");
         switches += bench.machine.switches;
