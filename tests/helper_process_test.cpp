@@ -226,5 +226,5 @@ TEST(Helper, NothingGrowsWithEveryCommand) {
             helper 6 2)");
     EXPECT_EQ(handles, sim::handle_count(helper));
     EXPECT_EQ(0u, sim::loaded_modules());
-    EXPECT_EQ(loads + 10 * (1 + 1 + 2 + 3 + 5 + 1), sim::module_loads("powrprof.dll"));
+    EXPECT_EQ(loads + 10 * size_t{1 + 1 + 2 + 3 + 5 + 1}, sim::module_loads("powrprof.dll"));
 }

@@ -63,7 +63,7 @@ TEST(Power, LidBeep) {
                 hex += "7800";
             return hex;
         }();
-        const std::string raw = "registry set " + g_desktopKey + "raw 1 " + units;
+        const std::string raw = sim::format("registry set %sraw 1 %s", g_desktopKey.c_str(), units.c_str());
         const PowerCase one[] = {{row.name, row.setup != nullptr ? row.setup : raw.c_str(), row.script}};
         run_started(both, one);
     }
@@ -335,5 +335,5 @@ TEST(Power, NothingGrowsWithEveryWakeup) {
     EXPECT_EQ(0u, sim::loaded_modules());
     // Two returns (one function each), the policy, one function for hibernation, one for sleep, two for the
     // battery.
-    EXPECT_EQ(loads + 20 * 7, sim::module_loads("powrprof.dll"));
+    EXPECT_EQ(loads + size_t{20} * 7, sim::module_loads("powrprof.dll"));
 }
