@@ -224,7 +224,7 @@ TEST(CoolingFirmware, AFunctionThatTheMachineLacksIsPublishedAsDisabled) {
 }
 
 TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {
-    const WCHAR* const path = SERVICE_KEY L"\\TMC\\XYZ";
+    const WCHAR* const path = ZORPM_SERVICE_KEY L"\\TMC\\XYZ";
     Bench bench;
     sim::registry_set_dword(R"(SVC\TMC\XYZ)", "Good", 7);
     sim::registry_set_text(R"(SVC\TMC\XYZ)", "Text", "77");
@@ -243,7 +243,7 @@ TEST(CoolingFirmware, DwordHelpersLeaveTheirErrorCodes) {
         {path, L"Long", FALSE, 1},
         {path, L"Short", FALSE, 1},
         {path, L"Binary", TRUE, 1},
-        {SERVICE_KEY L"\\TMC\\ABC", L"Good", FALSE, 0xE1100002},
+        {ZORPM_SERVICE_KEY L"\\TMC\\ABC", L"Good", FALSE, 0xE1100002},
     };
     sim::run_on_thread([&] {
         for (const auto& row : rows) {

@@ -2,14 +2,12 @@
 // wrong type or size reads as an absent one, and no read can overrun its buffer.
 #pragma once
 
+#include <zorpm/zorpm.h>
+
 #include "common/holders.h"
 
 // Room for a path of the registry or of a file.
 constexpr DWORD PATH_CHARACTERS = 260;
-
-// The service's own key under HKEY_LOCAL_MACHINE, and its capability key.
-#define SERVICE_KEY L"SYSTEM\\CurrentControlSet\\Services\\ZORPMSVC"
-#define ZORPM_KEY   L"Software\\ZOR\\ZORPM"
 
 // Opens an existing key into an empty holder. TRUE on success; the holder stays empty otherwise.
 BOOL OpenKey(KeyHolder* holder, HKEY root, const wchar_t* path, REGSAM access);

@@ -5,9 +5,6 @@
 #include "common/registry.h"
 #include "common/trace.h"
 
-#define TMC_KEY  SERVICE_KEY L"\\TMC"
-#define TMCT_KEY SERVICE_KEY L"\\TMCT\\Parameters"
-
 // clang-format off
 const CoolingKey TMC_TIO = {THERMAL_TWO_IN_ONE, L"TIO",
     TRACE_NAME(L"AdaptiveCoolingInitRegKeyForTwoInOne_v3"),
@@ -96,12 +93,12 @@ OPERATION(BOOL, AdaptiveCoolingSetRegKeyDwordValue, (const wchar_t* subkey, cons
 }
 
 OPERATION(BOOL, AdaptiveCoolingSetRegDYTCVersion, (DWORD value), value) {
-    return AdaptiveCoolingSetRegKeyDwordValue(TMC_KEY, L"Version", value);
+    return AdaptiveCoolingSetRegKeyDwordValue(ZORPM_COOLING_V3_KEY, ZORPM_COOLING_VERSION, value);
 }
 
 // Path of a function's key.
 static void FormatFunctionPath(wchar_t (&path)[PATH_CHARACTERS], const wchar_t* subkey) {
-    StringCchPrintfW(path, PATH_CHARACTERS, L"%ls\\%ls", TMC_KEY, subkey);
+    StringCchPrintfW(path, PATH_CHARACTERS, L"%ls\\%ls", ZORPM_COOLING_V3_KEY, subkey);
 }
 
 static BOOL SetFunctionValue(const CoolingKey& key, const wchar_t* name, DWORD value) {
@@ -111,22 +108,23 @@ static BOOL SetFunctionValue(const CoolingKey& key, const wchar_t* name, DWORD v
 }
 
 BOOL AdaptiveCoolingSetRegCurrentSettings_v3(const CoolingKey& key, DWORD value) {
-    return TRACED(key.set_setting, SetFunctionValue(key, L"CurrentSetting", value), value);
+    return TRACED(key.set_setting, SetFunctionValue(key, ZORPM_COOLING_SETTING, value), value);
 }
 
 BOOL AdaptiveCoolingGetRegCurrentSettings_v3(const CoolingKey& key, DWORD* value) {
     wchar_t path[PATH_CHARACTERS];
     FormatFunctionPath(path, key.subkey);
-    return TRACED(key.get_setting, AdaptiveCoolingGetRegKeyDwordValue(path, L"CurrentSetting", value), value);
+    return TRACED(key.get_setting, AdaptiveCoolingGetRegKeyDwordValue(path, ZORPM_COOLING_SETTING, value),
+                  value);
 }
 
 BOOL AdaptiveCoolingSetRegCurrentStatus_v3(const CoolingKey& key, DWORD value) {
-    return TRACED(key.set_status, SetFunctionValue(key, L"CurrentStatus", value), value);
+    return TRACED(key.set_status, SetFunctionValue(key, ZORPM_COOLING_STATUS, value), value);
 }
 
 static BOOL InitRegKey(const CoolingKey& key, DWORD capable, DWORD* setting) {
     DWORD taken = capable != 0 ? 1 : 0;
-    if (!TRACED(key.set_capability, SetFunctionValue(key, L"Capability", taken), taken))
+    if (!TRACED(key.set_capability, SetFunctionValue(key, ZORPM_COOLING_CAPABILITY, taken), taken))
         return FALSE;
     const bool kept = capable != 0 && AdaptiveCoolingGetRegCurrentSettings_v3(key, &taken);
     if (!kept && !AdaptiveCoolingSetRegCurrentSettings_v3(key, taken))
@@ -140,20 +138,20 @@ BOOL AdaptiveCoolingInitRegKey_v3(const CoolingKey& key, DWORD capable, DWORD* s
 }
 
 OPERATION(BOOL, AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3, (DWORD value), value) {
-    return SetFunctionValue(TMC_TIO, L"CurrentOptionStatus", value);
+    return SetFunctionValue(TMC_TIO, ZORPM_TIO_OPTION, value);
 }
 
 OPERATION(BOOL, AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3, (DWORD value), value) {
-    return SetFunctionValue(TMC_TIO, L"CurrentOnHandStatus", value);
+    return SetFunctionValue(TMC_TIO, ZORPM_TIO_ON_HAND, value);
 }
 
 // Opens the version 2 key, unless there is no Adaptive Cooling.
 static BOOL OpenVersion2Key(KeyHolder* holder, BOOL* created = nullptr) {
     if (g_dwAdaptiveCoolingSupportVersion == COOLING_INTERFACE_NONE)
         return FALSE;
-    if (CreateKey(holder, HKEY_LOCAL_MACHINE, TMCT_KEY, KEY_ALL_ACCESS, created))
+    if (CreateKey(holder, HKEY_LOCAL_MACHINE, ZORPM_COOLING_V2_KEY, KEY_ALL_ACCESS, created))
         return TRUE;
-    Trace(L"OpenVersion2Key(): Error: %ls not opened.\n", TMCT_KEY);
+    Trace(L"OpenVersion2Key(): Error: %ls not opened.\n", ZORPM_COOLING_V2_KEY);
     return FALSE;
 }
 
@@ -167,13 +165,13 @@ OPERATION(BOOL, GetAdaptiveCoolingGetCurrentSettingsStatusFromReg, (DWORD * sett
     KeyHolder key;
     if (setting == nullptr || !OpenVersion2Key(&key))
         return FALSE;
-    QueryFourBytes(key.key, L"CurrentSetting", setting);
+    QueryFourBytes(key.key, ZORPM_COOLING_SETTING, setting);
     return TRUE;
 }
 
 OPERATION(BOOL, SetAdaptiveCoolingCurrentSettingReg, (DWORD setting), setting) {
     KeyHolder key;
-    return OpenVersion2Key(&key) && SetDword(key.key, L"CurrentSetting", setting);
+    return OpenVersion2Key(&key) && SetDword(key.key, ZORPM_COOLING_SETTING, setting);
 }
 
 OPERATION(BOOL, SetAdaptiveCoolingCreateReg, (DWORD * setting), setting) {
@@ -184,14 +182,14 @@ OPERATION(BOOL, SetAdaptiveCoolingCreateReg, (DWORD * setting), setting) {
     const DWORD version = g_dwAdaptiveCoolingSupportVersion;
     if (version != COOLING_INTERFACE_2001) {
         Trace(L"Error unexpected Method(DYTC) interface version set capabiltu %x ()\n", version);
-        PublishVersion2Value(key, L"Capability", 0);
+        PublishVersion2Value(key, ZORPM_COOLING_CAPABILITY, 0);
         return FALSE;
     }
-    PublishVersion2Value(key, L"Version", COOLING_INTERFACE_2001);
-    PublishVersion2Value(key, L"Capability", 1);
+    PublishVersion2Value(key, ZORPM_COOLING_VERSION, COOLING_INTERFACE_2001);
+    PublishVersion2Value(key, ZORPM_COOLING_CAPABILITY, 1);
     DWORD current = 1;
-    if (created || QueryFourBytes(key.key, L"CurrentSetting", &current) != ERROR_SUCCESS)
-        PublishVersion2Value(key, L"CurrentSetting", current);
+    if (created || QueryFourBytes(key.key, ZORPM_COOLING_SETTING, &current) != ERROR_SUCCESS)
+        PublishVersion2Value(key, ZORPM_COOLING_SETTING, current);
     *setting = current;
     return TRUE;
 }
@@ -209,9 +207,9 @@ static BOOL CreateTicks(const wchar_t* name, DWORD default_ticks, DWORD* ticks) 
 }
 
 OPERATION(BOOL, AdaptiveCoolingCreateInitTimeFromReg, (DWORD * ticks), ticks) {
-    return CreateTicks(L"INIT", DEFAULT_INIT_TICKS, ticks);
+    return CreateTicks(ZORPM_COOLING_INIT, DEFAULT_INIT_TICKS, ticks);
 }
 
 OPERATION(BOOL, SetAdaptiveCoolingCreateSpcialCoolingTimeReg, (DWORD * ticks), ticks) {
-    return CreateTicks(L"SPCT", DEFAULT_SPECIAL_COOLING_TICKS, ticks);
+    return CreateTicks(ZORPM_COOLING_SPECIAL, DEFAULT_SPECIAL_COOLING_TICKS, ticks);
 }

@@ -6,8 +6,6 @@
 #include "driver/device.h"
 #include "driver/firmware_words.h"
 
-#define CPU_CONTROL_KEY ZORPM_KEY L"\\CPUControl"
-
 std::atomic<HANDLE> g_hCPUMonitorThread{nullptr};
 
 // Keeps the duration in milliseconds within 32 bits.
@@ -43,9 +41,9 @@ static void RefreshDefaults(const MonitorDevices& devices, HKEY key, MonitorSett
                    &settings->polling_duration_s);
     OneWordRequest(devices.primary.handle, IOCTL_PMDRV_QCPULEVELCTRL, CPU_QUERY_C4_THRESHOLD,
                    &settings->c4_threshold);
-    SetDword(key, L"PollingDuration", settings->polling_duration_s);
-    SetDword(key, L"C4TimerReso", settings->c4_threshold);
-    SetDword(key, L"UseRegValue", 0);
+    SetDword(key, ZORPM_CPU_POLLING, settings->polling_duration_s);
+    SetDword(key, ZORPM_CPU_THRESHOLD, settings->c4_threshold);
+    SetDword(key, ZORPM_CPU_USE, 0);
 }
 
 // Fills the settings from an open key. FALSE when the key is new and the driver wants no control: the key
@@ -58,19 +56,19 @@ static BOOL LoadSettings(const MonitorDevices& devices, HKEY key, BOOL created, 
                             &wanted) ||
             wanted == 0)
             return FALSE;
-        SetDword(key, L"Workaround", wanted);
+        SetDword(key, ZORPM_CPU_WANTED, wanted);
     } else {
-        QueryDword(key, L"UseRegValue", &use_registry);
+        QueryDword(key, ZORPM_CPU_USE, &use_registry);
     }
     if (use_registry != 0) {
         // A missing value leaves 0; a duration of 0 makes the passes follow each other without pause.
-        QueryDword(key, L"PollingDuration", &settings->polling_duration_s);
-        QueryDword(key, L"C4TimerReso", &settings->c4_threshold);
+        QueryDword(key, ZORPM_CPU_POLLING, &settings->polling_duration_s);
+        QueryDword(key, ZORPM_CPU_THRESHOLD, &settings->c4_threshold);
     } else {
         RefreshDefaults(devices, key, settings);
     }
     // Read back: a client's 0 in an existing key turns the control off.
-    QueryDword(key, L"Workaround", &settings->workaround);
+    QueryDword(key, ZORPM_CPU_WANTED, &settings->workaround);
     return TRUE;
 }
 
@@ -94,7 +92,7 @@ static BOOL MonitorCpuState() {
     MonitorDevices devices;
     KeyHolder key;
     BOOL created = FALSE;
-    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, CPU_CONTROL_KEY, KEY_READ | KEY_WRITE, &created)) {
+    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, ZORPM_CPU_KEY, KEY_READ | KEY_WRITE, &created)) {
         Trace(L"ZORPMSVC coundn't create CPUControl registry key.");
         return FALSE;
     }
@@ -102,7 +100,7 @@ static BOOL MonitorCpuState() {
     const BOOL loaded = LoadSettings(devices, key.key, created, &settings);
     key.Release();
     if (!loaded) {
-        RegDeleteKeyW(HKEY_LOCAL_MACHINE, CPU_CONTROL_KEY);
+        RegDeleteKeyW(HKEY_LOCAL_MACHINE, ZORPM_CPU_KEY);
         return TRUE;
     }
     DWORD wanted = 0;

@@ -68,16 +68,16 @@ OPERATION(void, CloseDriverNotificationEvents, ()) {
 
 static BOOL PublishCapabilities() {
     KeyHolder key;
-    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, ZORPM_KEY, KEY_READ | KEY_WRITE))
+    if (!CreateKey(&key, HKEY_LOCAL_MACHINE, ZORPM_CAPABILITY_KEY, KEY_READ | KEY_WRITE))
         return FALSE;
-    if (!SetDword(key.key, L"CapaLidBeep", 1))
+    if (!SetDword(key.key, ZORPM_CAPABILITY_LID_BEEP, 1))
         return FALSE;
     // Capability mask of the custom control codes, for clients.
-    if (!SetDword(key.key, L"SvcCtrlCodeCapa", 3))
+    if (!SetDword(key.key, ZORPM_CAPABILITY_CODES, 3))
         return FALSE;
     DWORD creation = 0;
-    if (!QueryDword(key.key, L"HibFileCreation", &creation))
-        SetDword(key.key, L"HibFileCreation", 1);
+    if (!QueryDword(key.key, ZORPM_CAPABILITY_HIBERFILE, &creation))
+        SetDword(key.key, ZORPM_CAPABILITY_HIBERFILE, 1);
     return TRUE;
 }
 
@@ -91,6 +91,6 @@ OPERATION(BOOL, MakeConnect, (BOOL connect), connect) {
     if (connect)
         return PublishCapabilities();
     // A key that still has subkeys stays; so be it.
-    RegDeleteKeyW(HKEY_LOCAL_MACHINE, ZORPM_KEY);
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, ZORPM_CAPABILITY_KEY);
     return TRUE;
 }

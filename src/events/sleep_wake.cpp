@@ -46,8 +46,8 @@ OPERATION(void, ForceSuspendSystem, ()) {
 static bool MayCreateHibernationFile() {
     DWORD creation = 1;
     KeyHolder key;
-    if (OpenKey(&key, HKEY_LOCAL_MACHINE, ZORPM_KEY, KEY_READ))
-        QueryDword(key.key, L"HibFileCreation", &creation);
+    if (OpenKey(&key, HKEY_LOCAL_MACHINE, ZORPM_CAPABILITY_KEY, KEY_READ))
+        QueryDword(key.key, ZORPM_CAPABILITY_HIBERFILE, &creation);
     return creation != 0;
 }
 

@@ -30,11 +30,11 @@ static bool IsHarrowMark(const wchar_t* text) {
 // Publishes the flag as 1 in its existing key. FALSE when the key cannot be opened.
 static OPERATION(BOOL, SetHRSPMode, ()) {
     KeyHolder key;
-    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, SERVICE_KEY L"\\Configurations\\ScreenRotation", KEY_ALL_ACCESS)) {
+    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, ZORPM_ROTATION_KEY, KEY_ALL_ACCESS)) {
         Trace(L"SetHRSPMode(): Error: key not opened.\n");
         return FALSE;
     }
-    SetDword(key.key, L"HRSPMode", 1);
+    SetDword(key.key, ZORPM_ROTATION_HARROW, 1);
     return TRUE;
 }
 

@@ -7,10 +7,10 @@
 #include "common/trace.h"
 #include "driver/firmware_words.h"
 
-static const wchar_t g_parametersKey[] = SERVICE_KEY L"\\Transform\\Parameters";
-static const wchar_t g_currentStatusKey[] = SERVICE_KEY L"\\Transform\\CurrentStatus";
-static const wchar_t g_multimodeKey[] = L"SOFTWARE\\Mestra\\MultiMode";
-static const wchar_t g_dolbyKey[] = L"SOFTWARE\\Dolby\\DAX";
+static const wchar_t g_parametersKey[] = ZORPM_TRANSFORM_SETTINGS_KEY;
+static const wchar_t g_currentStatusKey[] = ZORPM_POSTURE_KEY;
+static const wchar_t g_multimodeKey[] = ZORPM_MULTIMODE_KEY;
+static const wchar_t g_dolbyKey[] = ZORPM_DOLBY_KEY;
 static const wchar_t g_windowsKey[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
 
 // Sizes of the text buffers, in characters.
@@ -39,8 +39,8 @@ struct TransformParameter {
 
 static const TransformParameter g_transformParameters[] = {
     {L"CurrentSetting", 1, &g_dwCurrentSetting},
-    {L"ChkINode", 1, &g_dwChkINode},
-    {L"ChkOSV", 0, &g_dwChkOSV},
+    {ZORPM_TRANSFORM_CHECK_BUTTON, 1, &g_dwChkINode},
+    {ZORPM_TRANSFORM_CHECK_BUILD, 0, &g_dwChkOSV},
 };
 
 // Programs may have stored these settings and the state under any type and with fewer than 4 bytes: missing
@@ -120,31 +120,31 @@ static OPERATION(void, GetCurrentDateAndTime, (wchar_t * buffer, DWORD size), bu
 static OPERATION(BOOL, UpdatePrevMultimode, (HKEY multimode, HKEY current_status), multimode,
                  current_status) {
     DWORD previous = 0;
-    if (!QueryDword(current_status, L"MM", &previous))
+    if (!QueryDword(current_status, ZORPM_POSTURE, &previous))
         return FALSE;
     wchar_t name[MODE_NAME_CHARACTERS] = {};
     ConvertToModeName(previous, name, ARRAYSIZE(name));
-    return SetString(multimode, L"PrevMode", name);
+    return SetString(multimode, ZORPM_MULTIMODE_PREVIOUS, name);
 }
 
 static OPERATION(BOOL, UpdateCurrentModeRegValue, (HKEY multimode, DWORD state), multimode, state) {
-    return SetDword(multimode, L"CurrentMode", state);
+    return SetDword(multimode, ZORPM_MULTIMODE_CURRENT, state);
 }
 
 // Copies the bytes as they stand: they need not be a well-formed string, and are never used as one.
 static OPERATION(BOOL, CopyTimeStampToPrev, (HKEY multimode), multimode) {
     BYTE stamp[TIME_STAMP_LIMIT] = {};
     DWORD size = sizeof(stamp);
-    if (RegQueryValueExW(multimode, L"ModeChangeTimeStamp", nullptr, nullptr, stamp, &size) != ERROR_SUCCESS)
+    if (RegQueryValueExW(multimode, ZORPM_MULTIMODE_STAMP, nullptr, nullptr, stamp, &size) != ERROR_SUCCESS)
         return FALSE;
-    return RegSetValueExW(multimode, L"PrevTimeStamp", 0, REG_SZ, stamp, size) == ERROR_SUCCESS;
+    return RegSetValueExW(multimode, ZORPM_MULTIMODE_PREV_STAMP, 0, REG_SZ, stamp, size) == ERROR_SUCCESS;
 }
 
 static OPERATION(BOOL, UpdateTimeStampRegValue, (HKEY multimode), multimode) {
     CopyTimeStampToPrev(multimode);
     wchar_t stamp[TIME_STAMP_CHARACTERS] = {};
     GetCurrentDateAndTime(stamp, ARRAYSIZE(stamp));
-    return SetString(multimode, L"ModeChangeTimeStamp", stamp);
+    return SetString(multimode, ZORPM_MULTIMODE_STAMP, stamp);
 }
 
 // Each step runs whatever became of the one before.
@@ -165,7 +165,7 @@ static OPERATION(BOOL, UpdateSettingsMultimodeRegistry, (DWORD state, HKEY curre
 static OPERATION(BOOL, UpdateDolbyMultimodeRegistry, (DWORD state), state) {
     KeyHolder key;
     return OpenKey(&key, HKEY_LOCAL_MACHINE, g_dolbyKey, KEY_ALL_ACCESS) &&
-           SetDword(key.key, L"MultimodeFormFactor", state);
+           SetDword(key.key, ZORPM_DOLBY_POSTURE, state);
 }
 
 static OPERATION(BOOL, SystemTransformationCreateCurrentStatusToReg, ()) {
@@ -176,9 +176,9 @@ static OPERATION(BOOL, SystemTransformationCreateCurrentStatusToReg, ()) {
     UpdateSettingsMultimodeRegistry(MM_SYSTEM_STATE_NotReceived, key.key);
     DWORD state = MM_SYSTEM_STATE_NotReceived;
     if (created)
-        SetDword(key.key, L"MM", state);
+        SetDword(key.key, ZORPM_POSTURE, state);
     else
-        QueryShortValue(key.key, L"MM", &state);
+        QueryShortValue(key.key, ZORPM_POSTURE, &state);
     UpdateDolbyMultimodeRegistry(state);
     return TRUE;
 }
@@ -197,14 +197,14 @@ OPERATION(void, SystemTransformationSetCurrentStatusToReg, (DWORD state), state)
         return;
     }
     UpdateSettingsMultimodeRegistry(state, key.key);
-    if (SetDword(key.key, L"MM", state))
+    if (SetDword(key.key, ZORPM_POSTURE, state))
         UpdateDolbyMultimodeRegistry(state);
 }
 
 OPERATION(void, PublishLidState, (DWORD state), state) {
     KeyHolder key;
     if (OpenKey(&key, HKEY_LOCAL_MACHINE, g_currentStatusKey, KEY_ALL_ACCESS))
-        SetDword(key.key, L"Lid", state);
+        SetDword(key.key, ZORPM_LID, state);
 }
 
 // Reads the Windows build number; 0 in *build when it cannot be read.

@@ -18,10 +18,9 @@ struct PostureValue {
 } // namespace
 
 // The posture that the event actions saw last, as a transformation state.
-static const PostureValue g_lastTransformation = {SERVICE_KEY L"\\Status", L"LastSystemTransformation"};
+static const PostureValue g_lastTransformation = {ZORPM_STATUS_KEY, ZORPM_STATUS_LAST};
 // Windows' own setting; bit 0 set means that the screen rotates by itself.
-static const PostureValue g_autoRotation = {L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation",
-                                            L"Enable"};
+static const PostureValue g_autoRotation = {ZORPM_AUTOROTATION_KEY, ZORPM_AUTOROTATION_ENABLE};
 
 static BOOL ReadPostureValue(const PostureValue& value, DWORD* data) {
     KeyHolder key;

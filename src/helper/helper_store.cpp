@@ -9,7 +9,7 @@ constexpr REGSAM WRITE_ACCESS = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 static_assert(WRITE_ACCESS == 0x2001F);
 
 static bool StorePath(wchar_t (&path)[PATH_CHARACTERS], const wchar_t* subkey) {
-    return SUCCEEDED(StringCchPrintfW(path, ARRAYSIZE(path), L"%ls\\%ls", HELPER_STORE, subkey));
+    return SUCCEEDED(StringCchPrintfW(path, ARRAYSIZE(path), L"%ls\\%ls", ZORPM_HELPER_STORE, subkey));
 }
 
 OPERATION(void, WriteHelperRegistryValue,

@@ -4,8 +4,6 @@
 
 #include <windows.h>
 
-#define HELPER_STORE L"QWRSAUTO.PMHELPER"
-
 // Writes one REG_BINARY value under a subkey of the store, creating the subkey. A failure is silent.
 void WriteHelperRegistryValue(const wchar_t* subkey, const wchar_t* name, const void* data, DWORD size);
 

@@ -1,17 +1,11 @@
 #include "helper/pm_helper.h"
 
+#include <zorpm/zorpm.h>
+
 #include "common/process.h"
 #include "common/trace.h"
 #include "helper/helper_store.h"
 #include "power/powrprof.h"
-
-#define HELPER_CLASS   L"PmHelperWindowClass"
-#define HELPER_MESSAGE L"PmHelperMessage"
-
-#define POLICIES_SUBKEY      L"PowerPolicies"
-#define GLOBAL_POLICY_SUBKEY L"GlobalPowerPolicy"
-#define INDEX_VALUE          L"CurrentPwrPolicy"
-#define POLICIES_VALUE       L"Policies"
 
 static_assert(sizeof(GLOBAL_USER_POWER_POLICY) == HELPER_RECORD_BYTES);
 
@@ -30,14 +24,14 @@ POWER_POLICY WithOneSecondTimeouts(const POWER_POLICY& policy) {
 static OPERATION(DWORD, SaveGlobalPowerPolicy, ([[maybe_unused]] LPARAM argument), argument) {
     GLOBAL_POWER_POLICY policy = {};
     if (PowrProfReadGlobalPwrPolicy(&policy))
-        WriteHelperRegistryValue(GLOBAL_POLICY_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
+        WriteHelperRegistryValue(ZORPM_HELPER_GLOBAL, ZORPM_HELPER_POLICY, &policy.user, sizeof(policy.user));
     return 0;
 }
 
 static OPERATION(DWORD, SaveActivePowerSchemeIndex, ([[maybe_unused]] LPARAM argument), argument) {
     UINT index = 0;
     if (PowrProfGetActivePwrScheme(&index))
-        WriteHelperRegistryValue(POLICIES_SUBKEY, INDEX_VALUE, &index, sizeof(index));
+        WriteHelperRegistryValue(ZORPM_HELPER_POLICIES, ZORPM_HELPER_SCHEME_INDEX, &index, sizeof(index));
     return 0;
 }
 
@@ -52,7 +46,8 @@ static OPERATION(DWORD, SaveUserPowerPolicy, ([[maybe_unused]] LPARAM argument),
     UINT index = 0;
     POWER_POLICY policy = {};
     if (ReadActiveScheme(&index, &policy))
-        WriteHelperRegistryValue(POLICIES_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
+        WriteHelperRegistryValue(ZORPM_HELPER_POLICIES, ZORPM_HELPER_POLICY, &policy.user,
+                                 sizeof(policy.user));
     return 0;
 }
 
@@ -62,7 +57,7 @@ static OPERATION(DWORD, RestoreUserPowerPolicy, ([[maybe_unused]] LPARAM argumen
     if (!ReadActiveScheme(&index, &policy))
         return 0;
     // Without a stored policy the system's own is activated again.
-    ReadHelperRegistryValue(POLICIES_SUBKEY, POLICIES_VALUE, &policy.user, sizeof(policy.user));
+    ReadHelperRegistryValue(ZORPM_HELPER_POLICIES, ZORPM_HELPER_POLICY, &policy.user, sizeof(policy.user));
     PowrProfSetActivePwrScheme(index, nullptr, &policy);
     return 0;
 }
@@ -113,7 +108,7 @@ static OPERATION(DWORD, PmHelperCommand, (WPARAM command, LPARAM argument), comm
 
 static LRESULT CALLBACK PmHelperWndProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (g_uHelperMessage == 0)
-        g_uHelperMessage = RegisterWindowMessageW(HELPER_MESSAGE);
+        g_uHelperMessage = RegisterWindowMessageW(ZORPM_HELPER_MESSAGE);
     // An id that could not be registered must not match WM_NULL.
     if (message == g_uHelperMessage && message != WM_NULL)
         return PmHelperCommand(wParam, lParam);
@@ -128,14 +123,14 @@ static OPERATION(ATOM, RegisterPmHelperWindowClass, ()) {
     window_class.hInstance = g_hInstance;
     window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
     window_class.hbrBackground = reinterpret_cast<HBRUSH>(static_cast<ULONG_PTR>(COLOR_WINDOW + 1));
-    window_class.lpszClassName = HELPER_CLASS;
+    window_class.lpszClassName = ZORPM_HELPER_CLASS;
     return RegisterClassExW(&window_class);
 }
 
 OPERATION(void, PmHelperMain, ()) {
     if (RegisterPmHelperWindowClass() == 0)
         Trace(L"PmHelperMain(): Error: RegisterClassExW(). (%lu)\n", GetLastError());
-    HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, HELPER_CLASS, nullptr, WS_POPUP, 100, 100, 100, 100,
+    HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, ZORPM_HELPER_CLASS, nullptr, WS_POPUP, 100, 100, 100, 100,
                                   nullptr, nullptr, g_hInstance, nullptr);
     if (window == nullptr) {
         Trace(L"PmHelperMain(): Error: CreateWindowExW(). (%lu)\n", GetLastError());

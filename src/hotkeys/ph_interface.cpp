@@ -1,10 +1,10 @@
 // The classic PH interface: one page of 32 hot keys, for firmware of interface version 0x100 or 0x200.
 #include "hotkeys/ph_interface.h"
 
+#include "common/registry.h"
 #include "common/trace.h"
 #include "driver/device.h"
 #include "driver/firmware_words.h"
-#include "hotkeys/ph_keys.h"
 #include "hotkeys/ph_masks.h"
 #include "hotkeys/ph_watch.h"
 
@@ -20,7 +20,7 @@ static BOOL CreateClassicKey(KeyHolder* holder, const wchar_t* path) {
 
 static void PublishNoCapability() {
     KeyHolder key;
-    if (CreateClassicKey(&key, PH_CAPABILITY))
+    if (CreateClassicKey(&key, ZORPM_HOTKEY_CAPABILITY_KEY))
         SetDword(key.key, nullptr, 0);
 }
 
@@ -28,24 +28,24 @@ static void PublishCapability(HANDLE device, DWORD page) {
     DWORD hot_keys = 0;
     OneWordRequest(device, IOCTL_PMDRV_MHKA, page, &hot_keys);
     KeyHolder key;
-    if (!CreateClassicKey(&key, PH_CAPABILITY))
+    if (!CreateClassicKey(&key, ZORPM_HOTKEY_CAPABILITY_KEY))
         return;
     SetDword(key.key, nullptr, hot_keys);
-    SetDword(key.key, L"IsExistPMInternalFunction", PH_OVERRIDE_CAPABILITY);
-    SetDword(key.key, L"OverrideCapability", PH_OVERRIDE_CAPABILITY);
-    SetDword(key.key, L"Type2", TYPE2_CAPABILITY);
+    SetDword(key.key, ZORPM_HOTKEY_INTERNAL, PH_OVERRIDE_CAPABILITY);
+    SetDword(key.key, ZORPM_HOTKEY_CAN_BE_OVERRIDDEN, PH_OVERRIDE_CAPABILITY);
+    SetDword(key.key, ZORPM_HOTKEY_EVENTS, TYPE2_CAPABILITY);
 }
 
 static void PublishInterfaceVersion(DWORD version) {
     KeyHolder key;
-    if (CreateClassicKey(&key, PH_INTERFACEVERSION))
+    if (CreateClassicKey(&key, ZORPM_HOTKEY_VERSION_KEY))
         SetDword(key.key, nullptr, version == MHKV_FIRST ? 0x102 : version + 1);
 }
 
 // What a client left there before the service started gives way to the firmware's own state.
 static void PublishCurrentSetting(DWORD mask) {
     KeyHolder holder;
-    if (!CreateClassicKey(&holder, PH_CURRENTSETTING))
+    if (!CreateClassicKey(&holder, ZORPM_HOTKEY_SETTING_KEY))
         return;
     SetDword(KeepPHWatchKey(PH_WATCH_CURRENT, &holder), nullptr, mask);
 }
@@ -54,7 +54,7 @@ static void PublishCurrentSetting(DWORD mask) {
 static void LoadOverrideSetting() {
     KeyHolder holder;
     DWORD mask = 0;
-    if (CreateClassicKey(&holder, PH_OVERRIDESETTING)) {
+    if (CreateClassicKey(&holder, ZORPM_HOTKEY_OVERRIDE_KEY)) {
         HKEY key = KeepPHWatchKey(PH_WATCH_OVERRIDE, &holder);
         if (!QueryDword(key, nullptr, &mask))
             SetDword(key, nullptr, 0);
@@ -64,12 +64,12 @@ static void LoadOverrideSetting() {
 
 static void PublishNotification(DWORD version, DWORD mask) {
     KeyHolder key;
-    if (!CreateClassicKey(&key, PH_NOTIFICATION))
+    if (!CreateClassicKey(&key, ZORPM_NOTIFICATION_KEY))
         return;
     DWORD kept = 0;
     if (version == MHKV_FIRST || !QueryDword(key.key, nullptr, &kept))
         SetDword(key.key, nullptr, mask);
-    SetDword(key.key, L"Type2", 0);
+    SetDword(key.key, ZORPM_TYPE2, 0);
 }
 
 // Says nothing in the trace: on a notebook without the interface all of this is the normal course.

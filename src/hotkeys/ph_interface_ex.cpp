@@ -1,10 +1,10 @@
 // The extended PH interface: two further pages of 32 hot keys (family Type10) and a second set of event
 // notifications (family Type20), for firmware of interface version 0x200 or later.
+#include "common/registry.h"
 #include "common/trace.h"
 #include "driver/firmware.h"
 #include "driver/firmware_words.h"
 #include "hotkeys/ph_interface.h"
-#include "hotkeys/ph_keys.h"
 #include "hotkeys/ph_masks.h"
 #include "hotkeys/ph_watch.h"
 
@@ -22,7 +22,7 @@ static OPERATION(BOOL, Initialize_Registry_Type10_Capability, ()) {
     DWORD version = 0;
     if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKV, 0, &version) || version < MHKV_SECOND) {
         Trace(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKV or MHKV < 0x200.\n");
-        if (!Publish(TYPE10_CAPABILITY, nullptr, 0))
+        if (!Publish(ZORPM_PAGES_CAPABILITY_KEY, nullptr, 0))
             Trace(L"Error: Initialize_Registry_Type10_Capability(): Couldn't write Type10 default capability "
                   L"registry.\n");
         return FALSE;
@@ -30,14 +30,14 @@ static OPERATION(BOOL, Initialize_Registry_Type10_Capability, ()) {
     DWORD hot_keys = 0;
     if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, MHK_PAGE_2, &hot_keys))
         return Failed(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKA. (Param: 2)\n");
-    if (!Publish(TYPE10_CAPABILITY, L"Type12", hot_keys))
+    if (!Publish(ZORPM_PAGES_CAPABILITY_KEY, ZORPM_TYPE12, hot_keys))
         return Failed(
             L"Error: Initialize_Registry_Type10_Capability(): Couldn't write type12 default capability "
             L"registry.\n");
     hot_keys = 0;
     if (!PMDriverIoControl(&driver, IOCTL_PMDRV_MHKA, MHK_PAGE_3, &hot_keys))
         return Failed(L"Error: Initialize_Registry_Type10_Capability(): Couldn't call MHKA (Param: 3).\n");
-    if (!Publish(TYPE10_CAPABILITY, L"Type13", hot_keys))
+    if (!Publish(ZORPM_PAGES_CAPABILITY_KEY, ZORPM_TYPE13, hot_keys))
         return Failed(
             L"Error: Initialize_Registry_Type10_Capability(): Couldn't write type13 default capability "
             L"registry.\n");
@@ -51,11 +51,11 @@ static OPERATION(BOOL, Initialize_Registry_Type10_CurrentSetting, ()) {
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't call MHKN (Param: 2).\n");
     g_Type12CurrentSetting = mask;
-    if (!Publish(TYPE10_CURRENTSETTING, L"Type11", 0))
+    if (!Publish(ZORPM_PAGES_SETTING_KEY, ZORPM_TYPE11, 0))
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type11 current setting "
             L"registry.\n");
-    if (!Publish(TYPE10_CURRENTSETTING, L"Type12", mask))
+    if (!Publish(ZORPM_PAGES_SETTING_KEY, ZORPM_TYPE12, mask))
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type12 current setting "
             L"registry.\n");
@@ -64,7 +64,7 @@ static OPERATION(BOOL, Initialize_Registry_Type10_CurrentSetting, ()) {
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't call MHKN (Param: 3).\n");
     g_Type13CurrentSetting = mask;
-    if (!Publish(TYPE10_CURRENTSETTING, L"Type13", mask))
+    if (!Publish(ZORPM_PAGES_SETTING_KEY, ZORPM_TYPE13, mask))
         return Failed(
             L"Error: Initialize_Registry_Type10_CurrentSetting(): Couldn't write type13 current setting "
             L"registry.\n");
@@ -73,11 +73,11 @@ static OPERATION(BOOL, Initialize_Registry_Type10_CurrentSetting, ()) {
 
 static OPERATION(BOOL, Initialize_Registry_Type10_OverrideSetting, ()) {
     DWORD mask = 0;
-    if (CreateKeyQueryDword(HKEY_LOCAL_MACHINE, TYPE10_OVERRIDESETTING, nullptr, &mask)) {
+    if (CreateKeyQueryDword(HKEY_LOCAL_MACHINE, ZORPM_PAGES_OVERRIDE_KEY, nullptr, &mask)) {
         g_Type10OverrideSetting = mask;
         return TRUE;
     }
-    if (!Publish(TYPE10_OVERRIDESETTING, nullptr, 0))
+    if (!Publish(ZORPM_PAGES_OVERRIDE_KEY, nullptr, 0))
         return Failed(
             L"Error: Initialize_Registry_Type10_OverrideSetting(): Cannot initialize type10 override "
             L"setting registry.\n");
@@ -85,24 +85,26 @@ static OPERATION(BOOL, Initialize_Registry_Type10_OverrideSetting, ()) {
 }
 
 static OPERATION(BOOL, Initialize_Registry_Type10_Notification, ()) {
-    if (!Publish(TYPE10_NOTIFICATION, L"Type11", 0))
+    if (!Publish(ZORPM_PAGES_NOTIFICATION_KEY, ZORPM_TYPE11, 0))
         return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type11 notification "
                       L"registry.\n");
-    if (!Publish(TYPE10_NOTIFICATION, L"Type12", g_Type12CurrentSetting))
+    if (!Publish(ZORPM_PAGES_NOTIFICATION_KEY, ZORPM_TYPE12, g_Type12CurrentSetting))
         return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type12 notification "
                       L"registry.\n");
-    if (!Publish(TYPE10_NOTIFICATION, L"Type13", g_Type13CurrentSetting))
+    if (!Publish(ZORPM_PAGES_NOTIFICATION_KEY, ZORPM_TYPE13, g_Type13CurrentSetting))
         return Failed(L"Error: Initialize_Registry_Type10_Notification(): Couldn't write type13 notification "
                       L"registry.\n");
     return TRUE;
 }
 
 static OPERATION(BOOL, Initialize_Registry_Type20_Capability, ()) {
-    return Publish(TYPE20_CAPABILITY, L"Type21", 0) && Publish(TYPE20_CAPABILITY, L"Type22", 0);
+    return Publish(ZORPM_TYPE20_CAPABILITY_KEY, ZORPM_TYPE21, 0) &&
+           Publish(ZORPM_TYPE20_CAPABILITY_KEY, ZORPM_TYPE22, 0);
 }
 
 static OPERATION(BOOL, Initialize_Registry_Type20_Notification, ()) {
-    return Publish(TYPE20_NOTIFICATION, L"Type21", 0) && Publish(TYPE20_NOTIFICATION, L"Type22", 0);
+    return Publish(ZORPM_TYPE20_NOTIFICATION_KEY, ZORPM_TYPE21, 0) &&
+           Publish(ZORPM_TYPE20_NOTIFICATION_KEY, ZORPM_TYPE22, 0);
 }
 
 static OPERATION(BOOL, Initialize_PH_Ex_Thread, ()) {

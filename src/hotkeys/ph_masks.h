@@ -3,6 +3,7 @@
 
 #include <windows.h>
 #include <atomic>
+#include <zorpm/zorpm.h>
 
 // What the firmware was told last: bit set, the hot key is left to clients. Set at start, then by the
 // watches.
@@ -16,4 +17,4 @@ extern std::atomic<DWORD> g_Type10OverrideSetting;
 extern std::atomic<DWORD> g_Type13OverrideSetting;
 
 // Hot keys 3 and 12: the only ones whose built-in action a client can take over.
-constexpr DWORD PH_OVERRIDE_CAPABILITY = 0x804;
+constexpr DWORD PH_OVERRIDE_CAPABILITY = ZORPM_OVERRIDE_MASK;

@@ -1,9 +1,9 @@
 #include "hotkeys/ph_notification.h"
 
+#include "common/registry.h"
 #include "common/trace.h"
 #include "driver/device.h"
 #include "driver/firmware_words.h"
-#include "hotkeys/ph_keys.h"
 #include "hotkeys/ph_masks.h"
 
 namespace {
@@ -21,11 +21,11 @@ struct PHNotification {
 } // namespace
 
 // clang-format off
-static const PHNotification g_classicPage = {PH_NOTIFICATION,     nullptr,   true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
-static const PHNotification g_page2       = {TYPE10_NOTIFICATION, L"Type12", true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
-static const PHNotification g_page3       = {TYPE10_NOTIFICATION, L"Type13", true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
-static const PHNotification g_type2       = {PH_NOTIFICATION,     L"Type2",  false, TRACE_NAME(L"NotifyPHType2Event: Couldn't write registry value.\n")};
-static const PHNotification g_type22      = {TYPE20_NOTIFICATION, L"Type22", false, TRACE_NAME(L"NotifyPHType22Event: Couldn't write registry value.\n")};
+static const PHNotification g_classicPage = {ZORPM_NOTIFICATION_KEY,       nullptr,      true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
+static const PHNotification g_page2       = {ZORPM_PAGES_NOTIFICATION_KEY, ZORPM_TYPE12, true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
+static const PHNotification g_page3       = {ZORPM_PAGES_NOTIFICATION_KEY, ZORPM_TYPE13, true,  TRACE_NAME(L"NotifyPHHotKey: Couldn't write registry value.\n")};
+static const PHNotification g_type2       = {ZORPM_NOTIFICATION_KEY,       ZORPM_TYPE2,  false, TRACE_NAME(L"NotifyPHType2Event: Couldn't write registry value.\n")};
+static const PHNotification g_type22      = {ZORPM_TYPE20_NOTIFICATION_KEY, ZORPM_TYPE22, false, TRACE_NAME(L"NotifyPHType22Event: Couldn't write registry value.\n")};
 // clang-format on
 
 static void FlipBits(const PHNotification& notification, DWORD mask) {

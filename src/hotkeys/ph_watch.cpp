@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "common/registry.h"
 #include "common/trace.h"
 #include "driver/device.h"
-#include "hotkeys/ph_keys.h"
 #include "hotkeys/ph_masks.h"
 
 std::atomic<DWORD> g_PHCurrentSetting{0};
@@ -68,20 +68,20 @@ static PHWatch g_PHWatches[] = {
      TRACE_NAME(L"PHThreadProc(): Couldn't get currentset value.\n"), nullptr, nullptr},
     {L"PHOverrideThread", PHOverrideThreadProc, &g_PHOverrideSetting, nullptr, nullptr, 0, false, nullptr,
      nullptr, nullptr},
-    {L"PHType12Thread", PHType12ThreadProc, &g_Type12CurrentSetting, TYPE10_CURRENTSETTING, nullptr, 33, true,
-     TRACE_NAME(L"PHType12ThreadProc: RegQueryValueEx is failed.\n"),
+    {L"PHType12Thread", PHType12ThreadProc, &g_Type12CurrentSetting, ZORPM_PAGES_SETTING_KEY, nullptr, 33,
+     true, TRACE_NAME(L"PHType12ThreadProc: RegQueryValueEx is failed.\n"),
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 event. (%d)\n"),
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 thread. (%d)\n")},
-    {L"PHType12OverrideThread", PHType12OverrideThreadProc, &g_Type10OverrideSetting, TYPE10_OVERRIDESETTING,
-     nullptr, 0, false, nullptr,
+    {L"PHType12OverrideThread", PHType12OverrideThreadProc, &g_Type10OverrideSetting,
+     ZORPM_PAGES_OVERRIDE_KEY, nullptr, 0, false, nullptr,
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12OverrideEvent. (%d)\n"),
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type12 Override thread. (%d)\n")},
-    {L"PHType13Thread", PHType13ThreadProc, &g_Type13CurrentSetting, TYPE10_CURRENTSETTING, L"Type13", 33,
-     false, TRACE_NAME(L"PHType13ThreadProc: RegQueryValueEx is failed.\n"),
+    {L"PHType13Thread", PHType13ThreadProc, &g_Type13CurrentSetting, ZORPM_PAGES_SETTING_KEY, ZORPM_TYPE13,
+     33, false, TRACE_NAME(L"PHType13ThreadProc: RegQueryValueEx is failed.\n"),
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 event. (%d)\n"),
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 thread. (%d)\n")},
-    {L"PHType13OverrideThread", PHType13OverrideThreadProc, &g_Type13OverrideSetting, TYPE10_OVERRIDESETTING,
-     nullptr, 0, false, nullptr,
+    {L"PHType13OverrideThread", PHType13OverrideThreadProc, &g_Type13OverrideSetting,
+     ZORPM_PAGES_OVERRIDE_KEY, nullptr, 0, false, nullptr,
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override event. (%d)\n"),
      TRACE_NAME(L"Error: Initialize_PH_Ex_Thread(): fail to create Type13 Override thread. (%d)\n")},
 };

@@ -26,9 +26,9 @@ struct PlatformKey {
 
 // In the order of writing.
 static const PlatformKey g_platformKeys[] = {
-    {SERVICE_KEY L"\\Configurations", {}},
-    {SERVICE_KEY L"\\Configurations\\ScreenRotation", {{L"HRSPMode", nullptr, 0}}},
-    {SERVICE_KEY L"\\Status", {{L"LastSystemTransformation", nullptr, 0}}},
+    {ZORPM_SERVICE_KEY L"\\Configurations", {}},
+    {ZORPM_ROTATION_KEY, {{ZORPM_ROTATION_HARROW, nullptr, 0}}},
+    {ZORPM_STATUS_KEY, {{ZORPM_STATUS_LAST, nullptr, 0}}},
     {APP_LAUNCH_KEY L"\\Ex_3C", {{L"AppType", nullptr, APP_TYPE}}},
     {APP_LAUNCH_KEY L"\\Ex_3C\\UIAccess",
      {{L"File", CONTROL_PROGRAM, 0}, {L"Parameters", L"TabletToClamshellForHarrow", 0}}},

@@ -25,7 +25,7 @@ static void RunHelper() {
 }
 
 static void RunService() {
-    wchar_t name[] = SERVICE_NAME;
+    wchar_t name[] = ZORPM_SERVICE_NAME;
     const SERVICE_TABLE_ENTRYW table[] = {{name, ServiceMain}, {nullptr, nullptr}};
     // Fails at once when the process was not started by the service control manager.
     if (!StartServiceCtrlDispatcherW(table))

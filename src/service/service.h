@@ -3,8 +3,7 @@
 
 #include <windows.h>
 #include <atomic>
-
-#define SERVICE_NAME L"ZORPMSVC"
+#include <zorpm/zorpm.h>
 
 extern SERVICE_STATUS_HANDLE g_hServiceStatus;
 extern HANDLE g_hServiceStopEvent; // auto-reset; the stop control sets it

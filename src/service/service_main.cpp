@@ -24,11 +24,6 @@ constexpr DWORD WAIT_HINT_MS = 3000;
 constexpr int PROBE_ATTEMPTS = 11;
 constexpr DWORD PROBE_PAUSE_MS = 300;
 
-// Service-specific exit codes of a failed start.
-constexpr DWORD START_FAILED_NOTIFICATION_THREAD = 680001;
-constexpr DWORD START_FAILED_DRIVER = 680002;
-constexpr DWORD START_FAILED_STOP_EVENT = 680003;
-
 static void Report(DWORD state, DWORD accepted, DWORD win32_exit_code, DWORD check_point,
                    DWORD specific_exit_code) {
     SERVICE_STATUS status = {};
@@ -100,14 +95,14 @@ static BOOL StartUp() {
     ReportServicePendingStatus(SERVICE_START_PENDING, 0, 1, 0);
     g_hServiceStopEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (g_hServiceStopEvent == nullptr) {
-        ReportServiceStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR, 0, START_FAILED_STOP_EVENT);
+        ReportServiceStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR, 0, ZORPM_START_NO_EVENT);
         return FALSE;
     }
     ReportServicePendingStatus(SERVICE_START_PENDING, 0, 2, 0);
     ReportServicePendingStatus(SERVICE_START_PENDING, 0, 3, 0);
     if (!ProbeDriver()) {
         CloseStopEvent();
-        ReportServiceStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR, 0, START_FAILED_DRIVER);
+        ReportServiceStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR, 0, ZORPM_START_NO_DRIVER);
         return FALSE;
     }
     ReportServicePendingStatus(SERVICE_START_PENDING, 0, 4, 0);
@@ -117,8 +112,7 @@ static BOOL StartUp() {
     g_hTerminalThread = CreateThread(nullptr, 0, TerminalThread, nullptr, 0, nullptr);
     if (g_hTerminalThread == nullptr) {
         // The threads already started end with the process, when the dispatcher returns.
-        ReportServiceStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR, 0,
-                            START_FAILED_NOTIFICATION_THREAD);
+        ReportServiceStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR, 0, ZORPM_START_NO_THREAD);
         ClosePMDriver();
         CloseStopEvent();
         return FALSE;
@@ -147,7 +141,7 @@ static void ShutDown() {
 
 OPERATION(void WINAPI, ServiceMain, ([[maybe_unused]] DWORD count, [[maybe_unused]] LPWSTR* words), count,
           words) {
-    g_hServiceStatus = RegisterServiceCtrlHandlerExW(SERVICE_NAME, ServiceCtrlHandlerEx, nullptr);
+    g_hServiceStatus = RegisterServiceCtrlHandlerExW(ZORPM_SERVICE_NAME, ServiceCtrlHandlerEx, nullptr);
     if (g_hServiceStatus == nullptr)
         return; // nothing can be reported
     if (!StartUp())

@@ -68,7 +68,7 @@ static bool EndsInNulls(const wchar_t* names, DWORD length) {
 
 OPERATION(BOOL, GetPMDRVInstallStatus, ()) {
     KeyHolder key;
-    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, SERVICE_KEY, KEY_QUERY_VALUE | KEY_NOTIFY))
+    if (!OpenKey(&key, HKEY_LOCAL_MACHINE, ZORPM_SERVICE_KEY, KEY_QUERY_VALUE | KEY_NOTIFY))
         return TRUE;
     DWORD type = 0;
     DWORD size = 0;
@@ -227,7 +227,7 @@ static void StartUninstall(const wchar_t* program, const wchar_t* inf) {
 OPERATION(void, DeleteServiceFiles, ()) {
     if (!InitTaskSchedulerCom())
         return;
-    StopPMService(L"ZORPMSVC");
+    StopPMService(ZORPM_SERVICE_NAME);
     StopPMService(L"MPLATSVC");
     DeletePlatformTask();
     DeletePnPTask();
