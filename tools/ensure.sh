@@ -22,6 +22,7 @@ package    unzip                            unzip
 lint       clang-tidy                       clang-tidy
 lint       clang-format                     clang-format
 lint       cppcheck                         cppcheck
+lint       perl                             perl
 mutants    python3                          python3
 lint       /usr/include/c++                 libstdc++-12-dev
 '

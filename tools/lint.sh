@@ -43,6 +43,7 @@ static_analysis() {
 
 check "layout (clang-format)" layout
 check "project rules" tools/rules.sh
+check "tables of docs/interface.md" tools/interface_tables.pl
 check "planted defects" tests/defects/run.sh --check
 check "cppcheck" static_analysis
 check "clang-tidy" tidy
