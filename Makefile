@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows package release bench lint format defects mutants clean
+.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants clean
 .DEFAULT_GOAL := help
 
 help:
@@ -7,6 +7,7 @@ help:
 	@echo "make test       everything: host tests, scenarios, sweeps, the Windows executable under Wine"
 	@echo "make test-host  host tests and scenarios only: seconds"
 	@echo "make windows    build/windows/zorpmsvc.exe"
+	@echo "make windows-trace  build/windows-trace/zorpmsvc.exe: the same with tracing on, for a debugger's output window"
 	@echo "make package    build/package/zorpm-VERSION.zip, what is shipped, and its debug information"
 	@echo "make release    the optimised host build, build/release"
 	@echo "make bench      measured figures"
@@ -39,6 +40,10 @@ test-host:
 windows:
 	@tools/ensure.sh windows
 	@$(call build,windows)
+
+windows-trace:
+	@tools/ensure.sh windows
+	@$(call build,windows-trace)
 
 package:
 	@tools/ensure.sh windows package

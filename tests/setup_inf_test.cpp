@@ -251,7 +251,8 @@ TEST_F(InfTest, HelperAtLogon) {
     EXPECT_EQ(Texts{run + "Mestra Power Management Service"}, values(inf, "zorpmdrv.helper.delreg", ""));
 }
 
-// What the clean-up runs, to the letter.
+// What the clean-up runs, to the letter. That the second service is deleted has never been seen: Wine 8 stops
+// after the first DelService of a section, and nobody has run it on Windows yet.
 TEST_F(InfTest, DefaultUninstall) {
     EXPECT_EQ(Texts{"zorpmdrv.UninstallFiles"}, values(inf, "defaultuninstall", "DelFiles"));
     EXPECT_EQ(1u, inf.sections["defaultuninstall"].size());

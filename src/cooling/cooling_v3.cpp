@@ -48,7 +48,8 @@ struct FunctionRow {
 
 } // namespace
 
-// In the order of initialisation. Two In One reads whether the option is attached or detached.
+// In the order of initialisation, which is that of the capability bits. To follow, Two In One asks for the
+// option anew: its attach and detach events do the same.
 // clang-format off
 static const FunctionRow g_thermalFunctions[] = {
     {THERMAL_STANDARD,                    TRACE_NAME(L"Standard"),                    nullptr, nullptr},
@@ -158,8 +159,8 @@ OPERATION(BOOL, AdaptiveCoolingChageThermalModeByTwoInOne_v3, ()) {
     return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_TIO, attached ? 1 : 0);
 }
 
-// The device is held in the hand (1) or no longer held (0). With an option attached only the report is
-// published.
+// The device is held in the hand (1) or no longer held (0). With an option attached - as the last mode change
+// found it, not asked anew - only the report is published.
 static BOOL ChangeOnHand(DWORD on_hand, const ThermalWord& word) {
     if (!ThermalFunctionEnabled(THERMAL_TWO_IN_ONE)) {
         Trace(L"Not support or unfertilized the TIO()\n");
@@ -220,7 +221,7 @@ OPERATION(BOOL, AdaptiveCoolingThermalModeByHingeSettings_v3, ()) {
     if (!AdaptiveCoolingGetThermalModeStatusFromBIOS(&status))
         return FALSE;
     const DWORD mode = status & STATUS_VALUE;
-    // Modes 0 to 2, and all that are unknown, run cool.
+    // Every mode but the high one runs cool, those that are unknown too.
     if (!AdaptiveCoolingSetCommand_v3(mode == THERMAL_MODE_HIGH ? QUIET_HINGE_HIGH : QUIET_HINGE_COOL))
         return FALSE;
     return AdaptiveCoolingSetRegCurrentStatus_v3(TMC_CQH, mode);
@@ -251,7 +252,7 @@ OPERATION(BOOL, AdaptiveCoolingDynamicCpuControlSettings_v3, ()) {
 
 namespace {
 
-// The dock types that the firmware may report; only some take power commands.
+// The dock types that are known; only some take power commands. Another one is an error.
 struct DockRow {
     const wchar_t* name;
     DWORD type;

@@ -25,7 +25,8 @@ BOOL AdaptiveCoolingGetSystemControlMode(DWORD* mode);
 BOOL AdaptiveCoolingGetFunctionCapability_v3(DWORD* capability);
 
 // A set word of version 3. The trace reports it under the name of its operation, of which each row is all
-// that there is; the names with _v3 at their end mean the same.
+// that there is, but for the last: the readiness probe has a function of its own, which reads the answer in
+// another way. The same name with _v3 at its end means the same.
 struct ThermalWord {
     ThermalFunction function;
     DWORD mode;
@@ -53,8 +54,8 @@ constexpr ThermalWord READINESS_PROBE             = {THERMAL_STANDARD,          
 // accepted it.
 BOOL AdaptiveCoolingSetCommand_v3(const ThermalWord& word, DWORD* result = nullptr);
 
-// 1 when the firmware is ready for version 3 commands. A request that does not go through counts as not
-// ready.
+// 1 when the firmware is ready for version 3 commands: no bit of "not ready" in its answer, or the probe
+// accepted all the same. A request that does not go through counts as not ready.
 BOOL AdaptiveCoolingGetDytcCurrentAvailability();
 
 // Version 2: the system-wide mode. Refused, with nothing sent, while the interface version is 0.

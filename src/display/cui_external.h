@@ -22,9 +22,9 @@ constexpr GUID g_inverterParamsGuid = {
 
 struct ICUIExternal;
 
-// Arguments: the block identifier, the number of blocks, the block's size in bytes, the block, and an error
-// code of the driver's own. Success only when the result is 0.
-typedef HRESULT(STDMETHODCALLTYPE* InverterMethod)(ICUIExternal* self, const GUID* block, DWORD count,
+// Arguments: the block identifier, a word that is always 1 here and whose meaning is the driver's, the
+// block's size in bytes, the block, and an error code of the driver's own. Success only when the result is 0.
+typedef HRESULT(STDMETHODCALLTYPE* InverterMethod)(ICUIExternal* self, const GUID* block, DWORD always_1,
                                                    DWORD size, InverterParams* params, DWORD* error);
 
 // Entries 0 to 2 are IUnknown's.

@@ -15,8 +15,9 @@ constexpr DWORD FULL_SHARE = FILE_SHARE_READ | FILE_SHARE_WRITE;
 HANDLE OpenDevice(const wchar_t* path, DWORD access, DWORD share);
 
 // Sends one code of the catalogue with the buffer sizes of its row, synchronously. `input` and `output` must
-// be that large (null where the row says 0). `returned` takes the driver's byte count, never more than the
-// output size on success. FALSE on failure, with the system's last error.
+// be that large (null where the row says 0). `returned` takes the byte count as the driver reports it;
+// whoever copies by it checks it against the output size. FALSE on failure, with the
+// system's last error.
 BOOL SendIoCode(HANDLE device, DWORD code, const void* input, void* output, DWORD* returned);
 
 // One word in, one word out, on an open device. Rows without input ignore `argument`; rows with more than 4

@@ -1,7 +1,8 @@
 // Sleep, hibernate, power-off and the return to sleep after an unattended wake-up.
 //
-// A power action needs the shutdown privilege; without it, or without powrprof.dll, it is skipped silently.
-// An action that puts the machine to sleep may return only after the machine has resumed.
+// A power action enables the shutdown privilege first and is left out when that fails; only the battery
+// wake-up tries to hibernate all the same. Without powrprof.dll nothing sleeps, and hibernation counts as not
+// allowed. An action that puts the machine to sleep may return only after the machine has resumed.
 #pragma once
 
 #include <windows.h>
@@ -11,10 +12,10 @@
 void HandleWakeupEvent(BOOL wakeup, BOOL disconnect, DWORD state);
 
 // The battery runs low in sleep: hibernates (three attempts, 5 s apart) or, where hibernation is not allowed,
-// powers off. Takes at least 5 s.
+// powers off. Takes at least 5 s, and 5 s more after each attempt that fails.
 void HandleBatteryWakeup();
 
 void ForceSuspendSystem();
 
-// Sleeps instead when there is no hibernation file and none may or can be made.
+// Sleeps instead when hibernation is not allowed and a hibernation file may not or cannot be made.
 void HibernateSystem();

@@ -20,8 +20,9 @@ static std::atomic<HANDLE> g_hLCDCSTimerReset{nullptr};
 // itself.
 static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 
-// The watchdog's stop event. Whoever takes it out of here may set it, once; the watchdog closes it only after
-// it was set or when it has taken it back, so nobody ever holds a closed handle.
+// The watchdog's stop event. Whoever takes it out of here sets it, once and in the same turn; the watchdog
+// closes it after that, or when it has taken it back. Only a thread that is suspended between the two for
+// longer than others wait for a turn could still set a closed handle, which fails.
 static std::atomic<HANDLE> g_hLCDCSWatchdogStop{nullptr};
 
 namespace {

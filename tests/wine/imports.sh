@@ -1,7 +1,7 @@
 #!/bin/bash
 # imports.sh EXE [KIB [VERSION]] - prints the size and the imported DLLs of a Windows executable; fails when it is too
 # large, imports anything but the system's own DLLs, links powrprof.dll, which must be loaded only when it is needed,
-# lacks a protection that the loader or the compiler gives, or bears another version. NAME.debug, its symbols, lies
+# lacks a protection that the loader or the compiler gives, bears another version, or holds a text of the trace. NAME.debug, its symbols, lies
 # beside NAME.exe.
 set -eu
 exe=$1
@@ -21,6 +21,7 @@ sections=$(${tool}objdump -h "$exe")
 dlls=$(awk '/DLL Name:/ { print tolower($3) }' <<<"$headers" | sort)
 echo "$(basename "$exe"): $size_kib KiB, imports" $dlls
 
+"$(dirname "$0")/trace_texts.pl" "$exe" || status=1
 [ $size_kib -lt $limit_kib ] || wrong "not below $limit_kib KiB"
 [ -n "$dlls" ] || wrong "no imports found"
 for dll in $dlls; do
