@@ -432,15 +432,16 @@ TEST(Trace, DecisionsAreTold) {
     }
 }
 
-// Arguments are whole numbers and texts; an answer is a word given out.
+// Arguments are whole numbers and texts; an answer is a word given out, by an operation that has not failed.
 TEST(Trace, ArgumentsAndAnswersAreShown) {
     Bench bench;
     bench.machine.keep_details = true;
-    bench.started("firmware MHKV = 0x234");
+    bench.started("firmware MHKV = 0x234\nfirmware GMMS fails");
     std::set<std::string> said;
     for (const sim::TraceLine& line : bench.machine.trace)
         said.insert(line.text);
     EXPECT_TRUE(said.contains("says Enter PMDriverIoControl(0x222434, 0x0)"));
     EXPECT_TRUE(said.contains("says Return PMDriverIoControl() 0x00000001, 0x234"));
+    EXPECT_TRUE(said.contains("says Return PMDriverIoControl() 0x00000000"));
     EXPECT_TRUE(said.contains("says Enter FindDevice(\"INT33D6\")"));
 }

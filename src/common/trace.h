@@ -36,12 +36,14 @@ void Trace(const wchar_t* format, ...);
     result name parameters;                                                                                  \
     static result name##_Steps parameters;                                                                   \
     result name parameters {                                                                                 \
-        return TRACED(L"" #name, name##_Steps(__VA_ARGS__) __VA_OPT__(, ) __VA_ARGS__);                      \
+        return TRACED(L"" #name, name##_Steps(__VA_ARGS__), ##__VA_ARGS__);                                  \
     }                                                                                                        \
     static result name##_Steps parameters
 
 // The same for an operation whose name is in a table: `call` is its expression; the arguments are only shown.
-#define TRACED(name, call, ...) TraceCall(name, [&] { return call; } __VA_OPT__(, ) __VA_ARGS__)
+#define TRACED(name, call, ...)                                                                              \
+    TraceCall(                                                                                               \
+        name, [&] { return call; }, ##__VA_ARGS__)
 
 constexpr DWORD TRACE_CHARACTERS = 512;
 

@@ -115,8 +115,8 @@ static const ControlRow g_controlTable[] = {
 // clang-format on
 
 OPERATION(DWORD WINAPI, ServiceCtrlHandlerEx,
-          (DWORD control, DWORD event_type, void* event_data, [[maybe_unused]] void* parameter), control,
-          event_type, event_data, parameter) {
+          (DWORD control, DWORD event_type, void* event_data, [[maybe_unused]] void* context), control,
+          event_type, event_data, context) {
     if (control == SERVICE_CONTROL_POWEREVENT)
         HandlePowerEvent(event_type, event_data);
     for (const ControlRow& row : g_controlTable) {
