@@ -139,8 +139,9 @@ static void ShutDown() {
     CloseStopEvent();
 }
 
-OPERATION(void WINAPI, ServiceMain, ([[maybe_unused]] DWORD count, [[maybe_unused]] LPWSTR* words), count,
-          words) {
+OPERATION(void WINAPI, ServiceMain,
+          ([[maybe_unused]] DWORD argument_count, [[maybe_unused]] LPWSTR* arguments), argument_count,
+          arguments) {
     g_hServiceStatus = RegisterServiceCtrlHandlerExW(ZORPM_SERVICE_NAME, ServiceCtrlHandlerEx, nullptr);
     if (g_hServiceStatus == nullptr)
         return; // nothing can be reported
