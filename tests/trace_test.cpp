@@ -389,11 +389,15 @@ TEST(Trace, EveryOperationShowsItsEntryAndItsEnd) {
         EXPECT_TRUE(said.contains("Enter " + name)) << name;
 }
 
+namespace {
+
 struct Decision {
     const char* setup;
     const char* script;
     const char* said; // the whole line
 };
+
+} // namespace
 
 // Why the service acts or does not.
 static const Decision g_decisions[] = {
