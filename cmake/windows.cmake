@@ -70,6 +70,14 @@ foreach(probe IN LISTS probes)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
 
+# A stand-in for both drivers, which Wine loads as it would a real one.
+add_executable(stand_in tests/wine/stand_in.c)
+target_include_directories(stand_in PRIVATE ${CMAKE_FIND_ROOT_PATH}/include/ddk)
+target_compile_options(stand_in PRIVATE -Wall -Wextra)
+target_link_options(stand_in PRIVATE -shared -nostdlib -Wl,--subsystem,native -Wl,--entry,DriverEntry)
+target_link_libraries(stand_in PRIVATE ntoskrnl)
+set_target_properties(stand_in PROPERTIES SUFFIX .sys RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
 # The Wine tests: each tests/wine/run_*.sh, run by the harness tests/wine/run.sh.
 file(GLOB wine_tests CONFIGURE_DEPENDS tests/wine/run_*.sh)
 foreach(script IN LISTS wine_tests)

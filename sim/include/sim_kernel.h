@@ -88,6 +88,7 @@ int WINAPI lstrcmpiW(LPCWSTR a, LPCWSTR b);
 LPWSTR WINAPI lstrcpynW(LPWSTR to, LPCWSTR from, int capacity);
 
 void WINAPI GetLocalTime(SYSTEMTIME* time);
+ULONGLONG WINAPI GetTickCount64();
 UINT WINAPI GetWindowsDirectoryW(LPWSTR buffer, UINT characters);
 UINT WINAPI GetSystemDirectoryW(LPWSTR buffer, UINT characters);
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD characters);

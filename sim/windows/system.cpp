@@ -98,6 +98,11 @@ void WINAPI GetLocalTime(SYSTEMTIME* time) {
     time->wMilliseconds = static_cast<WORD>(machine().now % 1000);
 }
 
+ULONGLONG WINAPI GetTickCount64() {
+    SIM_VISIT();
+    return machine().now;
+}
+
 UINT WINAPI GetWindowsDirectoryW(LPWSTR buffer, UINT characters) {
     SIM_CALL(0, ERROR_GEN_FAILURE);
     return folder(buffer, characters, g_windowsFolder);

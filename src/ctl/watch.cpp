@@ -232,13 +232,18 @@ static int WatchValues(DWORD groups, HKEY key) {
     LookAtService(&watch);
     for (DWORD i = 0; i < ARRAYSIZE(g_watched); ++i)
         watch.seen[i] = ReadWatched(g_watched[i]);
-    for (DWORD waited_ms = 0; !g_arguments.timed || waited_ms < g_arguments.timeout_s * 1000;) {
-        const DWORD result = WaitForMultipleObjects(ARRAYSIZE(handles), handles, FALSE, LOOK_PERIOD_MS);
+    // However often something changes meanwhile, it ends in time.
+    const ULONGLONG end_ms = GetTickCount64() + g_arguments.timeout_s * 1000;
+    for (;;) {
+        const ULONGLONG now_ms = GetTickCount64();
+        if (g_arguments.timed && now_ms >= end_ms)
+            break;
+        const bool last = g_arguments.timed && end_ms - now_ms < LOOK_PERIOD_MS;
+        const DWORD period_ms = last ? static_cast<DWORD>(end_ms - now_ms) : LOOK_PERIOD_MS;
+        const DWORD result = WaitForMultipleObjects(ARRAYSIZE(handles), handles, FALSE, period_ms);
         if (result == WAIT_OBJECT_0 || result == WAIT_FAILED)
             break;
-        if (result == WAIT_TIMEOUT)
-            waited_ms += LOOK_PERIOD_MS;
-        else if (!Arm(key, changed.handle)) {
+        if (result != WAIT_TIMEOUT && !Arm(key, changed.handle)) {
             Complain(L"the service's key has been deleted");
             return CTL_NOT_RUNNING;
         }

@@ -1,0 +1,65 @@
+# The real service on a stand-in driver, tests/wine/stand_in.c, and the control program and the example client beside it.
+ctl=$build/zorpmctl.exe
+sys='C:\windows\system32\drivers\stand_in.sys'
+cp "$PROBES/stand_in.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
+
+# Wine ends its services with the last program: this one stays.
+mkfifo "$SCRATCH/keep"
+"$wine" cmd <"$SCRATCH/keep" >/dev/null 2>&1 &
+exec 8>"$SCRATCH/keep"
+
+in_state() { # SERVICE STATE
+    timeout -k 5 60 "$wine" sc query "$1" >"$SCRATCH/state" 2>/dev/null </dev/null
+    grep -qa "STATE.*$2" "$SCRATCH/state"
+}
+wait_for_state() { # SERVICE STATE
+    for ((i = 0; i < 40; ++i)); do
+        in_state "$@" && return 0
+        sleep 0.25
+    done
+    fail "$1 is not $2: $(tr -d '\r' <"$SCRATCH/state")"
+}
+said() { # STATUS TEXT ARGUMENT...: exit status and a piece of what is said
+    local status=$1 text=$2 got=0
+    shift 2
+    timeout -k 5 60 "$wine" "$ctl" "$@" >"$SCRATCH/said" 2>&1 </dev/null || got=$?
+    [ $got -eq "$status" ] || fail "exit status $got, expected $status: zorpmctl $*: $(tr -d '\r' <"$SCRATCH/said")"
+    [ -z "$text" ] || grep -aqF -- "$text" "$SCRATCH/said" || fail "zorpmctl $* said: $(tr -d '\r' <"$SCRATCH/said")"
+    echo "ok: zorpmctl $*"
+}
+
+for service in ZORPMSVC stand_in; do "$wine" sc delete $service >/dev/null 2>&1 </dev/null; done # left by a run that was ended
+run 60 0 sc create stand_in type= kernel start= demand binPath= "$sys"
+run 60 0 sc start stand_in
+run 60 0 sc create ZORPMSVC type= own start= demand binPath= "Z:${EXE//\//\\}"
+run 60 0 sc start ZORPMSVC
+wait_for_state ZORPMSVC RUNNING
+
+said 0 "service       running" status
+said 0 "interface     cooling 3               0x3000" status
+said 0 "lid           open" status
+said 0 "lid inhibit   on" status --inhibit
+said 0 '"kind":"hotkeys","page":1,"capability":2180' status --json
+said 0 "" hotkey notify 12
+said 0 "" hotkey override 12
+said 0 "NOTIFY  can notify  hibernate; taken over" hotkey list
+said 0 "" hotkey release 12
+said 0 "" hotkey bios 12
+said 1 "the firmware cannot hand this hot key over" hotkey notify 1
+said 0 "" cooling disable
+said 0 "Two In One              announced      off" cooling status
+said 0 "" cooling enable
+said 0 "" cooling hand on
+said 0 "" cooling graphics off
+said 0 "" cooling restart
+said 0 "running" watch all --timeout 3
+said 7 "lid inhibit on" inhibit-lid cmd /c exit 7
+run 60 0 "$build/client.exe"
+
+run 60 0 sc stop ZORPMSVC
+wait_for_state ZORPMSVC STOPPED
+said 3 "the service is not running" cooling enable
+run 60 0 sc delete ZORPMSVC
+"$wine" sc stop stand_in >/dev/null 2>&1 </dev/null
+run 60 0 sc delete stand_in
+exec 8>&-
