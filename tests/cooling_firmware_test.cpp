@@ -83,7 +83,7 @@ TEST(CoolingFirmware, SystemControlModeRefinesVersion2) {
             control 135
             expect no request DYTC*)"},
         {"firmware DYTC(0x100) fails", R"(
-            expect no request GOPT(0)*
+            expect no request DYTC(0x1)*
             check registry SVC\TMCT\Parameters Capability absent)"},
     };
     for (const Row& row : rows)

@@ -173,6 +173,26 @@ TEST(CpuMonitor, NoPause) {
         check status STOPPED 0/0)");
 }
 
+// A selection that cannot be read counts as what was read last, not as what was asked for.
+TEST(CpuMonitor, UnreadableSelection) {
+    run_cases(g_wanted, {
+                            {"the selection before stays", R"(
+                                firmware CSTATESELECT = 4 times 1
+                                firmware CSTATESELECT fails
+                                start
+                                advance 12s
+                                expect request CSTATESELECT() failed
+                                expect request CSTATESELECT() failed
+                                expect no request CSTATEPARAMS*)"},
+                            {"what was asked for is asked for again", R"(
+                                firmware CSTATESELECT = 3 times 1
+                                firmware CSTATESELECT fails
+                                start
+                                advance 11s
+                                expect count 3 request CSTATEPARAMS(0x4))"},
+                        });
+}
+
 // The stop control ends the sleep of the monitor; the selection stays as it is.
 TEST(CpuMonitor, EndsWithTheService) {
     run_cases(g_wanted, {

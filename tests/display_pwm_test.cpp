@@ -30,6 +30,9 @@ TEST(DisplayPwm, OneReportPerEndedAttempt) {
         {"windows graphics missing", {"PWMSET(0)", "PWMSET(0)"}},
         {"windows inverter get-fails", {"PWMGET", "PWMSET(0)", "PWMGET", "PWMSET(0)"}},
         {"windows inverter set-fails", {"PWMGET", "PWMSET(0)", "PWMGET", "PWMSET(0)"}},
+        // Only 0 is success: a positive result is none.
+        {"windows inverter get-positive", {"PWMGET", "PWMSET(0)", "PWMGET", "PWMSET(0)"}},
+        {"windows inverter set-positive", {"PWMGET", "PWMSET(0)", "PWMGET", "PWMSET(0)"}},
         {"firmware PWMGET = 0", {"PWMGET", "PWMGET"}},
         {"firmware PWMGET = 300 times 1", {"PWMGET", "PWMSET(300)", "PWMGET", "PWMSET(200)"}},
         {"firmware PWMGET = 0x12345678 bytes 2", {"PWMGET", "PWMSET(22136)", "PWMGET", "PWMSET(22136)"}},

@@ -117,6 +117,27 @@ TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
     }
 }
 
+TEST(Driver, DevicesThatAreNotPresentOrListTheirIdsOddly) {
+    const struct {
+        const char* script;
+        DWORD found;
+    } rows[] = {
+        {R"(hardware "ACPI\INT33D6" absent)", 0},  // known from before only
+        {R"(hardware "ACPI\INT33D6" unended)", 1}, // without a null, the match at the very end
+        {"hardware nameless\nhardware \"ACPI\\INT33D6\" present", 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script);
+        Bench bench;
+        bench.run(row.script);
+        sim::run_on_thread([&row] {
+            DWORD found = 9;
+            EXPECT_EQ(row.found != 0, FindDevice(L"INT33D6", &found));
+            EXPECT_EQ(row.found, found);
+        });
+    }
+}
+
 TEST(Driver, SystemFamilyIsBounded) {
     const struct {
         const char* stored;

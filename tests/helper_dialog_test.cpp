@@ -87,21 +87,31 @@ TEST(MonitorOff, RequestsWithoutEffect) {
 static const ScriptCase g_showings[] = {
     {"until a key is pressed", R"(
         control 130
+        expect next window input desktop opened 0x1ff
+        expect next window thread desktop input
         expect next dialog 101 opened
+        expect next window 101 placed 267 280 266 95 top shown
         expect next call SetCursorPos(400, 310)
+        expect next window 101 placed 267 280 266 95 topmost
         expect next call SendInput(0x2)
         expect next call SendInput(0x4)
+        expect next window 101 focus
+        expect next window 101 foreground
+        expect next window 1001 hidden
         advance 199ms
         expect no dialog 101 ended*
         advance 1ms
         expect next call SetCursorPos(400, 310)
+        expect next window 101 capture
         expect next dialog 101 ended 1
+        expect next window thread desktop first
+        expect next window input desktop opened 0x1ff
+        expect next window thread desktop input
         expect next dialog 101 opened
-        expect next call SetCursorPos(400, 310)
-        expect next call SendInput(0x2)
-        expect next call SendInput(0x4)
         advance 200ms
-        expect next call SetCursorPos(400, 310)
+        expect call SetCursorPos(400, 310)
+        expect call SetCursorPos(400, 310)
+        expect next window 101 capture
         advance 199ms
         expect no call SetActivePwrScheme*
         advance 1ms
@@ -111,17 +121,19 @@ static const ScriptCase g_showings[] = {
         expect next call SetActivePwrScheme(3, null, null) = 1
         expect next registry HKU\.DEFAULT\Control Panel\PowerCfg\PowerPolicies\3 Policies = 0102030405*
         advance 1h
-        expect no dialog 101 ended*10*
+        expect count 1 dialog 101 ended 1
+        expect count 1 call SetActivePwrScheme*
         input key
         expect next call SetActivePwrScheme(3, null, null) = 1
         expect next dialog 101 ended 1
+        expect next window thread desktop first
         advance 1h
         expect count 1 call *)"},
     {"a key in the first showing brings the second at once, without reactivation", R"(
         control 130
         input key
         expect next dialog 101 ended 1
-        expect next dialog 101 opened
+        expect dialog 101 opened
         expect no call SetActive*)"},
     {"a key before the manoeuvre still reactivates", R"(
         control 130
@@ -164,7 +176,8 @@ static const ScriptCase g_showings[] = {
         control 130
         advance 1s
         input move 10 20
-        input left
+        expect no dialog *
+        input move 400 310
         expect dialog 101 ended 1)"},
     {"swapped buttons", R"(
         windows buttons swapped
@@ -179,7 +192,7 @@ static const ScriptCase g_showings[] = {
     {"no work area: as the resource places it, until there is input", R"(
         windows work-area fails
         control 130
-        expect next dialog 101 opened
+        expect dialog 101 opened
         expect no call *
         advance 1h
         expect no dialog 101 ended*
@@ -188,7 +201,7 @@ static const ScriptCase g_showings[] = {
         expect no dialog *
         input left
         expect next dialog 101 ended 1
-        expect next dialog 101 opened
+        expect dialog 101 opened
         input key
         expect next call SetActivePwrScheme(3, null, null) = 1
         expect next dialog 101 ended 1)"},
@@ -206,7 +219,20 @@ static const ScriptCase g_showings[] = {
         expect next call SetActivePwrScheme(3, null, null) = 1
         expect next dialog 101 ended 1
         control 130
-        expect next dialog 101 opened)"},
+        expect dialog 101 opened)"},
+    {"foreground and capture refused: it goes on", R"(
+        windows foreground refused
+        windows capture refused
+        control 130
+        expect window 101 foreground refused
+        expect next window 1001 hidden
+        advance 600ms
+        expect window 101 capture refused
+        expect dialog 101 ended 1
+        expect window 101 capture refused
+        expect call SetActivePwrScheme(3, null, null) = 1
+        input key
+        expect dialog 101 ended 1)"},
     {"hot key 3 asks for it too", "event 0x1003\nexpect dialog 101 opened"},
     {"a scheme that cannot be read is left alone", R"(
         registry delete "HKU\.DEFAULT\Control Panel\PowerCfg\PowerPolicies\3"

@@ -123,11 +123,24 @@ TEST(Helper, OneInEverySession) {
         expect result helper 2 = 0)");
 }
 
+// Made as it is and never shown; WM_QUIT is the one message that ends the loop.
+TEST(Helper, WindowAndQuit) {
+    Bench bench;
+    bench.run(R"(
+        run "-helper"
+        expect next window class PmHelperWindowClass style 0x3 background 6 cursor 32512
+        expect next window PmHelperWindowClass created style 0x80000000 extended 0x80 at 100 100 size 100 100
+        expect no process *
+        expect count 2 window *
+        helper quit
+        expect next process "-helper" ended 0)");
+}
+
 TEST(Helper, WithoutAWindowItEnds) {
     run_cases("", {{"no window", R"(
         fail CreateWindowExW
         run "-helper"
-        expect next process "-helper" ended 0)"},
+        expect process "-helper" ended 0)"},
                    {"no class, so no window", R"(
                        fail RegisterClassExW
                        run "-helper"
@@ -140,7 +153,7 @@ TEST(Helper, WithoutAWindowItEnds) {
                    {"the loop fails", R"(
                        fail GetMessageW
                        run "-helper"
-                       expect next process "-helper" ended 0)"}});
+                       expect process "-helper" ended 0)"}});
 }
 
 TEST(Helper, OtherMessagesAreNoCommands) {

@@ -81,6 +81,7 @@ static_assert(sizeof(INPUT) == 40);
 #define WM_CLOSE         0x0010u
 #define WM_NCCREATE      0x0081u
 #define WM_NCDESTROY     0x0082u
+#define WM_QUIT          0x0012u
 #define WM_NCLBUTTONDOWN 0x00A1u
 #define WM_KEYDOWN       0x0100u
 #define WM_KEYUP         0x0101u

@@ -186,12 +186,12 @@ static bool open_interface(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_fileKind(open_interface);
 
-// A class without a present interface gives none.
-std::vector<std::string> present_interfaces(const GUID& interface_class) {
+std::vector<std::string> interfaces_of_class(const GUID& interface_class, bool present_only) {
     std::vector<std::string> paths;
     for (size_t which = 0; which < ARRAYSIZE(g_interfaces); ++which) {
         for (size_t instance = 0; instance < INSTANCES; ++instance) {
-            if (g_interfaces[which].interface_class == interface_class && state_of(which).present[instance])
+            const bool listed = state_of(which).present[instance] || (!present_only && instance == 0);
+            if (g_interfaces[which].interface_class == interface_class && listed)
                 paths.push_back(path_of(which, instance));
         }
     }

@@ -13,8 +13,9 @@ enum class Interface { Slate, Dock, Button };
 BYTE indicator_state(Interface which);
 void set_indicator_state(Interface which, BYTE state);
 
-// The paths of the present interfaces of a class; none for a class that is not known.
-std::vector<std::string> present_interfaces(const GUID& interface_class);
+// The paths of the interfaces of a class: the present ones, or also the first when it is only known from
+// before. None for a class that is not known.
+std::vector<std::string> interfaces_of_class(const GUID& interface_class, bool present_only);
 
 // Who is told of each byte written to the button; one at most.
 struct ButtonListener {

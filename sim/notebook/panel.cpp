@@ -42,6 +42,10 @@ static Action compile_inverter(Tokens& tokens) {
         return [] { inverter().get_fails = true; };
     if (tokens.accept("set-fails"))
         return [] { inverter().set_fails = true; };
+    if (tokens.accept("get-positive"))
+        return [] { inverter().get_positive = true; };
+    if (tokens.accept("set-positive"))
+        return [] { inverter().set_positive = true; };
     Inverter works;
     works.type = static_cast<DWORD>(tokens.number());
     works.frequency = static_cast<DWORD>(tokens.number());

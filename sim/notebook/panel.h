@@ -10,6 +10,8 @@ struct Inverter {
     DWORD frequency = 1000;
     bool get_fails = false;
     bool set_fails = false;
+    bool get_positive = false; // answers S_FALSE, and does the work all the same
+    bool set_positive = false;
 };
 
 Inverter& inverter();

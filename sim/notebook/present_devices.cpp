@@ -8,35 +8,48 @@ namespace sim {
 namespace {
 
 struct Hardware {
-    std::vector<PresentDevice> devices = {{{"ACPI\\PNP0C0A", "*PNP0C0A"}}, {{"PCI\\VEN_8086&DEV_9D2F"}}};
+    std::vector<KnownDevice> devices = {{{"ACPI\\PNP0C0A", "*PNP0C0A"}}, {{"PCI\\VEN_8086&DEV_9D2F"}}};
 };
 
 } // namespace
 
-static Hardware& hardware() {
-    return machine_state<Hardware>();
+static std::vector<KnownDevice>& hardware() {
+    return machine_state<Hardware>().devices;
 }
 
-const std::vector<PresentDevice>& present_devices() {
-    return hardware().devices;
+std::vector<KnownDevice> known_devices(bool present_only) {
+    std::vector<KnownDevice> devices = hardware();
+    std::erase_if(devices, [=](const KnownDevice& device) { return present_only && !device.present; });
+    return devices;
+}
+
+static void put_device(const KnownDevice& made) {
+    std::erase_if(hardware(), [&](const KnownDevice& old) {
+        return !made.hardware_ids.empty() && !old.hardware_ids.empty() &&
+               old.hardware_ids[0] == made.hardware_ids[0];
+    });
+    hardware().push_back(made);
 }
 
 void set_hardware(const std::string& hardware_id, bool present) {
-    std::vector<PresentDevice>& devices = hardware().devices;
-    std::erase_if(devices,
-                  [&](const PresentDevice& device) { return device.hardware_ids[0] == hardware_id; });
-    if (present)
-        devices.push_back({{hardware_id}});
+    put_device({{hardware_id}, present});
 }
 
 // ---- commands ----
 
 static Action compile_hardware(Tokens& tokens) {
     const std::string id = tokens.text();
-    const bool present = tokens.choice({"absent", "present"}) == 1;
-    return [=] { set_hardware(id, present); };
+    const size_t how = tokens.choice({"absent", "present", "unended"});
+    return [=] { put_device({{id}, how != 0, how == 2}); };
 }
 
-static const Commands g_commands({{"hardware", Use::Machine, compile_hardware}});
+static Action compile_nameless_hardware(Tokens&) {
+    return [] { put_device({}); };
+}
+
+static const Commands g_commands({
+    {"hardware", Use::Machine, compile_hardware},
+    {"hardware nameless", Use::Machine, compile_nameless_hardware},
+});
 
 } // namespace sim

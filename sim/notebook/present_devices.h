@@ -1,4 +1,4 @@
-// All present devices, with their hardware ids.
+// The devices that the machine knows, with their hardware ids.
 #pragma once
 
 #include <string>
@@ -6,11 +6,13 @@
 
 namespace sim {
 
-struct PresentDevice {
-    std::vector<std::string> hardware_ids; // the first one names it
+struct KnownDevice {
+    std::vector<std::string> hardware_ids; // the first one names it; none: it has no such property
+    bool present = true;                   // else known from before
+    bool unended = false;                  // the list is stored without any null
 };
 
-const std::vector<PresentDevice>& present_devices();
+std::vector<KnownDevice> known_devices(bool present_only);
 void set_hardware(const std::string& hardware_id, bool present);
 
 } // namespace sim

@@ -8,6 +8,8 @@
 
 namespace sim {
 
+constexpr IID UNKNOWN_INTERFACE = {0, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
 // What a double adds to its interface. An object belongs to the apartment that it was made in, and stays
 // known after its last release, so that a later use is seen.
 struct ComObject {
@@ -40,7 +42,7 @@ template <class Interface> struct ComDouble : Interface, ComObject {
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** object) override {
         COM_CALL(*this);
         *object = nullptr;
-        if (also == nullptr || wanted != *also)
+        if (wanted != UNKNOWN_INTERFACE && (also == nullptr || wanted != *also))
             return E_NOINTERFACE;
         *object = static_cast<Interface*>(this);
         com_add_reference(*this);

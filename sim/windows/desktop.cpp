@@ -38,6 +38,17 @@ static bool on_input_desktop() {
     return thread_desktop() != nullptr;
 }
 
+constexpr ACCESS_MASK DESKTOP_CREATEWINDOW = 0x2;
+constexpr ACCESS_MASK DESKTOP_WRITEOBJECTS = 0x80;
+
+bool may_create_windows() {
+    if (thread_desktop() == nullptr)
+        return true;
+    constexpr ACCESS_MASK needed = DESKTOP_CREATEWINDOW | DESKTOP_WRITEOBJECTS;
+    const HandleEntry* entry = handle_entry(thread_desktop(), Kind::Desktop, "DialogBoxParamW");
+    return entry != nullptr && (entry->access & needed) == needed;
+}
+
 static bool has_windows(const Thread* thread) {
     for (const auto& [handle, window] : window_list()) {
         if (window.thread == thread)
@@ -135,22 +146,31 @@ extern "C" {
 
 HWND WINAPI SetFocus(HWND handle) {
     SIM_CALL(nullptr, ERROR_INVALID_WINDOW_HANDLE);
-    if (checked_window(handle) == nullptr)
+    const Window* window = own_window(handle);
+    if (window == nullptr)
         return nullptr;
+    trace("window %s focus", window_name(*window).c_str());
     return std::exchange(screen().focus, handle);
 }
 
 BOOL WINAPI SetForegroundWindow(HWND handle) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    return checked_window(handle) != nullptr;
+    const Window* window = checked_window(handle);
+    if (window == nullptr)
+        return FALSE;
+    const bool refused = screen().foreground_refused;
+    trace("window %s foreground%s", window_name(*window).c_str(), refused ? " refused" : "");
+    return refused ? fail_with(ERROR_ACCESS_DENIED) : TRUE;
 }
 
 HWND WINAPI SetCapture(HWND handle) {
     SIM_VISIT();
-    trace_detail("SetCapture()");
-    if (checked_window(handle) == nullptr)
+    const Window* window = own_window(handle);
+    if (window == nullptr)
         return nullptr;
-    return std::exchange(screen().capture, handle);
+    const bool refused = screen().capture_refused;
+    trace("window %s capture%s", window_name(*window).c_str(), refused ? " refused" : "");
+    return refused ? nullptr : std::exchange(screen().capture, handle);
 }
 
 BOOL WINAPI SetCursorPos(int x, int y) {
@@ -212,13 +232,15 @@ HDESK WINAPI GetThreadDesktop(DWORD thread) {
     return desktop != nullptr ? desktop : first_desktop();
 }
 
-HDESK WINAPI OpenInputDesktop(DWORD, BOOL, ACCESS_MASK access) {
+HDESK WINAPI OpenInputDesktop(DWORD flags, BOOL inherit, ACCESS_MASK access) {
     SIM_CALL(nullptr, ERROR_ACCESS_DENIED);
+    if (flags != 0 || inherit)
+        violation("OpenInputDesktop: flags 0x%x, inherit %d", flags, inherit);
     if (screen().input_desktop_refused) {
         set_last_error(ERROR_ACCESS_DENIED);
         return nullptr;
     }
-    trace_detail("OpenInputDesktop(0x%x)", access);
+    trace("window input desktop opened 0x%x", access);
     return static_cast<HDESK>(open_handle(make_object(Kind::Desktop, "input desktop"), access));
 }
 
@@ -229,6 +251,7 @@ BOOL WINAPI SetThreadDesktop(HDESK desktop) {
     if (desktop != first_desktop() && handle_entry(desktop, Kind::Desktop, "SetThreadDesktop") == nullptr)
         return FALSE;
     thread_desktop() = desktop != first_desktop() ? desktop : nullptr;
+    trace("window thread desktop %s", on_input_desktop() ? "input" : "first");
     return TRUE;
 }
 
@@ -280,6 +303,16 @@ static Action compile_desktop(Tokens& tokens) {
     return [refused] { screen().input_desktop_refused = refused; };
 }
 
+static Action compile_foreground(Tokens& tokens) {
+    const bool refused = tokens.choice({"refused", "granted"}) == 0;
+    return [refused] { screen().foreground_refused = refused; };
+}
+
+static Action compile_capture(Tokens& tokens) {
+    const bool refused = tokens.choice({"refused", "granted"}) == 0;
+    return [refused] { screen().capture_refused = refused; };
+}
+
 static Action compile_console(Tokens& tokens) {
     const auto session = static_cast<DWORD>(tokens.number());
     return [session] { screen().console_session = session; };
@@ -291,6 +324,8 @@ static const Commands g_commands({
     {"windows buttons", Use::Machine, compile_buttons},
     {"windows work-area", Use::Machine, compile_work_area},
     {"windows desktop", Use::Machine, compile_desktop},
+    {"windows foreground", Use::Machine, compile_foreground},
+    {"windows capture", Use::Machine, compile_capture},
     {"windows console-session", Use::Machine, compile_console},
 });
 

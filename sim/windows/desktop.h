@@ -12,6 +12,8 @@ struct Screen {
     bool work_area_fails = false;
     bool buttons_swapped = false;
     bool input_desktop_refused = false;
+    bool foreground_refused = false; // another program holds it
+    bool capture_refused = false;
     bool registering_fails = false;     // of messages
     DWORD console_session = NO_SESSION; // none: every process is in the console session
     POINT cursor = {0, 0};
@@ -20,5 +22,7 @@ struct Screen {
 };
 
 Screen& screen();
+// Whether the current thread's desktop was opened with the rights that a window needs.
+bool may_create_windows();
 
 } // namespace sim

@@ -11,10 +11,10 @@ namespace sim {
 
 namespace {
 
-// Body of a device-set handle, fixed when it is made: the present devices, or the interfaces of a class.
+// Body of a device-set handle, fixed when it is made: the devices, or the interfaces of a class.
 struct DeviceSet {
     bool of_interfaces = false;
-    std::vector<PresentDevice> devices;
+    std::vector<KnownDevice> devices;
     GUID interface_class = {};
     std::vector<std::string> paths;
 };
@@ -23,9 +23,19 @@ struct DeviceSet {
 
 static HDEVINFO open_set(const DeviceSet& set) {
     ObjectRef object =
-        make_object(Kind::DeviceSet, set.of_interfaces ? "interfaces of a class" : "all present devices");
+        make_object(Kind::DeviceSet, set.of_interfaces ? "interfaces of a class" : "all devices");
     object->body = std::make_shared<DeviceSet>(set);
     return open_handle(object);
+}
+
+constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
+
+static bool right_size(DWORD size, size_t right, const char* call) {
+    if (size == right)
+        return true;
+    violation("%s: size field %u", call, size);
+    set_last_error(ERROR_INVALID_USER_BUFFER);
+    return false;
 }
 
 // The set behind a handle, if the interface record that goes with it has its size.
@@ -34,12 +44,12 @@ static DeviceSet* interface_set(HDEVINFO handle, const SP_DEVICE_INTERFACE_DATA*
     if (entry == nullptr)
         return nullptr;
     auto& set = entry->object->as<DeviceSet>();
-    if (!set.of_interfaces || record->cbSize != sizeof(*record)) {
-        violation("%s: set without interfaces, or size field %u", call, record->cbSize);
+    if (!set.of_interfaces) {
+        violation("%s: set without interfaces", call);
         set_last_error(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    return &set;
+    return right_size(record->cbSize, sizeof(*record), call) ? &set : nullptr;
 }
 
 constexpr DWORD INTERFACE_ACTIVE = 1;
@@ -52,14 +62,16 @@ extern "C" {
 
 HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* class_guid, PCWSTR, HWND, DWORD flags) {
     SIM_CALL(INVALID_HANDLE_VALUE, ERROR_GEN_FAILURE);
-    if ((flags & DIGCF_DEVICEINTERFACE) != 0 && class_guid != nullptr)
-        return open_set({true, {}, *class_guid, present_interfaces(*class_guid)});
-    if (class_guid != nullptr || flags != (DIGCF_PRESENT | DIGCF_ALLCLASSES)) {
+    const bool present_only = (flags & DIGCF_PRESENT) != 0;
+    const DWORD kind = flags & ~DIGCF_PRESENT;
+    if (kind == DIGCF_DEVICEINTERFACE && class_guid != nullptr)
+        return open_set({true, {}, *class_guid, interfaces_of_class(*class_guid, present_only)});
+    if (class_guid != nullptr || kind != DIGCF_ALLCLASSES) {
         violation("SetupDiGetClassDevsW: flags 0x%x", flags);
         set_last_error(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
-    return open_set({false, present_devices(), {}, {}});
+    return open_set({false, known_devices(present_only), {}, {}});
 }
 
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device) {
@@ -67,11 +79,8 @@ BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA de
     HandleEntry* entry = handle_entry(set, Kind::DeviceSet, "SetupDiEnumDeviceInfo");
     if (entry == nullptr)
         return FALSE;
-    if (device->cbSize != sizeof(*device)) {
-        violation("SetupDiEnumDeviceInfo: size field %u", device->cbSize);
-        set_last_error(ERROR_INVALID_PARAMETER);
+    if (!right_size(device->cbSize, sizeof(*device), "SetupDiEnumDeviceInfo"))
         return FALSE;
-    }
     if (index >= entry->object->as<DeviceSet>().devices.size()) {
         set_last_error(ERROR_NO_MORE_ITEMS);
         return FALSE;
@@ -91,10 +100,20 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO set, PSP_DEVINFO_DATA dev
         set_last_error(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    if (!right_size(device->cbSize, sizeof(*device), "SetupDiGetDeviceRegistryPropertyW"))
+        return FALSE;
+    const KnownDevice& known = devices[device->DevInst - 1];
+    if (known.hardware_ids.empty()) {
+        set_last_error(ERROR_INVALID_DATA);
+        return FALSE;
+    }
     std::u16string strings;
-    for (const std::string& id : devices[device->DevInst - 1].hardware_ids)
+    for (const std::string& id : known.hardware_ids)
         strings += widen(id) + u'\0';
-    strings += u'\0';
+    if (known.unended)
+        strings.pop_back();
+    else
+        strings += u'\0';
     const auto bytes = static_cast<DWORD>(strings.size() * sizeof(char16_t));
     if (type != nullptr)
         *type = REG_MULTI_SZ;
@@ -139,11 +158,13 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO devices, PSP_DEVICE_INTERF
     if (set == nullptr)
         return FALSE;
     if (record->Reserved == 0 || record->Reserved > set->paths.size() ||
-        (detail == nullptr) != (capacity == 0) || (detail != nullptr && detail->cbSize != sizeof(*detail))) {
-        violation("SetupDiGetDeviceInterfaceDetailW: no interface of this set, or size field not 8");
+        (detail == nullptr) != (capacity == 0)) {
+        violation("SetupDiGetDeviceInterfaceDetailW: no interface of this set");
         set_last_error(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    if (detail != nullptr && !right_size(detail->cbSize, sizeof(*detail), "SetupDiGetDeviceInterfaceDetailW"))
+        return FALSE;
     const std::u16string path = widen(set->paths[record->Reserved - 1]);
     const size_t bytes = (path.size() + 1) * sizeof(char16_t);
     const auto whole = static_cast<DWORD>(offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + bytes);

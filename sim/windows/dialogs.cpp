@@ -30,6 +30,10 @@ INT_PTR WINAPI DialogBoxParamW(HINSTANCE, LPCWSTR name, HWND owner, DLGPROC proc
         set_last_error(ERROR_RESOURCE_NAME_NOT_FOUND);
         return -1;
     }
+    if (!may_create_windows()) {
+        set_last_error(ERROR_ACCESS_DENIED);
+        return -1;
+    }
     const RECT& work = screen().work;
     const int left = (work.left + work.right - DIALOG_101_WIDTH) / 2;
     const int top = (work.top + work.bottom - DIALOG_101_HEIGHT) / 2;
@@ -44,6 +48,7 @@ INT_PTR WINAPI DialogBoxParamW(HINSTANCE, LPCWSTR name, HWND owner, DLGPROC proc
         control.class_name = id == STATIC_CONTROL ? "Static" : "Edit";
         control.parent = dialog;
         control.id = id;
+        control.visible = true;
         add_window(std::move(control));
     }
     trace("dialog 101 opened");
@@ -52,6 +57,8 @@ INT_PTR WINAPI DialogBoxParamW(HINSTANCE, LPCWSTR name, HWND owner, DLGPROC proc
         screen().focus = dialog; // a new dialog is activated
     MSG message;
     while (next_message(&message, dialog)) {
+        if (message.message == WM_QUIT)
+            violation("DialogBoxParamW: WM_QUIT in a dialog is not simulated");
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }

@@ -33,9 +33,13 @@ static CuiDouble& object_of(void* self) {
     return *static_cast<CuiFace*>(self)->object;
 }
 
-static HRESULT STDMETHODCALLTYPE cui_query_interface(void*, REFIID, void** object) {
-    *object = nullptr;
-    return E_NOINTERFACE;
+static HRESULT STDMETHODCALLTYPE cui_query_interface(void* self, REFIID wanted, void** object) {
+    com_use(object_of(self), "QueryInterface");
+    const bool known = wanted == CUI_EXTERNAL || wanted == UNKNOWN_INTERFACE;
+    *object = known ? self : nullptr;
+    if (known)
+        com_add_reference(object_of(self));
+    return known ? S_OK : E_NOINTERFACE;
 }
 
 static ULONG STDMETHODCALLTYPE cui_add_reference(void* self) {
@@ -69,8 +73,9 @@ static HRESULT STDMETHODCALLTYPE GetInverterParams(void* self, const GUID* block
     }
     const DWORD words[2] = {inverter().type, inverter().frequency};
     std::memcpy(data, words, sizeof(words));
-    trace_detail("call GetInverterParams(%u, %u) = 0x0", words[0], words[1]);
-    return S_OK;
+    const HRESULT result = inverter().get_positive ? S_FALSE : S_OK;
+    trace_detail("call GetInverterParams(%u, %u) = 0x%x", words[0], words[1], static_cast<unsigned>(result));
+    return result;
 }
 
 static HRESULT STDMETHODCALLTYPE SetInverterParams(void* self, const GUID* block, DWORD count, DWORD size,
@@ -78,7 +83,7 @@ static HRESULT STDMETHODCALLTYPE SetInverterParams(void* self, const GUID* block
     COM_CALL(object_of(self));
     DWORD words[2] = {};
     std::memcpy(words, data, sizeof(words));
-    HRESULT result = S_OK;
+    HRESULT result = inverter().set_positive ? S_FALSE : S_OK;
     if (!right_block(block, count, size, error, "SetInverterParams") || inverter().set_fails) {
         *error = DRIVER_ERROR;
         result = E_FAIL;

@@ -78,6 +78,20 @@ Window* checked_window(HWND handle) {
     return window;
 }
 
+Window* own_window(HWND handle) {
+    Window* window = checked_window(handle);
+    if (window == nullptr || window->thread == current())
+        return window;
+    set_last_error(ERROR_ACCESS_DENIED);
+    return nullptr;
+}
+
+std::string window_name(const Window& window) {
+    if (window.dialog)
+        return window.class_name.substr(1);
+    return window.id != 0 ? std::to_string(window.id) : window.class_name;
+}
+
 HWND find_window(const std::string& class_name, DWORD session) {
     for (const auto& [handle, window] : window_list()) {
         if (window_of(handle) != nullptr && same_text(window.class_name, class_name) &&
@@ -219,17 +233,25 @@ ATOM WINAPI RegisterClassExW(const WNDCLASSEXW* window_class) {
         return static_cast<ATOM>(fail_with(ERROR_INVALID_PARAMETER));
     }
     const std::string name = lower(narrow(window_class->lpszClassName));
+    if (window_class->cbClsExtra != 0 || window_class->cbWndExtra != 0 ||
+        window_class->lpszMenuName != nullptr)
+        violation("RegisterClassExW: extra bytes or a menu");
     if (!process_state<Classes>().procs.try_emplace(name, window_class->lpfnWndProc).second)
         return static_cast<ATOM>(fail_with(ERROR_CLASS_ALREADY_EXISTS));
+    trace("window class %s style 0x%x background %u cursor %u", narrow(window_class->lpszClassName).c_str(),
+          window_class->style,
+          static_cast<unsigned>(reinterpret_cast<ULONG_PTR>(window_class->hbrBackground)),
+          static_cast<unsigned>(reinterpret_cast<ULONG_PTR>(window_class->hCursor)));
     return messages().next_atom++;
 }
 
-HWND WINAPI CreateWindowExW(DWORD ex_style, LPCWSTR class_name, LPCWSTR, DWORD style, int x, int y, int width,
-                            int height, HWND parent, HMENU, HINSTANCE, LPVOID) {
+HWND WINAPI CreateWindowExW(DWORD ex_style, LPCWSTR class_name, LPCWSTR title, DWORD style, int x, int y,
+                            int width, int height, HWND parent, HMENU menu, HINSTANCE, LPVOID parameter) {
     SIM_CALL(nullptr, ERROR_NOT_ENOUGH_MEMORY);
+    if (title != nullptr || parent != nullptr || menu != nullptr || parameter != nullptr)
+        violation("CreateWindowExW: title, parent, menu and parameter are not simulated");
     Window window;
     window.class_name = narrow(class_name);
-    window.parent = parent;
     window.rect = {x, y, x + width, y + height};
     const auto& procs = process_state<Classes>().procs;
     const auto found = procs.find(lower(window.class_name));
@@ -238,12 +260,14 @@ HWND WINAPI CreateWindowExW(DWORD ex_style, LPCWSTR class_name, LPCWSTR, DWORD s
         return nullptr;
     }
     window.proc = found->second;
-    trace_detail("CreateWindowExW(0x%x, %s, 0x%x)", ex_style, window.class_name.c_str(), style);
     const HWND handle = add_window(window);
     if (!call_window(handle, WM_NCCREATE, 0, 0) || call_window(handle, WM_CREATE, 0, 0) == -1) {
+        call_window(handle, WM_NCDESTROY, 0, 0);
         destroy_window(handle);
         return nullptr;
     }
+    trace("window %s created style 0x%x extended 0x%x at %d %d size %d %d", window.class_name.c_str(), style,
+          ex_style, x, y, width, height);
     return handle;
 }
 
@@ -254,6 +278,7 @@ BOOL WINAPI DestroyWindow(HWND handle) {
         return FALSE;
     if (window->thread != current())
         return fail_with(ERROR_ACCESS_DENIED);
+    trace("window %s destroyed", window_name(*window).c_str());
     call_window(handle, WM_DESTROY, 0, 0);
     call_window(handle, WM_NCDESTROY, 0, 0);
     destroy_window(handle);
@@ -291,7 +316,7 @@ BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last) {
     if (window != nullptr || first != 0 || last != 0)
         violation("GetMessageW: filters are not simulated");
     next_message(message, nullptr);
-    return TRUE;
+    return message->message != WM_QUIT;
 }
 
 BOOL WINAPI TranslateMessage(const MSG* message) {
@@ -336,8 +361,9 @@ BOOL WINAPI SetWindowPos(HWND handle, HWND after, int x, int y, int width, int h
     Window* window = checked_window(handle);
     if (window == nullptr)
         return FALSE;
-    trace_detail("SetWindowPos(%s, %d, %d, %d, %d, 0x%x)", after == HWND_TOPMOST ? "topmost" : "top", x, y,
-                 width, height, flags);
+    if ((after != HWND_TOP && after != HWND_TOPMOST) ||
+        (flags & ~(SWP_NOMOVE | SWP_NOSIZE | SWP_SHOWWINDOW)) != 0)
+        violation("SetWindowPos: flags 0x%x, or a place in the order that is not simulated", flags);
     RECT& rect = window->rect;
     const int old_width = rect.right - rect.left;
     const int old_height = rect.bottom - rect.top;
@@ -345,15 +371,21 @@ BOOL WINAPI SetWindowPos(HWND handle, HWND after, int x, int y, int width, int h
         rect = {x, y, x + old_width, y + old_height};
     if ((flags & SWP_NOSIZE) == 0)
         rect = {rect.left, rect.top, rect.left + width, rect.top + height};
+    trace("window %s placed %d %d %d %d %s%s", window_name(*window).c_str(), rect.left, rect.top,
+          rect.right - rect.left, rect.bottom - rect.top, after == HWND_TOPMOST ? "topmost" : "top",
+          (flags & SWP_SHOWWINDOW) != 0 ? " shown" : "");
     return TRUE;
 }
 
 BOOL WINAPI ShowWindow(HWND handle, int command) {
     SIM_VISIT();
-    if (checked_window(handle) == nullptr)
+    Window* window = checked_window(handle);
+    if (window == nullptr)
         return FALSE;
-    trace_detail("ShowWindow(%d, %d)", window_of(handle)->id, command);
-    return TRUE;
+    if (command != SW_HIDE)
+        violation("ShowWindow(%d)", command);
+    trace("window %s hidden", window_name(*window).c_str());
+    return std::exchange(window->visible, false);
 }
 
 } // extern "C"
@@ -364,16 +396,17 @@ namespace sim {
 
 static Action compile_helper(Tokens& tokens) {
     const DWORD session = tokens.accept("session") ? static_cast<DWORD>(tokens.number()) : 1;
-    const bool close = tokens.accept("close");
-    const WPARAM command = close ? 0 : tokens.number();
+    const bool quit = tokens.accept("quit");
+    const bool close = !quit && tokens.accept("close");
+    const WPARAM command = quit || close ? 0 : tokens.number();
     const auto argument = static_cast<LPARAM>(tokens.done() ? 0 : tokens.number());
     return [=] {
         const HWND window = find_window("PmHelperWindowClass", session);
-        const std::string name = close ? "close" : std::to_string(command);
+        const std::string name = quit ? "quit" : close ? "close" : std::to_string(command);
         if (window == nullptr)
             trace("refused helper %s", name.c_str());
-        else if (close)
-            post_message(window, WM_CLOSE, 0, 0);
+        else if (quit || close)
+            post_message(window, quit ? WM_QUIT : WM_CLOSE, 0, 0);
         else
             send_message(window, registered_message("PmHelperMessage"), command, argument,
                          [name](LRESULT result) {

@@ -30,6 +30,7 @@ struct Window {
     int id = 0;
     RECT rect = {};
     bool dialog = false;
+    bool visible = false;
     bool ended = false; // EndDialog was called
     INT_PTR result = 0;
 };
@@ -38,7 +39,10 @@ std::map<HWND, Window>& window_list();
 // The window of a handle, unless it or its thread is gone.
 Window* window_of(HWND handle);
 Window* checked_window(HWND handle); // null with last error 1400
-HWND add_window(Window window);      // of the current thread; gives its handle
+Window* own_window(HWND handle);     // the same, and null with last error 5 when it is another thread's
+// As the trace names it: a dialog and a control by number, others by their class.
+std::string window_name(const Window& window);
+HWND add_window(Window window); // of the current thread; gives its handle
 void destroy_window(HWND handle);
 // Waits for the next message of the current thread. False when the dialog (null: none) has ended meanwhile.
 bool next_message(MSG* message, HWND dialog);

@@ -1,5 +1,5 @@
 // Settings files (INI) and environment variables.
-#include <cstdlib>
+#include <cctype>
 #include <map>
 
 #include "sim/machine/machine.h"
@@ -45,6 +45,46 @@ static std::string expand(const std::string& text) {
     return result;
 }
 
+// A value as the platform hands it out: without blanks around it, then without one pair of quotes.
+static std::string without_quotes(const std::string& value) {
+    static const char blanks[] = " \t";
+    const size_t first = value.find_first_not_of(blanks);
+    if (first == std::string::npos)
+        return {};
+    const std::string text = value.substr(first, value.find_last_not_of(blanks) - first + 1);
+    const bool quoted = text.size() > 1 && (text[0] == '"' || text[0] == '\'') && text.back() == text[0];
+    return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+// The number that a text begins with: blanks, sign, 0x, 0o or 0b, digits. 0 when there is none; what is too
+// large wraps.
+static UINT leading_integer(const std::string& text) {
+    size_t at = 0;
+    while (at < text.size() && static_cast<unsigned char>(text[at]) <= ' ')
+        ++at;
+    const bool negative = at < text.size() && text[at] == '-';
+    if (negative || (at < text.size() && text[at] == '+'))
+        ++at;
+    UINT base = 10;
+    for (const auto& [prefix, its_base] : {std::pair("0x", 16u), std::pair("0o", 8u), std::pair("0b", 2u)}) {
+        if (text.compare(at, 2, prefix) == 0)
+            base = its_base;
+    }
+    if (base != 10)
+        at += 2;
+    UINT value = 0;
+    for (; at < text.size(); ++at) {
+        const auto character = static_cast<unsigned char>(std::tolower(static_cast<unsigned char>(text[at])));
+        const UINT digit = std::isdigit(character)    ? character - '0'
+                           : std::isxdigit(character) ? character - 'a' + 10u
+                                                      : base;
+        if (digit >= base)
+            break;
+        value = value * base + digit;
+    }
+    return negative ? 0 - value : value;
+}
+
 } // namespace sim
 
 using namespace sim;
@@ -56,8 +96,9 @@ UINT WINAPI GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT otherwise, L
     trace_detail("GetPrivateProfileIntW(%s)", narrow(path).c_str());
     const auto& values = machine_state<Settings>().values;
     const auto found = values.find(place(narrow(path), narrow(section), narrow(key)));
-    return found != values.end() ? static_cast<UINT>(std::atoi(found->second.c_str()))
-                                 : static_cast<UINT>(otherwise);
+    const std::string text = found != values.end() ? without_quotes(found->second) : std::string();
+    // A value without text counts as none.
+    return text.empty() ? static_cast<UINT>(otherwise) : leading_integer(text);
 }
 
 DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR from, LPWSTR to, DWORD characters) {
@@ -81,6 +122,28 @@ static Action compile_ini(Tokens& tokens) {
     return [=] { machine_state<Settings>().values[place(path, section, key)] = value; };
 }
 
-static const Commands g_commands({{"ini", Use::Machine, compile_ini}});
+// KEY=TEXT as it stands in the file, to the end of the line.
+static Action compile_ini_line(Tokens& tokens) {
+    const std::string path = tokens.text();
+    const std::string section = tokens.word();
+    std::string line = tokens.rest_of_line;
+    line.erase(0, line.find(section, line.find(path) + path.size()) + section.size());
+    const size_t equals = line.find('=');
+    tokens.at = tokens.list.size();
+    if (equals == std::string::npos) {
+        tokens.fail("KEY=TEXT expected");
+        return {};
+    }
+    std::string key = line.substr(0, equals);
+    key.erase(0, key.find_first_not_of(" \t"));
+    key.erase(key.find_last_not_of(" \t") + 1);
+    const std::string value = line.substr(equals + 1);
+    return [=] { machine_state<Settings>().values[place(path, section, key)] = value; };
+}
+
+static const Commands g_commands({
+    {"ini", Use::Machine, compile_ini},
+    {"ini line", Use::Machine, compile_ini_line},
+});
 
 } // namespace sim

@@ -170,6 +170,12 @@ struct DefinitionDouble : ComDouble<ITaskDefinition> {
 
 // ---- folders and the service ----
 
+constexpr DWORD TASK_CREATE = 2;
+constexpr DWORD TASK_UPDATE = 4;
+constexpr HRESULT ALREADY_EXISTS = static_cast<HRESULT>(0x800700B7);
+constexpr HRESULT NONE_MAPPED = static_cast<HRESULT>(0x80070534);
+constexpr HRESULT INVALID_DESCRIPTOR = static_cast<HRESULT>(0x8007053A);
+
 struct RegisteredDouble : ComDouble<IRegisteredTask> {};
 
 struct FolderDouble : ComDouble<ITaskFolder> {
@@ -203,6 +209,23 @@ struct FolderDouble : ComDouble<ITaskFolder> {
         return result;
     }
 
+    // What the scheduler says to a registration's flags, account and security.
+    HRESULT registration_result(const ScheduledTask& task) const {
+        if (!scheduler().running)
+            return UNAVAILABLE;
+        const bool exists = find_folder(path)->contains(lower(task.name));
+        if (task.flags == TASK_CREATE && exists)
+            return ALREADY_EXISTS;
+        if (task.flags == TASK_UPDATE && !exists)
+            return NOT_FOUND;
+        if (task.flags == 0 || (task.flags & ~static_cast<DWORD>(TASK_CREATE_OR_UPDATE)) != 0 ||
+            task.logon != TASK_LOGON_SERVICE_ACCOUNT || task.has_password)
+            return E_INVALIDARG;
+        if (!same_text(task.user, "NT AUTHORITY\\System"))
+            return NONE_MAPPED;
+        return task.security.empty() ? S_OK : INVALID_DESCRIPTOR;
+    }
+
     HRESULT STDMETHODCALLTYPE RegisterTaskDefinition(BSTR name, ITaskDefinition* definition, LONG flags,
                                                      VARIANT user, VARIANT password, TASK_LOGON_TYPE logon,
                                                      VARIANT security, IRegisteredTask** task) override {
@@ -218,7 +241,7 @@ struct FolderDouble : ComDouble<ITaskFolder> {
         made.has_password = password.vt != VT_EMPTY;
         made.logon = static_cast<DWORD>(logon);
         made.flags = static_cast<DWORD>(flags);
-        HRESULT result = !scheduler().running ? UNAVAILABLE : made.path.empty() ? INCOMPLETE : S_OK;
+        HRESULT result = made.path.empty() ? INCOMPLETE : registration_result(made);
         if (result == S_OK) {
             (*find_folder(path))[lower(made.name)] = made;
             *task = com_make<RegisteredDouble>("IRegisteredTask");
