@@ -5,7 +5,7 @@ TEST(Control, StandardControls) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        control 2
+        handler 2
         expect next status PAUSE_PENDING 0/0 checkpoint 1
         expect next status PAUSED 0/0
         event 0x7000
@@ -13,12 +13,12 @@ TEST(Control, StandardControls) {
         expect no request*
         control 4
         expect no status*
-        control 3
+        handler 3
         expect next status CONTINUE_PENDING 0/0 checkpoint 1
         expect next status RUNNING 0/0
         expect next request GETEVENT() = 0x7000 0x0
         expect registry SVC\Parameters\Notification Type2 = 0x1
-        control 2
+        handler 2
         stop
         expect status STOPPED 0/0
         control 133
@@ -31,12 +31,12 @@ TEST(Control, PauseAndContinueCountSuspensions) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        control 2
-        control 2
-        control 3
+        handler 2
+        handler 2
+        handler 3
         event 0x7000
         expect no request GETEVENT*
-        control 3
+        handler 3
         expect request GETEVENT() = 0x7000 0x0)");
 }
 
@@ -45,7 +45,7 @@ TEST(Control, UnknownCodesChangeNothing) {
     bench.started();
     std::string script;
     for (const int code : {0, 5, 12, 14, 127, 128, 129, 143, 200, 250, 251, 252, 253, 254, 255, 256, 100000})
-        script += "control " + std::to_string(code) + "\nexpect no *\n";
+        script += "handler " + std::to_string(code) + "\nexpect no *\n";
     bench.run(script);
 }
 
@@ -127,7 +127,7 @@ TEST(Control, PowerEventsRefreshTheFormFactor) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        power resume
+        handler power resume
         expect request GMMS(0x0) = 0x1
         power monitor 1
         expect request GMMS(0x0) = 0x1
@@ -135,11 +135,13 @@ TEST(Control, PowerEventsRefreshTheFormFactor) {
         expect no *
         power monitor 2
         expect no *
-        power setting {11111111-4510-4526-99E6-E5A17EBD1AEA} 1
+        handler power monitor 1
+        expect request GMMS(0x0) = 0x1
+        handler power setting {11111111-4510-4526-99E6-E5A17EBD1AEA} 1
         expect no *
-        power event 4
+        handler power event 4
         expect no *
-        power event 0x8013
+        handler power event 0x8013
         expect no *)");
 }
 

@@ -242,6 +242,7 @@ static const ScriptCase g_showings[] = {
         expect no call SetActive*)"},
     {"only the low 29 bits of an index count when it comes back", R"(
         registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "536870919"
+        windows scheme 7
         control 130
         advance 250ms
         input key

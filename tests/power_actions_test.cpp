@@ -89,7 +89,7 @@ TEST(Power, LidBeep) {
 
 TEST(Power, SleepAndHibernation) {
     const PowerCase cases[] = {
-        {"forced sleep without the privilege", "windows privilege SeShutdownPrivilege denied",
+        {"forced sleep the privilege refused", "windows privilege SeShutdownPrivilege refused",
          "event 0x6012\nexpect no call *"},
         {"forced sleep without the function", "windows powrprof without SetSuspendState",
          "event 0x6012\nexpect no call *"},
@@ -101,7 +101,7 @@ TEST(Power, SleepAndHibernation) {
             event 0x100C
             expect call SetSystemPowerState(0, 0) = 1
             expect count 1 call *)"},
-        {"hibernation without the privilege", "windows privilege SeShutdownPrivilege denied",
+        {"hibernation the privilege refused", "windows privilege SeShutdownPrivilege refused",
          "event 0x100C\nexpect no call *"},
         {"the hibernation file is made", "windows hibernate forbidden", R"(
             event 0x100C
@@ -134,6 +134,36 @@ TEST(Power, SleepAndHibernation) {
             event 0x100C
             expect call CallNtPowerInformation(10) = 0)"},
         {"no library, no power action", "windows powrprof missing", "event 0x100C\nexpect no call *"},
+    };
+    run_started("", cases);
+}
+
+// Enabling a privilege that the token does not hold succeeds, and the call itself fails.
+TEST(Power, APrivilegeThatIsNotHeld) {
+    const PowerCase cases[] = {
+        {"forced sleep", "windows privilege SeShutdownPrivilege denied", R"(
+            event 0x6012
+            expect call SetSuspendState(0, 1, 1) = 0
+            expect count 1 call *)"},
+        {"hibernation", "windows privilege SeShutdownPrivilege denied", R"(
+            event 0x100C
+            expect call SetSystemPowerState(0, 0) = 0
+            expect count 1 call *)"},
+        {"the hibernation file",
+         "windows hibernate forbidden\nwindows privilege SeCreatePagefilePrivilege denied", R"(
+            event 0x100C
+            expect call CallNtPowerInformation(10) = 0xc0000061
+            expect call SetSuspendState(0, 0, 1) = 1
+            expect no call SetSystem*)"},
+        {"battery wake-up", "windows privilege SeShutdownPrivilege denied", R"(
+            event 0x2013
+            advance 1h
+            expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
+        {"power-off", "windows hibernate forbidden\nwindows privilege SeShutdownPrivilege denied", R"(
+            event 0x2013
+            advance 1h
+            expect call ExitWindowsEx(12, 0) = 0
+            expect count 1 call *)"},
     };
     run_started("", cases);
 }
@@ -173,7 +203,8 @@ TEST(Power, BatteryWakeup) {
             expect call ExitWindowsEx(12, 0) = 1
             advance 1h
             expect count 1 call *)"},
-        {"without the privilege all three are still made", "windows privilege SeShutdownPrivilege denied", R"(
+        {"the privilege refused all three are still made", "windows privilege SeShutdownPrivilege refused",
+         R"(
             event 0x2013
             advance 1h
             expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
@@ -181,8 +212,8 @@ TEST(Power, BatteryWakeup) {
             event 0x2013
             advance 5s
             expect call ExitWindowsEx(12, 0) = 1)"},
-        {"power-off without the privilege",
-         "windows hibernate forbidden\nwindows privilege SeShutdownPrivilege denied", R"(
+        {"power-off the privilege refused",
+         "windows hibernate forbidden\nwindows privilege SeShutdownPrivilege refused", R"(
              event 0x2013
              advance 1h
              expect no call *)"},
@@ -286,7 +317,7 @@ static const PowerCase g_returnToSleep[] = {
         expect count 1 call *
         advance 3m
         expect count 2 call *)"},
-    {"without the privilege", "windows privilege SeShutdownPrivilege denied", R"(
+    {"the privilege refused", "windows privilege SeShutdownPrivilege refused", R"(
         event 0x2304
         advance 1h
         expect no call *)"},

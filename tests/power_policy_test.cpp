@@ -139,8 +139,10 @@ static const UserCase g_users[] = {
          "%userprofile%%userprofile%%userprofile%%userprofile%%userprofile%"
          "%userprofile%%userprofile%%userprofile%\"",
      ".DEFAULT", ""},
-    {"without the restore privilege", g_known + g_profile + "\nwindows privilege SeRestorePrivilege denied",
+    {"the restore privilege refused", g_known + g_profile + "\nwindows privilege SeRestorePrivilege refused",
      ".DEFAULT", ""},
+    {"the restore privilege not held", g_known + g_profile + "\nwindows privilege SeRestorePrivilege denied",
+     ".DEFAULT", R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 1314)"},
 };
 
 TEST(UserPolicy, WhoTheUserIs) {

@@ -1,5 +1,5 @@
 // Service main and entry: the start, its failures, the stop, the run modes.
-#include "tests/support/bench.h"
+#include "tests/support/sweep.h"
 
 TEST(Service, StartReportsEachCheckPointAndStopTearsDownInOrder) {
     Bench bench;
@@ -86,7 +86,7 @@ TEST(Service, ControlsAcceptedAndWaitHints) {
     expect_status(SERVICE_START_PENDING, 0);
     bench.run("advance 2s");
     expect_status(SERVICE_RUNNING, SERVICE_ACCEPT_STOP);
-    bench.run("control 2");
+    bench.run("handler 2");
     expect_status(SERVICE_PAUSED, SERVICE_ACCEPT_STOP);
     bench.run("firmware CONNECT takes 5s\nstop");
     expect_status(SERVICE_STOP_PENDING, SERVICE_ACCEPT_STOP);
@@ -295,4 +295,84 @@ TEST(Service, LidInhibitWithoutItsEvents) {
                    control 131
                    advance 302s
                    expect request LCDCSCONTROL(0x2)*)"}});
+}
+
+// The first monitor notification may come while the service's own refresh runs, on the handler's thread: in
+// either order the posture is published, the indicators agree, and the start ends.
+TEST(Service, TheFirstNotificationDuringTheStart) {
+    static const char* const slow[] = {"0ms", "1ms", "30ms"};
+    size_t overlapped = 0;
+    run_seeds(100, [&](Bench& bench) {
+        const std::string time = slow[sim::random_below(std::size(slow))];
+        const std::string when = sim::random_below(4) == 0 ? "later" : "at-registration";
+        bench.run("windows power-settings " + when + "\nfirmware GMMS = 3\nfirmware GMMS takes " + time +
+                  "\nregistry set HKLM\\SOFTWARE\\Dolby\\DAX\ndevice slate = 1\nmark\nstart\nadvance 20s");
+        size_t by_handler = 0;
+        for (const sim::TraceLine& line : bench.machine.trace)
+            by_handler += line.thread == "dispatcher" && line.text.starts_with("request GMMS");
+        EXPECT_EQ(when == "at-registration", by_handler != 0);
+        overlapped += by_handler != 0;
+        bench.run(R"(
+            check status RUNNING 0/0
+            check registry SVC\Transform\CurrentStatus MM = 3
+            check registry SVC\Transform\CurrentStatus Lid = 2
+            check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 3
+            check registry HKLM\SOFTWARE\Dolby\DAX MultimodeFormFactor = 3
+            check device slate = 0
+            check handles 0
+            mark
+            event 0x60C0
+            advance 1s
+            expect registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 0x3
+            stop
+            advance 1s
+            check status STOPPED 0/0)");
+    });
+    EXPECT_LT(100u, overlapped); // each seed runs twice
+}
+
+// The notification thread suspended in the middle of an event: the other threads come through, what the event
+// still has to do is done when it goes on, and the stop does not wait for it.
+TEST(Service, TheNotificationThreadSuspendedInAnEvent) {
+    const ScriptCase cases[] = {
+        {"and continued", R"(
+            handler power monitor 1
+            advance 20s
+            expect request GMMS(0x0) = 0x4
+            check status PAUSED 0/0
+            check registry SVC\Transform\CurrentStatus MM = 4
+            expect no request GETEVENT() = 0x7000*
+            control 133
+            expect request LCDCSGETSTATE() = 0x2
+            event 0x7000
+            handler 3
+            advance 20s
+            expect status RUNNING 0/0
+            expect request GETEVENT() = 0x7000 0x0
+            check registry SVC\Transform\CurrentStatus MM = 4
+            check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 4
+            check handles 0)"},
+        {"and stopped", R"(
+            stop
+            advance 20s
+            expect status STOPPED 0/0
+            check handles 0
+            start
+            advance 1s
+            check status RUNNING
+            event 0x7000
+            expect request GETEVENT() = 0x7000 0x0)"},
+    };
+    run_cases(R"(
+        firmware GMMS = 3
+        start
+        advance 5s
+        firmware GMMS takes 100ms
+        event 0x60C0
+        advance 50ms
+        firmware GMMS = 4
+        handler 2
+        expect status PAUSED 0/0
+        advance 10ms)",
+              cases);
 }

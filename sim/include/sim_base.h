@@ -183,6 +183,7 @@ using LPOVERLAPPED = OVERLAPPED*;
 #define ERROR_CALL_NOT_IMPLEMENTED              120u
 #define ERROR_INSUFFICIENT_BUFFER               122u
 #define ERROR_INVALID_NAME                      123u
+#define ERROR_INVALID_LEVEL                     124u
 #define ERROR_MOD_NOT_FOUND                     126u
 #define ERROR_PROC_NOT_FOUND                    127u
 #define ERROR_BAD_PATHNAME                      161u
@@ -191,6 +192,7 @@ using LPOVERLAPPED = OVERLAPPED*;
 #define ERROR_NO_MORE_ITEMS                     259u
 #define ERROR_NOT_OWNER                         288u
 #define ERROR_KEY_DELETED                       1018u
+#define ERROR_INVALID_SERVICE_CONTROL           1052u
 #define ERROR_SERVICE_REQUEST_TIMEOUT           1053u
 #define ERROR_SERVICE_ALREADY_RUNNING           1056u
 #define ERROR_SERVICE_DOES_NOT_EXIST            1060u

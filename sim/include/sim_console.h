@@ -21,6 +21,9 @@
 
 #define SC_MANAGER_CONNECT           0x1u
 #define SERVICE_QUERY_STATUS         0x4u
+#define SERVICE_STOP                 0x20u
+#define SERVICE_PAUSE_CONTINUE       0x40u
+#define SERVICE_INTERROGATE          0x80u
 #define SERVICE_USER_DEFINED_CONTROL 0x100u
 
 struct SERVICE_STATUS_PROCESS {

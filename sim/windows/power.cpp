@@ -9,10 +9,13 @@
 
 namespace sim {
 
+constexpr DWORD FIRST_OWN_SCHEME = 6; // those below exist on a new machine
+constexpr UINT RUBBISH = 0xCCCCCCCC;  // what a call leaves in an output that it does not fill
 constexpr NTSTATUS STATUS_SUCCESS = 0;
 constexpr auto STATUS_BUFFER_TOO_SMALL = static_cast<NTSTATUS>(0xC0000023);
 constexpr auto STATUS_INVALID_PARAMETER = static_cast<NTSTATUS>(0xC000000D);
 constexpr auto STATUS_ACCESS_DENIED = static_cast<NTSTATUS>(0xC0000022);
+constexpr auto STATUS_PRIVILEGE_NOT_HELD = static_cast<NTSTATUS>(0xC0000061);
 constexpr auto STATUS_DISK_FULL = static_cast<NTSTATUS>(0xC000007F);
 
 Power& power() {
@@ -33,6 +36,14 @@ POWER_POLICY& power_scheme(DWORD index) {
         found->second.user.SpindownTimeoutDc = 900 + index;
     }
     return found->second;
+}
+
+// Whether the scheme exists; otherwise last error 2.
+static bool scheme_exists(DWORD index) {
+    if (index < FIRST_OWN_SCHEME || index == power().active_scheme || power().schemes.count(index) != 0)
+        return true;
+    set_last_error(ERROR_FILE_NOT_FOUND);
+    return false;
 }
 
 // Whether the next attempt to sleep or hibernate works.
@@ -81,7 +92,9 @@ static NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, voi
             violation("CallNtPowerInformation(10): %u bytes in", input_bytes);
             return STATUS_INVALID_PARAMETER;
         }
-        const NTSTATUS status = power().hiberfile_works ? STATUS_SUCCESS : STATUS_DISK_FULL;
+        NTSTATUS status = power().hiberfile_works ? STATUS_SUCCESS : STATUS_DISK_FULL;
+        if (!privilege_enabled("SeCreatePagefilePrivilege", "CallNtPowerInformation(10)"))
+            status = STATUS_PRIVILEGE_NOT_HELD;
         trace(status == 0 ? "call CallNtPowerInformation(10) = %d" : "call CallNtPowerInformation(10) = 0x%x",
               status);
         return status;
@@ -100,9 +113,10 @@ static BOOLEAN WINAPI IsPwrHibernateAllowed() {
 static BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN force, BOOLEAN wake_events_disabled) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
     POWRPROF_CALL();
-    const bool works = privilege_enabled("SeShutdownPrivilege", "SetSuspendState") && next_suspend_works();
+    const bool allowed = privilege_enabled("SeShutdownPrivilege", "SetSuspendState");
+    const bool works = allowed && next_suspend_works();
     trace("call SetSuspendState(%u, %u, %u) = %d", hibernate, force, wake_events_disabled, works);
-    return end_suspend(works) != FALSE;
+    return allowed && end_suspend(works) != FALSE;
 }
 
 static BOOLEAN WINAPI GetActivePwrScheme(UINT* index) {
@@ -110,6 +124,7 @@ static BOOLEAN WINAPI GetActivePwrScheme(UINT* index) {
     POWRPROF_CALL();
     trace_detail("GetActivePwrScheme() = %u", power().active_scheme);
     if (power().scheme_fails) {
+        *index = RUBBISH;
         set_last_error(ERROR_FILE_NOT_FOUND);
         return FALSE;
     }
@@ -133,8 +148,11 @@ static POWER_POLICY stored_policy(DWORD index) {
 static BOOLEAN WINAPI SetActivePwrScheme(UINT index, GLOBAL_POWER_POLICY* global, POWER_POLICY* policy) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
     POWRPROF_CALL();
-    trace("call SetActivePwrScheme(%u, %s, %s) = 1", index, global != nullptr ? "policy" : "null",
-          policy != nullptr ? "policy" : "null");
+    const bool exists = scheme_exists(index);
+    trace("call SetActivePwrScheme(%u, %s, %s) = %d", index, global != nullptr ? "policy" : "null",
+          policy != nullptr ? "policy" : "null", exists);
+    if (!exists)
+        return FALSE;
     if (policy != nullptr)
         power_scheme(index) = *policy;
     power().active_scheme = index;
@@ -148,6 +166,8 @@ static BOOLEAN WINAPI ReadPwrScheme(UINT index, POWER_POLICY* policy) {
     SIM_CALL(FALSE, ERROR_FILE_NOT_FOUND);
     POWRPROF_CALL();
     trace_detail("ReadPwrScheme(%u)", index);
+    if (!scheme_exists(index))
+        return FALSE;
     *policy = power_scheme(index);
     return TRUE;
 }
@@ -192,19 +212,17 @@ extern "C" {
 
 BOOL WINAPI SetSystemPowerState(BOOL suspend, BOOL force) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (!privilege_enabled("SeShutdownPrivilege", "SetSystemPowerState"))
-        return FALSE;
-    const bool works = next_suspend_works();
+    const bool allowed = privilege_enabled("SeShutdownPrivilege", "SetSystemPowerState");
+    const bool works = allowed && next_suspend_works();
     trace("call SetSystemPowerState(%d, %d) = %d", suspend, force, works);
-    return end_suspend(works);
+    return allowed ? end_suspend(works) : FALSE;
 }
 
 BOOL WINAPI ExitWindowsEx(UINT flags, DWORD reason) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (!privilege_enabled("SeShutdownPrivilege", "ExitWindowsEx"))
-        return FALSE;
-    trace("call ExitWindowsEx(%u, %u) = 1", flags, reason);
-    return TRUE;
+    const bool allowed = privilege_enabled("SeShutdownPrivilege", "ExitWindowsEx");
+    trace("call ExitWindowsEx(%u, %u) = %d", flags, reason, allowed);
+    return allowed;
 }
 
 } // extern "C"
@@ -238,8 +256,13 @@ static Action compile_lid_action(Tokens& tokens) {
     return compile_number_or_fails(tokens, &Power::lid_action_fails, &Power::lid_action);
 }
 
+// A scheme that has been active stays.
 static Action compile_scheme(Tokens& tokens) {
-    return compile_number_or_fails(tokens, &Power::scheme_fails, &Power::active_scheme);
+    const Action set = compile_number_or_fails(tokens, &Power::scheme_fails, &Power::active_scheme);
+    return [set] {
+        set();
+        power_scheme(power().active_scheme);
+    };
 }
 
 static Action compile_suspend(Tokens& tokens) {

@@ -18,7 +18,7 @@ struct Power {
     Ms suspend_takes = 0;
     bool scheme_fails = false;
     DWORD active_scheme = 0;
-    std::map<DWORD, POWER_POLICY> schemes; // the user's; each exists as soon as it is asked for
+    std::map<DWORD, POWER_POLICY> schemes; // the user's; a record comes when it is first read or written
     POWER_POLICY applied = {};             // what the last activation put into force
     GLOBAL_POWER_POLICY global = {};
 };

@@ -7,7 +7,7 @@
 
 namespace sim {
 
-constexpr DWORD SERVICE_STOP = 0x20;
+constexpr BYTE RUBBISH = 0xCC; // what a call leaves in an output that it does not fill
 
 namespace {
 
@@ -41,17 +41,31 @@ static HandleEntry* service_entry(SC_HANDLE handle, Kind kind, DWORD access, con
     return nullptr;
 }
 
-constexpr DWORD FIRST_USER_CONTROL = 128;
+static SERVICE_STATUS platform_service_status() {
+    const bool running = platform_service().running;
+    return {SERVICE_WIN32_OWN_PROCESS,
+            running ? SERVICE_RUNNING : SERVICE_STOPPED,
+            running ? SERVICE_ACCEPT_STOP : 0,
+            0,
+            0,
+            0,
+            0};
+}
+
+static SERVICE_STATUS status_of(const std::string& name) {
+    return same_text(name, "ZORPMSVC") ? service_status() : platform_service_status();
+}
 
 static DWORD send_control(const std::string& name, DWORD control, SERVICE_STATUS* status) {
-    if (control != SERVICE_CONTROL_STOP && (control < FIRST_USER_CONTROL || control > 255))
-        return ERROR_INVALID_PARAMETER;
     if (same_text(name, "ZORPMSVC"))
         return service_send_control(control, status);
-    if (!platform_service().running)
-        return ERROR_SERVICE_NOT_ACTIVE;
-    platform_service().running = false;
-    return ERROR_SUCCESS;
+    *status = platform_service_status();
+    const DWORD error = control_error(control, status->dwCurrentState, status->dwControlsAccepted);
+    if (error == NO_ERROR && control == SERVICE_CONTROL_STOP) {
+        platform_service().running = false;
+        *status = platform_service_status();
+    }
+    return error;
 }
 
 } // namespace sim
@@ -60,8 +74,10 @@ using namespace sim;
 
 extern "C" {
 
-SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR, LPCWSTR, DWORD access) {
+SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR computer, LPCWSTR database, DWORD access) {
     SIM_CALL(nullptr, ERROR_ACCESS_DENIED);
+    if (computer != nullptr || database != nullptr)
+        violation("OpenSCManagerW: another computer, or another database");
     return open_service_handle(Kind::ServiceManager, "service control manager", access);
 }
 
@@ -79,8 +95,10 @@ SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR wide_name, DWORD access
 
 BOOL WINAPI ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    const DWORD access = control == SERVICE_CONTROL_STOP ? SERVICE_STOP : SERVICE_USER_DEFINED_CONTROL;
-    HandleEntry* entry = service_entry(service, Kind::Service, access, "ControlService");
+    std::memset(status, RUBBISH, sizeof(*status));
+    const ControlRule* rule = control_rule(control);
+    HandleEntry* entry =
+        service_entry(service, Kind::Service, rule != nullptr ? rule->right : 0, "ControlService");
     if (entry == nullptr)
         return FALSE;
     const ObjectRef object = entry->object;
@@ -93,18 +111,26 @@ BOOL WINAPI ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS st
 
 BOOL WINAPI QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (service_entry(service, Kind::Service, SERVICE_QUERY_STATUS, "QueryServiceStatus") == nullptr)
+    const HandleEntry* entry =
+        service_entry(service, Kind::Service, SERVICE_QUERY_STATUS, "QueryServiceStatus");
+    if (entry == nullptr)
         return FALSE;
-    *status = service_status();
+    *status = status_of(entry->object->name);
     return TRUE;
 }
 
-BOOL WINAPI QueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE, LPBYTE buffer, DWORD bytes,
+BOOL WINAPI QueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE level, LPBYTE buffer, DWORD bytes,
                                  LPDWORD needed) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (service_entry(service, Kind::Service, SERVICE_QUERY_STATUS, "QueryServiceStatusEx") == nullptr)
+    const HandleEntry* entry =
+        service_entry(service, Kind::Service, SERVICE_QUERY_STATUS, "QueryServiceStatusEx");
+    if (entry == nullptr)
         return FALSE;
-    const SERVICE_STATUS now = service_status();
+    if (level != SC_STATUS_PROCESS_INFO) {
+        violation("QueryServiceStatusEx: level %u", level);
+        return fail_with(ERROR_INVALID_LEVEL);
+    }
+    const SERVICE_STATUS now = status_of(entry->object->name);
     SERVICE_STATUS_PROCESS status = {};
     *needed = sizeof(status);
     if (bytes < sizeof(status)) {
@@ -112,7 +138,8 @@ BOOL WINAPI QueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE, LPBYTE buffe
         return FALSE;
     }
     std::memcpy(&status, &now, sizeof(now));
-    status.dwProcessId = service_process() != nullptr ? service_process()->id : 0;
+    if (same_text(entry->object->name, "ZORPMSVC") && service_process() != nullptr)
+        status.dwProcessId = service_process()->id;
     std::memcpy(buffer, &status, sizeof(status));
     return TRUE;
 }

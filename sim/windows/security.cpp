@@ -21,11 +21,13 @@ static const char* const g_privileges[] = {
 namespace {
 
 struct Security {
-    std::set<std::string> denied;                // privileges, lower case
+    std::set<std::string> denied;                // privileges that no token holds, lower case
+    std::set<std::string> refused;               // those that cannot be adjusted, lower case
     std::map<std::string, std::string> accounts; // SID texts by name, lower case
 };
 
 struct ProcessPrivileges {
+    bool begun = false;
     std::set<std::string> enabled;
 };
 
@@ -35,8 +37,17 @@ static Security& security() {
     return machine_state<Security>();
 }
 
+// What the local system account has enabled from the beginning; nobody else holds it so.
+static std::set<std::string>& enabled_privileges() {
+    auto& privileges = process_state<ProcessPrivileges>();
+    if (!privileges.begun && current_process()->is_service)
+        privileges.enabled = {"SeCreatePagefilePrivilege", "SeDebugPrivilege"};
+    privileges.begun = true;
+    return privileges.enabled;
+}
+
 bool privilege_enabled(const char* name, const char* call) {
-    if (process_state<ProcessPrivileges>().enabled.count(name) != 0)
+    if (enabled_privileges().count(name) != 0 && security().denied.count(lower(name)) == 0)
         return true;
     trace_detail("%s: without %s", call, name);
     set_last_error(ERROR_PRIVILEGE_NOT_HELD);
@@ -116,14 +127,16 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEG
     }
     const std::string name = g_privileges[state->Privileges[0].Luid.LowPart];
     const bool enable = (state->Privileges[0].Attributes & SE_PRIVILEGE_ENABLED) != 0;
-    if (security().denied.count(lower(name)) != 0)
+    if (security().refused.count(lower(name)) != 0)
         return fail_with(ERROR_ACCESS_DENIED);
     trace_detail("AdjustTokenPrivileges(%s, %d)", name.c_str(), enable);
-    if (enable)
-        process_state<ProcessPrivileges>().enabled.insert(name);
+    const bool held = security().denied.count(lower(name)) == 0;
+    if (held && enable)
+        enabled_privileges().insert(name);
     else
-        process_state<ProcessPrivileges>().enabled.erase(name);
-    set_last_error(ERROR_SUCCESS);
+        enabled_privileges().erase(name);
+    // It succeeds either way; only the last error tells.
+    set_last_error(held ? ERROR_SUCCESS : ERROR_NOT_ALL_ASSIGNED);
     return TRUE;
 }
 
@@ -173,13 +186,19 @@ BOOL WINAPI LookupAccountNameW(LPCWSTR system, LPCWSTR account, PSID sid, LPDWOR
 namespace sim {
 
 static Action compile_privilege(Tokens& tokens) {
-    const std::string name = lower(tokens.word());
-    const bool denied = tokens.choice({"denied", "granted"}) == 0;
-    return [name, denied] {
-        if (denied)
+    enum { DENIED, REFUSED };
+    const std::string name = tokens.word();
+    if (std::none_of(std::begin(g_privileges), std::end(g_privileges),
+                     [&](const char* known) { return same_text(known, name); }))
+        tokens.fail("no such privilege: " + name);
+    const size_t what = tokens.choice({"denied", "refused", "granted"});
+    return [name = lower(name), what] {
+        security().denied.erase(name);
+        security().refused.erase(name);
+        if (what == DENIED)
             security().denied.insert(name);
-        else
-            security().denied.erase(name);
+        else if (what == REFUSED)
+            security().refused.insert(name);
     };
 }
 

@@ -175,7 +175,7 @@ TEST(Sim, TheSameSeedGivesTheSameTraceAndSeedsDiffer) {
             advance 2s
             together
             control 133
-            power resume
+            handler power resume
             event 0x60C0
             event 0x5001
             control 131

@@ -52,14 +52,14 @@ inline void race_once(Bench& bench) {
         event 0x60C0
         event 0x4013
         %s
-        power resume
+        handler power resume
         power monitor 1
         end
         advance 20s
         %s
-        power resume
+        handler power resume
         advance 1s)",
-                     pause ? "control 2" : "event 0x60C0", pause ? "control 3\n advance 1s" : ""));
+                     pause ? "handler 2" : "event 0x60C0", pause ? "handler 3\n advance 1s" : ""));
     expect_indicators(option);
     if (!pause) {
         EXPECT_LE(traced("write slate", first), 1u);
@@ -72,6 +72,7 @@ inline void race_once(Bench& bench) {
 }
 
 inline void refresh_against_events(Bench& bench) {
+    sim::set_power_settings_at_registration(sim::random_below(2) == 0);
     bench.run(format("%s start\n advance 1s", g_setup));
     for (int round = 0; round < 3 && !::testing::Test::HasFailure(); ++round)
         race_once(bench);
@@ -129,6 +130,7 @@ struct ChangingMachine {
 };
 
 inline void answers_change(Bench& bench) {
+    sim::set_power_settings_at_registration(sim::random_below(2) == 0);
     bench.run(format("%s start\n advance 1s", g_setup));
     for (int round = 0; round < 3 && !::testing::Test::HasFailure(); ++round) {
         ChangingMachine changing;
@@ -138,7 +140,7 @@ inline void answers_change(Bench& bench) {
         bench.run(R"(
             together
             event 0x60C0
-            power resume
+            handler power resume
             event 0x4012
             power monitor 1
             event 0x60C0

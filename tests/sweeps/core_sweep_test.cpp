@@ -50,6 +50,19 @@ TEST(CoreSweep, EveryCallFailingOnce) {
     figure("core: platform calls of start, ten events, stop, each failed once", std::to_string(failed));
 }
 
+// The same of a start during which the first notification comes.
+TEST(CoreSweep, EveryCallFailingOnceInAStartWithANotification) {
+    const std::uint64_t failed =
+        sweep_failures("windows power-settings at-registration\n" + g_start + "\nstop\nadvance 20s",
+                       [](const std::string& call) {
+                           if (!answers_the_stop(call)) {
+                               EXPECT_EQ(SERVICE_STOPPED, sim::service_status().dwCurrentState) << call;
+                           }
+                       });
+    figure("core: platform calls of a start with a notification, stop, each failed once",
+           std::to_string(failed));
+}
+
 // No operation may hold more afterwards than before, also when one of its calls fails: the handles in use
 // after a failed round and a good one are those after a good round.
 TEST(CoreSweep, AFailedCallLeaksNothing) {
@@ -58,7 +71,7 @@ TEST(CoreSweep, AFailedCallLeaksNothing) {
         control 133
         control 134
         control 135
-        power resume
+        handler power resume
         advance 3s)";
     auto held = [] {
         size_t blocks = sim::service_process() != nullptr ? sim::service_process()->local_blocks : 0;
@@ -98,6 +111,7 @@ TEST(CoreSweep, AThousandSchedules) {
     std::uint64_t events = 0;
     std::uint64_t switches = 0;
     run_seeds(1000, [&](Bench& bench) {
+        sim::set_power_settings_at_registration(sim::random_below(2) == 0);
         bench.run(g_start);
         static const DWORD codes[] = {0x1005, 0x100C, 0x4010, 0x4012, 0x4013,
                                       0x5001, 0x5002, 0x60C0, 0x60F0, 0x6031};
@@ -105,10 +119,10 @@ TEST(CoreSweep, AThousandSchedules) {
         for (int round = 0; round < 3; ++round) {
             for (int i = 0; i < 4; ++i) {
                 sim::post_event(codes[sim::random_below(std::size(codes))]);
-                sim::service_control(controls[sim::random_below(std::size(controls))]);
+                sim::service_control(controls[sim::random_below(std::size(controls))], sim::Via::Handler);
                 ++events;
             }
-            sim::service_power_event(PBT_APMRESUMESUSPEND);
+            sim::service_power_event(PBT_APMRESUMESUSPEND, sim::Via::Handler);
             sim::registry_set_dword("SVC\\Parameters\\CurrentSetting", "@",
                                     static_cast<DWORD>(sim::random_below(0x100)));
             bench.machine.advance(sim::random_below(1500));
@@ -118,7 +132,7 @@ TEST(CoreSweep, AThousandSchedules) {
         // (A pump paused in its turn holds up each of the 15 requests before for 5 s, a refresh for two waits
         // more.)
         for (int i = 0; i < 12; ++i)
-            sim::service_control(SERVICE_CONTROL_CONTINUE);
+            sim::service_control(SERVICE_CONTROL_CONTINUE, sim::Via::Handler);
         bench.machine.advance(180000);
         EXPECT_EQ(0u, sim::pending_events());
         bench.run(R"(

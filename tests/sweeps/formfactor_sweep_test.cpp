@@ -16,7 +16,7 @@ const char g_day[] = R"(
     event 0x5009
     event 0x500A
     firmware GMMS = 1
-    power resume
+    handler power resume
     firmware LCDCSGETSTATE = 3
     firmware GETLIDSTATUS = 2
     control 131
@@ -61,7 +61,7 @@ std::uint64_t fail_every_call(const char* beginning, const char* acts) {
         EXPECT_EQ(sim::service_process()->local_blocks, blocks);
         EXPECT_EQ(sim::handle_count(sim::service_process()), handles);
         bench.run(R"(
-            power resume
+            handler power resume
             check device slate = 0
             check device dock = 0
             check registry SVC\Transform\CurrentStatus MM = 1
