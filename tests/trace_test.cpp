@@ -419,7 +419,7 @@ static const Decision g_decisions[] = {
      "SYSTEM\\CurrentControlSet\\Services\\ZORPMSVC\\Parameters2\\Type20\\Notification, "
      "nobody is told"},
     {"", "event 0x4003", "ReturnToSleepOnDisconnect(): no return to sleep is armed"},
-    {"", "power event 4", "HandlePowerEvent(): 0x4 is of no interest"},
+    {"", "handler power event 4", "HandlePowerEvent(): 0x4 is of no interest"},
 };
 
 TEST(Trace, DecisionsAreTold) {
