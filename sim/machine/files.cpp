@@ -27,6 +27,13 @@ bool open_file(const OpenRequest& request, ObjectRef* file) {
     return false;
 }
 
+void check_device_opening(const OpenRequest& request) {
+    if (request.disposition != OPEN_EXISTING || request.flags != 0 || request.security != nullptr)
+        violation("CreateFileW: %s opened with disposition %u, flags 0x%x%s; a device is opened as it stands",
+                  request.path.c_str(), request.disposition, request.flags,
+                  request.security != nullptr ? ", security attributes" : "");
+}
+
 static void file_closed(Object& object) {
     auto& file = object.as<File>();
     if (file.ops->closed != nullptr)

@@ -43,6 +43,9 @@ struct FileKinds {
 // Asks each kind in turn; false when the path is none of theirs.
 bool open_file(const OpenRequest& request, ObjectRef* file);
 
+// For kinds of devices: an existing one, synchronous, without attributes and security; else a violation.
+void check_device_opening(const OpenRequest& request);
+
 // For kinds: the object of an opened file.
 ObjectRef make_file(const OpenRequest& request, const FileOps* ops, bool device);
 // Handles open now to devices, in all processes.

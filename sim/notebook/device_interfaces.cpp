@@ -159,8 +159,7 @@ static void open_instance(const OpenRequest& request, const OpenedInterface& ope
         set_last_error(ERROR_FILE_NOT_FOUND);
         return;
     }
-    if (request.disposition != OPEN_EXISTING)
-        violation("CreateFileW: a device is opened with OPEN_EXISTING");
+    check_device_opening(request);
     for (const File* other : state.open[opened.instance]) {
         if (!shares(other->share, request.access) || !shares(request.share, other->access)) {
             set_last_error(ERROR_SHARING_VIOLATION);

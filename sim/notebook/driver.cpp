@@ -23,13 +23,28 @@ constexpr DWORD REGISTEREVENTS = 0x2227D4;
 constexpr DWORD UNREGISTEREVENTS = 0x2227D8;
 constexpr DWORD REGISTRATION_WORDS = 12; // eight bytes of 0, then the handles of the driver's events
 
+// The ways in which the service opens the devices. Every request comes by one of its own.
+enum Opening : unsigned { QUERY = 1, FULL = 2, TABLET = 4, FAMILY = 8 };
+
+struct OpeningRow {
+    Opening opening;
+    DWORD access;
+    DWORD share;
+};
+
 struct Method {
     DWORD code;
     const char* name;
     Device device;
     DWORD in_bytes;
     DWORD out_bytes;
+    unsigned openings;   // those by which the request may come
     bool input_optional; // may also come without input; the trace then shows none either way
+};
+
+struct OpenedDevice { // what a file object refers to
+    Device device;
+    Opening opening;
 };
 
 struct Answers {
@@ -63,34 +78,41 @@ struct Driver {
 
 // clang-format off
 static const Method g_methods[] = {
-    {0x222410, "LIDCLOSEACTIONNONE", Device::Primary,   0,  0, false},
-    {0x222420, "SETLIDBEEP",         Device::Primary,   4,  0, false},
-    {0x222434, "MHKV",               Device::Primary,   4,  4, false},
-    {0x222438, "MHKA",               Device::Primary,   4,  4, false},
-    {0x22243C, "MHKN",               Device::Primary,   4,  4, false},
-    {0x222444, "QCPULEVELCTRL",      Device::Primary,   4,  4, false},
-    {0x222448, "CSTATESELECT",       Device::Primary,   0,  4, false},
-    {0x22244C, "CSTATEPARAMS",       Device::Primary,   4,  0, false},
-    {0x222510, "TABGETSTATE",        Device::Primary,   4,  4, false},
-    {0x22251C, "PWMGET",             Device::Primary,   4,  4, false},
-    {0x222520, "PWMSET",             Device::Primary,   4,  4, false},
-    {0x222584, "GETLIDSTATUS",       Device::Primary,   4,  4, true},
-    {0x222590, "LCDCSGETSTATE",      Device::Primary,   4,  4, true},
-    {0x222594, "LCDCSCONTROL",       Device::Primary,   4,  4, false},
-    {0x2225A4, "DOCKMODE",           Device::Primary,   4,  4, false},
-    {0x222700, "GMMS",               Device::Primary,   4,  4, false},
-    {0x22270C, "DYTC",               Device::Primary,   4,  4, false},
-    {0x222728, "GOPT",               Device::Primary,   4,  4, false},
-    {0x222748, "THERMALMODE",        Device::Primary,   4,  4, false},
-    {0x22274C, "DGPUTEMP",           Device::Primary,   4,  4, false},
-    {0x222404, "CONNECT",            Device::Secondary, 4,  4, false},
-    {0x222408, "GETEVENT",           Device::Secondary, 0,  8, false},
-    {0x222440, "MHKM",               Device::Secondary, 8,  8, false},
-    {0x222450, "GETTIMERRESOL",      Device::Secondary, 0,  4, false},
-    {0x2227D4, "REGISTEREVENTS",     Device::Secondary, 48, 8, false},
-    {0x2227D8, "UNREGISTEREVENTS",   Device::Secondary, 48, 8, false},
-    {0x2227E4, "SYSTEMFAMILY",       Device::Secondary, 4,  4, false},
-    {0xF30D8,  "MOUSEDATA",          Device::Stick,     4,  0, false},
+    {0x222410, "LIDCLOSEACTIONNONE", Device::Primary,   0,  0, QUERY,        false},
+    {0x222420, "SETLIDBEEP",         Device::Primary,   4,  0, QUERY,        false},
+    {0x222434, "MHKV",               Device::Primary,   4,  4, QUERY | FULL, false},
+    {0x222438, "MHKA",               Device::Primary,   4,  4, QUERY | FULL, false},
+    {0x22243C, "MHKN",               Device::Primary,   4,  4, QUERY | FULL, false},
+    {0x222444, "QCPULEVELCTRL",      Device::Primary,   4,  4, QUERY,        false},
+    {0x222448, "CSTATESELECT",       Device::Primary,   0,  4, QUERY,        false},
+    {0x22244C, "CSTATEPARAMS",       Device::Primary,   4,  0, QUERY,        false},
+    {0x222510, "TABGETSTATE",        Device::Primary,   4,  4, TABLET,       false},
+    {0x22251C, "PWMGET",             Device::Primary,   4,  4, FULL,         false},
+    {0x222520, "PWMSET",             Device::Primary,   4,  4, FULL,         false},
+    {0x222584, "GETLIDSTATUS",       Device::Primary,   4,  4, QUERY,        true},
+    {0x222590, "LCDCSGETSTATE",      Device::Primary,   4,  4, QUERY,        true},
+    {0x222594, "LCDCSCONTROL",       Device::Primary,   4,  4, QUERY,        false},
+    {0x2225A4, "DOCKMODE",           Device::Primary,   4,  4, QUERY,        false},
+    {0x222700, "GMMS",               Device::Primary,   4,  4, QUERY,        false},
+    {0x22270C, "DYTC",               Device::Primary,   4,  4, QUERY,        false},
+    {0x222728, "GOPT",               Device::Primary,   4,  4, QUERY,        false},
+    {0x222748, "THERMALMODE",        Device::Primary,   4,  4, QUERY,        false},
+    {0x22274C, "DGPUTEMP",           Device::Primary,   4,  4, QUERY,        false},
+    {0x222404, "CONNECT",            Device::Secondary, 4,  4, QUERY,        false},
+    {0x222408, "GETEVENT",           Device::Secondary, 0,  8, FULL,         false},
+    {0x222440, "MHKM",               Device::Secondary, 8,  8, QUERY,        false},
+    {0x222450, "GETTIMERRESOL",      Device::Secondary, 0,  4, QUERY,        false},
+    {0x2227D4, "REGISTEREVENTS",     Device::Secondary, 48, 8, FULL,         false},
+    {0x2227D8, "UNREGISTEREVENTS",   Device::Secondary, 48, 8, FULL,         false},
+    {0x2227E4, "SYSTEMFAMILY",       Device::Secondary, 4,  4, FAMILY,       false},
+    {0xF30D8,  "MOUSEDATA",          Device::Stick,     4,  0, QUERY,        false},
+};
+
+static const OpeningRow g_openings[] = {
+    {QUERY,  GENERIC_READ,                 FILE_SHARE_READ},
+    {FULL,   GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE},
+    {TABLET, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ},
+    {FAMILY, GENERIC_WRITE,                FILE_SHARE_READ | FILE_SHARE_WRITE},
 };
 
 static const struct { const char* name; std::uint64_t value; } g_defaults[] = {
@@ -302,12 +324,19 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
     return TRUE;
 }
 
+// The first page of the hot keys is asked for with the classic interface's opening, the others by themselves.
+static unsigned openings_for(const Method& method, DWORD argument) {
+    if (!same_text(method.name, "MHKA") && !same_text(method.name, "MHKN"))
+        return method.openings;
+    return argument == 1 ? FULL : QUERY;
+}
+
 static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, void* out, DWORD out_bytes,
                     DWORD* returned) {
-    const auto device = *static_cast<Device*>(file.as<File>().data.get());
+    const OpenedDevice& opened = *static_cast<OpenedDevice*>(file.as<File>().data.get());
     const Method* method = nullptr;
     for (const Method& row : g_methods) {
-        if (row.code == code && row.device == device)
+        if (row.code == code && row.device == opened.device)
             method = &row;
     }
     if (method == nullptr) {
@@ -325,12 +354,30 @@ static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, vo
     DWORD words[REGISTRATION_WORDS] = {};
     if (in_bytes != 0)
         std::memcpy(words, in, in_bytes);
+    if ((openings_for(*method, words[0]) & opened.opening) == 0)
+        violation("%s: sent on a device opened with access 0x%x, share %u", method->name,
+                  file.as<File>().access, file.as<File>().share);
     if (const Ms takes = duration_of(*method, words[0]); takes != 0)
         sleep_for(takes);
     return answer_request(*method, words, out, returned);
 }
 
 static const FileOps g_deviceOps = {nullptr, nullptr, control, nullptr};
+
+// The opening that the request is, among those that some request of the device comes by; QUERY, and a
+// violation, for any other.
+static Opening opening_of(const OpenRequest& request, Device device) {
+    unsigned usual = 0;
+    for (const Method& method : g_methods)
+        usual |= method.device == device ? method.openings : 0;
+    for (const OpeningRow& row : g_openings) {
+        if ((row.opening & usual) != 0 && row.access == request.access && row.share == request.share)
+            return row.opening;
+    }
+    violation("CreateFileW: %s opened with access 0x%x, share %u, which no request uses",
+              request.path.c_str(), request.access, request.share);
+    return QUERY;
+}
 
 static bool open_device(const OpenRequest& request, ObjectRef* file) {
     static const struct {
@@ -350,8 +397,10 @@ static bool open_device(const OpenRequest& request, ObjectRef* file) {
             set_last_error(ERROR_FILE_NOT_FOUND);
             return true;
         }
+        check_device_opening(request);
+        const OpenedDevice opened = {row.device, opening_of(request, row.device)};
         *file = make_file(request, &g_deviceOps, true);
-        (*file)->as<File>().data = std::make_shared<Device>(row.device);
+        (*file)->as<File>().data = std::make_shared<OpenedDevice>(opened);
         return true;
     }
     return false;

@@ -91,6 +91,10 @@ void set_mark() {
     g_expectations->mark = g_expectations->cursor = machine().trace.size();
 }
 
+size_t mark_position() {
+    return g_expectations != nullptr ? g_expectations->mark : 0;
+}
+
 std::string lines_since_mark() {
     std::string text;
     const auto& lines = machine().trace;

@@ -23,7 +23,8 @@ struct Expectations {
     Expectations& operator=(const Expectations&) = delete;
 };
 
-void set_mark(); // here and now
+void set_mark();        // here and now
+size_t mark_position(); // in the trace
 std::string lines_since_mark();
 
 } // namespace sim

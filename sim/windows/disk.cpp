@@ -119,6 +119,14 @@ static const FileOps g_plainOps = {nullptr, write_plain, nullptr, nullptr};
 static bool open_plain(const OpenRequest& request, ObjectRef* file) {
     if (request.path.size() < 3 || request.path[1] != ':')
         return false;
+    if (request.path.find_first_of("*?") != std::string::npos) {
+        set_last_error(ERROR_INVALID_NAME);
+        return true;
+    }
+    if ((request.flags & ~FILE_ATTRIBUTE_NORMAL) != 0 ||
+        (request.disposition != CREATE_NEW && request.disposition != OPEN_EXISTING))
+        violation("CreateFileW: %s opened with disposition %u, flags 0x%x: not known here",
+                  request.path.c_str(), request.disposition, request.flags);
     const PlainFile* existing = find_file(request.path);
     if (existing == nullptr && !file_has_folder(request.path)) {
         set_last_error(ERROR_PATH_NOT_FOUND);

@@ -32,10 +32,16 @@ using namespace sim;
 extern "C" {
 
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                          DWORD disposition, DWORD flags, HANDLE) {
+                          DWORD disposition, DWORD flags, HANDLE template_file) {
     SIM_CALL(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
+    if (template_file != nullptr)
+        violation("CreateFileW: template files are not known here");
     const OpenRequest request = {narrow(path), access, share, disposition, flags, security};
     trace_detail("CreateFileW(%s, 0x%x, %u)", request.path.c_str(), access, share);
+    if (request.path.empty()) {
+        set_last_error(ERROR_PATH_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
     ObjectRef file;
     if (open_file(request, &file))
         return file != nullptr ? open_handle(file, access) : INVALID_HANDLE_VALUE;

@@ -211,21 +211,22 @@ bool registry_delete_value(const std::string& path, const std::string& name) {
     return true;
 }
 
-static std::string plain_path(const std::string& path) {
+std::string plain_path(const std::string& path) {
     std::string plain;
     for (const std::string& part : path_components(lower(with_service_key(path))))
         plain += part + "\\";
     return plain;
 }
 
-void registry_refuse(const std::string& path) {
-    registry().refused.insert(plain_path(path));
+void registry_refuse(const std::string& path, REGSAM rights) {
+    registry().refused[plain_path(path)] |= rights;
 }
 
-bool registry_refused(const std::string& path) {
+bool registry_refused(const std::string& path, REGSAM access) {
     const std::string plain = plain_path(path);
-    return std::any_of(registry().refused.begin(), registry().refused.end(),
-                       [&plain](const std::string& above) { return plain.starts_with(above); });
+    return std::any_of(registry().refused.begin(), registry().refused.end(), [&](const auto& row) {
+        return plain.starts_with(row.first) && (row.second == EVERY_RIGHT || (row.second & access) != 0);
+    });
 }
 
 bool registry_has_key(const std::string& path) {

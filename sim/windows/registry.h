@@ -23,7 +23,9 @@ void registry_set_text(const std::string& path, const std::string& name, const s
                        DWORD type = REG_SZ);
 bool registry_delete(const std::string& path); // the key with all below it
 bool registry_delete_value(const std::string& path, const std::string& name);
-void registry_refuse(const std::string& path); // opening or creating it: error 5
+// Opening or creating it with one of these rights, or whatever rights: error 5.
+constexpr REGSAM EVERY_RIGHT = ~REGSAM{0};
+void registry_refuse(const std::string& path, REGSAM rights = EVERY_RIGHT);
 bool registry_has_key(const std::string& path);
 bool registry_is_open(const std::string& path); // a handle is open on the key or on one below it
 const RegistryValue* registry_value(const std::string& path, const std::string& name); // null: absent

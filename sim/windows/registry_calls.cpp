@@ -9,6 +9,7 @@
 namespace sim {
 
 constexpr size_t LONGEST_KEY_NAME = 255;
+constexpr REGSAM KEY_RIGHTS = KEY_ALL_ACCESS | GENERIC_ALL | GENERIC_READ | GENERIC_WRITE;
 constexpr unsigned MOST_WAITS = 100; // of one handle that has not been told of a change
 
 namespace {
@@ -66,6 +67,18 @@ static std::string joined(const std::string& base, const std::string& path) {
     return path.empty() ? base : base + "\\" + path;
 }
 
+// The platform maps generic rights to the specific ones.
+static REGSAM specific_rights(REGSAM access) {
+    REGSAM rights = access & KEY_ALL_ACCESS;
+    if ((access & GENERIC_ALL) != 0)
+        rights |= KEY_ALL_ACCESS;
+    if ((access & GENERIC_READ) != 0)
+        rights |= KEY_READ;
+    if ((access & GENERIC_WRITE) != 0)
+        rights |= KEY_WRITE;
+    return rights;
+}
+
 static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) {
     ObjectRef object = make_object(Kind::Key, path);
     auto opened = std::make_shared<OpenedKey>();
@@ -74,14 +87,17 @@ static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) 
     object->body = opened;
     object->on_last_close = key_closed;
     registry().opened.push_back(opened.get());
-    // The platform maps generic rights to the specific ones.
-    if ((access & GENERIC_ALL) != 0)
-        access |= KEY_ALL_ACCESS;
-    if ((access & GENERIC_READ) != 0)
-        access |= KEY_READ;
-    if ((access & GENERIC_WRITE) != 0)
-        access |= KEY_WRITE;
+    if (machine().keep_trace)
+        registry().openings.push_back({machine().trace.size(), plain_path(path), access});
     return static_cast<HKEY>(static_cast<void*>(open_handle(object, access)));
+}
+
+// What is neither modelled nor used: views, links and no rights at all.
+static bool unknown_rights(REGSAM access, DWORD options, const char* call, const std::string& path) {
+    if (options == 0 && access != 0 && (access & ~KEY_RIGHTS) == 0)
+        return false;
+    violation("%s: %s with options 0x%x, rights 0x%x: not known here", call, path.c_str(), options, access);
+    return true;
 }
 
 // Bad paths, before anything is looked up.
@@ -107,7 +123,8 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
         return error;
     const std::string full = joined(from.path, path);
     trace_detail("%s(%s, 0x%x)", call, shown_path(full).c_str(), access);
-    if (registry_refused(full))
+    access = specific_rights(access);
+    if (registry_refused(full, access))
         return ERROR_ACCESS_DENIED;
     KeyRef key = walk(from.key, path_components(path), false);
     bool created = false;
@@ -140,14 +157,26 @@ using namespace sim;
 
 extern "C" {
 
-LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, REGSAM access, PHKEY result) {
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY result) {
     SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    if (unknown_rights(access, options, "RegOpenKeyExW", narrow(path)))
+        return ERROR_INVALID_PARAMETER;
     return open_or_create(key, path, access, false, result, nullptr, "RegOpenKeyExW");
 }
 
-LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD, LPWSTR, DWORD, REGSAM access,
-                               const LPSECURITY_ATTRIBUTES, PHKEY result, LPDWORD disposition) {
+LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR key_class, DWORD options,
+                               REGSAM access, const LPSECURITY_ATTRIBUTES security, PHKEY result,
+                               LPDWORD disposition) {
     SIM_CALL(ERROR_ACCESS_DENIED, last_error());
+    if (reserved != 0)
+        return ERROR_INVALID_PARAMETER;
+    if (unknown_rights(access, options, "RegCreateKeyExW", narrow(path)))
+        return ERROR_INVALID_PARAMETER;
+    if (key_class != nullptr || security != nullptr) {
+        violation("RegCreateKeyExW: %s with a class or security attributes: not known here",
+                  narrow(path).c_str());
+        return ERROR_INVALID_PARAMETER;
+    }
     return open_or_create(key, path, access, true, result, disposition, "RegCreateKeyExW");
 }
 
@@ -225,7 +254,8 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
     KeyRef key = walk(opened.key, path_components(path), false);
     if (key == nullptr)
         return ERROR_FILE_NOT_FOUND;
-    if (registry_refused(joined(opened.path, path)) || !key->children.empty() || key->parent == nullptr)
+    if (registry_refused(joined(opened.path, path), DELETE) || !key->children.empty() ||
+        key->parent == nullptr)
         return ERROR_ACCESS_DENIED;
     key->parent->children.erase(lower(key->name));
     key_deleted(key.get());

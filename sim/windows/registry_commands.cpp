@@ -6,6 +6,7 @@
 #include "sim/machine/text.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
+#include "sim/windows/registry_tree.h"
 
 namespace sim {
 
@@ -78,9 +79,59 @@ static Action compile_delete(Tokens& tokens) {
     return [path, name] { registry_delete_value(path, name); };
 }
 
+// RIGHT|RIGHT...: names, or numbers.
+static REGSAM read_rights(Tokens& tokens) {
+    // clang-format off
+    static const struct { const char* name; REGSAM right; } names[] = {
+        {"KEY_QUERY_VALUE",        KEY_QUERY_VALUE},
+        {"KEY_SET_VALUE",          KEY_SET_VALUE},
+        {"KEY_CREATE_SUB_KEY",     KEY_CREATE_SUB_KEY},
+        {"KEY_ENUMERATE_SUB_KEYS", KEY_ENUMERATE_SUB_KEYS},
+        {"KEY_NOTIFY",             KEY_NOTIFY},
+        {"KEY_READ",               KEY_READ},
+        {"KEY_WRITE",              KEY_WRITE},
+        {"KEY_ALL_ACCESS",         KEY_ALL_ACCESS},
+        {"DELETE",                 DELETE},
+    };
+    // clang-format on
+    const std::string text = tokens.word() + "|";
+    REGSAM rights = 0;
+    for (size_t start = 0; start < text.size(); start = text.find('|', start) + 1) {
+        const std::string name = text.substr(start, text.find('|', start) - start);
+        char* end = nullptr;
+        REGSAM right = static_cast<REGSAM>(std::strtoul(name.c_str(), &end, 0));
+        if (*end != 0 || name.empty())
+            right = 0;
+        for (const auto& row : names)
+            right |= same_text(row.name, name) ? row.right : 0;
+        if (right == 0)
+            tokens.fail("no such right: " + name);
+        rights |= right;
+    }
+    return rights;
+}
+
 static Action compile_refuse(Tokens& tokens) {
     const std::string path = registry_path(tokens);
-    return [path] { registry_refuse(path); };
+    const REGSAM rights = tokens.done() ? EVERY_RIGHT : read_rights(tokens);
+    return [path, rights] { registry_refuse(path, rights); };
+}
+
+static Action compile_expect_open(Tokens& tokens) {
+    const std::string path = registry_path(tokens);
+    const REGSAM rights = read_rights(tokens);
+    return [path, rights] {
+        bool found = false;
+        std::string others;
+        for (const KeyOpening& opening : registry().openings) {
+            if (opening.at < mark_position() || opening.path != plain_path(path))
+                continue;
+            found = found || opening.access == rights;
+            others += format(" 0x%x", opening.access);
+        }
+        expectation(found, "open " + path + format(" 0x%x, it was opened with", rights) +
+                               (others.empty() ? " none" : others));
+    };
 }
 
 // `check registry KEY VALUE = DATA`: data that looks like a number is compared as a number.
@@ -140,6 +191,7 @@ static const Commands g_commands({
     {"registry set", Use::Machine, compile_set},
     {"registry delete", Use::Machine, compile_delete},
     {"registry refuse", Use::Machine, compile_refuse},
+    {"expect open", Use::Check, compile_expect_open},
     {"check registry", Use::Check, compile_check},
 });
 

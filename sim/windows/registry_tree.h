@@ -3,7 +3,6 @@
 
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -40,6 +39,13 @@ struct OpenedKey {
     bool change_pending = false; // a change since the last one was reported
 };
 
+// One successful opening, for `expect open`.
+struct KeyOpening {
+    size_t at; // in the trace
+    std::string path;
+    REGSAM access;
+};
+
 constexpr size_t REGISTRY_ROOTS = 4; // HKCR, HKCU, HKLM, HKU
 extern const char* const g_registryRoots[REGISTRY_ROOTS];
 
@@ -47,7 +53,8 @@ struct Registry {
     KeyRef roots[REGISTRY_ROOTS];
     std::vector<OpenedKey*> opened;
     bool remembers_changes = true;
-    std::set<std::string> refused; // plain paths, of keys that may not exist
+    std::map<std::string, REGSAM> refused; // by plain path, of keys that may not exist: these rights
+    std::vector<KeyOpening> openings;      // while a trace is kept
     Registry();
 };
 
@@ -56,8 +63,10 @@ Registry& registry();
 std::vector<std::string> path_components(const std::string& path);
 // The key below another one; null when it is not there and not to be created. *created tells of a new one.
 KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool create, bool* created = nullptr);
-// Whether opening the key is refused: its own path, or one that it lies below.
-bool registry_refused(const std::string& path);
+// Whether opening the key with these rights is refused: by its own path, or one that it lies below.
+bool registry_refused(const std::string& path, REGSAM access);
+// All names of a key in one form: lower case, without SVC, each part ended.
+std::string plain_path(const std::string& path);
 // As the trace shows it, with SVC for the service key.
 std::string shown_path(const std::string& path);
 
