@@ -328,7 +328,7 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
 static unsigned openings_for(const Method& method, DWORD argument) {
     if (!same_text(method.name, "MHKA") && !same_text(method.name, "MHKN"))
         return method.openings;
-    return argument == 1 ? FULL : QUERY;
+    return argument <= 1 ? FULL : QUERY; // the first version of the firmware has one page, 0
 }
 
 static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, void* out, DWORD out_bytes,
