@@ -13,9 +13,9 @@ namespace {
 struct Reply {
     DWORD error = NO_ERROR;
     SERVICE_STATUS status = {};
+};
 
 } // namespace
-}; // namespace
 
 // What a program with all rights is told.
 static Reply send_code(const char* service, DWORD code) {
