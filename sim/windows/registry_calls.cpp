@@ -164,6 +164,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, REGSAM acces
     return open_or_create(key, path, access, false, result, nullptr, "RegOpenKeyExW");
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the platform's type
 LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR key_class, DWORD options,
                                REGSAM access, const LPSECURITY_ATTRIBUTES security, PHKEY result,
                                LPDWORD disposition) {

@@ -233,7 +233,7 @@ static int WatchValues(DWORD groups, HKEY key) {
     for (DWORD i = 0; i < ARRAYSIZE(g_watched); ++i)
         watch.seen[i] = ReadWatched(g_watched[i]);
     // However often something changes meanwhile, it ends in time.
-    const ULONGLONG end_ms = GetTickCount64() + g_arguments.timeout_s * 1000;
+    const ULONGLONG end_ms = GetTickCount64() + g_arguments.timeout_s * ULONGLONG{1000};
     for (;;) {
         const ULONGLONG now_ms = GetTickCount64();
         if (g_arguments.timed && now_ms >= end_ms)
