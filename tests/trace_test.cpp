@@ -2,326 +2,141 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 
 #include "tests/support/bench.h"
 
-// The operations under the names that the system's description gives them.
-// clang-format off
-static const char* const g_operations[] = {
-    // cooling
-    "StartAdaptiveCooling_v2",
-    "StartAdaptiveCooling_v3",
-    "TerminateAdaptiveCooling_v2",
-    "TerminateAdaptiveCooling_v3",
-    "StartAdaptiveCooling",
-    "TerminateAdaptiveCooling",
-    "RestartAdaptiveCooling",
-    "AdaptiveCoolingRiseAttachEventOfTwoInOne",
-    "AdaptiveCoolingRiseDetachEventOfTwoInOne",
-    "AdaptiveCoolingEnableCurrentSettingsOfTwoInOne",
-    "AdaptiveCoolingDisableCurrentSettingsOfTwoInOne",
-    "AdaptiveCoolingDetectOnHand",
-    "AdaptiveCoolingUndetectOnHand",
-    "AdaptiveCoolingEnterFlipMode",
-    "AdaptiveCoolingExitFlipMode",
-    "AdaptiveCoolingRiseEventOfPivoModeChange",
-    "AdaptiveCoolingRiseEventOfCoolQuietHingeAngle",
-    "AdaptiveCoolingRiseEventOfDynamicCpuControl",
-    "AdaptiveCoolingRiseEventOfDockModeControlChange",
-    "AdaptiveCoolingGetRegKeyDwordValue",
-    "AdaptiveCoolingSetRegKeyDwordValue",
-    "AdaptiveCoolingSetRegDYTCVersion",
-    "AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3",
-    "AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3",
-    "GetAdaptiveCoolingGetCurrentSettingsStatusFromReg",
-    "SetAdaptiveCoolingCurrentSettingReg",
-    "SetAdaptiveCoolingCreateReg",
-    "AdaptiveCoolingCreateInitTimeFromReg",
-    "SetAdaptiveCoolingCreateSpcialCoolingTimeReg",
-    "AdaptiveCoolingInitRegKeyForTwoInOne_v3",
-    "AdaptiveCoolingSetRegCapabilityForTwoInOne_v3",
-    "AdaptiveCoolingSetRegCurrentSettingsForTwoInOne_v3",
-    "AdaptiveCoolingGetRegCurrentSettingsForTwoInOne_v3",
-    "AdaptiveCoolingSetRegCurrentStatusForTwoInOne_v3",
-    "AdaptiveCoolingInitRegKeyForMultiPivoHinge_v3",
-    "AdaptiveCoolingSetRegCapabilityForMultiPivoHinge_v3",
-    "AdaptiveCoolingSetRegCurrentSettingsForMultiPivoHinge_v3",
-    "AdaptiveCoolingGetRegCurrentSettingsForMultiPivoHinge_v3",
-    "AdaptiveCoolingSetRegCurrentStatusForMultiPivoHinge_v3",
-    "AdaptiveCoolingInitRegKeyForCoolQuietHinge_v3",
-    "AdaptiveCoolingSetRegCapabilityForCoolQuietHinge_v3",
-    "AdaptiveCoolingSetRegCurrentSettingsForCoolQuietHinge_v3",
-    "AdaptiveCoolingGetRegCurrentSettingsForCoolQuietHinge_v3",
-    "AdaptiveCoolingSetRegCurrentStatusForCoolQuietHinge_v3",
-    "AdaptiveCoolingInitRegKeyForDynamicCpuControl_v3",
-    "AdaptiveCoolingSetRegCapabilityForDynamicCpuControl_v3",
-    "AdaptiveCoolingSetRegCurrentSettingsForDynamicCpuControl_v3",
-    "AdaptiveCoolingGetRegCurrentSettingsForDynamicCpuControl_v3",
-    "AdaptiveCoolingSetRegCurrentStatusForDynamicCpuControl_v3",
-    "AdaptiveCoolingInitRegKeyForDockModeControl_v3",
-    "AdaptiveCoolingSetRegCapabilityForDockModeControl_v3",
-    "AdaptiveCoolingSetRegCurrentSettingsForDockModeControl_v3",
-    "AdaptiveCoolingGetRegCurrentSettingsForDockModeControl_v3",
-    "AdaptiveCoolingSetRegCurrentStatusForDockModeControl_v3",
-    "AdaptiveCoolingInitRegKeyForForceHighPerfomanceMode_v3",
-    "AdaptiveCoolingSetRegCapabilityForForceHighPerfomanceMode_v3",
-    "AdaptiveCoolingSetRegCurrentSettingsForForceHighPerfomanceMode_v3",
-    "AdaptiveCoolingGetRegCurrentSettingsForForceHighPerfomanceMode_v3",
-    "AdaptiveCoolingSetRegCurrentStatusForForceHighPerfomanceMode_v3",
-    "InitAdaptiveCoolingInitTabletOptionControlSettings",
-    "AdaptiveCoolingInitSettings_v2",
-    "SetAdaptiveCoolingCurrentStatus",
-    "AdaptiveCoolingDoOptionAttached",
-    "AdaptiveCoolingDoOptionDetached",
-    "AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode",
-    "AdaptiveCoolingInitSettings_v3",
-    "AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3",
-    "AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3",
-    "AdaptiveCoolingEnableDynamicCpuControlSettings_v3",
-    "AdaptiveCoolingDisableDynamicCpuControlSettings_v3",
-    "AdaptiveCoolingChageThermalModeByTwoInOne_v3",
-    "AdaptiveCoolingDetectOnHand_v3",
-    "AdaptiveCoolingUndetectOnHand_v3",
-    "AdaptiveCoolingEnterFlipMode_v3",
-    "AdaptiveCoolingExitFlipMode_v3",
-    "AdaptiveCoolingPivoModeChange",
-    "AdaptiveCoolingThermalModeByHingeSettings_v3",
-    "AdaptiveCoolingDynamicCpuControlSettings_v3",
-    "AdaptiveCoolingDockModeControlChange",
-    "AdaptiveCoolingInitSettingsTwoInOne_v3",
-    "AdaptiveCoolingInitSettingsMultiPivoHinge_v3",
-    "AdaptiveCoolingInitSettingsCoolQuietHinge_v3",
-    "AdaptiveCoolingInitSettingsDynamicCpuControl_v3",
-    "AdaptiveCoolingInitSettingsDockModeControl_v3",
-    "AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3",
-    "AdaptiveCoolingRetireWorkers",
-    "AdaptiveCoolingCreateWorkerThread",
-    "AdaptiveCoolingTerminateWorkerThread",
-    "AdaptiveCoolingCreateInitilizeWorkerThread",
-    "AdaptiveCoolingTerminateInitilizeWorkerThread",
-    "AdaptiveCoolingRiseEventOfOptionAttached",
-    "AdaptiveCoolingRiseEventOfOptionDetached",
-    "AdaptiveCoolingWorkerThread_v1",
-    "AdaptiveCoolingInitilizeWorkerThread",
-    "AdaptiveCoolingGetCurrentBIOSInterfaceVersion",
-    "AdaptiveCoolingCheckBIOSVersion",
-    "AdaptiveCoolingGetSystemControlMode",
-    "AdaptiveCoolingGetFunctionCapability_v3",
-    "AdaptiveCoolingSetCommand_v3",
-    "AdaptiveCoolingGetDytcCurrentAvailability",
-    "AdaptiveCoolingSetNominalMode",
-    "SetAdaptiveCoolingCoolQuite",
-    "AdaptiveCoolingSetHighPerformanceMode",
-    "AdaptiveCoolingGetDockModeStatusFromBIOS",
-    "AdaptiveCoolingGetThermalModeStatusFromBIOS",
-    "AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS",
-    "AdaptiveCoolingGetPivoModeStatusFromBIOS",
-    "AdaptiveCoolingCheckTabletOptionAtachStatus_v1",
-    "AdaptiveCoolingQueryTabletOptionAtachStatusVersion",
-    "AdaptiveCoolingSetTwoInOneStatusToCool",
-    "AdaptiveCoolingSetTwoInOneStatusToHighPerformance",
-    "AdaptiveCoolingSetMultiPivoHingeStatusToClamShell",
-    "AdaptiveCoolingSetMultiPivoHingeStatusToTablet",
-    "AdaptiveCoolingSetMultiPivoHingeStatusToTent",
-    "AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat",
-    "AdaptiveCoolingSetCoolQuietHingeStatusToCool",
-    "AdaptiveCoolingSetCoolQuietHingeStatusToHigh",
-    "AdaptiveCoolingSetDynamicCpuControlStatusToCool",
-    "AdaptiveCoolingSetDynamicCpuControlStatusToHigh",
-    "AdaptiveCoolingSetDockModeControlToUndocked",
-    "AdaptiveCoolingSetDockModeControlToDocked",
-    // form factor
-    "SetHRSPMode",
-    "GetSystemBiosVersion",
-    "LCDCSDisableInhibit",
-    "CheckSensorAndLidStatus",
-    "StartLCDCSTimerThread",
-    "LCDCSWatchdogThreadProc",
-    "LCDCSWatchdogControl",
-    "LCDCSControl",
-    "LCDCSStartInhibit",
-    "LCDCSStopInhibit",
-    "LCDCSGetInhibitCapability",
-    "GetDevicePath",
-    "GetSystemTransformation",
-    "GetSystemDockingTransformation",
-    "ToggleConversionIndicator",
-    "SetSystemDockingTransformation",
-    "RotationLockButtonPress",
-    "GetSystemTransformationFromBIOS",
-    "SystemTransformationGetCurrentSystemStatus",
-    "SystemTransformationUpdateCurrentSystemStatus",
-    "SystemTransformationEventActionChangeTransformation",
-    "CheckExsitIntelVirtualButtonDevices",
-    "IsExsitIntelVirtualButtonDevices",
-    "SystemTransformationCheckCurrentSettingsFormReg",
-    "GetCurrentLidtatus",
-    "PublishLidStatus",
-    "PublishLidClosed",
-    "PublishLidOpen",
-    "SystemTransformationCreateParamatersToReg",
-    "ConvertToModeName",
-    "GetCurrentDateAndTime",
-    "UpdatePrevMultimode",
-    "UpdateCurrentModeRegValue",
-    "CopyTimeStampToPrev",
-    "UpdateTimeStampRegValue",
-    "UpdateSettingsMultimodeRegistry",
-    "UpdateDolbyMultimodeRegistry",
-    "SystemTransformationCreateCurrentStatusToReg",
-    "SystemTransformationInitReg",
-    "SystemTransformationSetCurrentStatusToReg",
-    "PublishLidState",
-    "SystemTransformationCreateReg",
-    "SystemTransformationIsWindows10orLater",
-    "SystemTransformationSetLaptopIndicatorToLaptop",
-    "SystemTransformationSetLaptopIndicatorToTablet",
-    "SetDockModeIndicatorToDocked",
-    "SetDockModeIndicatorToUndocked",
-    "GetCurrentOptionStatusVersion",
-    "GetCurrentOptionStatusInterfaceType",
-    "GetCurrentOptionStatus",
-    "SetOptionStatus",
-    "OptionStatusInit",
-    "GetLastSystemTransformation",
-    "GetSystemScreenRotationState",
-    "SetLastSystemTransformationNotebookMode",
-    "SetLastSystemTransformationTabletMode",
-    "SetSystemScreenRotationStateNotebookMode",
-    "SetSystemScreenRotationStateTabletMode",
-    "InitSystemTransformationNotebookMode",
-    "NotebookScreenRotationFunctionality",
-    "TabletScreenRotationFunctionality",
-    "CheckLegacyTabletModel",
-    // hot keys
-    "InitPHInterface",
-    "Initialize_Registry_Type10_Capability",
-    "Initialize_Registry_Type10_CurrentSetting",
-    "Initialize_Registry_Type10_OverrideSetting",
-    "Initialize_Registry_Type10_Notification",
-    "Initialize_Registry_Type20_Capability",
-    "Initialize_Registry_Type20_Notification",
-    "Initialize_PH_Ex_Thread",
-    "InitPHInterfaceEx",
-    "FirmwareHasPHPages",
-    "NotifyPHHotKey",
-    "IsPHHotKeyOverridden",
-    "NotifyPHType2Event",
-    "NotifyPHType22Event",
-    "StartPHWatch",
-    "InitHarrowRegistryInterface",
-    // driver
-    "SendOneWord",
-    "OpenPMDriver",
-    "ClosePMDriver",
-    "FindDevice",
-    "GetSystemFamily",
-    "SendSystemFamilyRequest",
-    "PMDriverIoControl",
-    "PMDRVSIoControl",
-    "CreateDriverNotificationEvents",
-    "RegisterDriverNotificationEvents",
-    "UnregisterDriverNotificationEvents",
-    "CloseDriverNotificationEvents",
-    "MakeConnect",
-    // events
-    "ChkHotkeyEvent",
-    "HandleCalderLcdCloseOpen",
-    "HandleHotKey3",
-    "DispatchHotKey",
-    "InitLidBeepIniPaths",
-    "NotifyLidCloseActionNone",
-    "SetLidBeep",
-    "HandleLidCloseBeep",
-    "SuspendSystem",
-    "ForceSuspendSystem",
-    "HibernateSystem",
-    "ForcePowerOff",
-    "TimerThread",
-    "HandleWakeupEvent",
-    "HandleBatteryWakeup",
-    "StandbySystem",
-    "MonitorOffThreadProc",
-    "StartMonitorOff",
-    "HandleNotifyEvent",
-    "TerminalThread",
-    // power
-    "PowrProfCallNtPowerInformation",
-    "PowrProfIsPwrHibernateAllowed",
-    "PowrProfSetSuspendState",
-    "PowrProfGetActivePwrScheme",
-    "PowrProfSetActivePwrScheme",
-    "PowrProfReadPwrScheme",
-    "PowrProfWritePwrScheme",
-    "PowrProfReadGlobalPwrPolicy",
-    "EnablePrivilege",
-    "EnableShutdownPrivilege",
-    "SidToString",
-    "LoadUserHive",
-    "LoadUserProfileHive",
-    "GetDefaultUserSidString",
-    "GetCurrentPowerPolicyIndex",
-    "ReadGlobalUserPowerPolicy",
-    "ReadUserPowerPolicy",
-    "WriteDefaultGlobalPowerPolicy",
-    "WriteDefaultUserPowerPolicy",
-    // service
-    "ServiceCtrlHandlerEx",
-    "ReportServiceStatus",
-    "ReportServicePendingStatus",
-    "ServiceMain",
-    // helper
-    "WriteHelperRegistryValue",
-    "ReadHelperRegistryValue",
-    "IsActiveConsoleSession",
-    "TurnOffMonitorByDefaultScheme",
-    "EndMonitorOffDialog",
-    "ShowMonitorOffDialog",
-    "MonitorOffRequestThreadProc",
-    "SaveGlobalPowerPolicy",
-    "SaveActivePowerSchemeIndex",
-    "SaveUserPowerPolicy",
-    "RestoreUserPowerPolicy",
-    "HelperLcdOffHandler",
-    "PmHelperCommand",
-    "RegisterPmHelperWindowClass",
-    // setup
-    "IsINFFileExits",
-    "GetPMDRVInstallStatus",
-    "StopPMService",
-    "GetINFPath",
-    "GetRunDLLPath",
-    "CreateINF",
-    "DeleteServiceFiles",
-    "IsReleaseId1903OrLater",
-    "GetModulePath",
-    "InitTaskSchedulerCom",
-    "CreatePnPTask",
-    "CreatePnPTaskThreadProc",
-    "DeletePnPTask",
-    "DeletePlatformTask",
-    // processor and display
-    "CPUStateC3C4MonitorThreadProc",
-    "StartCPUMonitorThread",
-    "Open5nitInterface",
-    "SetInverterFrequency",
-    "ChangePWMFrequency",
-    "Close5nitInterface",};
+// The operations that the trace tells of.
+static const char g_operations[] = R"(
+    StartAdaptiveCooling_v2 StartAdaptiveCooling_v3 TerminateAdaptiveCooling_v2
+    TerminateAdaptiveCooling_v3 StartAdaptiveCooling TerminateAdaptiveCooling RestartAdaptiveCooling
+    AdaptiveCoolingRiseAttachEventOfTwoInOne AdaptiveCoolingRiseDetachEventOfTwoInOne
+    AdaptiveCoolingEnableCurrentSettingsOfTwoInOne AdaptiveCoolingDisableCurrentSettingsOfTwoInOne
+    AdaptiveCoolingDetectOnHand AdaptiveCoolingUndetectOnHand AdaptiveCoolingEnterFlipMode
+    AdaptiveCoolingExitFlipMode AdaptiveCoolingRiseEventOfPivoModeChange
+    AdaptiveCoolingRiseEventOfCoolQuietHingeAngle AdaptiveCoolingRiseEventOfDynamicCpuControl
+    AdaptiveCoolingRiseEventOfDockModeControlChange AdaptiveCoolingGetRegKeyDwordValue
+    AdaptiveCoolingSetRegKeyDwordValue AdaptiveCoolingSetRegDYTCVersion
+    AdaptiveCoolingSetRegCurrentOptionStatusForTwoInOne_v3
+    AdaptiveCoolingSetRegCurrentOnhandStatusForTwoInOne_v3
+    GetAdaptiveCoolingGetCurrentSettingsStatusFromReg SetAdaptiveCoolingCurrentSettingReg
+    SetAdaptiveCoolingCreateReg AdaptiveCoolingCreateInitTimeFromReg
+    SetAdaptiveCoolingCreateSpcialCoolingTimeReg AdaptiveCoolingInitRegKeyForTwoInOne_v3
+    AdaptiveCoolingSetRegCapabilityForTwoInOne_v3 AdaptiveCoolingSetRegCurrentSettingsForTwoInOne_v3
+    AdaptiveCoolingGetRegCurrentSettingsForTwoInOne_v3 AdaptiveCoolingSetRegCurrentStatusForTwoInOne_v3
+    AdaptiveCoolingInitRegKeyForMultiPivoHinge_v3 AdaptiveCoolingSetRegCapabilityForMultiPivoHinge_v3
+    AdaptiveCoolingSetRegCurrentSettingsForMultiPivoHinge_v3
+    AdaptiveCoolingGetRegCurrentSettingsForMultiPivoHinge_v3
+    AdaptiveCoolingSetRegCurrentStatusForMultiPivoHinge_v3 AdaptiveCoolingInitRegKeyForCoolQuietHinge_v3
+    AdaptiveCoolingSetRegCapabilityForCoolQuietHinge_v3
+    AdaptiveCoolingSetRegCurrentSettingsForCoolQuietHinge_v3
+    AdaptiveCoolingGetRegCurrentSettingsForCoolQuietHinge_v3
+    AdaptiveCoolingSetRegCurrentStatusForCoolQuietHinge_v3
+    AdaptiveCoolingInitRegKeyForDynamicCpuControl_v3
+    AdaptiveCoolingSetRegCapabilityForDynamicCpuControl_v3
+    AdaptiveCoolingSetRegCurrentSettingsForDynamicCpuControl_v3
+    AdaptiveCoolingGetRegCurrentSettingsForDynamicCpuControl_v3
+    AdaptiveCoolingSetRegCurrentStatusForDynamicCpuControl_v3
+    AdaptiveCoolingInitRegKeyForDockModeControl_v3 AdaptiveCoolingSetRegCapabilityForDockModeControl_v3
+    AdaptiveCoolingSetRegCurrentSettingsForDockModeControl_v3
+    AdaptiveCoolingGetRegCurrentSettingsForDockModeControl_v3
+    AdaptiveCoolingSetRegCurrentStatusForDockModeControl_v3
+    AdaptiveCoolingInitRegKeyForForceHighPerfomanceMode_v3
+    AdaptiveCoolingSetRegCapabilityForForceHighPerfomanceMode_v3
+    AdaptiveCoolingSetRegCurrentSettingsForForceHighPerfomanceMode_v3
+    AdaptiveCoolingGetRegCurrentSettingsForForceHighPerfomanceMode_v3
+    AdaptiveCoolingSetRegCurrentStatusForForceHighPerfomanceMode_v3
+    InitAdaptiveCoolingInitTabletOptionControlSettings AdaptiveCoolingInitSettings_v2
+    SetAdaptiveCoolingCurrentStatus AdaptiveCoolingDoOptionAttached AdaptiveCoolingDoOptionDetached
+    AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode AdaptiveCoolingInitSettings_v3
+    AdaptiveCoolingEnableCurrentSettingsOfTwoInOne_v3 AdaptiveCoolingDisableCurrentSettingsOfTwoInOne_v3
+    AdaptiveCoolingEnableDynamicCpuControlSettings_v3 AdaptiveCoolingDisableDynamicCpuControlSettings_v3
+    AdaptiveCoolingChageThermalModeByTwoInOne_v3 AdaptiveCoolingDetectOnHand_v3
+    AdaptiveCoolingUndetectOnHand_v3 AdaptiveCoolingEnterFlipMode_v3 AdaptiveCoolingExitFlipMode_v3
+    AdaptiveCoolingPivoModeChange AdaptiveCoolingThermalModeByHingeSettings_v3
+    AdaptiveCoolingDynamicCpuControlSettings_v3 AdaptiveCoolingDockModeControlChange
+    AdaptiveCoolingInitSettingsTwoInOne_v3 AdaptiveCoolingInitSettingsMultiPivoHinge_v3
+    AdaptiveCoolingInitSettingsCoolQuietHinge_v3 AdaptiveCoolingInitSettingsDynamicCpuControl_v3
+    AdaptiveCoolingInitSettingsDockModeControl_v3 AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3
+    AdaptiveCoolingRetireWorkers AdaptiveCoolingCreateWorkerThread AdaptiveCoolingTerminateWorkerThread
+    AdaptiveCoolingCreateInitilizeWorkerThread AdaptiveCoolingTerminateInitilizeWorkerThread
+    AdaptiveCoolingRiseEventOfOptionAttached AdaptiveCoolingRiseEventOfOptionDetached
+    AdaptiveCoolingWorkerThread_v1 AdaptiveCoolingInitilizeWorkerThread
+    AdaptiveCoolingGetCurrentBIOSInterfaceVersion AdaptiveCoolingCheckBIOSVersion
+    AdaptiveCoolingGetSystemControlMode AdaptiveCoolingGetFunctionCapability_v3
+    AdaptiveCoolingSetCommand_v3 AdaptiveCoolingGetDytcCurrentAvailability AdaptiveCoolingSetNominalMode
+    SetAdaptiveCoolingCoolQuite AdaptiveCoolingSetHighPerformanceMode
+    AdaptiveCoolingGetDockModeStatusFromBIOS AdaptiveCoolingGetThermalModeStatusFromBIOS
+    AdaptiveCoolingGetThermalDiscreteGUPTempertureFromBIOS AdaptiveCoolingGetPivoModeStatusFromBIOS
+    AdaptiveCoolingCheckTabletOptionAtachStatus_v1 AdaptiveCoolingQueryTabletOptionAtachStatusVersion
+    AdaptiveCoolingSetTwoInOneStatusToCool AdaptiveCoolingSetTwoInOneStatusToHighPerformance
+    AdaptiveCoolingSetMultiPivoHingeStatusToClamShell AdaptiveCoolingSetMultiPivoHingeStatusToTablet
+    AdaptiveCoolingSetMultiPivoHingeStatusToTent AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat
+    AdaptiveCoolingSetCoolQuietHingeStatusToCool AdaptiveCoolingSetCoolQuietHingeStatusToHigh
+    AdaptiveCoolingSetDynamicCpuControlStatusToCool AdaptiveCoolingSetDynamicCpuControlStatusToHigh
+    AdaptiveCoolingSetDockModeControlToUndocked AdaptiveCoolingSetDockModeControlToDocked
+    SetHRSPMode GetSystemBiosVersion LCDCSDisableInhibit CheckSensorAndLidStatus StartLCDCSTimerThread
+    LCDCSWatchdogThreadProc LCDCSWatchdogControl LCDCSControl LCDCSStartInhibit LCDCSStopInhibit
+    LCDCSGetInhibitCapability GetDevicePath GetSystemTransformation GetSystemDockingTransformation
+    ToggleConversionIndicator SetSystemDockingTransformation RotationLockButtonPress
+    GetSystemTransformationFromBIOS SystemTransformationGetCurrentSystemStatus
+    SystemTransformationUpdateCurrentSystemStatus SystemTransformationEventActionChangeTransformation
+    CheckExsitIntelVirtualButtonDevices IsExsitIntelVirtualButtonDevices
+    SystemTransformationCheckCurrentSettingsFormReg GetCurrentLidtatus PublishLidStatus PublishLidClosed
+    PublishLidOpen SystemTransformationCreateParamatersToReg ConvertToModeName GetCurrentDateAndTime
+    UpdatePrevMultimode UpdateCurrentModeRegValue CopyTimeStampToPrev UpdateTimeStampRegValue
+    UpdateSettingsMultimodeRegistry UpdateDolbyMultimodeRegistry
+    SystemTransformationCreateCurrentStatusToReg SystemTransformationInitReg
+    SystemTransformationSetCurrentStatusToReg PublishLidState SystemTransformationCreateReg
+    SystemTransformationIsWindows10orLater SystemTransformationSetLaptopIndicatorToLaptop
+    SystemTransformationSetLaptopIndicatorToTablet SetDockModeIndicatorToDocked
+    SetDockModeIndicatorToUndocked GetCurrentOptionStatusVersion GetCurrentOptionStatusInterfaceType
+    GetCurrentOptionStatus SetOptionStatus OptionStatusInit GetLastSystemTransformation
+    GetSystemScreenRotationState SetLastSystemTransformationNotebookMode
+    SetLastSystemTransformationTabletMode SetSystemScreenRotationStateNotebookMode
+    SetSystemScreenRotationStateTabletMode InitSystemTransformationNotebookMode
+    NotebookScreenRotationFunctionality TabletScreenRotationFunctionality CheckLegacyTabletModel
+    InitPHInterface Initialize_Registry_Type10_Capability Initialize_Registry_Type10_CurrentSetting
+    Initialize_Registry_Type10_OverrideSetting Initialize_Registry_Type10_Notification
+    Initialize_Registry_Type20_Capability Initialize_Registry_Type20_Notification Initialize_PH_Ex_Thread
+    InitPHInterfaceEx FirmwareHasPHPages NotifyPHHotKey IsPHHotKeyOverridden NotifyPHType2Event
+    NotifyPHType22Event StartPHWatch InitHarrowRegistryInterface
+    SendOneWord OpenPMDriver ClosePMDriver FindDevice GetSystemFamily SendSystemFamilyRequest
+    PMDriverIoControl PMDRVSIoControl CreateDriverNotificationEvents RegisterDriverNotificationEvents
+    UnregisterDriverNotificationEvents CloseDriverNotificationEvents MakeConnect
+    ChkHotkeyEvent HandleCalderLcdCloseOpen HandleHotKey3 DispatchHotKey InitLidBeepIniPaths
+    NotifyLidCloseActionNone SetLidBeep HandleLidCloseBeep SuspendSystem ForceSuspendSystem
+    HibernateSystem ForcePowerOff TimerThread HandleWakeupEvent HandleBatteryWakeup StandbySystem
+    MonitorOffThreadProc StartMonitorOff HandleNotifyEvent TerminalThread
+    PowrProfCallNtPowerInformation PowrProfIsPwrHibernateAllowed PowrProfSetSuspendState
+    PowrProfGetActivePwrScheme PowrProfSetActivePwrScheme PowrProfReadPwrScheme PowrProfWritePwrScheme
+    PowrProfReadGlobalPwrPolicy EnablePrivilege EnableShutdownPrivilege SidToString LoadUserHive
+    LoadUserProfileHive GetDefaultUserSidString GetCurrentPowerPolicyIndex ReadGlobalUserPowerPolicy
+    ReadUserPowerPolicy WriteDefaultGlobalPowerPolicy WriteDefaultUserPowerPolicy
+    ServiceCtrlHandlerEx ReportServiceStatus ReportServicePendingStatus ServiceMain
+    WriteHelperRegistryValue ReadHelperRegistryValue IsActiveConsoleSession TurnOffMonitorByDefaultScheme
+    EndMonitorOffDialog ShowMonitorOffDialog MonitorOffRequestThreadProc SaveGlobalPowerPolicy
+    SaveActivePowerSchemeIndex SaveUserPowerPolicy RestoreUserPowerPolicy HelperLcdOffHandler
+    PmHelperCommand RegisterPmHelperWindowClass
+    IsINFFileExits GetPMDRVInstallStatus StopPMService GetINFPath GetRunDLLPath CreateINF
+    DeleteServiceFiles IsReleaseId1903OrLater GetModulePath InitTaskSchedulerCom CreatePnPTask
+    CreatePnPTaskThreadProc DeletePnPTask DeletePlatformTask
+    CPUStateC3C4MonitorThreadProc StartCPUMonitorThread Open5nitInterface SetInverterFrequency
+    ChangePWMFrequency Close5nitInterface
+)";
 
 // These do not end: their thread or process is terminated, or ends itself.
-static const char* const g_endless[] = {
-    "PHThreadProc",
-    "PHOverrideThreadProc",
-    "PHType12ThreadProc",
-    "PHType12OverrideThreadProc",
-    "PHType13ThreadProc",
-    "PHType13OverrideThreadProc",
-    "LCDCSWatchdogThreadProc",
-    "LCDCSTimerThreadProc",
-    "PmHelperMain",};
-// clang-format on
+static const char g_endless[] = R"(
+    PHThreadProc PHOverrideThreadProc PHType12ThreadProc PHType12OverrideThreadProc PHType13ThreadProc
+    PHType13OverrideThreadProc LCDCSWatchdogThreadProc LCDCSTimerThreadProc PmHelperMain
+)";
+
+static std::vector<std::string> words_of(const char* text) {
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), {}};
+}
 
 // What the scenarios leave out.
 static const char g_otherOperations[] = R"(
@@ -381,11 +196,11 @@ static std::set<std::string> run_scenarios() {
 
 TEST(Trace, EveryOperationShowsItsEntryAndItsEnd) {
     const std::set<std::string> said = run_scenarios();
-    for (const std::string name : g_operations) {
+    for (const std::string& name : words_of(g_operations)) {
         EXPECT_TRUE(said.contains("Enter " + name)) << name;
         EXPECT_TRUE(said.contains("Return " + name) || said.contains("Exit " + name)) << name;
     }
-    for (const std::string name : g_endless)
+    for (const std::string& name : words_of(g_endless))
         EXPECT_TRUE(said.contains("Enter " + name)) << name;
 }
 

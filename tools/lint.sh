@@ -30,7 +30,7 @@ tidy_folders() {
 tidy() {
     local status=0
     tidy_folders "-fno-exceptions -fno-rtti" 'src/*.cpp' || status=1
-    tidy_folders "" 'sim/*.cpp' 'tests/*.cpp' ':!tests/wine' ':!tests/sweeps' || status=1
+    tidy_folders "" 'sim/*.cpp' 'tests/*.cpp' ':!tests/wine' || status=1
     return $status
 }
 
