@@ -36,9 +36,9 @@ for my $family ('TYPE2', 'TYPE22') {
     }
 }
 my (@events, %told);
-my $dispatch = contents('src/events/dispatch.cpp');
-while ($dispatch =~ /^ +\{(0x[0-9A-F]+), TRACE_NAME\(L"([^"]*)"\), +\{(.*)\}\},$/mg) {
-    my ($code, $name, $steps) = ($1, $2, $3);
+my $rows = contents('src/events/event_rows.h');
+while ($rows =~ /^EVENT_ROW\((0x[0-9A-F]+), +"([^"]*)"(?:, +(.*))?\)$/mg) {
+    my ($code, $name, $steps) = ($1, $2, $3 // '');
     my ($family, $k) = $steps =~ /\b(Type22?)\((\d+)\)/;
     my $bit = $bits{hex $code};
     my $told = $bit ? $bit->[0] : '';

@@ -35,20 +35,26 @@ struct ThermalWord {
 };
 
 // clang-format off
-constexpr ThermalWord TWO_IN_ONE_COOL             = {THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetTwoInOneStatusToCool")};
-constexpr ThermalWord TWO_IN_ONE_HIGH_PERFORMANCE = {THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetTwoInOneStatusToHighPerformance")};
-constexpr ThermalWord HINGE_CLAMSHELL             = {THERMAL_MULTI_PIVO_HINGE,    THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToClamShell")};
-constexpr ThermalWord HINGE_TABLET                = {THERMAL_MULTI_PIVO_HINGE,    0,               true,  TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToTablet")};
-constexpr ThermalWord HINGE_TENT                  = {THERMAL_MULTI_PIVO_HINGE,    1,               true,  TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToTent")};
-constexpr ThermalWord HINGE_LAYFLAT               = {THERMAL_MULTI_PIVO_HINGE,    2,               true,  TRACE_NAME(L"AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat")};
-constexpr ThermalWord QUIET_HINGE_COOL            = {THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetCoolQuietHingeStatusToCool")};
-constexpr ThermalWord QUIET_HINGE_HIGH            = {THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetCoolQuietHingeStatusToHigh")};
-constexpr ThermalWord CPU_CONTROL_COOL            = {THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetDynamicCpuControlStatusToCool")};
-constexpr ThermalWord CPU_CONTROL_HIGH            = {THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetDynamicCpuControlStatusToHigh")};
-constexpr ThermalWord DOCK_MODE_UNDOCKED          = {THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, false, TRACE_NAME(L"AdaptiveCoolingSetDockModeControlToUndocked")};
-constexpr ThermalWord DOCK_MODE_DOCKED            = {THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingSetDockModeControlToDocked")};
-constexpr ThermalWord READINESS_PROBE             = {THERMAL_STANDARD,            THERMAL_NO_MODE, true,  TRACE_NAME(L"AdaptiveCoolingGetDytcCurrentAvailability")};
+// X(name, function, mode, on, operation, words)
+#define THERMAL_WORDS(X) \
+    X(TWO_IN_ONE_COOL,             THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, false, "AdaptiveCoolingSetTwoInOneStatusToCool",                "cool")                \
+    X(TWO_IN_ONE_HIGH_PERFORMANCE, THERMAL_TWO_IN_ONE,          THERMAL_NO_MODE, true,  "AdaptiveCoolingSetTwoInOneStatusToHighPerformance",     "high performance")    \
+    X(HINGE_CLAMSHELL,             THERMAL_MULTI_PIVO_HINGE,    THERMAL_NO_MODE, false, "AdaptiveCoolingSetMultiPivoHingeStatusToClamShell",     "clamshell")           \
+    X(HINGE_TABLET,                THERMAL_MULTI_PIVO_HINGE,    0,               true,  "AdaptiveCoolingSetMultiPivoHingeStatusToTablet",        "tablet")              \
+    X(HINGE_TENT,                  THERMAL_MULTI_PIVO_HINGE,    1,               true,  "AdaptiveCoolingSetMultiPivoHingeStatusToTent",          "tent")                \
+    X(HINGE_LAYFLAT,               THERMAL_MULTI_PIVO_HINGE,    2,               true,  "AdaptiveCoolingSetMultiPivoHingeStatusToLayFlat",       "lay-flat")            \
+    X(QUIET_HINGE_COOL,            THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, false, "AdaptiveCoolingSetCoolQuietHingeStatusToCool",          "cool")                \
+    X(QUIET_HINGE_HIGH,            THERMAL_COOL_QUIET_HINGE,    THERMAL_NO_MODE, true,  "AdaptiveCoolingSetCoolQuietHingeStatusToHigh",          "high performance")    \
+    X(CPU_CONTROL_COOL,            THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, false, "AdaptiveCoolingSetDynamicCpuControlStatusToCool",       "cool")                \
+    X(CPU_CONTROL_HIGH,            THERMAL_DYNAMIC_CPU_CONTROL, THERMAL_NO_MODE, true,  "AdaptiveCoolingSetDynamicCpuControlStatusToHigh",       "high performance")    \
+    X(DOCK_MODE_UNDOCKED,          THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, false, "AdaptiveCoolingSetDockModeControlToUndocked",           "undocked")            \
+    X(DOCK_MODE_DOCKED,            THERMAL_DOCK_MODE_CONTROL,   THERMAL_NO_MODE, true,  "AdaptiveCoolingSetDockModeControlToDocked",             "docked")              \
+    X(READINESS_PROBE,             THERMAL_STANDARD,            THERMAL_NO_MODE, true,  "AdaptiveCoolingGetDytcCurrentAvailability",             "ready for commands?")
 // clang-format on
+#define THERMAL_WORD(name, function, mode, on, operation, words)                                             \
+    constexpr ThermalWord name = {function, mode, on, TRACE_NAME(L"" operation)};
+THERMAL_WORDS(THERMAL_WORD)
+#undef THERMAL_WORD
 
 // *result, which may be null: the result word of any set word that went through. Succeeds when the firmware
 // accepted it.

@@ -118,61 +118,11 @@ struct EventRow {
 
 } // namespace
 
-// clang-format off
 static const EventRow g_eventTable[] = {
-    {0x0015, TRACE_NAME(L"ZORPM_FAST_FLASH_STANDBY_CHANGED"),               {Type2(21)}},
-    {0x1003, TRACE_NAME(L"classic hot key 3"),                              {Do<HandleHotKey3>()}},
-    {0x100C, TRACE_NAME(L"classic hot key 12"),                             {Do<HibernateSystem>()}},
-    {0x2004, TRACE_NAME(L"wake-up"),                                        {Wakeup()}},
-    {0x2005, TRACE_NAME(L"wake-up"),                                        {Wakeup()}},
-    {0x2013, TRACE_NAME(L"ZORPM_WAKEUP_BATT"),                              {Do<HandleBatteryWakeup>()}},
-    {0x2020, TRACE_NAME(L"HK_CHANGE_CONNECTED_STANDBY_STATUS_CHNAGED"),     {}},
-    {0x3003, TRACE_NAME(L"bus disconnect"),                                 {BusDisconnect()}},
-    {0x4003, TRACE_NAME(L"bus disconnect"),                                 {BusDisconnect()}},
-    {0x3006, TRACE_NAME(L"notification to clients only"),                   {Type2(8)}},
-    {0x4010, TRACE_NAME(L"dock mode changed"),                              {Type2(11), Do<AdaptiveCoolingRiseEventOfDockModeControlChange>()}},
-    {0x4011, TRACE_NAME(L"dock mode changed"),                              {Type2(12), Do<AdaptiveCoolingRiseEventOfDockModeControlChange>()}},
-    {0x4012, TRACE_NAME(L"ZORPM_TABLET_OPTION_ATTACHED"),                   {Do<AdaptiveCoolingRiseAttachEventOfTwoInOne>(), Do<SetOptionStatus>(), Type22(3)}},
-    {0x4013, TRACE_NAME(L"ZORPM_TABLET_OPTION_DETACHED"),                   {Do<AdaptiveCoolingRiseDetachEventOfTwoInOne>(), Do<SetOptionStatus>(), Type22(4)}},
-    {0x5001, TRACE_NAME(L"lid close"),                                      {Type2(5), Do<HandleLidCloseBeep>(), Do<PublishLidClosed>()}},
-    {0x5002, TRACE_NAME(L"lid open"),                                       {Type2(6), Do<SetLidBeep>(0), Do<PublishLidOpen>()}},
-    {0x5007, TRACE_NAME(L"Calder LCD closed"),                              {Do<HandleCalderLcdCloseOpen>(0)}},
-    {0x5008, TRACE_NAME(L"Calder LCD opened"),                              {Do<HandleCalderLcdCloseOpen>(1)}},
-    {0x5009, TRACE_NAME(L"ZORPM_TABLET_MODE"),                              {Type2(28), Do<TabletScreenRotationFunctionality>()}},
-    {0x500A, TRACE_NAME(L"ZORPM_NOTEBOOK_MODE"),                            {Type2(29), Do<NotebookScreenRotationFunctionality>()}},
-    {0x500B, TRACE_NAME(L"notification to clients only"),                   {Type2(2)}},
-    {0x500C, TRACE_NAME(L"notification to clients only"),                   {Type2(3)}},
-    {0x500D, TRACE_NAME(L"ZORPM_PEN_LOSE"),                                 {Type2(15)}},
-    {0x5010, TRACE_NAME(L"panel wants its PWM frequency"),                  {Do<ChangePWMFrequency>()}},
-    {0x5012, TRACE_NAME(L"ZORPM_EVENT_LAYFLAT_STATE_CHANGE"),               {Type22(2)}},
-    {0x5020, TRACE_NAME(L"ZORPM_EVENT_DOG_EAR_CHANGED"),                    {Type22(1)}},
-    {0x5030, TRACE_NAME(L"notification to clients only"),                   {Type2(10)}},
-    {0x6000, TRACE_NAME(L"ZORPM_NUMLOCK_STATE_CHANGED"),                    {Type2(13)}},
-    {0x6001, TRACE_NAME(L"ZORPM_KEYBOARD_LIGHT_DEVICE_STATE_CHANGED"),      {Type2(23)}},
-    {0x6005, TRACE_NAME(L"ZORPM_FNSTICKY_STATE_CHANGED"),                   {Type2(14)}},
-    {0x6011, TRACE_NAME(L"nothing to do"),                                  {}},
-    {0x6012, TRACE_NAME(L"forced sleep"),                                   {Do<ForceSuspendSystem>()}},
-    {0x6020, TRACE_NAME(L"ZORPM_ROTATIONLOCK_BUTTON_PRESSED"),              {Type2(31)}},
-    {0x6022, TRACE_NAME(L"forced sleep"),                                   {Do<ForceSuspendSystem>()}},
-    {0x6030, TRACE_NAME(L"notification to clients only"),                   {Type2(9)}},
-    {0x6031, TRACE_NAME(L"ZORPM_EVENT_THERMAL_DISCRETE_GPU_TEMPATURE_CHANGED"), {Type22(7), Do<AdaptiveCoolingRiseEventOfDynamicCpuControl>()}},
-    {0x6032, TRACE_NAME(L"ZORPM_DYNAMIC_THERMAL_CONTROL_SET_COMMAND_COMPLIETION"), {Type22(8)}},
-    {0x6040, TRACE_NAME(L"ZORPM_ACADPTER_RAW_STATE_CHANGED"),               {Type2(16)}},
-    {0x6050, TRACE_NAME(L"ZORPM_BRIGHTNESS_CHANGED"),                       {Type2(17)}},
-    {0x6060, TRACE_NAME(L"ZORPM_MEDIAKEY_CHANGED"),                         {Type2(18)}},
-    {0x6070, TRACE_NAME(L"ZORPM_INTELLIGENT_SLEEP_STATE_WAKES_FROM_S3_TO_S4"), {Type2(19)}},
-    {0x6080, TRACE_NAME(L"ZORPM_INTELLIGENT_SLEEP_STATE_WAKES_FROM_S4_TO_S3"), {Type2(20)}},
-    {0x6090, TRACE_NAME(L"ZORPM_SHOCK_SHIELD_BUTTON_CANGED"),               {Type2(22)}},
-    {0x60A0, TRACE_NAME(L"ZORPM_TOUCHPAD_DEVICE_STATE_CANGED"),             {Type2(25)}},
-    {0x60B0, TRACE_NAME(L"ZORPM_PSENSOR_DETECTED"),                         {Type2(26)}},
-    {0x60B1, TRACE_NAME(L"ZORPM_PSENSOR_UNDETECTED"),                       {Type2(27)}},
-    {0x60C0, TRACE_NAME(L"ZORPM_DEVICE_TRANSFORMATION_CHANGED"),            {Type2(30), Do<SystemTransformationEventActionChangeTransformation>(), Do<AdaptiveCoolingRiseEventOfPivoModeChange>()}},
-    {0x60D0, TRACE_NAME(L"ZORPM_EVENT__INSTANT_ON_SETTINGS"),               {Type2(24)}},
-    {0x60E0, TRACE_NAME(L"HK_KEYBORAD_LIGHT_CONTROL_MODE_CHANGED"),         {Type22(5)}},
-    {0x60F0, TRACE_NAME(L"ZORPM_EVENT_THERMAL_TRANSFORMATION_CHANGED"),     {Type22(6), Do<AdaptiveCoolingRiseEventOfCoolQuietHingeAngle>()}},
-    {0x7000, TRACE_NAME(L"notification to clients only"),                   {Type2(1)}},
+#define EVENT_ROW(code, name, ...) {code, TRACE_NAME(L"" name), {__VA_ARGS__}},
+#include "events/event_rows.h"
+#undef EVENT_ROW
 };
-// clang-format on
 
 static DWORD RunAction(const EventFields& fields) {
     for (const EventRow& row : g_eventTable) {
