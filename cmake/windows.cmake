@@ -70,6 +70,14 @@ foreach(probe IN LISTS probes)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
 
+# zorpmprobe.exe: tells the facts of the platform that it runs on; the host build makes its counterpart.
+file(GLOB probe_sources CONFIGURE_DEPENDS tests/platform/*.cpp)
+list(FILTER probe_sources EXCLUDE REGEX main_host)
+add_executable(zorpmprobe ${probe_sources} ${resource_scripts})
+target_include_directories(zorpmprobe PRIVATE ${CMAKE_SOURCE_DIR})
+target_link_libraries(zorpmprobe PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+set_target_properties(zorpmprobe PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
 # A stand-in for both drivers, which Wine loads as it would a real one.
 add_executable(stand_in tests/wine/stand_in.c)
 target_include_directories(stand_in PRIVATE ${CMAKE_FIND_ROOT_PATH}/include/ddk)

@@ -193,14 +193,14 @@ LSTATUS WINAPI RegCloseKey(HKEY key) {
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR wide_name, LPDWORD, LPDWORD type, LPBYTE data,
+LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR wide_name, LPDWORD reserved, LPDWORD type, LPBYTE data,
                                 LPDWORD bytes) {
     SIM_CALL(ERROR_GEN_FAILURE, last_error());
     LSTATUS error = ERROR_SUCCESS;
     const ResolvedKey opened = resolve(handle, KEY_QUERY_VALUE, "RegQueryValueExW", &error);
     if (opened.key == nullptr)
         return error;
-    if (data != nullptr && bytes == nullptr)
+    if (reserved != nullptr || (data != nullptr && bytes == nullptr))
         return ERROR_INVALID_PARAMETER;
     const std::string name = narrow(wide_name);
     trace_detail("query %s %s", shown_path(opened.path).c_str(), value_name(name).c_str());
@@ -249,7 +249,7 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
     if (opened.key == nullptr)
         return error;
     const std::string path = narrow(wide_path);
-    error = path_error(path);
+    error = wide_path == nullptr ? ERROR_INVALID_PARAMETER : path_error(path);
     if (error != ERROR_SUCCESS)
         return error;
     KeyRef key = walk(opened.key, path_components(path), false);

@@ -1,4 +1,6 @@
 // Settings files (INI) and environment variables.
+#include "sim/windows/settings.h"
+
 #include <cctype>
 #include <map>
 
@@ -22,6 +24,8 @@ static const std::map<std::string, std::string> g_environment = {
     {"programfiles", "C:\\Program Files"},
     {"userprofile", "C:\\Windows\\system32\\config\\systemprofile"},
 };
+
+static const char g_blanks[] = " \t";
 
 static std::string place(const std::string& path, const std::string& section, const std::string& key) {
     return lower(path + "|" + section + "|" + key);
@@ -47,13 +51,23 @@ static std::string expand(const std::string& text) {
 
 // A value as the platform hands it out: without blanks around it, then without one pair of quotes.
 static std::string without_quotes(const std::string& value) {
-    static const char blanks[] = " \t";
-    const size_t first = value.find_first_not_of(blanks);
+    const size_t first = value.find_first_not_of(g_blanks);
     if (first == std::string::npos)
         return {};
-    const std::string text = value.substr(first, value.find_last_not_of(blanks) - first + 1);
+    const std::string text = value.substr(first, value.find_last_not_of(g_blanks) - first + 1);
     const bool quoted = text.size() > 1 && (text[0] == '"' || text[0] == '\'') && text.back() == text[0];
     return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+bool add_setting(const std::string& path, const std::string& section, const std::string& line) {
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos)
+        return false;
+    std::string key = line.substr(0, equals);
+    key.erase(0, key.find_first_not_of(g_blanks));
+    key.erase(key.find_last_not_of(g_blanks) + 1);
+    machine_state<Settings>().values[place(path, section, key)] = line.substr(equals + 1);
+    return true;
 }
 
 // The number that a text begins with: blanks, sign, 0x, 0o or 0b, digits. 0 when there is none; what is too
@@ -128,17 +142,10 @@ static Action compile_ini_line(Tokens& tokens) {
     const std::string section = tokens.word();
     std::string line = tokens.rest_of_line;
     line.erase(0, line.find(section, line.find(path) + path.size()) + section.size());
-    const size_t equals = line.find('=');
     tokens.at = tokens.list.size();
-    if (equals == std::string::npos) {
+    if (line.find('=') == std::string::npos)
         tokens.fail("KEY=TEXT expected");
-        return {};
-    }
-    std::string key = line.substr(0, equals);
-    key.erase(0, key.find_first_not_of(" \t"));
-    key.erase(key.find_last_not_of(" \t") + 1);
-    const std::string value = line.substr(equals + 1);
-    return [=] { machine_state<Settings>().values[place(path, section, key)] = value; };
+    return [=] { add_setting(path, section, line); };
 }
 
 static const Commands g_commands({

@@ -1,0 +1,69 @@
+#include "tests/platform/probe.h"
+
+#include <cstdio>
+
+static const char* g_group = "";
+
+void group(const char* name) {
+    g_group = name;
+}
+
+void fact_number(const char* name, unsigned long long value) {
+    char text[32];
+    std::snprintf(text, sizeof(text), value < 0x10000 ? "%llu" : "0x%llx", value);
+    write_fact(g_group, name, text);
+}
+
+// In quotes; what is not printable ASCII in hexadecimal.
+void fact_text(const char* name, const WCHAR* text) {
+    constexpr size_t LONGEST_CHARACTER = sizeof("\\u1234");
+    char shown[400];
+    size_t length = 0;
+    shown[length++] = '"';
+    for (; *text != 0 && length + LONGEST_CHARACTER + 1 < sizeof(shown); ++text) {
+        if (*text >= 0x20 && *text < 0x7F)
+            shown[length++] = static_cast<char>(*text);
+        else
+            length += static_cast<size_t>(
+                std::snprintf(shown + length, LONGEST_CHARACTER, "\\u%04x", static_cast<unsigned>(*text)));
+    }
+    shown[length++] = '"';
+    shown[length] = '\0';
+    write_fact(g_group, name, shown);
+}
+
+DWORD last_error_of_failure() {
+    constexpr DWORD UNTOLD = 0xFFFF;
+    const DWORD error = GetLastError();
+    return error != 0 ? error : UNTOLD;
+}
+
+DWORD on_thread(LPTHREAD_START_ROUTINE start, void* parameter) {
+    DWORD code = 0xDEAD;
+    HANDLE thread = CreateThread(nullptr, 0, start, parameter, 0, nullptr);
+    if (WaitForSingleObject(thread, 10000) == WAIT_OBJECT_0)
+        GetExitCodeThread(thread, &code);
+    CloseHandle(thread);
+    return code;
+}
+
+void probe_events();
+void probe_waits();
+void probe_mutexes();
+void probe_threads();
+void probe_registry_keys();
+void probe_registry_values();
+void probe_registry_watch();
+void probe_settings();
+
+const ProbeGroup g_probeGroups[] = {
+    {"events", probe_events},
+    {"waits", probe_waits},
+    {"mutexes", probe_mutexes},
+    {"threads", probe_threads},
+    {"registry-keys", probe_registry_keys},
+    {"registry-values", probe_registry_values},
+    {"registry-watch", probe_registry_watch},
+    {"settings", probe_settings},
+};
+const unsigned g_probeGroupCount = ARRAYSIZE(g_probeGroups);
