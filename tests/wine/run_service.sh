@@ -1,4 +1,5 @@
-# The real service on a stand-in driver, tests/wine/stand_in.c, and the control program and the example client beside it.
+# The real service on a stand-in driver and its devices (stand_in.c, devices.reg), with hardware events from
+# tell_stand_in.cpp; the control program and the example client beside it.
 ctl=$build/zorpmctl.exe
 sys='C:\windows\system32\drivers\stand_in.sys'
 cp "$PROBES/stand_in.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
@@ -28,7 +29,28 @@ said() { # STATUS TEXT ARGUMENT...: exit status and a piece of what is said
     echo "ok: zorpmctl $*"
 }
 
+tell() { run 60 0 "$PROBES/tell_stand_in.exe" "$@"; }
+seen() { # FILE TEXT: within ten seconds
+    for ((i = 0; i < 40; ++i)); do
+        grep -aqF -- "$2" "$1" && return
+        sleep 0.25
+    done
+    fail "not seen: $2; $(tr -d '\r\0' <"$1")"
+}
+press() { # TEXT EVENT ARGUMENT...: zorpmctl ARGUMENT... says TEXT when EVENT comes
+    local text=$1 event=$2
+    shift 2
+    start "$ctl" "$@" --timeout 15 >"$SCRATCH/$event" 2>&1
+    seen "$SCRATCH/$event" running
+    tell event "$event"
+    seen "$SCRATCH/$event" "$text"
+}
+
+rotation='HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation'
 for service in ZORPMSVC stand_in; do "$wine" sc delete $service >/dev/null 2>&1 </dev/null; done # left by a run that was ended
+"$wine" reg delete "$rotation" /f >/dev/null 2>&1 </dev/null
+run 60 0 regedit /S "Z:$(dirname "$script")/devices.reg"
+run 60 0 reg add 'HKLM\HARDWARE\DESCRIPTION\System\BIOS' /v BIOSVersion /d GDET40W /f # of the platform with HRSPMode 1
 run 60 0 sc create stand_in type= kernel start= demand binPath= "$sys"
 run 60 0 sc start stand_in
 run 60 0 sc create ZORPMSVC type= own start= demand binPath= "Z:${EXE//\//\\}"
@@ -54,7 +76,30 @@ said 0 "" cooling graphics off
 said 0 "" cooling restart
 said 0 "running" watch all --timeout 3
 said 7 "lid inhibit on" inhibit-lid cmd /c exit 7
+run 60 0 "$PROBES/interrupt_probe.exe" "$ctl" inhibit-lid
+tell last 965 2 # off
 run 60 0 "$build/client.exe"
+
+# A hardware event becomes what the firmware, Windows and clients are told.
+tell answer 9c0 5
+press "posture  tent" 60c0 watch events
+tell last 9c3 113001 # hinge: tent
+tell state 7e0 0     # a slate
+said 0 "tent; before: LAPTOP" status
+press "lid  closed" 5001 watch all
+said 0 "" hotkey notify 8
+press "hot key 8  pressed" 1008 watch hotkeys
+
+# The words of the launch entries press the rotation lock, down and up, where Windows' setting is not theirs.
+said 1 "no auto-rotation setting" FlipButtonForHarrow
+run 60 0 reg add "$rotation" /v Enable /t REG_DWORD /d 1 /f
+tell answer 7e2 0
+said 0 "" ClamshellToTabletForHarrow
+tell state 7e2 0
+said 0 "" FlipButtonForHarrow
+tell state 7e2 2
+said 0 "" TabletToClamshellForHarrow
+tell state 7e2 6 # and once more, since nothing has changed the setting
 
 run 60 0 sc stop ZORPMSVC
 wait_for_state ZORPMSVC STOPPED
@@ -62,4 +107,7 @@ said 3 "the service is not running" cooling enable
 run 60 0 sc delete ZORPMSVC
 "$wine" sc stop stand_in >/dev/null 2>&1 </dev/null
 run 60 0 sc delete stand_in
+sed -n 's/^\[\(HK.*\)\]$/\1/p' "$(dirname "$script")/devices.reg" | tac | while IFS= read -r key; do
+    "$wine" reg delete "$key" /f >/dev/null 2>&1 </dev/null
+done
 exec 8>&-
