@@ -91,6 +91,41 @@ TEST(Helper, Commands) {
     run_cases("windows scheme 2\nrun \"-helper\"", g_commands);
 }
 
+// A new key of the store is the machine's: an ordinary user's helper finds none that it may write, until a
+// client has made the user's own.
+TEST(Helper, TheStoreOfAnOrdinaryUser) {
+    static const ScriptCase rows[] = {
+        {"nothing is saved", R"(
+            helper 1
+            expect next result helper 1 = 0
+            helper 2
+            expect next result helper 2 = 0
+            helper 3
+            expect next result helper 3 = 0
+            check registry HKCR\QWRSAUTO.PMHELPER absent)"},
+        {"not in the machine's either, which is read", R"(
+            registry set HKCR\QWRSAUTO.PMHELPER\PowerPolicies Policies binary 0102
+            helper 3
+            expect next result helper 3 = 0
+            helper 4
+            expect next call SetActivePwrScheme(2, null, policy) = 1)"},
+        {"the user's own", R"(
+            registry set HKCU\Software\Classes\QWRSAUTO.PMHELPER\PowerPolicies
+            helper 2
+            expect next registry HKCR\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
+            check registry HKCU\Software\Classes\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
+            check registry HKLM\SOFTWARE\Classes\QWRSAUTO.PMHELPER absent)"},
+        {"who was started before is an administrator's", R"(
+            windows user administrator
+            run "-helper" session 2
+            windows user standard
+            helper session 2 2
+            expect next registry create HKCR\QWRSAUTO.PMHELPER\PowerPolicies
+            check registry HKLM\SOFTWARE\Classes\QWRSAUTO.PMHELPER present)"},
+    };
+    run_cases("windows scheme 2\nwindows user standard\nrun \"-helper\"", rows);
+}
+
 TEST(Helper, OneInEverySession) {
     Bench bench;
     bench.run(R"(

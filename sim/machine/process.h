@@ -20,7 +20,8 @@ struct Process {
     DWORD exit_code = 0;
     bool ended = false;
     bool is_service = false;
-    std::string program; // that it is an image of; "": none
+    bool ordinary_user = false; // otherwise an administrator's, or the system's
+    std::string program;        // that it is an image of; "": none
     ObjectRef object;
     StateSlots state;
     size_t local_blocks = 0; // LocalAlloc blocks alive

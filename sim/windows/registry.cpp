@@ -27,7 +27,7 @@ std::vector<std::string> path_components(const std::string& path) {
     return parts;
 }
 
-static KeyRef child(Key& key, const std::string& name, bool create, bool* created) {
+static KeyRef child(Key& key, const std::string& name, bool create) {
     auto found = key.children.find(lower(name));
     if (found != key.children.end())
         return found->second;
@@ -37,16 +37,14 @@ static KeyRef child(Key& key, const std::string& name, bool create, bool* create
     made->name = name;
     made->parent = &key;
     key.children[lower(name)] = made;
-    if (created != nullptr)
-        *created = true;
     return made;
 }
 
-KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool create, bool* created) {
+static KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool create) {
     for (const std::string& part : parts) {
         if (key == nullptr)
             return nullptr;
-        key = child(*key, part, create, created);
+        key = child(*key, part, create);
     }
     return key;
 }
@@ -56,8 +54,7 @@ static std::string with_service_key(const std::string& path) {
     return short_form ? g_serviceKey + path.substr(3) : path;
 }
 
-// "SVC\TMC" or "HKLM\..." to the key.
-static KeyRef find_key(Registry& reg, const std::string& path, bool create) {
+static KeyRef find_in(Registry& reg, const std::string& path, bool create) {
     const std::vector<std::string> parts = path_components(with_service_key(path));
     if (parts.empty())
         return nullptr;
@@ -68,13 +65,48 @@ static KeyRef find_key(Registry& reg, const std::string& path, bool create) {
     return nullptr;
 }
 
+bool is_merged(const std::string& path) {
+    return same_text(path.substr(0, 5), "HKCR\\") || same_text(path, "HKCR");
+}
+
+std::string machine_classes(const std::string& path) {
+    return "HKLM\\SOFTWARE\\Classes" + path.substr(sizeof("HKCR") - 1);
+}
+
+KeyRef find_key(const std::string& path, bool create) {
+    Registry& reg = registry();
+    if (!is_merged(path))
+        return find_in(reg, path, create);
+    const std::string below = path.substr(sizeof("HKCR") - 1);
+    const KeyRef own = below.empty() ? nullptr : find_in(reg, "HKCU\\Software\\Classes" + below, false);
+    return own != nullptr ? own : find_in(reg, machine_classes(path), create);
+}
+
+bool put_value(Key& key, const std::string& name, RegistryValue data) {
+    const auto [at, made] = key.values.try_emplace(lower(name));
+    RegistryValue& value = at->second.data;
+    if (made)
+        at->second.name = name;
+    const bool same = !made && value.type == data.type && value.bytes == data.bytes;
+    value = std::move(data);
+    return !same;
+}
+
 static void put(Registry& reg, const std::string& path, const std::string& name, DWORD type,
                 std::vector<BYTE> bytes) {
-    KeyRef key = find_key(reg, path, true);
-    KeyValue& value = key->values[lower(name)];
-    if (value.name.empty())
-        value.name = name;
-    value.data = {type, std::move(bytes)};
+    put_value(*find_in(reg, path, true), name, {type, std::move(bytes)});
+}
+
+const KeyValue* find_value(const Key& key, const std::string& path, const std::string& name) {
+    const auto found = key.values.find(lower(name));
+    if (found != key.values.end())
+        return &found->second;
+    if (!is_merged(path))
+        return nullptr;
+    const KeyRef machine_key = find_in(registry(), machine_classes(path), false);
+    return machine_key != nullptr && machine_key.get() != &key
+               ? find_value(*machine_key, machine_classes(path), name)
+               : nullptr;
 }
 
 std::vector<BYTE> wide_bytes(const std::string& text, bool end) {
@@ -97,14 +129,16 @@ Registry::Registry() {
     const std::string windows = "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
     put(*this, windows, "CurrentBuildNumber", REG_SZ, wide_bytes("19041"));
     put(*this, windows, "ReleaseId", REG_SZ, wide_bytes("2009"));
-    find_key(*this, g_serviceKey, true);
+    find_in(*this, g_serviceKey, true);
+    find_in(*this, "HKLM\\SOFTWARE\\Classes", true);
+    find_in(*this, "HKU\\.DEFAULT", true);
 }
 
 // ---- change notification ----
 
-void complete_notification(OpenedKey* opened) {
-    if (const ObjectRef event = std::exchange(opened->event, nullptr))
-        signal_object(*event);
+void complete_notifications(OpenedKey* opened) {
+    for (const KeyWait& wait : std::exchange(opened->waits, {}))
+        signal_object(*wait.event);
 }
 
 static bool below(const Key* key, const Key* above) {
@@ -119,8 +153,8 @@ void key_changed(const Key* key, bool names) {
             opened->subtree ? below(key, opened->key.get()) : !names && opened->key.get() == key;
         if (!concerned || !opened->asked)
             continue;
-        if (opened->event != nullptr)
-            complete_notification(opened);
+        if (!opened->waits.empty())
+            complete_notifications(opened);
         else if (registry().remembers_changes)
             opened->change_pending = true;
     }
@@ -131,7 +165,7 @@ void key_deleted(Key* key) {
     key->deleted = true;
     for (OpenedKey* opened : registry().opened) {
         if (opened->key.get() == key)
-            complete_notification(opened);
+            complete_notifications(opened);
     }
     for (auto& [name, below] : key->children)
         key_deleted(below.get());
@@ -144,8 +178,11 @@ struct AskingThread {
     Thread* thread = current();
     ~AskingThread() {
         for (OpenedKey* opened : registry().opened) {
-            if (opened->armed_by == thread)
-                complete_notification(opened);
+            for (const KeyWait& wait : opened->waits) {
+                if (wait.armed_by == thread)
+                    signal_object(*wait.event);
+            }
+            std::erase_if(opened->waits, [this](const KeyWait& wait) { return wait.armed_by == thread; });
         }
     }
 };
@@ -160,15 +197,24 @@ void registry_remembers_changes(bool remembers) {
     registry().remembers_changes = remembers;
 }
 
+void registry_tells_of_same_data(bool tells) {
+    registry().tells_of_same_data = tells;
+}
+
+void registry_takes_null_behind(bool takes) {
+    registry().takes_null_behind = takes;
+}
+
 // ---- as another program ----
 
 void registry_create(const std::string& path) {
-    find_key(registry(), path, true);
+    find_key(path, true);
 }
 
 void registry_set(const std::string& path, const std::string& name, DWORD type, std::vector<BYTE> bytes) {
-    put(registry(), path, name == "@" ? "" : name, type, std::move(bytes));
-    key_changed(find_key(registry(), path, false).get());
+    const KeyRef key = find_key(path, true);
+    if (put_value(*key, name == "@" ? "" : name, {type, std::move(bytes)}) || registry().tells_of_same_data)
+        key_changed(key.get());
 }
 
 void registry_set_dword(const std::string& path, const std::string& name, DWORD value) {
@@ -183,7 +229,7 @@ void registry_set_text(const std::string& path, const std::string& name, const s
 }
 
 bool registry_delete(const std::string& path) {
-    KeyRef key = find_key(registry(), path, false);
+    KeyRef key = find_key(path);
     if (key == nullptr || key->parent == nullptr)
         return false;
     key->parent->children.erase(lower(key->name));
@@ -193,7 +239,7 @@ bool registry_delete(const std::string& path) {
 }
 
 bool registry_is_open(const std::string& path) {
-    const KeyRef key = find_key(registry(), path, false);
+    const KeyRef key = find_key(path);
     for (const OpenedKey* opened : registry().opened) {
         for (const Key* at = opened->key.get(); key != nullptr && at != nullptr; at = at->parent) {
             if (at == key.get())
@@ -204,7 +250,7 @@ bool registry_is_open(const std::string& path) {
 }
 
 bool registry_delete_value(const std::string& path, const std::string& name) {
-    KeyRef key = find_key(registry(), path, false);
+    KeyRef key = find_key(path);
     if (key == nullptr || key->values.erase(lower(name == "@" ? "" : name)) == 0)
         return false;
     key_changed(key.get());
@@ -230,15 +276,15 @@ bool registry_refused(const std::string& path, REGSAM access) {
 }
 
 bool registry_has_key(const std::string& path) {
-    return find_key(registry(), path, false) != nullptr;
+    return find_key(path) != nullptr;
 }
 
 const RegistryValue* registry_value(const std::string& path, const std::string& name) {
-    KeyRef key = find_key(registry(), path, false);
+    KeyRef key = find_key(path);
     if (key == nullptr)
         return nullptr;
-    auto found = key->values.find(lower(name == "@" ? "" : name));
-    return found != key->values.end() ? &found->second.data : nullptr;
+    const KeyValue* found = find_value(*key, path, name == "@" ? "" : name);
+    return found != nullptr ? &found->data : nullptr;
 }
 
 DWORD registry_dword(const std::string& path, const std::string& name, DWORD otherwise) {
@@ -303,7 +349,7 @@ static void dump(const Key& key, const std::string& path, std::string* text) {
 
 std::string registry_dump(const std::string& path) {
     std::string text;
-    if (KeyRef key = find_key(registry(), path, false))
+    if (KeyRef key = find_key(path))
         dump(*key, path, &text);
     return text;
 }

@@ -1,5 +1,6 @@
 // The registry behind the platform calls, for scripts, tests and other areas. Paths are full: "HKLM\...",
-// with "SVC\..." short for the service key.
+// with "SVC\..." short for the service key. HKCR is the merged view of HKCU\Software\Classes, the user's, and
+// HKLM\Software\Classes, the machine's.
 #pragma once
 
 #include <windows.h>
@@ -38,6 +39,12 @@ std::string registry_dump(const std::string& path);
 // remembers it and tells the next call at once (true, as on a new machine). No documentation promises that;
 // false forgets it.
 void registry_remembers_changes(bool remembers);
+
+// Data written over equal data: told like any other change (true), or not at all. Documented either way.
+void registry_tells_of_same_data(bool tells);
+// Whether a text written without its null takes along one that stands just behind it in memory. No
+// documentation says so.
+void registry_takes_null_behind(bool takes);
 
 // Data as traces and expectations show it.
 std::string shown_data(DWORD type, const std::vector<BYTE>& bytes);

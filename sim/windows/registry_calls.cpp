@@ -10,7 +10,7 @@ namespace sim {
 
 constexpr size_t LONGEST_KEY_NAME = 255;
 constexpr REGSAM KEY_RIGHTS = KEY_ALL_ACCESS | GENERIC_ALL | GENERIC_READ | GENERIC_WRITE;
-constexpr unsigned MOST_WAITS = 100; // of one handle that has not been told of a change
+constexpr size_t MOST_WAITS = 100; // of one handle that has not been told of a change
 
 namespace {
 
@@ -32,7 +32,7 @@ static void key_closed(Object& object) {
     auto& opened = object.as<OpenedKey>();
     std::erase(registry().opened, &opened);
     // A notification still waiting on a closed handle is over; the platform signals its event.
-    complete_notification(&opened);
+    complete_notifications(&opened);
 }
 
 // What a key handle stands for. Null key with the error in *error otherwise; missing rights are a violation.
@@ -40,7 +40,7 @@ static ResolvedKey resolve(HKEY handle, DWORD needed, const char* call, LSTATUS*
     ResolvedKey result;
     const int root = root_index(handle);
     if (root >= 0) {
-        result.key = registry().roots[root];
+        result.key = find_key(g_registryRoots[root]);
         result.path = g_registryRoots[root];
         return result;
     }
@@ -88,7 +88,7 @@ static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) 
     object->on_last_close = key_closed;
     registry().opened.push_back(opened.get());
     if (machine().keep_trace)
-        registry().openings.push_back({machine().trace.size(), plain_path(path), access});
+        registry().openings.push_back({machine().trace.size(), plain_path(path), access, current_process()});
     return static_cast<HKEY>(static_cast<void*>(open_handle(object, access)));
 }
 
@@ -98,6 +98,38 @@ static bool unknown_rights(REGSAM access, DWORD options, const char* call, const
         return false;
     violation("%s: %s with options 0x%x, rights 0x%x: not known here", call, path.c_str(), options, access);
     return true;
+}
+
+// Right below these two stand whole hives: they are loaded, not created.
+static bool is_hive(const std::string& path) {
+    const std::vector<std::string> parts = path_components(path);
+    return parts.size() == 2 && (same_text(parts[0], "HKLM") || same_text(parts[0], "HKU"));
+}
+
+// Makes the key and all that is missing above it. Null with the error.
+static KeyRef create_key(const ResolvedKey& from, const std::string& full, LSTATUS* error) {
+    if ((from.access & KEY_CREATE_SUB_KEY) == 0) {
+        violation("%s: a key below needs the right to create subkeys", from.path.c_str());
+        *error = ERROR_ACCESS_DENIED;
+        return nullptr;
+    }
+    std::string deepest = full;
+    while (find_key(deepest) == nullptr)
+        deepest.resize(deepest.rfind('\\'));
+    if (user_refused(is_merged(full) ? find_key(machine_classes("HKCR")).get() : find_key(deepest).get(),
+                     KEY_CREATE_SUB_KEY)) {
+        *error = ERROR_ACCESS_DENIED;
+        return nullptr;
+    }
+    const std::vector<std::string> missing = path_components(full.substr(deepest.size()));
+    if (is_hive(deepest + "\\" + missing[0])) {
+        *error = ERROR_INVALID_PARAMETER;
+        return nullptr;
+    }
+    KeyRef key = find_key(full, true);
+    trace("registry create %s", shown_path(full).c_str());
+    key_changed(key->parent, true);
+    return key;
 }
 
 // Bad paths, before anything is looked up.
@@ -126,25 +158,31 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
     access = specific_rights(access);
     if (registry_refused(full, access))
         return ERROR_ACCESS_DENIED;
-    KeyRef key = walk(from.key, path_components(path), false);
-    bool created = false;
-    if (key == nullptr) {
-        if (!create)
-            return ERROR_FILE_NOT_FOUND;
-        if ((from.access & KEY_CREATE_SUB_KEY) == 0) {
-            violation("%s: %s needs the right to create subkeys", call, from.path.c_str());
-            return ERROR_ACCESS_DENIED;
-        }
-        key = walk(from.key, path_components(path), true, &created);
-    }
-    if (created) {
-        trace("registry create %s", shown_path(full).c_str());
-        key_changed(key->parent, true);
-    }
+    KeyRef key = path.empty() ? from.key : find_key(full);
+    const bool created = key == nullptr;
+    if (created && !create)
+        return ERROR_FILE_NOT_FOUND;
+    if (created)
+        key = create_key(from, full, &error);
+    if (key == nullptr)
+        return error;
+    if (!created && user_refused(key.get(), access))
+        return ERROR_ACCESS_DENIED;
     if (disposition != nullptr)
         *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
     *result = open_key(key, full, access);
     return ERROR_SUCCESS;
+}
+
+// Bytes of a null that is taken along although the text was given without it.
+static DWORD null_behind(DWORD type, const BYTE* data, DWORD bytes) {
+    const bool text = type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
+    constexpr DWORD character = sizeof(WCHAR);
+    if (!text || bytes < character || bytes % character != 0 || !registry().takes_null_behind)
+        return 0;
+    WCHAR last[2];
+    std::memcpy(last, data + bytes - character, sizeof(last));
+    return last[0] != 0 && last[1] == 0 ? character : 0;
 }
 
 static std::string value_name(const std::string& name) {
@@ -204,10 +242,10 @@ LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR wide_name, LPDWORD reserved
         return ERROR_INVALID_PARAMETER;
     const std::string name = narrow(wide_name);
     trace_detail("query %s %s", shown_path(opened.path).c_str(), value_name(name).c_str());
-    auto found = opened.key->values.find(lower(name));
-    if (found == opened.key->values.end())
+    const KeyValue* found = find_value(*opened.key, opened.path, name);
+    if (found == nullptr)
         return ERROR_FILE_NOT_FOUND;
-    const RegistryValue& value = found->second.data;
+    const RegistryValue& value = found->data;
     if (type != nullptr)
         *type = value.type;
     if (bytes == nullptr)
@@ -223,22 +261,22 @@ LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR wide_name, LPDWORD reserved
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegSetValueExW(HKEY handle, LPCWSTR wide_name, DWORD, DWORD type, const BYTE* data,
+LSTATUS WINAPI RegSetValueExW(HKEY handle, LPCWSTR wide_name, DWORD reserved, DWORD type, const BYTE* data,
                               DWORD bytes) {
     SIM_CALL(ERROR_ACCESS_DENIED, last_error());
     LSTATUS error = ERROR_SUCCESS;
     const ResolvedKey opened = resolve(handle, KEY_SET_VALUE, "RegSetValueExW", &error);
     if (opened.key == nullptr)
         return error;
+    if (reserved != 0)
+        return ERROR_INVALID_PARAMETER;
     const std::string name = narrow(wide_name);
-    const std::vector<BYTE> content(data, data + bytes);
-    KeyValue& value = opened.key->values[lower(name)];
-    if (value.name.empty())
-        value.name = name;
-    value.data = {type, content};
+    const std::vector<BYTE> content(data, data + bytes + null_behind(type, data, bytes));
+    const bool changed = put_value(*opened.key, name, {type, content});
     trace("registry %s %s = %s", shown_path(opened.path).c_str(), value_name(name).c_str(),
           shown_data(type, content).c_str());
-    key_changed(opened.key.get());
+    if (changed || registry().tells_of_same_data)
+        key_changed(opened.key.get());
     return ERROR_SUCCESS;
 }
 
@@ -252,11 +290,11 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
     error = wide_path == nullptr ? ERROR_INVALID_PARAMETER : path_error(path);
     if (error != ERROR_SUCCESS)
         return error;
-    KeyRef key = walk(opened.key, path_components(path), false);
+    KeyRef key = find_key(joined(opened.path, path));
     if (key == nullptr)
         return ERROR_FILE_NOT_FOUND;
     if (registry_refused(joined(opened.path, path), DELETE) || !key->children.empty() ||
-        key->parent == nullptr)
+        (opened.handle == nullptr && path.empty()) || user_refused(key.get(), DELETE))
         return ERROR_ACCESS_DENIED;
     key->parent->children.erase(lower(key->name));
     key_deleted(key.get());
@@ -296,19 +334,23 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
     HandleEntry* entry = handle_entry(event, Kind::Event, "RegNotifyChangeKeyValue");
     if (entry == nullptr)
         return ERROR_INVALID_HANDLE;
-    trace_detail("watch %s", shown_path(opened.path).c_str());
     OpenedKey& watched = *opened.handle;
-    // Asking again while a wait is under way makes one more of them on the platform, and they pile up.
-    watched.waits = watched.event != nullptr ? watched.waits + 1 : 1;
-    if (watched.waits > MOST_WAITS)
-        violation("RegNotifyChangeKeyValue: %s is armed already, %u times", opened.path.c_str(),
-                  watched.waits);
+    // What the first call on a handle has asked for stays; the platform does not look at it again.
+    if (watched.asked && watched.subtree != (subtree != FALSE)) {
+        violation("RegNotifyChangeKeyValue: %s was asked for something else before", opened.path.c_str());
+        return ERROR_INVALID_PARAMETER;
+    }
+    trace_detail("watch %s", shown_path(opened.path).c_str());
+    // Asking again while a wait is under way makes one more of them, and they pile up.
+    if (watched.waits.size() >= MOST_WAITS)
+        violation("RegNotifyChangeKeyValue: %s is armed already, %zu times", opened.path.c_str(),
+                  watched.waits.size());
     watched.asked = true;
     watched.subtree = subtree != FALSE;
-    watched.armed_by = agnostic ? nullptr : asking_thread();
-    watched.event = entry->object;
+    reset_object(*entry->object);
+    watched.waits.push_back({entry->object, agnostic ? nullptr : asking_thread()});
     if (std::exchange(watched.change_pending, false))
-        complete_notification(&watched);
+        complete_notifications(&watched);
     return ERROR_SUCCESS;
 }
 

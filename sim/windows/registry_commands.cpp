@@ -57,7 +57,7 @@ RegistryValue read_registry_data(Tokens& tokens) {
 static std::string registry_path(Tokens& tokens) {
     std::string path = tokens.word();
     const std::string root = lower(path.substr(0, path.find('\\')));
-    if (root != "hklm" && root != "hkcr" && root != "hku" && root != "svc")
+    if (root != "hklm" && root != "hkcr" && root != "hkcu" && root != "hku" && root != "svc")
         tokens.fail("a registry path expected");
     return path;
 }

@@ -27,13 +27,16 @@ struct Key {
     std::map<std::string, KeyValue> values;
 };
 
-// Body of a handle: one opening of a key, with the change notification that belongs to it.
+struct KeyWait {
+    ObjectRef event;
+    Thread* armed_by = nullptr; // whose end is told like a change
+};
+
+// Body of a handle: one opening of a key, with the change notifications that belong to it.
 struct OpenedKey {
     KeyRef key;
     std::string path;            // as the service named it, for the trace
-    ObjectRef event;             // armed while not null
-    unsigned waits = 0;          // asked for since the last one was reported
-    Thread* armed_by = nullptr;  // whose end is told like a change
+    std::vector<KeyWait> waits;  // asked for since the last change was reported
     bool subtree = false;        // of the keys below too, and of their coming and going
     bool asked = false;          // a notification has been asked for on this handle
     bool change_pending = false; // a change since the last one was reported
@@ -44,6 +47,7 @@ struct KeyOpening {
     size_t at; // in the trace
     std::string path;
     REGSAM access;
+    const Process* process;
 };
 
 constexpr size_t REGISTRY_ROOTS = 4; // HKCR, HKCU, HKLM, HKU
@@ -53,6 +57,8 @@ struct Registry {
     KeyRef roots[REGISTRY_ROOTS];
     std::vector<OpenedKey*> opened;
     bool remembers_changes = true;
+    bool tells_of_same_data = true;
+    bool takes_null_behind = false;
     std::map<std::string, REGSAM> refused; // by plain path, of keys that may not exist: these rights
     std::vector<KeyOpening> openings;      // while a trace is kept
     Registry();
@@ -61,8 +67,18 @@ struct Registry {
 Registry& registry();
 
 std::vector<std::string> path_components(const std::string& path);
-// The key below another one; null when it is not there and not to be created. *created tells of a new one.
-KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool create, bool* created = nullptr);
+// "SVC\TMC" or "HKLM\..." to the key; in the merged view the user's before the machine's. A new key of the
+// view is the machine's.
+KeyRef find_key(const std::string& path, bool create = false);
+bool is_merged(const std::string& path); // of HKEY_CLASSES_ROOT
+// The machine's half of such a path.
+std::string machine_classes(const std::string& path);
+// A value as a handle of this path reads it: the merged view has the machine's where the user has none.
+const KeyValue* find_value(const Key& key, const std::string& path, const std::string& name);
+// Writes it; false when the key held the same already.
+bool put_value(Key& key, const std::string& name, RegistryValue data);
+// Whether the account of the current process may not: an ordinary user changes nothing of the machine's.
+bool user_refused(const Key* key, REGSAM access);
 // Whether opening the key with these rights is refused: by its own path, or one that it lies below.
 bool registry_refused(const std::string& path, REGSAM access);
 // All names of a key in one form: lower case, without SVC, each part ended.
@@ -74,8 +90,8 @@ std::string shown_path(const std::string& path);
 // `names`: a key has come or gone below it; only the watchers of whole trees ask for that.
 void key_changed(const Key* key, bool names = false);
 void key_deleted(Key* key); // with all below it; its handles outlive it
-// One call tells of one change: the event is signalled and the handle no longer armed.
-void complete_notification(OpenedKey* opened);
+// A change ends all waits of the handle: every event is signalled, and the handle no longer armed.
+void complete_notifications(OpenedKey* opened);
 // The current thread asks for notifications: they end with it, and ending signals their events.
 Thread* asking_thread();
 

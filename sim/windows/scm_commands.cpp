@@ -6,6 +6,7 @@
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
 #include "sim/windows/scm.h"
+#include "sim/windows/users.h"
 
 namespace sim {
 
@@ -78,7 +79,12 @@ static Action compile_run(Tokens& tokens) {
         return [arguments] { start_control_program(arguments); };
     }
     const DWORD session = tokens.accept("session") ? static_cast<DWORD>(tokens.number()) : 1;
-    return [=] { start_process(line, session); };
+    const bool helper = same_text(line, "-helper");
+    return [=] {
+        Process* process = start_process(line, session);
+        if (helper)
+            give_helper_its_user(process);
+    };
 }
 
 static Action compile_check_status(Tokens& tokens) {

@@ -97,6 +97,7 @@ static void play(Bench& bench, bool remembers, Totals* totals) {
     notebook.pages[1] = {EXTENDED, third ? "Type13" : "@", 33};
     notebook.modes[32] = 1;
     sim::registry_remembers_changes(remembers);
+    sim::registry_tells_of_same_data(sim::random_below(2) != 0);
     bench.started("firmware MHKN(1) = 0x80000000\nregistry set SVC\\Parameters\\Notification @ dword 0");
     sim::set_request_hook([&](const std::string& method, const DWORD* in, DWORD) {
         if (method == "MHKM") {
