@@ -48,19 +48,20 @@ struct FunctionRow {
 
 } // namespace
 
-// In the order of initialisation, which is that of the capability bits. To follow, Two In One asks for the
-// option anew: its attach and detach events do the same.
+// In the order of initialisation, which is that of the capability bits. To follow, each does what its event
+// does - Two In One's attach and detach alike -, in the turn that the initialisation has: the event's entry
+// would wait for one of its own.
 // clang-format off
 static const FunctionRow g_thermalFunctions[] = {
     {THERMAL_STANDARD,                    TRACE_NAME(L"Standard"),                    nullptr, nullptr},
     {THERMAL_COOL_QUIET_ON_LAPTOP,        TRACE_NAME(L"Cool Quiet On Laptop"),        nullptr, nullptr},
-    {THERMAL_TWO_IN_ONE,                  TRACE_NAME(L"AdaptiveCoolingInitSettingsTwoInOne_v3"),                &TMC_TIO, AdaptiveCoolingRiseAttachEventOfTwoInOne},
-    {THERMAL_MULTI_PIVO_HINGE,            TRACE_NAME(L"AdaptiveCoolingInitSettingsMultiPivoHinge_v3"),          &TMC_MPH, AdaptiveCoolingRiseEventOfPivoModeChange},
+    {THERMAL_TWO_IN_ONE,                  TRACE_NAME(L"AdaptiveCoolingInitSettingsTwoInOne_v3"),                &TMC_TIO, AdaptiveCoolingChageThermalModeByTwoInOne_v3},
+    {THERMAL_MULTI_PIVO_HINGE,            TRACE_NAME(L"AdaptiveCoolingInitSettingsMultiPivoHinge_v3"),          &TMC_MPH, AdaptiveCoolingPivoModeChange},
     {THERMAL_SKIN_TEMPERATURE_PROTECTION, TRACE_NAME(L"Skin Temperature Protection"), nullptr, nullptr},
-    {THERMAL_COOL_QUIET_HINGE,            TRACE_NAME(L"AdaptiveCoolingInitSettingsCoolQuietHinge_v3"),          &TMC_CQH, AdaptiveCoolingRiseEventOfCoolQuietHingeAngle},
-    {THERMAL_DYNAMIC_CPU_CONTROL,         TRACE_NAME(L"AdaptiveCoolingInitSettingsDynamicCpuControl_v3"),       &TMC_DCC, AdaptiveCoolingRiseEventOfDynamicCpuControl},
+    {THERMAL_COOL_QUIET_HINGE,            TRACE_NAME(L"AdaptiveCoolingInitSettingsCoolQuietHinge_v3"),          &TMC_CQH, AdaptiveCoolingThermalModeByHingeSettings_v3},
+    {THERMAL_DYNAMIC_CPU_CONTROL,         TRACE_NAME(L"AdaptiveCoolingInitSettingsDynamicCpuControl_v3"),       &TMC_DCC, AdaptiveCoolingDynamicCpuControlSettings_v3},
     {THERMAL_SINGLE_FAN,                  TRACE_NAME(L"Single Fan"),                  nullptr, nullptr},
-    {THERMAL_DOCK_MODE_CONTROL,           TRACE_NAME(L"AdaptiveCoolingInitSettingsDockModeControl_v3"),         &TMC_DMC, AdaptiveCoolingRiseEventOfDockModeControlChange},
+    {THERMAL_DOCK_MODE_CONTROL,           TRACE_NAME(L"AdaptiveCoolingInitSettingsDockModeControl_v3"),         &TMC_DMC, AdaptiveCoolingDockModeControlChange},
     {THERMAL_FORCE_HIGH_PERFORMANCE,      TRACE_NAME(L"AdaptiveCoolingInitSettingsForceHighPerfomanceMode_v3"), &TMC_FHP, nullptr},
 };
 // clang-format on

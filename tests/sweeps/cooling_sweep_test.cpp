@@ -224,25 +224,35 @@ TEST(CoolingSweep, OptionChangesWhileAsked) {
     });
 }
 
-// Asking for a start again and again does not put the initialisation off; a restart does begin anew.
+// Asking for a start again and again does not put the initialisation off; a restart, or a start of what has
+// ended, does begin anew.
 TEST(CoolingSweep, RepeatedStarts) {
     const struct {
-        unsigned control;
-        unsigned seconds; // from the first start to the initialisation
-    } rows[] = {{136, 101}, {138, 191}};
+        const char* name;
+        const char* acts;
+        unsigned seconds; // from the first start to the initialisation; 0: none comes
+    } rows[] = {
+        {"started", "control 136", 101},
+        {"restarted", "control 138", 191},
+        {"ended and started", "control 137\ncontrol 136", 191},
+        {"no revision", "firmware DYTC(0) fails times 1\ncontrol 136", 0},
+        {"no revision, then one", "firmware DYTC(0) fails times 1\ncontrol 136\ncontrol 136", 191},
+        {"version 2 in between", "firmware DYTC(0) = 0x20000001 times 1\ncontrol 136\ncontrol 136", 191},
+    };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         Bench bench;
-        bench.run(FIRMWARE + VERSION_3 + "firmware DYTC(0x1f0001) = 6\nstart\n" +
-                  sim::format(R"(
-                      advance 90s
-                      control %u
-                      mark
-                      advance %ums
-                      expect no registry create SVC\TMC\TIO
-                      advance 1ms
-                      expect registry create SVC\TMC\TIO
-                  )",
-                              row.control, (row.seconds - 90) * 1000 - 1));
+        bench.run(FIRMWARE + VERSION_3 + "firmware DYTC(0x1f0001) = 6\nstart\nadvance 90s\n" + row.acts);
+        EXPECT_EQ(live_threads("Cooling"), row.seconds != 0 ? 1u : 0u);
+        bench.run("mark\n" + (row.seconds == 0
+                                  ? std::string("advance 10m\nexpect no registry create SVC\\TMC\\TIO")
+                                  : sim::format(R"(
+                                                    advance %ums
+                                                    expect no registry create SVC\TMC\TIO
+                                                    advance 1ms
+                                                    expect registry create SVC\TMC\TIO
+                                                )",
+                                                (row.seconds - 90) * 1000 - 1)));
         EXPECT_EQ(live_threads("Cooling"), 0u);
     }
 }
