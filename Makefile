@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants clean
+.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants coverage clean
 .DEFAULT_GOAL := help
 
 help:
@@ -15,6 +15,7 @@ help:
 	@echo "make format     lay out all sources"
 	@echo "make defects    plant every known defect in turn; each must be caught"
 	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample); goes on where it stopped"
+	@echo "make coverage   lines and branches of src/ that the tests reach, and what they do not and why"
 	@echo "make clean      remove build/"
 
 # Builds the targets $(2) (default: all) of the preset $(1).
@@ -76,6 +77,11 @@ defects:
 mutants:
 	@tools/ensure.sh host mutants
 	@tools/mutate/mutate.py --count $(or $(COUNT),0) --seed $(or $(SEED),1)
+
+coverage:
+	@tools/ensure.sh host mutants
+	@$(call build,coverage)
+	@tools/coverage/coverage.py
 
 clean:
 	rm -rf build

@@ -95,3 +95,7 @@ add_host_executable(zorpm_sweeps ${sweep_sources})
 as_tests(zorpm_sweeps)
 gtest_discover_tests(zorpm_sweeps DISCOVERY_MODE PRE_TEST PROPERTIES LABELS sweep TIMEOUT 900 COST 1000
                      ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
+
+if(ZORPM_COVERAGE)
+    include(cmake/coverage.cmake)
+endif()
