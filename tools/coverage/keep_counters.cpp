@@ -1,8 +1,6 @@
 // Lets the compiler's counters outlive a simulated process. Linked into the machine in the coverage build
 // only, with image_release wrapped: that puts an image's writable segment back as it was loaded, and the
 // counters are in there.
-#include "sim/machine/image.h"
-
 #include <cstring>
 #include <dlfcn.h>
 #include <elf.h>
@@ -11,6 +9,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "sim/machine/image.h"
 
 struct Counters {
     char* start;
