@@ -69,7 +69,7 @@ static bool open_console(const OpenRequest& request, ObjectRef* file) {
 
 static const FileKinds g_consoleKind(open_console);
 
-HANDLE start_plain_program(const std::string& line) {
+Thread* start_plain_program(const std::string& line) {
     const auto found = consoles().programs.find(lower(line.substr(0, line.find(' '))));
     trace("call CreateProcessW(null, \"%s\") = %d", line.c_str(), found != consoles().programs.end());
     if (found == consoles().programs.end()) {
@@ -84,12 +84,11 @@ HANDLE start_plain_program(const std::string& line) {
     Process* started = process.get();
     machine().processes.push_back(std::move(process));
     const Consoles::Program program = found->second;
-    start_thread(started, "program", [started, program] {
+    return start_thread(started, "program", [started, program] {
         sleep_for(program.duration);
         end_process(started, program.code);
         return DWORD{0};
     });
-    return open_handle(started->object);
 }
 
 } // namespace sim

@@ -96,6 +96,8 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO set, PSP_DEVINFO_DATA dev
     if (entry == nullptr)
         return FALSE;
     auto& devices = entry->object->as<DeviceSet>().devices;
+    if (property != SPDRP_HARDWAREID)
+        violation("SetupDiGetDeviceRegistryPropertyW: property %u is not known here", property);
     if (property != SPDRP_HARDWAREID || device->DevInst == 0 || device->DevInst > devices.size()) {
         set_last_error(ERROR_INVALID_PARAMETER);
         return FALSE;

@@ -63,6 +63,8 @@ INT_PTR WINAPI DialogBoxParamW(HINSTANCE, LPCWSTR name, HWND owner, DLGPROC proc
         DispatchMessageW(&message);
     }
     const INT_PTR result = window_of(dialog)->result;
+    proc(dialog, WM_DESTROY, 0, 0);
+    proc(dialog, WM_NCDESTROY, 0, 0);
     destroy_window(dialog);
     trace("dialog 101 ended %d", static_cast<int>(result));
     return result;
@@ -80,6 +82,8 @@ BOOL WINAPI EndDialog(HWND handle, INT_PTR result) {
 
 HWND WINAPI GetDlgItem(HWND dialog, int id) {
     SIM_CALL(nullptr, ERROR_CONTROL_ID_NOT_FOUND);
+    if (checked_window(dialog) == nullptr)
+        return nullptr;
     for (const auto& [handle, window] : window_list()) {
         if (window.parent == dialog && window.id == id)
             return handle;

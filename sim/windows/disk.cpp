@@ -114,7 +114,12 @@ static BOOL write_plain(Object& object, const void* buffer, DWORD bytes, DWORD* 
     return TRUE;
 }
 
-static const FileOps g_plainOps = {nullptr, write_plain, nullptr, nullptr};
+static BOOL read_plain(Object& object, void*, DWORD, DWORD*) {
+    violation("ReadFile: %s is a plain file, whose text is not known here", object.name.c_str());
+    return fail_with(ERROR_INVALID_FUNCTION);
+}
+
+static const FileOps g_plainOps = {read_plain, write_plain, nullptr, nullptr};
 
 static bool open_plain(const OpenRequest& request, ObjectRef* file) {
     if (request.path.size() < 3 || request.path[1] != ':')
@@ -199,7 +204,9 @@ HRESULT WINAPI SHGetFolderPathW(HWND, int folder, HANDLE, DWORD flags, LPWSTR pa
     if ((folder & CSIDL_FLAG_CREATE) == 0 || flags != SHGFP_TYPE_CURRENT)
         violation("SHGetFolderPathW: folder 0x%x flags %u", static_cast<unsigned>(folder), flags);
     auto found = disk().folders.find(folder & ~CSIDL_FLAG_CREATE);
-    if (found == disk().folders.end() || found->second.empty())
+    if (found == disk().folders.end())
+        return E_INVALIDARG;
+    if (found->second.empty())
         return E_FAIL;
     return put_wide(path, MAX_PATH, found->second) != 0 ? S_OK : E_FAIL;
 }

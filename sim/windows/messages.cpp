@@ -301,6 +301,10 @@ LRESULT WINAPI DefWindowProcW(HWND handle, UINT message, WPARAM wparam, LPARAM) 
 
 HCURSOR WINAPI LoadCursorW(HINSTANCE, LPCWSTR name) {
     SIM_CALL(nullptr, ERROR_RESOURCE_NAME_NOT_FOUND);
+    if (name != IDC_ARROW) {
+        set_last_error(ERROR_RESOURCE_NAME_NOT_FOUND);
+        return nullptr;
+    }
     return reinterpret_cast<HCURSOR>(const_cast<LPWSTR>(name));
 }
 
@@ -371,6 +375,7 @@ BOOL WINAPI SetWindowPos(HWND handle, HWND after, int x, int y, int width, int h
         rect = {x, y, x + old_width, y + old_height};
     if ((flags & SWP_NOSIZE) == 0)
         rect = {rect.left, rect.top, rect.left + width, rect.top + height};
+    window->visible = window->visible || (flags & SWP_SHOWWINDOW) != 0;
     trace("window %s placed %d %d %d %d %s%s", window_name(*window).c_str(), rect.left, rect.top,
           rect.right - rect.left, rect.bottom - rect.top, after == HWND_TOPMOST ? "topmost" : "top",
           (flags & SWP_SHOWWINDOW) != 0 ? " shown" : "");

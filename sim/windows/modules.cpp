@@ -57,8 +57,9 @@ void set_export_missing(const std::string& module, const std::string& function, 
 }
 
 static size_t module_index(const std::string& name) {
+    const std::string file = name.find('.') == std::string::npos ? name + ".dll" : name;
     size_t index = 0;
-    while (index < modules().size() && !same_text(modules()[index].name, name))
+    while (index < modules().size() && !same_text(modules()[index].name, file))
         ++index;
     return index;
 }
@@ -92,7 +93,7 @@ static size_t loaded_index(HMODULE handle, const char* call) {
         if (handle == as_handle(index) && process_state<LoadedModules>().count[index] != 0)
             return index;
     }
-    set_last_error(ERROR_MOD_NOT_FOUND);
+    set_last_error(ERROR_INVALID_HANDLE);
     if (handle != nullptr)
         violation("%s: the module is not loaded", call);
     return modules().size();
@@ -123,8 +124,11 @@ HMODULE WINAPI LoadLibraryExW(LPCWSTR wide_name, HANDLE, DWORD flags) {
 FARPROC WINAPI GetProcAddress(HMODULE handle, LPCSTR name) {
     SIM_CALL(nullptr, ERROR_PROC_NOT_FOUND);
     const size_t index = loaded_index(handle, "GetProcAddress");
-    if (index == modules().size())
+    if (index == modules().size()) {
+        if (handle == nullptr) // the executable itself, which exports nothing
+            set_last_error(ERROR_PROC_NOT_FOUND);
         return nullptr;
+    }
     const ModuleInfo& module = modules()[index];
     for (const Export& row : module.exports) {
         if (std::string_view(row.name) == name && !is_missing(module.name + "!" + name))

@@ -63,10 +63,12 @@ BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_
     const std::string program = narrow(application);
     const std::string line = narrow(command_line);
     if (application == nullptr) { // by its command line, as the control program does
-        process->hProcess = start_plain_program(line);
-        process->hThread =
-            process->hProcess != nullptr ? open_handle(make_object(Kind::Thread, line)) : nullptr;
-        return process->hProcess != nullptr;
+        const Thread* started = start_plain_program(line);
+        if (started == nullptr)
+            return FALSE;
+        process->hProcess = open_handle(started->process->object);
+        process->hThread = open_handle(started->object);
+        return TRUE;
     }
     STARTUPINFOW zeroed = {};
     zeroed.cb = sizeof(zeroed);
@@ -79,10 +81,10 @@ BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_
     const PlainFile* file = find_file(program);
     const bool starts = file != nullptr && !file->directory;
     trace("call CreateProcessW(\"%s\", \"%s\") = %d", program.c_str(), line.c_str(), starts);
-    if (!starts) {
-        set_last_error(ERROR_FILE_NOT_FOUND);
-        return FALSE;
-    }
+    if (!starts)
+        return fail_with(file != nullptr            ? ERROR_ACCESS_DENIED
+                         : file_has_folder(program) ? ERROR_FILE_NOT_FOUND
+                                                    : ERROR_PATH_NOT_FOUND);
     process->hProcess = open_handle(make_object(Kind::Process, program));
     process->hThread = open_handle(make_object(Kind::Thread, program));
     process->dwProcessId = STARTED_PROCESS;

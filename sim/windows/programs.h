@@ -10,6 +10,6 @@ void set_redirection_works(bool works);
 bool redirection_off(Process* process);
 
 // Starts a program that `windows program` has made known, by its command line. Null when there is none.
-HANDLE start_plain_program(const std::string& line);
+Thread* start_plain_program(const std::string& line);
 
 } // namespace sim

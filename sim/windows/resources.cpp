@@ -15,6 +15,7 @@ extern "C" const char zorpm_embedded_inf_end[];
 
 namespace sim {
 
+constexpr DWORD TYPE_NOT_THERE = 1813;
 constexpr DWORD RESOURCE_NOT_THERE = 1814;
 constexpr ULONG_PTR RESOURCE = 0x7E5;
 constexpr WORD INF_ID = 105;
@@ -38,7 +39,7 @@ HRSRC WINAPI FindResourceW(HMODULE, LPCWSTR name, LPCWSTR type) {
     SIM_CALL(nullptr, RESOURCE_NOT_THERE);
     if (is_id(name, INF_ID) && is_id(type, INF_TYPE))
         return reinterpret_cast<HRSRC>(RESOURCE);
-    set_last_error(RESOURCE_NOT_THERE);
+    set_last_error(is_id(type, INF_TYPE) ? RESOURCE_NOT_THERE : TYPE_NOT_THERE);
     return nullptr;
 }
 
@@ -52,8 +53,10 @@ LPVOID WINAPI LockResource(HGLOBAL loaded) {
     return loaded != nullptr ? const_cast<char*>(zorpm_embedded_inf) : nullptr;
 }
 
-DWORD WINAPI SizeofResource(HMODULE, HRSRC) {
+DWORD WINAPI SizeofResource(HMODULE, HRSRC resource) {
     SIM_CALL(0, RESOURCE_NOT_THERE);
+    if (resource == nullptr)
+        return 0;
     // cppcheck-suppress comparePointers ; both ends of one object of the assembler
     return static_cast<DWORD>(zorpm_embedded_inf_end - zorpm_embedded_inf);
 }

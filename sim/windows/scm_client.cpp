@@ -86,6 +86,10 @@ SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR wide_name, DWORD access
     if (service_entry(manager, Kind::ServiceManager, SC_MANAGER_CONNECT, "OpenServiceW") == nullptr)
         return nullptr;
     const std::string name = narrow(wide_name);
+    if (name.empty()) {
+        set_last_error(ERROR_INVALID_NAME);
+        return nullptr;
+    }
     if (!same_text(name, "ZORPMSVC") && !(same_text(name, "MPLATSVC") && platform_service().installed)) {
         set_last_error(ERROR_SERVICE_DOES_NOT_EXIST);
         return nullptr;

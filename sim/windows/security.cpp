@@ -12,10 +12,13 @@
 
 namespace sim {
 
-// The privileges of the local system account that matter here; the place in the list is the LUID.
-static const char* const g_privileges[] = {
-    "SeCreateTokenPrivilege", "SeBackupPrivilege", "SeRestorePrivilege",
-    "SeShutdownPrivilege",    "SeDebugPrivilege",  "SeCreatePagefilePrivilege",
+// The privileges of the local system account that matter here, with their LUIDs.
+static const struct Privilege {
+    const char* name;
+    DWORD id;
+} g_privileges[] = {
+    {"SeCreateTokenPrivilege", 2}, {"SeCreatePagefilePrivilege", 15}, {"SeBackupPrivilege", 17},
+    {"SeRestorePrivilege", 18},    {"SeShutdownPrivilege", 19},       {"SeDebugPrivilege", 20},
 };
 
 namespace {
@@ -100,9 +103,9 @@ BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) {
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, LUID* luid) {
     SIM_CALL(FALSE, ERROR_NO_SUCH_PRIVILEGE);
     const std::string wanted = narrow(name);
-    for (DWORD i = 0; system == nullptr && i < ARRAYSIZE(g_privileges); ++i) {
-        if (same_text(g_privileges[i], wanted)) {
-            *luid = {i, 0};
+    for (const Privilege& row : g_privileges) {
+        if (system == nullptr && same_text(row.name, wanted)) {
+            *luid = {row.id, 0};
             return TRUE;
         }
     }
@@ -119,13 +122,17 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEG
         violation("AdjustTokenPrivileges: opened without the right to adjust");
         return fail_with(ERROR_ACCESS_DENIED);
     }
-    if (disable_all || state == nullptr || state->PrivilegeCount != 1 ||
-        state->Privileges[0].Luid.HighPart != 0 ||
-        state->Privileges[0].Luid.LowPart >= ARRAYSIZE(g_privileges)) {
+    const Privilege* known = std::end(g_privileges);
+    if (!disable_all && state != nullptr && state->PrivilegeCount == 1 &&
+        state->Privileges[0].Luid.HighPart == 0)
+        known = std::find_if(std::begin(g_privileges), known, [state](const Privilege& row) {
+            return row.id == state->Privileges[0].Luid.LowPart;
+        });
+    if (known == std::end(g_privileges)) {
         violation("AdjustTokenPrivileges: not one known privilege");
         return fail_with(ERROR_INVALID_PARAMETER);
     }
-    const std::string name = g_privileges[state->Privileges[0].Luid.LowPart];
+    const std::string name = known->name;
     const bool enable = (state->Privileges[0].Attributes & SE_PRIVILEGE_ENABLED) != 0;
     if (security().refused.count(lower(name)) != 0)
         return fail_with(ERROR_ACCESS_DENIED);
@@ -189,7 +196,7 @@ static Action compile_privilege(Tokens& tokens) {
     enum { DENIED, REFUSED };
     const std::string name = tokens.word();
     if (std::none_of(std::begin(g_privileges), std::end(g_privileges),
-                     [&](const char* known) { return same_text(known, name); }))
+                     [&](const Privilege& known) { return same_text(known.name, name); }))
         tokens.fail("no such privilege: " + name);
     const size_t what = tokens.choice({"denied", "refused", "granted"});
     return [name = lower(name), what] {

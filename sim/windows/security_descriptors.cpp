@@ -7,6 +7,8 @@
 
 namespace sim {
 
+constexpr DWORD ERROR_UNKNOWN_REVISION = 1305;
+constexpr WORD SE_DACL_DEFAULTED = 0x8;
 constexpr BYTE SYSTEM_SID[12] = {1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0};
 
 static DWORD word_at(const BYTE* bytes) {
@@ -58,12 +60,15 @@ extern "C" {
 
 BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE type, PVOID, PVOID sid, DWORD* bytes) {
     SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
-    if (type != WinLocalSystemSid || *bytes < sizeof(SYSTEM_SID)) {
-        set_last_error(type != WinLocalSystemSid ? ERROR_INVALID_PARAMETER : ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
+    if (type != WinLocalSystemSid) {
+        violation("CreateWellKnownSid: type %u is not known here", type);
+        return fail_with(ERROR_INVALID_PARAMETER);
     }
-    std::memcpy(sid, SYSTEM_SID, sizeof(SYSTEM_SID));
+    const bool fits = *bytes >= sizeof(SYSTEM_SID);
     *bytes = sizeof(SYSTEM_SID);
+    if (!fits)
+        return fail_with(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(sid, SYSTEM_SID, sizeof(SYSTEM_SID));
     return TRUE;
 }
 
@@ -73,8 +78,10 @@ DWORD WINAPI SetEntriesInAclW(ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old,
     for (ULONG i = 0; i < count; ++i) {
         const EXPLICIT_ACCESS_W& entry = entries[i];
         if (entry.grfAccessMode != SET_ACCESS || entry.Trustee.TrusteeForm != TRUSTEE_IS_SID ||
-            old != nullptr)
+            old != nullptr) {
+            violation("SetEntriesInAclW: more than new entries that set rights of a SID");
             return ERROR_INVALID_PARAMETER;
+        }
         const auto* sid = reinterpret_cast<const BYTE*>(entry.Trustee.ptstrName);
         const auto size = static_cast<WORD>(8 + sid_size(sid));
         BYTE head[8] = {0, static_cast<BYTE>(entry.grfInheritance), static_cast<BYTE>(size & 0xFF),
@@ -96,17 +103,24 @@ DWORD WINAPI SetEntriesInAclW(ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old,
 
 BOOL WINAPI InitializeSecurityDescriptor(PVOID descriptor, DWORD revision) {
     SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
+    if (revision != SECURITY_DESCRIPTOR_REVISION)
+        return fail_with(ERROR_UNKNOWN_REVISION);
     *static_cast<SECURITY_DESCRIPTOR*>(descriptor) = {
         static_cast<BYTE>(revision), 0, 0, nullptr, nullptr, nullptr, nullptr};
     return TRUE;
 }
 
-BOOL WINAPI SetSecurityDescriptorDacl(PVOID descriptor, BOOL present, PACL dacl, BOOL) {
+BOOL WINAPI SetSecurityDescriptorDacl(PVOID descriptor, BOOL present, PACL dacl, BOOL defaulted) {
     SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
     auto* changed = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
-    changed->Control =
-        static_cast<WORD>((changed->Control & ~SE_DACL_PRESENT) | (present != FALSE ? SE_DACL_PRESENT : 0));
-    changed->Dacl = dacl;
+    if (changed->Revision != SECURITY_DESCRIPTOR_REVISION)
+        return fail_with(ERROR_UNKNOWN_REVISION);
+    int control = changed->Control & ~SE_DACL_PRESENT;
+    if (present) { // else the list and its origin stay as they were
+        control = (control & ~SE_DACL_DEFAULTED) | SE_DACL_PRESENT | (defaulted ? SE_DACL_DEFAULTED : 0);
+        changed->Dacl = dacl;
+    }
+    changed->Control = static_cast<WORD>(control);
     return TRUE;
 }
 
@@ -114,12 +128,10 @@ BOOL WINAPI SetSecurityDescriptorControl(PVOID descriptor, SECURITY_DESCRIPTOR_C
                                          SECURITY_DESCRIPTOR_CONTROL values) {
     SIM_CALL(FALSE, ERROR_INVALID_PARAMETER);
     constexpr SECURITY_DESCRIPTOR_CONTROL settable = SE_DACL_PROTECTED;
-    if ((bits & ~settable) != 0 || (values & ~bits) != 0) {
-        set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (((bits | values) & ~settable) != 0)
+        return fail_with(ERROR_INVALID_PARAMETER);
     auto* changed = static_cast<SECURITY_DESCRIPTOR*>(descriptor);
-    changed->Control = static_cast<WORD>((changed->Control & ~bits) | values);
+    changed->Control = static_cast<WORD>((changed->Control & ~bits) | (values & bits));
     return TRUE;
 }
 

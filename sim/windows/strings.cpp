@@ -172,14 +172,33 @@ extern "C" int WINAPI lstrlenW(LPCWSTR text) {
     return text != nullptr ? static_cast<int>(wide_length(text)) : 0;
 }
 
+static bool is_capital(WCHAR c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
+}
+
+static int small_letter(WCHAR c) {
+    return is_capital(c) ? c + 0x20 : c;
+}
+
+// A character's place in the order of words: symbols, digits, letters.
+static int place_of(WCHAR c) {
+    constexpr int CLASS = 0x10000;
+    const int folded = small_letter(c);
+    const bool letter = (folded >= 'a' && folded <= 'z') || folded >= 0xC0;
+    return c == 0 ? 0 : folded + CLASS * (letter ? 2 : c >= '0' && c <= '9');
+}
+
+// The order of words: case counts last, and small letters come first then. Null is less than any text.
 static int compare(LPCWSTR a, LPCWSTR b, bool fold) {
-    auto value = [fold](WCHAR c) {
-        return fold && c >= 'A' && c <= 'Z' ? static_cast<int>(c) + 32 : static_cast<int>(c);
-    };
-    size_t i = 0;
-    while (a[i] != 0 && value(a[i]) == value(b[i]))
-        ++i;
-    return value(a[i]) < value(b[i]) ? -1 : value(a[i]) > value(b[i]);
+    if (a == nullptr || b == nullptr)
+        return (a != nullptr) - (b != nullptr);
+    int by_case = 0;
+    for (; *a != 0 && place_of(*a) == place_of(*b); ++a, ++b) {
+        if (!fold && by_case == 0)
+            by_case = is_capital(*a) - is_capital(*b);
+    }
+    const int order = place_of(*a) - place_of(*b);
+    return order != 0 ? order : by_case;
 }
 
 extern "C" int WINAPI lstrcmpW(LPCWSTR a, LPCWSTR b) {

@@ -37,6 +37,11 @@ void write_settings(const WCHAR* path, const char* text) {
     }
 }
 
+const GUID* probe_interface_class() {
+    static const GUID slates = {0x317FC439, 0x3F77, 0x41C8, {0xB0, 0x9E, 0x08, 0xAD, 0x63, 0x27, 0x2A, 0xA3}};
+    return &slates;
+}
+
 const WCHAR* probe_service() {
     sim::set_platform_service(true, true);
     return L"MPLATSVC";
@@ -46,8 +51,11 @@ int main() {
     for (unsigned i = 0; i < g_probeGroupCount; ++i) {
         sim::Machine machine;
         // The one program that is there, and a privilege that nobody holds.
-        sim::run_text(
-            "windows program cmd takes 100ms exits 7\n windows privilege SeCreateTokenPrivilege denied");
+        if (sim::run_text(R"(
+                windows program "cmd" takes 100ms exits 7
+                windows privilege SeCreateTokenPrivilege denied)")
+                .exit_code != 0)
+            return 2;
         sim::set_file(g_folder, sim::FileState::Directory);
         sim::run_on_thread(g_probeGroups[i].probe);
         for (const std::string& violation : machine.violations)

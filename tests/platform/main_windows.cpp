@@ -11,7 +11,14 @@
 static FILE* g_output = nullptr;
 static WCHAR g_program[MAX_PATH];
 static WCHAR g_folder[MAX_PATH];
-static const WCHAR g_key[] = L"Software\\ZorpmProbe";
+static const struct {
+    HKEY root;
+    const WCHAR* path;
+} g_keys[] = {
+    {HKEY_CURRENT_USER, L"Software\\ZorpmProbe"},
+    {HKEY_CURRENT_USER, L"Software\\Classes\\ZorpmProbe"},
+    {HKEY_USERS, L"ZorpmProbe"},
+};
 static WCHAR g_serviceName[] = L"ZorpmProbe";
 static SERVICE_STATUS_HANDLE g_statusHandle = nullptr;
 
@@ -34,6 +41,12 @@ void write_settings(const WCHAR* path, const char* text) {
         }
         std::fclose(file);
     }
+}
+
+const GUID* probe_interface_class() {
+    static const GUID monitors = {
+        0xE6F07B5F, 0xEE97, 0x4A90, {0xB0, 0x76, 0x33, 0xF5, 0x7B, 0xF4, 0xEA, 0xA7}};
+    return &monitors;
 }
 
 // ---- the service ----
@@ -113,8 +126,10 @@ static void empty_folder() {
 }
 
 static void clean_up() {
-    RegDeleteTreeW(HKEY_CURRENT_USER, g_key);
-    RegDeleteKeyW(HKEY_CURRENT_USER, g_key);
+    for (const auto& [root, path] : g_keys) {
+        RegDeleteTreeW(root, path);
+        RegDeleteKeyW(root, path);
+    }
     empty_folder();
 }
 

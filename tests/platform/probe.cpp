@@ -55,6 +55,16 @@ void probe_registry_keys();
 void probe_registry_values();
 void probe_registry_watch();
 void probe_settings();
+void probe_files();
+void probe_text();
+void probe_system();
+void probe_programs();
+void probe_services();
+void probe_security();
+void probe_power();
+void probe_windows();
+void probe_devices();
+void probe_com();
 
 const ProbeGroup g_probeGroups[] = {
     {"events", probe_events},
@@ -65,5 +75,15 @@ const ProbeGroup g_probeGroups[] = {
     {"registry-values", probe_registry_values},
     {"registry-watch", probe_registry_watch},
     {"settings", probe_settings},
+    {"files", probe_files},
+    {"text", probe_text},
+    {"system", probe_system},
+    {"programs", probe_programs},
+    {"services", probe_services},
+    {"security", probe_security},
+    {"power", probe_power},
+    {"windows", probe_windows},
+    {"devices", probe_devices},
+    {"com", probe_com},
 };
 const unsigned g_probeGroupCount = ARRAYSIZE(g_probeGroups);

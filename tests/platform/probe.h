@@ -29,6 +29,7 @@ DWORD on_thread(LPTHREAD_START_ROUTINE start, void* parameter);
 void write_fact(const char* group, const char* name, const char* value);
 const WCHAR* probe_folder(); // empty at the group's begin; without a last backslash
 void write_settings(const WCHAR* path, const char* text); // a settings file: [section] and key=value lines
+const GUID* probe_interface_class();                      // with an interface at least
 const WCHAR* probe_service(); // a running service that accepts stop alone; null when none can be had
 
 // ---- the groups ----
