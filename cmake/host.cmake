@@ -14,7 +14,8 @@ if(ZORPM_SANITIZE)
 endif()
 
 file(GLOB sim_sources CONFIGURE_DEPENDS sim/machine/*.cpp sim/script/*.cpp sim/notebook/*.cpp sim/windows/*.cpp)
-file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/zorpmsim*.cpp)
+file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/*.cpp)
+list(FILTER tool_sources EXCLUDE REGEX sanitizer_options)
 file(GLOB test_sources CONFIGURE_DEPENDS tests/*.cpp tests/sim/*.cpp)
 file(GLOB sweep_sources CONFIGURE_DEPENDS tests/sweeps/*.cpp)
 file(GLOB bench_sources CONFIGURE_DEPENDS tests/bench/*.cpp)
@@ -67,6 +68,9 @@ foreach(scenario IN LISTS scenarios)
     add_test(NAME scenario_${name} COMMAND zorpmsim ${path} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
     set_tests_properties(scenario_${name} PROPERTIES LABELS scenario TIMEOUT 120)
 endforeach()
+
+add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>)
+set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 120)
 
 add_host_executable(zorpm_bench ${bench_sources})
 

@@ -44,6 +44,7 @@ struct Image {
 static std::vector<std::unique_ptr<Image>> g_images;
 static std::map<std::string, Program> g_programs;
 static std::string g_directory; // of the copies, removed at exit
+static pid_t g_directoryOwner = 0;
 
 [[noreturn]] static void give_up(const std::string& what) {
     std::fprintf(stderr, "zorpmsim: %s\n", what.c_str());
@@ -51,6 +52,8 @@ static std::string g_directory; // of the copies, removed at exit
 }
 
 static void remove_copies() {
+    if (g_directoryOwner != getpid())
+        return; // a fork of the process that made them
     for (size_t i = 0; i < g_images.size(); ++i)
         unlink((g_directory + "/image-" + std::to_string(i) + ".so").c_str());
     rmdir(g_directory.c_str());
@@ -164,11 +167,12 @@ static const Program& find_program(const std::string& name) {
 }
 
 static void load(Image* image, size_t number) {
-    if (g_directory.empty()) {
+    if (g_directoryOwner != getpid()) { // a fork has its own: it must not write over what others have loaded
         char pattern[] = "/tmp/zorpmsim-XXXXXX";
         if (mkdtemp(pattern) == nullptr)
             give_up("no place for the images");
         g_directory = pattern;
+        g_directoryOwner = getpid();
         std::atexit(remove_copies);
     }
     const std::string path = g_directory + "/image-" + std::to_string(number) + ".so";

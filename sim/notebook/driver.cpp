@@ -10,6 +10,7 @@
 
 #include "sim/machine/files.h"
 #include "sim/script/commands.h"
+#include "sim/script/nearest.h"
 
 namespace sim {
 
@@ -50,7 +51,7 @@ struct OpenedDevice { // what a file object refers to
 struct Answers {
     std::deque<Answer> next;
     std::optional<Answer> lasting;
-    Ms takes = 0;
+    Span takes; // chosen anew for each request
 };
 
 constexpr std::int64_t EVERY_ARGUMENT = -1;
@@ -133,6 +134,13 @@ static const Method* method_named(const std::string& name) {
     return nullptr;
 }
 
+static std::vector<std::string> method_names() {
+    std::vector<std::string> names;
+    for (const Method& method : g_methods)
+        names.emplace_back(method.name);
+    return names;
+}
+
 static Answers& answers_for(const std::string& method, const DWORD* argument) {
     return driver()
         .answers[lower(method)][argument != nullptr ? static_cast<std::int64_t>(*argument) : EVERY_ARGUMENT];
@@ -146,8 +154,8 @@ void set_answer(const std::string& method, const DWORD* argument, const Answer& 
         answers.next.push_back(answer);
 }
 
-void set_answer_duration(const std::string& method, const DWORD* argument, Ms duration) {
-    answers_for(method, argument).takes = duration;
+void set_answer_duration(const std::string& method, const DWORD* argument, Ms shortest, Ms longest) {
+    answers_for(method, argument).takes = {shortest, std::max(shortest, longest)};
 }
 
 void set_answer_hook(std::function<bool(const std::string&, DWORD, Answer*)> hook) {
@@ -194,12 +202,18 @@ static Answer answer_to(const Method& method, DWORD argument) {
     return answer;
 }
 
+// The seed's choice; seed 0 takes the longest.
+static Ms chosen_of(const Span& span) {
+    return machine().seed == 0 ? span.longest
+                               : span.shortest + random_below(span.longest - span.shortest + 1);
+}
+
 static Ms duration_of(const Method& method, DWORD argument) {
     auto& of_method = driver().answers[lower(method.name)];
     for (const std::int64_t key : {static_cast<std::int64_t>(argument), EVERY_ARGUMENT}) {
         auto found = of_method.find(key);
-        if (found != of_method.end() && found->second.takes != 0)
-            return found->second.takes;
+        if (found != of_method.end() && found->second.takes.longest != 0)
+            return chosen_of(found->second.takes);
     }
     return 0;
 }
@@ -415,14 +429,15 @@ static const Method* read_method(Tokens& tokens, std::optional<DWORD>* argument)
     const std::string text = tokens.word();
     const size_t bracket = text.find('(');
     if (bracket != std::string::npos) {
-        char* end = nullptr;
-        *argument = static_cast<DWORD>(std::strtoull(text.c_str() + bracket + 1, &end, 0));
-        if (std::string(end) != ")" || end == text.c_str() + bracket + 1)
-            tokens.fail("METHOD(ARG) expected");
+        std::uint32_t value = 0;
+        const bool closed = text.ends_with(')');
+        if (!closed || !read_number(text.substr(bracket + 1, text.size() - bracket - 2), &value).empty())
+            tokens.fail("METHOD(ARG), ARG a number of 32 bits, expected: " + text);
+        *argument = value;
     }
     const Method* method = method_named(text.substr(0, bracket));
     if (method == nullptr)
-        tokens.fail("no such method: " + text);
+        tokens.fail("no such method: " + text + suggestion(text.substr(0, bracket), method_names()));
     return method;
 }
 
@@ -432,8 +447,8 @@ static Action compile_firmware(Tokens& tokens) {
     const std::string name = method != nullptr ? method->name : "";
     auto pointer = [](const std::optional<DWORD>& value) { return value ? &*value : nullptr; };
     if (tokens.accept("takes")) {
-        const Ms takes = tokens.duration();
-        return [=] { set_answer_duration(name, pointer(argument), takes); };
+        const Span takes = tokens.span();
+        return [=] { set_answer_duration(name, pointer(argument), takes.shortest, takes.longest); };
     }
     Answer answer;
     if (tokens.accept("fails"))

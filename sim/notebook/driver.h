@@ -18,7 +18,8 @@ struct Answer {
 // Sets the lasting answer of a method (catalogue name without IOCTL_PMDRV_), or `times` answers before it.
 // `argument` null: for every argument without an answer of its own.
 void set_answer(const std::string& method, const DWORD* argument, const Answer& answer, unsigned times = 0);
-void set_answer_duration(const std::string& method, const DWORD* argument, Ms duration);
+// Each such request takes a time between the two, which the seed chooses (seed 0: the longest).
+void set_answer_duration(const std::string& method, const DWORD* argument, Ms shortest, Ms longest = 0);
 // Scripts in code may decide answers by function instead (null: back to the table). It runs on the calling
 // thread.
 void set_answer_hook(std::function<bool(const std::string& method, DWORD argument, Answer* answer)> hook);

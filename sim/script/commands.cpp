@@ -1,37 +1,69 @@
 #include "sim/script/commands.h"
 
 #include <algorithm>
+#include <map>
+
+#include "sim/script/nearest.h"
 
 namespace sim {
 
 // Filled by static registration, in any order, before main.
-static std::vector<Command>& commands() {
-    static std::vector<Command> list;
+static std::map<std::string, Command, std::less<>>& commands() {
+    static std::map<std::string, Command, std::less<>> list;
     return list;
 }
 
+static size_t g_mostWords = 0; // that a command has
+
 Commands::Commands(std::initializer_list<Command> more) {
-    commands().insert(commands().end(), more);
+    for (const Command& command : more) {
+        commands().emplace(command.words, command);
+        g_mostWords = std::max(g_mostWords, words_in(command.words));
+    }
 }
 
 size_t words_in(const char* words) {
     return static_cast<size_t>(std::count(words, words + std::string_view(words).size(), ' ')) + 1;
 }
 
+// The first `count` words of a line; a quoted text is no word of a command.
+static std::string joined(const std::vector<RawToken>& tokens, size_t count) {
+    std::string words;
+    for (size_t i = 0; i < count; ++i)
+        words += (i == 0 ? "" : " ") + (tokens[i].token.quoted ? std::string("\"") : tokens[i].token.text);
+    return words;
+}
+
 const Command* find_command(const std::vector<RawToken>& tokens) {
-    const Command* best = nullptr;
-    for (const Command& command : commands()) {
-        const size_t count = words_in(command.words);
-        if (count > tokens.size() || (best != nullptr && count <= words_in(best->words)))
-            continue;
-        std::string joined;
-        for (size_t i = 0; i < count; ++i)
-            joined +=
-                (i == 0 ? "" : " ") + (tokens[i].token.quoted ? std::string("\"") : tokens[i].token.text);
-        if (joined == command.words)
-            best = &command;
+    for (size_t count = std::min(tokens.size(), g_mostWords); count > 0; --count) {
+        const auto found = commands().find(joined(tokens, count));
+        if (found != commands().end())
+            return &found->second;
     }
-    return best;
+    return nullptr;
+}
+
+std::vector<const Command*> sorted_commands() {
+    std::vector<const Command*> sorted;
+    for (const auto& [words, command] : commands())
+        sorted.push_back(&command);
+    return sorted;
+}
+
+std::string suggested_command(const std::vector<RawToken>& tokens) {
+    for (size_t count = std::min(tokens.size(), g_mostWords); count > 0; --count) {
+        std::vector<std::string> candidates;
+        for (const auto& [words, command] : commands()) {
+            if (words_in(command.words) == count)
+                candidates.push_back(words);
+        }
+        const std::string words = joined(tokens, count);
+        // Two words resemble another command's two by their first alone.
+        const std::string found = nearest(words, candidates);
+        if (!found.empty() && letters_apart(words, found, words.size()) <= count + 1)
+            return "; did you mean " + found + "?";
+    }
+    return "";
 }
 
 } // namespace sim

@@ -11,13 +11,16 @@ namespace sim {
 
 using Action = std::function<void()>;
 
-// What a command is: of the machine, a driving one (marks just before it acts), or a check.
-enum class Use { Machine, Drive, Check };
+// What a command is: of the machine, a driving one (marks just before it acts), a check, or a word that the
+// reader of scripts itself knows (`together`), which has no action.
+enum class Use { Machine, Drive, Check, Structure };
 
 struct Command {
     const char* words; // e.g. "windows hibernate"; the longest match wins
     Use use;
     Action (*compile)(Tokens&); // reads its arguments; the action runs later
+    // For --help: the arguments, then " - " and what it does.
+    const char* help = "";
 };
 
 // `static const sim::Commands g_commands({{"windows hibernate", Use::Machine, compile_hibernate}});`
@@ -28,5 +31,9 @@ struct Commands {
 // The command whose words the line begins with, the longest of them; null for none.
 const Command* find_command(const std::vector<RawToken>& tokens);
 size_t words_in(const char* words);
+// All commands, by their words.
+std::vector<const Command*> sorted_commands();
+// For a line that begins with no command: "; did you mean ...?", or nothing.
+std::string suggested_command(const std::vector<RawToken>& tokens);
 
 } // namespace sim

@@ -1,145 +1,106 @@
-// Reading and running scenarios, and the commands that drive the machine itself.
+// Running scenarios, and the commands that drive the machine itself.
 #include "sim/script/scenario.h"
 
-#include <sstream>
-#include <vector>
-
 #include "sim/machine/machine.h"
-#include "sim/script/commands.h"
 #include "sim/script/expectations.h"
+#include "sim/script/moments.h"
+#include "sim/script/script.h"
 
 namespace sim {
 
+static Place g_place; // of what runs; line 0 outside a script
+
+const Place& running_place() {
+    return g_place;
+}
+
 namespace {
 
-struct Line {
-    int number = 0;
-    Use use = Use::Machine;
-    bool marks = false;
-    Action action;
-    std::vector<Line> block; // of `together`
+struct Running {
+    Expectations expectations;
+    ScriptResult result;
 };
 
 } // namespace
 
-struct Script {
-    std::vector<Line> lines;
-};
-
-static int g_runningLine = 0; // 0 outside a script
-
-int running_line() {
-    return g_runningLine;
+static void act(const ScriptLine& line) {
+    g_place.line = line.number;
+    if (g_place.file != *line.file)
+        g_place.file = *line.file;
+    if (line.use == Use::Drive)
+        set_mark();
+    if (line.action)
+        line.action();
 }
 
-// ---- reading ----
-
-static std::string compile_line(std::string text, Line* line) {
-    std::vector<RawToken> raw;
-    if (!split(&text, &raw))
-        return "a quote has no end";
-    const Command* command = find_command(raw);
-    if (command == nullptr)
-        return "no such command: " + text;
-    const size_t words = words_in(command->words);
-    Tokens tokens;
-    for (size_t i = words; i < raw.size(); ++i)
-        tokens.list.push_back(raw[i].token);
-    const std::string rest = text.substr(raw[words - 1].end);
-    const size_t first = rest.find_first_not_of(" \t\r");
-    if (first != std::string::npos)
-        tokens.rest_of_line = rest.substr(first, rest.find_last_not_of(" \t\r") - first + 1);
-    line->action = command->compile(tokens);
-    line->use = command->use;
-    line->marks = command->use == Use::Drive;
-    if (tokens.error.empty() && !tokens.done())
-        tokens.fail("more than the command takes: " + tokens.list[tokens.at].text);
-    return tokens.error;
+// Whether nothing has gone wrong so far; else the result says what.
+static bool holds(Running* run) {
+    if (machine().violations.empty() && !run->expectations.failed)
+        return true;
+    run->result.exit_code = 1;
+    run->result.message =
+        machine().violations.empty() ? run->expectations.message : machine().violations.front();
+    run->result.context = lines_since_mark();
+    run->result.place = g_place;
+    return false;
 }
 
-std::shared_ptr<Script> compile_script(const std::string& text, ScriptResult* result) {
-    auto script = std::make_shared<Script>();
-    std::istringstream stream(text);
-    std::string source;
-    bool in_block = false;
-    auto unusable = [&](int number, const std::string& what) {
-        *result = {2, 0, what, number};
-        return nullptr;
-    };
-    int number = 0;
-    while (std::getline(stream, source)) {
-        ++number;
-        if (number == 1 && source.starts_with("\xEF\xBB\xBF"))
-            source.erase(0, 3); // the mark that some editors put before UTF-8
-        std::vector<RawToken> probe;
-        std::string cut = source;
-        if (!split(&cut, &probe))
-            return unusable(number, "a quote has no end");
-        if (probe.empty())
-            continue;
-        Line line;
-        line.number = number;
-        const std::string& word = probe[0].token.text;
-        if (probe.size() == 1 && word == "together" && !in_block) {
-            in_block = true;
-            line.use = Use::Drive;
-            line.marks = true;
-            script->lines.push_back(std::move(line));
-            continue;
-        }
-        if (probe.size() == 1 && word == "end" && in_block) {
-            in_block = false;
-            continue;
-        }
-        const std::string error = compile_line(source, &line);
-        if (!error.empty())
-            return unusable(number, error);
-        if (in_block && line.use == Use::Check)
-            return unusable(number, "a check inside together");
-        (in_block ? script->lines.back().block : script->lines).push_back(std::move(line));
-    }
-    if (in_block)
-        return unusable(number, "together without end");
-    return script;
-}
-
-// ---- running ----
-
-ScriptResult run_script(Script& script) {
-    Expectations run;
-    ScriptResult result;
-    const int outer_line = g_runningLine;
-    for (const Line& line : script.lines) {
-        result.line = g_runningLine = line.number;
-        if (line.marks)
-            set_mark();
-        if (line.action)
-            line.action();
-        for (const Line& part : line.block) {
-            result.line = g_runningLine = part.number;
-            part.action();
-        }
-        machine().settle();
-        if (!machine().violations.empty()) {
-            result.exit_code = 1;
-            result.message = machine().violations.front() + lines_since_mark();
-            break;
-        }
-        if (run.failed) {
-            result.exit_code = 1;
-            result.message = run.message + lines_since_mark();
-            break;
+// All that `together` holds, in one instant.
+static void act_together(const std::vector<ScriptLine>& lines) {
+    for (const ScriptLine& line : lines) {
+        for (std::uint32_t i = 0; i < (line.kind == ScriptLine::Kind::Repeat ? line.count : 1); ++i) {
+            act(line);
+            act_together(line.block);
         }
     }
-    result.expectations = run.held;
-    g_runningLine = outer_line;
-    return result;
+}
+
+static bool run_lines(Running* run, const std::vector<ScriptLine>& lines);
+
+static bool run_line(Running* run, const ScriptLine& line) {
+    using Kind = ScriptLine::Kind;
+    act(line);
+    if (line.kind == Kind::Together)
+        act_together(line.block);
+    if (line.kind == Kind::Within) {
+        pass_to_a_moment(line.span);
+        return run_lines(run, line.block);
+    }
+    for (std::uint32_t i = 0; line.kind == Kind::Repeat && i < line.count; ++i) {
+        if (!run_lines(run, line.block))
+            return false;
+    }
+    machine().settle();
+    return holds(run);
+}
+
+static bool run_lines(Running* run, const std::vector<ScriptLine>& lines) {
+    for (const ScriptLine& line : lines) {
+        if (!run_line(run, line))
+            return false;
+    }
+    return true;
+}
+
+ScriptResult run_script(const Script& script) {
+    Running run;
+    const Place outer = g_place;
+    run_lines(&run, script.lines);
+    run.result.expectations = run.expectations.held;
+    g_place = outer;
+    return run.result;
 }
 
 ScriptResult run_text(const std::string& text) {
+    std::vector<Fault> faults;
+    const std::shared_ptr<Script> script = compile_script(text, "", &faults);
     ScriptResult result;
-    const std::shared_ptr<Script> script = compile_script(text, &result);
-    return script != nullptr ? run_script(*script) : result;
+    if (script != nullptr)
+        return run_script(*script);
+    result.exit_code = 2;
+    result.message = faults.front().what;
+    result.place = faults.front().place;
+    return result;
 }
 
 // ---- commands ----

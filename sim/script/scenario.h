@@ -3,22 +3,31 @@
 
 #include <memory>
 #include <string>
+#include <vector>
+
+#include "sim/script/place.h"
 
 namespace sim {
 
 struct ScriptResult {
     int exit_code = 0; // 0 all hold, 1 one does not (or a violation), 2 unusable
     unsigned expectations = 0;
-    std::string message; // "LINE: ..." of what went wrong, with the trace since the mark
-    int line = 0;
+    std::string message; // what went wrong; of an expectation "expected ..."
+    std::string context; // the trace lines since the mark, each behind a line break
+    Place place;
 };
 
 struct Script; // a compiled script
-std::shared_ptr<Script> compile_script(const std::string& text, ScriptResult* result);
+// Null, and at least one fault, for a text that is no script. Files that it includes are looked for beside
+// `path`.
+std::shared_ptr<Script> compile_script(const std::string& text, const std::string& path,
+                                       std::vector<Fault>* faults);
+// How many of its lines expect or check something.
+size_t expectations_in(const Script& script);
 // Runs a compiled script on the current machine.
-ScriptResult run_script(Script& script);
-// The line that runs, 0 outside a script; for reports of a crash.
-int running_line();
+ScriptResult run_script(const Script& script);
+// Where it runs now (line 0: nowhere); for reports of a crash.
+const Place& running_place();
 // Both, on the current machine.
 ScriptResult run_text(const std::string& text);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 
 namespace sim {
@@ -25,40 +26,77 @@ std::string Tokens::text() {
     return word();
 }
 
-static bool read_number(const std::string& text, std::uint64_t* value) {
+// Digits, decimal or 0x, of as many bits; "" or what is wrong.
+static std::string read_digits(const std::string& text, int bits, std::uint64_t* value) {
     const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     const std::string digits = hex ? text.substr(2) : text;
     const char* allowed = hex ? "0123456789abcdefABCDEF" : "0123456789";
-    if (digits.empty() || digits.size() > 20 || digits.find_first_not_of(allowed) != std::string::npos)
-        return false;
+    if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos)
+        return "number expected: " + text;
+    errno = 0;
     *value = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
-    return true;
+    if (errno == 0 && *value <= ~std::uint64_t{0} >> (64 - bits))
+        return "";
+    return "a number of " + std::to_string(bits) + " bits expected: " + text;
 }
 
-std::uint64_t Tokens::number() {
+std::string read_number(const std::string& text, std::uint32_t* value) {
+    std::uint64_t read = 0;
+    std::string error = read_digits(text, 32, &read);
+    *value = static_cast<std::uint32_t>(read);
+    return error;
+}
+
+std::uint64_t Tokens::long_number(int bits) {
     std::uint64_t value = 0;
-    const std::string text = word();
-    if (!read_number(text, &value))
-        fail("number expected: " + text);
+    const std::string error = done() ? "" : read_digits(list[at].text, bits, &value);
+    word();
+    if (!error.empty())
+        fail(error);
     return value;
 }
 
-Ms Tokens::duration() {
-    static const struct {
-        const char* unit;
-        Ms milliseconds;
-    } units[] = {{"ms", 1}, {"s", 1000}, {"m", 60000}, {"h", 3600000}, {"d", 86400000}};
-    const std::string text = word();
+std::uint32_t Tokens::number() {
+    return static_cast<std::uint32_t>(long_number(32));
+}
+
+// clang-format off
+static const struct { const char* unit; Ms milliseconds; } g_units[] = {
+    {"ms", 1}, {"s", 1000}, {"m", 60000}, {"h", 3600000}, {"d", 86400000},
+};
+// clang-format on
+
+static bool read_duration(const std::string& text, Ms* duration) {
     const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
     std::uint64_t value = 0;
-    if (read_number(text.substr(0, digits), &value)) {
-        for (const auto& row : units) {
-            if (text.substr(digits) == row.unit)
-                return value * row.milliseconds;
+    if (!read_digits(text.substr(0, digits), 36, &value).empty()) // two years in milliseconds
+        return false;
+    for (const auto& row : g_units) {
+        if (text.substr(digits) == row.unit) {
+            *duration = value * row.milliseconds;
+            return true;
         }
     }
-    fail("duration expected: " + text);
-    return 0;
+    return false;
+}
+
+Ms Tokens::duration() {
+    Ms value = 0;
+    const std::string text = word();
+    if (!read_duration(text, &value))
+        fail("duration expected (a number and ms, s, m, h or d): " + text);
+    return value;
+}
+
+Span Tokens::span() {
+    Span value;
+    const std::string text = word();
+    const size_t dots = text.find("..");
+    if (!read_duration(text.substr(0, dots), &value.shortest) ||
+        !read_duration(dots == std::string::npos ? text : text.substr(dots + 2), &value.longest) ||
+        value.longest < value.shortest)
+        fail("duration, or A..B, expected: " + text);
+    return value;
 }
 
 bool Tokens::accept(const char* wanted) {

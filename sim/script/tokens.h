@@ -10,6 +10,11 @@
 
 namespace sim {
 
+struct Span {
+    Ms shortest = 0;
+    Ms longest = 0;
+};
+
 struct Token {
     std::string text;
     bool quoted = false;
@@ -27,11 +32,16 @@ struct Tokens {
     void fail(const std::string& what);
     std::string word();                                      // any token
     std::string text();                                      // a quoted token
-    std::uint64_t number();                                  // decimal or 0x
+    std::uint32_t number();                                  // decimal or 0x, of 32 bits
+    std::uint64_t long_number(int bits = 64);                // of so many
     Ms duration();                                           // number and ms, s, m, h or d
+    Span span();                                             // a duration, or A..B
     bool accept(const char* word);                           // takes the next token if it is this word
     size_t choice(std::initializer_list<const char*> words); // index of the next token among these
 };
+
+// Reads a number; "" when it could, else what is wrong with it.
+std::string read_number(const std::string& text, std::uint32_t* value);
 
 struct RawToken {
     Token token;

@@ -403,8 +403,8 @@ static Action compile_helper(Tokens& tokens) {
     const DWORD session = tokens.accept("session") ? static_cast<DWORD>(tokens.number()) : 1;
     const bool quit = tokens.accept("quit");
     const bool close = !quit && tokens.accept("close");
-    const WPARAM command = quit || close ? 0 : tokens.number();
-    const auto argument = static_cast<LPARAM>(tokens.done() ? 0 : tokens.number());
+    const WPARAM command = quit || close ? 0 : tokens.long_number();
+    const auto argument = static_cast<LPARAM>(tokens.done() ? 0 : tokens.long_number());
     return [=] {
         const HWND window = find_window("PmHelperWindowClass", session);
         const std::string name = quit ? "quit" : close ? "close" : std::to_string(command);

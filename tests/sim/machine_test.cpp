@@ -192,25 +192,6 @@ TEST(Sim, TheSameSeedGivesTheSameTraceAndSeedsDiffer) {
     EXPECT_LT(5, std::unique(hashes.begin(), hashes.end()) - hashes.begin());
 }
 
-TEST(Sim, ScriptsThatCannotBeUsed) {
-    const char* const scripts[] = {"nonsense",
-                                   "advance 5",
-                                   "event",
-                                   "event 12z",
-                                   "expect",
-                                   "registry set XX a dword 1",
-                                   "firmware NOSUCH = 1",
-                                   "check status WHAT",
-                                   "together\nstart",
-                                   "start now",
-                                   "registry set SVC x sz \"open",
-                                   "firmware MHKV"};
-    for (const char* script : scripts) {
-        Bench bench;
-        EXPECT_EQ(2, run_text(script).exit_code) << script;
-    }
-}
-
 TEST(Sim, PatternsAndMarks) {
     const ScriptCase cases[] = {
         {"order", R"(

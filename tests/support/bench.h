@@ -22,7 +22,8 @@ struct Bench {
     // Runs a script on the machine as it stands; all its expectations must hold.
     void run(const std::string& script) {
         const sim::ScriptResult result = sim::run_text(script);
-        EXPECT_EQ(0, result.exit_code) << "line " << result.line << " of the script: " << result.message;
+        EXPECT_EQ(0, result.exit_code)
+            << "line " << result.place.line << " of the script: " << result.message << result.context;
         machine.violations.clear();
     }
 

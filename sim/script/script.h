@@ -1,0 +1,31 @@
+// What a script is compiled to: made by the reader, run by scenario.cpp.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "sim/script/commands.h"
+#include "sim/script/place.h"
+
+namespace sim {
+
+struct ScriptLine {
+    enum class Kind { Command, Together, Repeat, Within };
+    Kind kind = Kind::Command;
+    Use use = Use::Machine;
+    const std::string* file = nullptr; // one of the script's
+    int number = 0;
+    std::uint32_t count = 0; // of Repeat
+    Ms span = 0;             // of Within
+    Action action;
+    std::vector<ScriptLine> block;
+};
+
+struct Script {
+    std::deque<std::string> files; // their places do not move
+    std::vector<ScriptLine> lines;
+    size_t expectations = 0;
+};
+
+} // namespace sim

@@ -1,0 +1,134 @@
+#include "sim/tool/options.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "sim/script/nearest.h"
+
+namespace {
+
+// Reads the option's value ("" when it takes none); false when it cannot be used.
+using Reader = bool (*)(const std::string& value, Options* options);
+
+struct Option {
+    const char* name;
+    const char* takes; // "" for none; the value stands behind the name, or behind it and =
+    Reader read;
+    const char* help;
+};
+
+} // namespace
+
+static bool read_count(const std::string& text, std::uint64_t* value) {
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
+    const std::string digits = hex ? text.substr(2) : text;
+    if (digits.empty() ||
+        digits.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
+        return false;
+    errno = 0;
+    *value = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
+    return errno == 0;
+}
+
+static bool read_seed(const std::string& value, Options* options) {
+    return read_count(value, &options->seed);
+}
+
+// N: 1 to N; A..B.
+static bool read_seeds(const std::string& value, Options* options) {
+    options->mode = Mode::Seeds;
+    const size_t dots = value.find("..");
+    options->first_seed = 1;
+    if (dots == std::string::npos)
+        return read_count(value, &options->last_seed) && options->last_seed >= 1;
+    return read_count(value.substr(0, dots), &options->first_seed) &&
+           read_count(value.substr(dots + 2), &options->last_seed) &&
+           options->first_seed <= options->last_seed;
+}
+
+static bool read_jobs(const std::string& value, Options* options) {
+    std::uint64_t jobs = 0;
+    if (!read_count(value, &jobs) || jobs < 1 || jobs > 1024)
+        return false;
+    options->jobs = static_cast<unsigned>(jobs);
+    return true;
+}
+
+static bool set_every_seed(const std::string&, Options* options) {
+    return options->every_seed = true;
+}
+
+static bool set_trace_all(const std::string&, Options* options) {
+    return options->trace_all = true;
+}
+
+// clang-format off
+static const Option g_options[] = {
+    {"--seed",      "N",      read_seed,      "the threads run in another, repeatable order"},
+    {"--seeds",     "N|A..B", read_seeds,     "each file under each of these seeds, quiet; the first that fails is named"},
+    {"--jobs",      "N",      read_jobs,      "with so many processes at once (as many as there are processors)"},
+    {"--all",       "",       set_every_seed, "behind the first seed that fails too: they are counted"},
+    {"--trace-all", "",       set_trace_all,  "shows reads, opens, closes, waits and the service's own messages too"},
+};
+// clang-format on
+
+static const Option* find_option(const std::string& name) {
+    for (const Option& option : g_options) {
+        if (option.name == name)
+            return &option;
+    }
+    return nullptr;
+}
+
+static bool unusable(const std::string& what) {
+    std::fprintf(stderr, "zorpmsim: %s\n", what.c_str());
+    return false;
+}
+
+static bool no_such_option(const std::string& name) {
+    std::vector<std::string> names;
+    for (const Option& option : g_options)
+        names.emplace_back(option.name);
+    return unusable("no such option: " + name + sim::suggestion(name, names));
+}
+
+static bool read_option(const Option& option, const std::string& value, Options* options) {
+    return option.read(value, options) ||
+           unusable(std::string(option.name) + " takes " + option.takes + ", not \"" + value + "\"");
+}
+
+static bool usage() {
+    std::fprintf(stderr, "zorpmsim [OPTION]... FILE...\n");
+    for (const Option& option : g_options)
+        std::fprintf(stderr, "    %-24s %s\n", (std::string(option.name) + " " + option.takes).c_str(),
+                     option.help);
+    return false;
+}
+
+bool read_options(int count, char** arguments, Options* options) {
+    for (int i = 1; i < count; ++i) {
+        const std::string argument = arguments[i];
+        if (!argument.starts_with('-') || argument == "-") {
+            options->files.push_back(argument);
+            continue;
+        }
+        const size_t equals = argument.find('=');
+        const std::string name = argument.substr(0, equals);
+        const Option* option = find_option(name);
+        if (option == nullptr)
+            return no_such_option(name);
+        std::string value;
+        if (option->takes[0] == 0 && equals != std::string::npos)
+            return unusable(name + " takes no value");
+        if (equals != std::string::npos)
+            value = argument.substr(equals + 1);
+        else if (option->takes[0] != 0 && ++i == count)
+            return unusable(name + " takes " + option->takes);
+        else if (option->takes[0] != 0)
+            value = arguments[i];
+        if (!read_option(*option, value, options))
+            return false;
+    }
+    return !options->files.empty() || usage();
+}

@@ -1,0 +1,28 @@
+// The command line of zorpmsim: a table of options in options.cpp.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// What is done with each file.
+enum class Mode { Run, Seeds };
+
+struct Options {
+    Mode mode = Mode::Run;
+    std::uint64_t seed = 0;
+    std::uint64_t first_seed = 0; // of Seeds, and the last
+    std::uint64_t last_seed = 0;
+    unsigned jobs = 0;       // processes at once; 0: one for each processor
+    bool every_seed = false; // goes on behind the first that fails
+    bool trace_all = false;
+    std::vector<std::string> files;
+};
+
+constexpr int EXIT_HOLDS = 0;
+constexpr int EXIT_FAILS = 1;
+constexpr int EXIT_UNUSABLE = 2; // a script, or the command line
+constexpr int EXIT_OUTPUT = 3;   // cannot be written
+
+// False, and the reason on standard error, for a command line that cannot be used.
+bool read_options(int count, char** arguments, Options* options);

@@ -1,0 +1,85 @@
+#include "sim/tool/run.h"
+
+#include <csignal>
+#include <cstdio>
+#include <unistd.h>
+
+#include "sim/machine/machine.h"
+#include "sim/script/source.h"
+#include "sim/tool/output.h"
+
+using namespace sim;
+
+static std::string g_crashBeginning; // made before: a crashed process allocates nothing
+
+static void crashed(int signal_number) {
+    std::fflush(stdout);
+    char text[512];
+    const Place& place = running_place();
+    const int length = std::snprintf(text, sizeof(text), "%s%s:%d: the product crashed (signal %d)\n",
+                                     g_crashBeginning.c_str(), place.file.c_str(), place.line, signal_number);
+    if (length > 0 && write(STDOUT_FILENO, text, static_cast<size_t>(length)) < 0)
+        _exit(EXIT_OUTPUT);
+    _exit(EXIT_FAILS);
+}
+
+void set_crash_beginning(const std::string& beginning) {
+    g_crashBeginning = beginning;
+}
+
+void watch_for_crashes(void (*on_crash)(int)) {
+    static char stack[64 * 1024];
+    stack_t alternate = {};
+    alternate.ss_sp = stack;
+    alternate.ss_size = sizeof(stack);
+    sigaltstack(&alternate, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = on_crash != nullptr ? on_crash : crashed;
+    action.sa_flags = SA_ONSTACK;
+    for (const int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGALRM})
+        sigaction(number, &action, nullptr);
+}
+
+static bool read_source(const std::string& path, Source* source) {
+    std::vector<Fault> faults;
+    std::string text;
+    const std::string error = read_script(path, &text);
+    source->path = path;
+    if (error.empty())
+        source->script = compile_script(text, path, &faults);
+    else
+        faults.push_back({{path, 0}, error});
+    for (const Fault& fault : faults)
+        std::fprintf(stderr, "%s%s\n", shown_place(fault.place).c_str(), fault.what.c_str());
+    return source->script != nullptr;
+}
+
+bool read_sources(const Options& options, std::vector<Source>* sources) {
+    bool usable = true;
+    for (const std::string& path : options.files) {
+        sources->emplace_back();
+        usable = read_source(path, &sources->back()) && usable;
+    }
+    return usable;
+}
+
+ScriptResult run_quietly(const Source& source, std::uint64_t seed) {
+    Machine machine(seed);
+    return run_script(*source.script);
+}
+
+std::string shown_failure(const ScriptResult& result) {
+    return shown_place(result.place) + result.message;
+}
+
+int run_source(const Source& source, const Options& options) {
+    Machine machine(options.seed);
+    machine.keep_details = options.trace_all;
+    machine.on_line = print_line;
+    const ScriptResult result = run_script(*source.script);
+    if (result.exit_code == 0)
+        std::printf("%s: %u expectations hold\n", source.path.c_str(), result.expectations);
+    else
+        std::printf("%s%s\n", shown_failure(result).c_str(), result.context.c_str());
+    return result.exit_code;
+}

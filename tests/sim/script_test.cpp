@@ -1,0 +1,158 @@
+// The scenario language: what the seed chooses, blocks, and what is refused.
+#include <set>
+
+#include "tests/support/bench.h"
+
+using namespace sim;
+
+// The clock behind a script that begins 5 s after the start, without those 5 s.
+static Ms ends_at(std::uint64_t seed, const std::string& script) {
+    Bench bench(seed);
+    bench.run("start\nadvance 5s\n" + script);
+    return bench.machine.now - 5000;
+}
+
+TEST(Script, ASeedChoosesTheMoment) {
+    EXPECT_EQ(1000u, ends_at(0, "within 1s event 0x5001"));
+    std::set<Ms> moments;
+    for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+        const Ms moment = ends_at(seed, "within 1s event 0x5001");
+        EXPECT_GE(1000u, moment);
+        EXPECT_EQ(moment, ends_at(seed, "within 1s event 0x5001"));
+        moments.insert(moment);
+    }
+    EXPECT_LT(20u, moments.size());
+}
+
+TEST(Script, ASeedChoosesWhatFallsDue) {
+    unsigned times[4] = {}; // 249, 250, 251 ms, and any other
+    for (std::uint64_t seed = 1; seed <= 200; ++seed) {
+        const Ms moment = ends_at(seed, "driver secondary missing for 250ms\nwithin 100s event 0x5001");
+        ++times[moment >= 249 && moment <= 251 ? moment - 249 : 3];
+    }
+    for (const unsigned count : times)
+        EXPECT_LT(2u, count);
+}
+
+// When the event was fetched.
+static Ms fetched_at(std::uint64_t seed, const std::string& script) {
+    Bench bench(seed);
+    bench.run("start\nadvance 5s\nmark\n" + script);
+    for (const TraceLine& line : bench.machine.trace) {
+        if (line.text.starts_with("request GETEVENT() = 0x5001"))
+            return line.time - 5000;
+    }
+    return NEVER;
+}
+
+TEST(Script, ASeedChoosesTheDuration) {
+    std::set<Ms> durations;
+    for (std::uint64_t seed = 0; seed <= 60; ++seed) {
+        const Ms duration = fetched_at(seed, "firmware GETEVENT takes 10ms..20ms\nevent 0x5001\nadvance 1s");
+        EXPECT_LE(10u, duration);
+        EXPECT_GE(20u, duration);
+        durations.insert(duration);
+        EXPECT_TRUE(seed != 0 || duration == 20);
+    }
+    EXPECT_EQ(11u, durations.size());
+}
+
+TEST(Script, Blocks) {
+    const ScriptCase cases[] = {
+        {"repeat", R"(
+            repeat 3
+                event 0x5001
+                repeat 2
+                    say "twice"
+                end
+                expect next request GETEVENT() = 0x5001*
+            end
+            repeat 0
+                check handles 1000
+            end)"},
+        {"repeat inside together", R"(
+            together
+                repeat 3
+                    event 0x5001
+                end
+                event 0x5002
+            end
+            expect count 3 request GETEVENT() = 0x5001*)"},
+        {"what comes within a span marks", R"(
+            within 100ms event 0x5001
+            expect next request GETEVENT() = 0x5001*)"},
+    };
+    run_cases("start\nadvance 5s", cases);
+}
+
+namespace {
+
+struct Refused {
+    const char* script;
+    const char* why; // of each fault a part, in their order, parted by |
+};
+
+} // namespace
+
+static const Refused g_refused[] = {
+    {"nonsense", "line 1: no such command: nonsense"},
+    {"evnet 0x5001", "did you mean event?"},
+    {"windows hibernat allowed", "did you mean windows hibernate?"},
+    {"advance 5", "duration expected"},
+    {"advance 99999999999ms", "duration expected"},
+    {"event", "something is missing"},
+    {"event 12z", "number expected: 12z"},
+    {"event 0x100000000", "32 bits"},
+    {"control 99999999999999999999999", "32 bits"},
+    {"firmware GOPT(0x100000000) = 1", "32 bits"},
+    {"firmware GOPT(1 = 1", "METHOD(ARG)"},
+    {"firmware GOPT = 1 times 4294967296", "32 bits"},
+    {"firmware DYCT = 1", "did you mean DYTC?"},
+    {"firmware DYTC takes 5ms..2ms", "A..B"},
+    {"firmware MHKV", "= VALUE"},
+    {"expect", "a pattern expected"},
+    {"registry set XX a dword 1", "a registry path"},
+    {"registry set SVC x sz \"open", "a quote has no end"},
+    {"check status WHAT", "no such state"},
+    {"start now", "more than the command takes: now"},
+    {"start\ntogether\nstart", "line 2: together without end"},
+    {"repeat 2\nstart", "repeat without end"},
+    {"end", "end without"},
+    {"together\ntogether\nend\nend", "together inside together"},
+    {"together\nmark\nend", "a check inside together"},
+    {"together\nwithin 1s start\nend", "no time passes"},
+    {"within 1s expect *", "a command that acts"},
+    {"within 1s together\nend", "a command that acts|end without"},
+    {"within 1s", "a command that acts"},
+    {"within start", "duration expected"},
+    {"include /nowhere/at/all", "/nowhere/at/all: No such file or directory"},
+    {"include -", "standard input"},
+    {"nonsense\nstart\nevent x\nevent y", "line 1: |line 3: |line 4: "},
+};
+
+static std::string refusal(const std::string& script) {
+    std::vector<Fault> faults;
+    std::string all;
+    EXPECT_EQ(nullptr, compile_script(script, "", &faults)) << script;
+    for (const Fault& fault : faults)
+        all += (all.empty() ? "" : "|") + shown_place(fault.place) + fault.what;
+    return all;
+}
+
+TEST(Script, MistakesAreRefused) {
+    for (const Refused& row : g_refused) {
+        const std::string all = refusal(row.script) + "|";
+        const std::string wanted = std::string(row.why) + "|";
+        size_t at = 0;
+        size_t fault = 0;
+        for (size_t end = wanted.find('|'); end != std::string::npos;
+             at = end + 1, end = wanted.find('|', at)) {
+            const std::string part = wanted.substr(at, end - at);
+            const size_t fault_end = all.find('|', fault);
+            EXPECT_NE(std::string::npos, all.substr(fault, fault_end - fault).find(part))
+                << row.script << all;
+            fault = fault_end + 1;
+        }
+        EXPECT_EQ(all.size(), fault) << row.script << ": " << all;
+    }
+}

@@ -1,0 +1,59 @@
+#!/bin/bash
+# tool_test.sh ZORPMSIM - the command line of zorpmsim: what it prints where, and its exit status.
+set -u
+sim=$1
+place=$(mktemp -d)
+trap 'rm -rf "$place"' EXIT
+cd "$place" || exit 1
+failed=0
+
+# check NAME STATUS STDOUT STDERR COMMAND...: the patterns (of grep -E; "-": nothing at all) are looked for.
+check() {
+    local name=$1 status=$2 out=$3 err=$4 got
+    shift 4
+    "$@" >out 2>err
+    got=$?
+    look "$name" out "$out"
+    look "$name" err "$err"
+    [ $got -eq "$status" ] || { echo "$name: exit status $got, not $status"; failed=1; }
+}
+
+look() { # NAME FILE PATTERN
+    if [ "$3" = - ]; then
+        [ ! -s "$2" ] || { echo "$1: std$2 is not empty: $(head -3 "$2")"; failed=1; }
+    elif ! grep -qE -- "$3" "$2"; then
+        echo "$1: std$2 lacks $3:"
+        tail -3 "$2"
+        failed=1
+    fi
+}
+
+printf 'start\nadvance 1s\nexpect no call *\n' >holds.txt
+printf 'start\nadvance 1s\nstop\nexpect request DYTC(0x5) = 0x1\n' >fails.txt
+printf 'evnet 1\nstart\nevent x\n' >wrong.txt
+printf 'include holds.txt\ninclude wrong.txt\n' >includes.txt
+mkdir -p folder
+
+#     name                    status  standard output                        standard error
+check "holds"                  0 '^holds.txt: 1 expectations hold$'          -  "$sim" holds.txt
+check "fails"                  1 '^fails.txt:4: expected request DYTC'       -  "$sim" fails.txt holds.txt
+check "the others run too"     1 '^holds.txt: 1 expectations hold$'          -  "$sim" fails.txt holds.txt
+check "unusable"               2 - '^wrong.txt:1: no such command: evnet 1; did you mean event\?'  "$sim" wrong.txt holds.txt
+check "all faults"             2 - '^wrong.txt:3: number expected: x$'       "$sim" wrong.txt
+check "included faults"        2 - '^wrong.txt:3: number expected: x$'       "$sim" includes.txt
+check "missing"                2 - '^none.txt:0: No such file or directory$' "$sim" none.txt
+check "a directory"            2 - '^folder:0: Is a directory$'              "$sim" folder
+check "standard input"         0 '^-: 1 expectations hold$'                  -  "$sim" - <holds.txt
+check "no files"               2 - '^zorpmsim \[OPTION\]'                    "$sim"
+check "no such option"         2 - 'no such option: --sed; did you mean --seed\?' "$sim" --sed 5 holds.txt
+check "no number"              2 - '--seed takes N, not "5x"'                "$sim" --seed 5x holds.txt
+check "no number of 64 bits"   2 - '--seed takes N, not "18446744073709551616"' "$sim" --seed 18446744073709551616 holds.txt
+check "no range"               2 - '--seeds takes N|A..B, not "5..4"'        "$sim" --seeds 5..4 holds.txt
+check "nothing behind"         2 - '--seed takes N$'                         "$sim" holds.txt --seed
+check "no value wanted"        2 - '--trace-all takes no value'              "$sim" --trace-all=1 holds.txt
+check "seeds hold"             0 '^holds.txt: 12 seeds hold$'                -  "$sim" --seeds 12 --jobs 3 holds.txt
+check "seeds fail"             1 '^fails.txt: seed 4: fails.txt:4: expected request DYTC' -  "$sim" --seeds 4..9 fails.txt
+check "repeated"               1 'repeat with: zorpmsim --seed 4 fails.txt'  -  "$sim" --seeds=4..9 fails.txt
+check "counted"                1 '^fails.txt: 6 of 6 seeds fail$'            -  "$sim" --seeds 4..9 --all fails.txt
+
+exit $failed
