@@ -15,7 +15,7 @@ endif()
 
 file(GLOB sim_sources CONFIGURE_DEPENDS sim/machine/*.cpp sim/script/*.cpp sim/notebook/*.cpp sim/windows/*.cpp)
 file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/*.cpp)
-list(FILTER tool_sources EXCLUDE REGEX sanitizer_options)
+list(FILTER tool_sources EXCLUDE REGEX "sanitizer_options|zorpmsim[.]cpp")
 file(GLOB test_sources CONFIGURE_DEPENDS tests/*.cpp tests/sim/*.cpp)
 file(GLOB sweep_sources CONFIGURE_DEPENDS tests/sweeps/*.cpp)
 file(GLOB bench_sources CONFIGURE_DEPENDS tests/bench/*.cpp)
@@ -61,7 +61,12 @@ function(add_host_executable name)
     add_dependencies(${name} zorpm_image zorpmctl_image)
 endfunction()
 
-add_host_executable(zorpmsim ${tool_sources})
+# What zorpmsim shows, for its tests too.
+add_library(zorpmsim_views STATIC ${tool_sources})
+target_link_libraries(zorpmsim_views PUBLIC zorpmsim_lib)
+
+add_host_executable(zorpmsim sim/tool/zorpmsim.cpp)
+target_link_libraries(zorpmsim PRIVATE zorpmsim_views)
 foreach(scenario IN LISTS scenarios)
     get_filename_component(name ${scenario} NAME_WE)
     file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${scenario})
@@ -93,6 +98,7 @@ endfunction()
 
 add_host_executable(zorpm_tests ${test_sources})
 as_tests(zorpm_tests)
+target_link_libraries(zorpm_tests PRIVATE zorpmsim_views)
 gtest_discover_tests(zorpm_tests DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit TIMEOUT 120)
 
 add_host_executable(zorpm_sweeps ${sweep_sources})

@@ -11,7 +11,7 @@ declare -A rank=([common]=0 [driver]=1 [power]=2 [cooling]=3 [formfactor]=3 [hot
                  [display]=3 [setup]=3 [events]=4 [service]=5 [ctl]=4)
 declare -A also=([formfactor]=" cooling hotkeys ")
 # The rooms of sim/ likewise; their includes name them as sim/ROOM/.
-rank+=([sim/machine]=0 [sim/script]=1 [sim/notebook]=2 [sim/windows]=3 [sim/tool]=4)
+rank+=([sim/machine]=0 [sim/script]=1 [sim/notebook]=2 [sim/windows]=3 [sim/tool]=6)
 
 while IFS=: read -r file line text; do
     from=${file%/*} from=${from#src/}

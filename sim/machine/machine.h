@@ -33,6 +33,7 @@ struct Machine {
     bool keep_details = false;
     std::uint64_t trace_hash = HASH_START;
     void (*on_line)(const TraceLine&) = nullptr;
+    void (*on_command)(const std::string& text, int line) = nullptr; // of a script, before it acts
 
     std::vector<std::string> violations;
     std::uint64_t calls = 0;                                    // platform calls that can fail, so far

@@ -166,6 +166,8 @@ static void read_command(Reader* reader, std::vector<RawToken> raw, const std::s
                 row.read(reader, tokens, std::move(line));
         }
     } else {
+        const size_t first = text.find_first_not_of(" \t");
+        line.text = text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
         add_command(reader, *command, tokens, std::move(line));
     }
     if (tokens.error.empty() && !tokens.done())

@@ -29,6 +29,8 @@ static void act(const ScriptLine& line) {
         g_place.file = *line.file;
     if (line.use == Use::Drive)
         set_mark();
+    if (line.action && line.use != Use::Check && machine().on_command != nullptr)
+        machine().on_command(line.text, line.number);
     if (line.action)
         line.action();
 }

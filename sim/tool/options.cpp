@@ -59,8 +59,36 @@ static bool set_every_seed(const std::string&, Options* options) {
     return options->every_seed = true;
 }
 
+// ---- what is shown ----
+
 static bool set_trace_all(const std::string&, Options* options) {
-    return options->trace_all = true;
+    return options->view.all = true;
+}
+
+static bool set_read(const std::string&, Options* options) {
+    return options->view.read = true;
+}
+
+static bool set_plain(const std::string&, Options* options) {
+    options->view.read = false;
+    return true;
+}
+
+static bool read_trace(const std::string& value, Options* options) {
+    return sim::read_kinds(value, &options->view.kinds);
+}
+
+static bool read_thread(const std::string& value, Options* options) {
+    options->view.thread = value;
+    return !value.empty();
+}
+
+static bool read_from(const std::string& value, Options* options) {
+    return sim::read_time_bound(value, &options->view.from);
+}
+
+static bool read_to(const std::string& value, Options* options) {
+    return sim::read_time_bound(value, &options->view.to);
 }
 
 // clang-format off
@@ -69,7 +97,13 @@ static const Option g_options[] = {
     {"--seeds",     "N|A..B", read_seeds,     "each file under each of these seeds, quiet; the first that fails is named"},
     {"--jobs",      "N",      read_jobs,      "with so many processes at once (as many as there are processors)"},
     {"--all",       "",       set_every_seed, "behind the first seed that fails too: they are counted"},
+    {"--read",      "",       set_read,       "the trace for people: with meanings, folded; so on a terminal"},
+    {"--plain",     "",       set_plain,      "the raw trace; so where the output is no terminal"},
     {"--trace-all", "",       set_trace_all,  "shows reads, opens, closes, waits and the service's own messages too"},
+    {"--trace",     "KIND,...", read_trace,   "only requests, registry, opens, waits, says or calls"},
+    {"--thread",    "NAME",   read_thread,    "only this thread"},
+    {"--from",      "TIME",   read_from,      "from here on: 1805 (seconds of virtual time), 30m, 09:30:03 (of the first day)"},
+    {"--to",        "TIME",   read_to,        "up to here"},
 };
 // clang-format on
 
@@ -107,6 +141,7 @@ static bool usage() {
 }
 
 bool read_options(int count, char** arguments, Options* options) {
+    sim::look_at_terminal(&options->view);
     for (int i = 1; i < count; ++i) {
         const std::string argument = arguments[i];
         if (!argument.starts_with('-') || argument == "-") {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "sim/tool/timeline.h"
+
 // What is done with each file.
 enum class Mode { Run, Seeds };
 
@@ -15,7 +17,7 @@ struct Options {
     std::uint64_t last_seed = 0;
     unsigned jobs = 0;       // processes at once; 0: one for each processor
     bool every_seed = false; // goes on behind the first that fails
-    bool trace_all = false;
+    sim::ViewOptions view;
     std::vector<std::string> files;
 };
 

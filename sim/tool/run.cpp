@@ -6,7 +6,6 @@
 
 #include "sim/machine/machine.h"
 #include "sim/script/source.h"
-#include "sim/tool/output.h"
 
 using namespace sim;
 
@@ -74,9 +73,10 @@ std::string shown_failure(const ScriptResult& result) {
 
 int run_source(const Source& source, const Options& options) {
     Machine machine(options.seed);
-    machine.keep_details = options.trace_all;
-    machine.on_line = print_line;
+    machine.keep_details = wants_details(options.view);
+    begin_timeline(options.view);
     const ScriptResult result = run_script(*source.script);
+    end_timeline();
     if (result.exit_code == 0)
         std::printf("%s: %u expectations hold\n", source.path.c_str(), result.expectations);
     else

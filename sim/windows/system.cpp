@@ -1,4 +1,6 @@
 // Version, local time, folders and debug output.
+#include "sim/windows/system.h"
+
 #include <cstdio>
 
 #include "sim/machine/machine.h"
@@ -19,6 +21,10 @@ struct Installation {
 
 static Installation& installation() {
     return machine_state<Installation>();
+}
+
+std::int64_t local_seconds() {
+    return installation().epoch_seconds + static_cast<std::int64_t>(machine().now / 1000);
 }
 
 static const char g_windowsFolder[] = "C:\\Windows";
@@ -87,8 +93,7 @@ BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version) {
 
 void WINAPI GetLocalTime(SYSTEMTIME* time) {
     SIM_VISIT();
-    const std::int64_t seconds =
-        installation().epoch_seconds + static_cast<std::int64_t>(machine().now / 1000);
+    const std::int64_t seconds = local_seconds();
     const std::int64_t days = (seconds >= 0 ? seconds : seconds - 86399) / 86400;
     const auto of_day = static_cast<unsigned>(seconds - days * 86400);
     date_from_days(days, time);

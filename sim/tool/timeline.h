@@ -1,0 +1,41 @@
+// The timeline: what a run tells, for people (columns, meanings, repeats folded) or as the raw trace.
+#pragma once
+
+#include <string>
+
+#include "sim/machine/clock.h"
+
+namespace sim {
+
+// A moment, as virtual time or as the time of the run's first day.
+struct TimeBound {
+    bool given = false;
+    bool on_the_clock = false;
+    Ms ms = 0; // of virtual time, or of the day
+};
+
+struct ViewOptions {
+    bool read = false;   // for people; else the raw trace
+    bool all = false;    // with all details
+    unsigned kinds = 0;  // only lines of these kinds, one bit each; 0 for all
+    std::string thread;  // only this one's lines, by its long or its short name
+    TimeBound from;
+    TimeBound to;
+    unsigned width = 120; // of a line
+    bool colour = false;
+};
+
+// "requests,waits"; false when a word is none of the kinds.
+bool read_kinds(const std::string& text, unsigned* kinds);
+// "12605", "3h", "09:30:03"; false for anything else.
+bool read_time_bound(const std::string& text, TimeBound* bound);
+// For standard output: whether it is a terminal, how wide it is, whether it has colours.
+void look_at_terminal(ViewOptions* options);
+// Whether a run must keep its details for this view.
+bool wants_details(const ViewOptions& options);
+
+// Shows the current machine's run on standard output until `end_timeline`.
+void begin_timeline(const ViewOptions& options);
+void end_timeline();
+
+} // namespace sim
