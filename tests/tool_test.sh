@@ -56,4 +56,24 @@ check "seeds fail"             1 '^fails.txt: seed 4: fails.txt:4: expected requ
 check "repeated"               1 'repeat with: zorpmsim --seed 4 fails.txt'  -  "$sim" --seeds=4..9 fails.txt
 check "counted"                1 '^fails.txt: 6 of 6 seeds fail$'            -  "$sim" --seeds 4..9 --all fails.txt
 
+# The timeline: for people only when asked, where the output is no terminal; the raw trace stays as it is.
+printf 'start\nadvance 30m # pause\nevent 0x60C0\nregistry set SVC\\Parameters\\CurrentSetting @ dword 0x4\nstop\n' >read.txt
+check "time passes"            0 '^09:30:00 +1800.000 +>> 30 min later$'     -  "$sim" --read read.txt
+check "an event"               0 '^ +>> +event 0x60C0 +transformation changed$' -  "$sim" --read read.txt
+check "a client"               0 '>> +client writes CurrentSetting = 0x4 +handed to clients: hot key 3$' -  "$sim" --read read.txt
+check "what it means"          0 '^ +hot keys +MHKM\(3, 1\) +hot key 3 is handed to clients$' -  "$sim" --read read.txt
+check "the start folded"       0 '^ +main +[0-9]+ effects +running'          -  "$sim" --read read.txt
+check "the start unfolded"     0 '^ +main +MHKV\(0x0\) = 0x200 +three pages' -  "$sim" --read --trace-all read.txt
+check "idle waits folded"      0 'WaitForMultipleObjects.* x [0-9]{3}$'      -  "$sim" --trace-all read.txt
+check "no such kind"           2 - '--trace takes KIND,..., not "opens,reads"' "$sim" --trace=opens,reads read.txt
+check "no such time"           2 - '--from takes TIME, not "9:75"'           "$sim" --from 9:75 read.txt
+"$sim" --plain --thread "lid watch" --thread events --trace=requests --from 09:30 --to 1801 read.txt |
+    cut -d' ' -f1-3 | sort | uniq -c >some
+diff - some <<'EOF' || { echo "a part of the trace"; failed=1; }
+      5 1800.000 TerminalThread request
+      1 read.txt: 0 expectations
+EOF
+cmp <("$sim" read.txt) <("$sim" --plain --read --plain read.txt) || { echo "raw trace: differs"; failed=1; }
+COLUMNS=80 "$sim" --read read.txt | awk 'length > 80 { print "too wide: " $0; bad = 1 } END { exit bad }' || failed=1
+
 exit $failed

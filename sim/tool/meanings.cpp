@@ -1,9 +1,8 @@
 // What calls, status reports, indicators and the commands of scripts mean; the parts of a line.
 #include "sim/tool/meanings.h"
 
-#include <zorpm/zorpm.h>
-
 #include <cstdlib>
+#include <zorpm/zorpm.h>
 
 #include "cooling/thermal_firmware.h"
 #include "hotkeys/ph_notification.h"
@@ -14,8 +13,8 @@
 namespace sim {
 
 static const char* const g_laneNames[] = {
-    "",     "service", "power",       "display",    "posture", "lid",         "lid inhibit",   "option",
-    "dock", "system",  "two in one",  "hinge",      "quiet hinge", "processor", "dock mode"};
+    "",     "service", "power",      "display", "posture",     "lid",       "lid inhibit", "option",
+    "dock", "system",  "two in one", "hinge",   "quiet hinge", "processor", "dock mode"};
 static_assert(std::size(g_laneNames) == static_cast<size_t>(Lane::Count));
 
 const char* lane_name(Lane lane) {
@@ -29,11 +28,11 @@ static const struct {
     const char* begin;
     LineKind kind;
 } g_kinds[] = {
-    {"request ", LineKind::Request}, {"registry ", LineKind::Registry},     {"call ", LineKind::Call},
-    {"status ", LineKind::Status},   {"write ", LineKind::Write},           {"says ", LineKind::Says},
-    {"query ", LineKind::Registry},  {"watch ", LineKind::Registry},        {"RegOpenKey", LineKind::Open},
-    {"RegCreateKey", LineKind::Open}, {"RegCloseKey", LineKind::Open},      {"CreateFile", LineKind::Open},
-    {"CloseHandle", LineKind::Open}, {"Wait", LineKind::Wait},              {"MsgWait", LineKind::Wait},
+    {"request ", LineKind::Request},  {"registry ", LineKind::Registry}, {"call ", LineKind::Call},
+    {"status ", LineKind::Status},    {"write ", LineKind::Write},       {"says ", LineKind::Says},
+    {"query ", LineKind::Registry},   {"watch ", LineKind::Registry},    {"RegOpenKey", LineKind::Open},
+    {"RegCreateKey", LineKind::Open}, {"RegCloseKey", LineKind::Open},   {"CreateFile", LineKind::Open},
+    {"CloseHandle", LineKind::Open},  {"Wait", LineKind::Wait},          {"MsgWait", LineKind::Wait},
     {"Sleep", LineKind::Wait},
 };
 
@@ -113,13 +112,12 @@ static const Word g_events[] = {
 #undef EVENT_ROW
 };
 
-static const Word g_controls[] = {
-    {SERVICE_CONTROL_STOP, "stop"},
-    {SERVICE_CONTROL_PAUSE, "pause"},
-    {SERVICE_CONTROL_CONTINUE, "continue"},
-    {SERVICE_CONTROL_INTERROGATE, "status asked for"},
+static const Word g_controls[] = {{SERVICE_CONTROL_STOP, "stop"},
+                                  {SERVICE_CONTROL_PAUSE, "pause"},
+                                  {SERVICE_CONTROL_CONTINUE, "continue"},
+                                  {SERVICE_CONTROL_INTERROGATE, "status asked for"},
 #define CONTROL(code, name, words) {code, words},
-    ZORPM_CONTROL_CODES(CONTROL)
+                                  ZORPM_CONTROL_CODES(CONTROL)
 #undef CONTROL
 };
 
@@ -208,8 +206,9 @@ static Meaning scheme_active(const CallText& call) {
 
 static Meaning hive(const CallText& call) {
     const bool done = number_in(call.answer) == 0;
-    return {std::string(call.name == "RegLoadKeyW" ? "a user's settings loaded" : "a user's settings unloaded") +
-            (done ? "" : ": fails")};
+    return {
+        std::string(call.name == "RegLoadKeyW" ? "a user's settings loaded" : "a user's settings unloaded") +
+        (done ? "" : ": fails")};
 }
 
 static Meaning inverter(const CallText& call) {
@@ -338,19 +337,25 @@ Meaning meaning_of(const TraceLine& line, MeaningMemory* memory) {
     const std::string_view text = line.text;
     const std::string_view rest = text.substr(std::min(text.size(), text.find(' ') + 1));
     switch (kind_of(line)) {
-    case LineKind::Request: return request_meaning(rest, memory);
-    case LineKind::Registry: return registry_meaning(rest, memory);
-    case LineKind::Call: return call_meaning(rest);
-    case LineKind::Status: return status_meaning(rest);
-    case LineKind::Write: return write_meaning(rest);
-    default: return other_meaning(text);
+    case LineKind::Request:
+        return request_meaning(rest, memory);
+    case LineKind::Registry:
+        return registry_meaning(rest, memory);
+    case LineKind::Call:
+        return call_meaning(rest);
+    case LineKind::Status:
+        return status_meaning(rest);
+    case LineKind::Write:
+        return write_meaning(rest);
+    default:
+        return other_meaning(text);
     }
 }
 
 bool needs_words(const TraceLine& line) {
     const LineKind kind = kind_of(line);
-    return line.effect && (kind == LineKind::Request || kind == LineKind::Registry || kind == LineKind::Call ||
-                           kind == LineKind::Status || kind == LineKind::Write);
+    return line.effect && (kind == LineKind::Request || kind == LineKind::Registry ||
+                           kind == LineKind::Call || kind == LineKind::Status || kind == LineKind::Write);
 }
 
 // ---- commands ----
@@ -423,7 +428,10 @@ static const CommandRow g_commandRows[] = {
     {"registry set ", client_writes},
     {"firmware ", firmware_answers},
     {"helper ", helper_told},
-    {"start", [](const std::string&, MeaningMemory*) { return Meaning{"the service starts", Lane::Power, "on"}; }},
+    {"start",
+     [](const std::string&, MeaningMemory*) {
+         return Meaning{"the service starts", Lane::Power, "on"};
+     }},
     {"stop", [](const std::string&, MeaningMemory*) { return Meaning{"the service is told to stop"}; }},
     {"run \"-PnPTask\"", [](const std::string&, MeaningMemory*) { return Meaning{"clean-up run"}; }},
     {"run \"-helper\"", [](const std::string&, MeaningMemory*) { return Meaning{"helper of a session"}; }},

@@ -33,8 +33,8 @@ enum class Lane {
 };
 const char* lane_name(Lane lane);
 
-// What is left out where lines are folded: nothing; what follows from other lines of its thread; what is part of
-// every event.
+// What is left out where lines are folded: nothing; what follows from other lines of its thread; what is part
+// of every event.
 enum class Weight { Full, Follows, Ceremony };
 
 struct Meaning {

@@ -174,7 +174,10 @@ static const KeyRow g_keys[] = {
     {ZORPM_STATUS_KEY, "status"},
     {ZORPM_AUTOROTATION_KEY, "the system's screen rotation"},
     {ZORPM_COOLING_V2_KEY, "cooling, interface 2"},
-#define FUNCTION(bit, subkey, name, status) {ZORPM_COOLING_V3_KEY L"\\" L"" #subkey, name},
+#define FUNCTION(bit, subkey, name, status)                                                                  \
+    {ZORPM_COOLING_V3_KEY L"\\"                                                                              \
+                          L"" #subkey,                                                                       \
+     name},
     ZORPM_COOLING_FUNCTIONS(FUNCTION)
 #undef FUNCTION
         {ZORPM_COOLING_V3_KEY, "cooling, interface 3"},
@@ -218,9 +221,12 @@ static const ValueRow g_values[] = {
     {ZORPM_MULTIMODE_KEY, ZORPM_MULTIMODE_PREVIOUS, "before: ", mode_name, Lane::None, Weight::Follows},
     {ZORPM_MULTIMODE_KEY, ZORPM_MULTIMODE_STAMP, "published at ", text, Lane::None, Weight::Follows},
     {ZORPM_MULTIMODE_KEY, ZORPM_MULTIMODE_PREV_STAMP, "before, at ", text, Lane::None, Weight::Follows},
-    {ZORPM_DOLBY_KEY, ZORPM_DOLBY_POSTURE, "posture, for the audio software: ", posture_shown, Lane::None, Weight::Follows},
-    {ZORPM_TRANSFORM_SETTINGS_KEY, L"CurrentSetting", "kept for clients: ", number, Lane::None, Weight::Follows},
-    {ZORPM_TRANSFORM_SETTINGS_KEY, ZORPM_TRANSFORM_CHECK_BUTTON, "indicators left to a button device: ", yes_or_no},
+    {ZORPM_DOLBY_KEY, ZORPM_DOLBY_POSTURE, "posture, for the audio software: ", posture_shown, Lane::None,
+     Weight::Follows},
+    {ZORPM_TRANSFORM_SETTINGS_KEY, L"CurrentSetting", "kept for clients: ", number, Lane::None,
+     Weight::Follows},
+    {ZORPM_TRANSFORM_SETTINGS_KEY, ZORPM_TRANSFORM_CHECK_BUTTON,
+     "indicators left to a button device: ", yes_or_no},
     {ZORPM_TRANSFORM_SETTINGS_KEY, ZORPM_TRANSFORM_CHECK_BUILD, "no indicators on old builds: ", yes_or_no},
     {ZORPM_ROTATION_KEY, ZORPM_ROTATION_HARROW, "Harrow platform: ", yes_or_no},
     {ZORPM_STATUS_KEY, ZORPM_STATUS_LAST, "last told: ", transformation_shown},
@@ -232,18 +238,29 @@ static const ValueRow g_values[] = {
     {ZORPM_COOLING_V2_KEY, ZORPM_COOLING_SPECIAL, "special cooling: ", seconds},
     {ZORPM_COOLING_V3_KEY, ZORPM_COOLING_VERSION, "cooling interface ", hexadecimal},
 #define FUNCTION(bit, subkey, name, status)                                                                  \
-    {ZORPM_COOLING_V3_KEY L"\\" L"" #subkey, ZORPM_COOLING_CAPABILITY, name " works here: ", yes_or_no},         \
-    {ZORPM_COOLING_V3_KEY L"\\" L"" #subkey, ZORPM_COOLING_SETTING, name " is switched ", on_or_off},
+    {ZORPM_COOLING_V3_KEY L"\\"                                                                              \
+                          L"" #subkey,                                                                       \
+     ZORPM_COOLING_CAPABILITY, name " works here: ", yes_or_no},                                             \
+        {ZORPM_COOLING_V3_KEY L"\\"                                                                          \
+                              L"" #subkey,                                                                   \
+         ZORPM_COOLING_SETTING, name " is switched ", on_or_off},
     ZORPM_COOLING_FUNCTIONS(FUNCTION)
 #undef FUNCTION
-    {ZORPM_COOLING_V3_KEY L"\\TIO", ZORPM_COOLING_STATUS, "Two In One: ", on_or_off, Lane::None, Weight::Follows},
-    {ZORPM_COOLING_V3_KEY L"\\TIO", ZORPM_TIO_OPTION, "keyboard: ", option_shown, Lane::None, Weight::Follows},
+        {ZORPM_COOLING_V3_KEY L"\\TIO", ZORPM_COOLING_STATUS, "Two In One: ", on_or_off, Lane::None,
+         Weight::Follows},
+    {ZORPM_COOLING_V3_KEY L"\\TIO", ZORPM_TIO_OPTION, "keyboard: ", option_shown, Lane::None,
+     Weight::Follows},
     {ZORPM_COOLING_V3_KEY L"\\TIO", ZORPM_TIO_ON_HAND, "held in the hand: ", yes_or_no},
-    {ZORPM_COOLING_V3_KEY L"\\MPH", ZORPM_COOLING_STATUS, "Multi Pivo Hinge: ", posture_shown, Lane::None, Weight::Follows},
-    {ZORPM_COOLING_V3_KEY L"\\CQH", ZORPM_COOLING_STATUS, "Cool Quiet Hinge: mode ", number, Lane::None, Weight::Follows},
-    {ZORPM_COOLING_V3_KEY L"\\DCC", ZORPM_COOLING_STATUS, "Dynamic Cpu Control: level ", number, Lane::None, Weight::Follows},
-    {ZORPM_COOLING_V3_KEY L"\\DMC", ZORPM_COOLING_STATUS, "Dock Mode Control: ", docked_shown, Lane::None, Weight::Follows},
-    {ZORPM_COOLING_V3_KEY L"\\FHP", ZORPM_COOLING_STATUS, "Force High Performance: ", on_or_off, Lane::None, Weight::Follows},
+    {ZORPM_COOLING_V3_KEY L"\\MPH", ZORPM_COOLING_STATUS, "Multi Pivo Hinge: ", posture_shown, Lane::None,
+     Weight::Follows},
+    {ZORPM_COOLING_V3_KEY L"\\CQH", ZORPM_COOLING_STATUS, "Cool Quiet Hinge: mode ", number, Lane::None,
+     Weight::Follows},
+    {ZORPM_COOLING_V3_KEY L"\\DCC", ZORPM_COOLING_STATUS, "Dynamic Cpu Control: level ", number, Lane::None,
+     Weight::Follows},
+    {ZORPM_COOLING_V3_KEY L"\\DMC", ZORPM_COOLING_STATUS, "Dock Mode Control: ", docked_shown, Lane::None,
+     Weight::Follows},
+    {ZORPM_COOLING_V3_KEY L"\\FHP", ZORPM_COOLING_STATUS, "Force High Performance: ", on_or_off, Lane::None,
+     Weight::Follows},
     {ZORPM_CPU_KEY, ZORPM_CPU_WANTED, "idle states are controlled: ", yes_or_no},
     {ZORPM_CPU_KEY, ZORPM_CPU_USE, "by the values here: ", yes_or_no},
     {ZORPM_CPU_KEY, ZORPM_CPU_POLLING, "between two looks: ", seconds},

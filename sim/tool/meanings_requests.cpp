@@ -70,7 +70,8 @@ static Meaning lid_beep(const Request& r, MeaningMemory*) {
 }
 
 static Meaning hotkey_version(const Request& r, MeaningMemory*) {
-    return {word(g_hotkeyVersions, r.answer, "unknown interface of hot keys"), Lane::None, "", Weight::Ceremony};
+    return {word(g_hotkeyVersions, r.answer, "unknown interface of hot keys"), Lane::None, "",
+            Weight::Ceremony};
 }
 
 static std::string page_words(std::uint32_t page) {
@@ -158,7 +159,8 @@ static Meaning option(const Request& r, MeaningMemory* memory) {
     }
     if (r.argument == GOPT_VERSION)
         memory->option_version = r.answer;
-    return {format("%s 0x%x", word(g_optionQueries, r.argument).c_str(), r.answer), Lane::None, "", Weight::Ceremony};
+    return {format("%s 0x%x", word(g_optionQueries, r.argument).c_str(), r.answer), Lane::None, "",
+            Weight::Ceremony};
 }
 
 static Meaning thermal_mode(const Request& r, MeaningMemory*) {
@@ -201,12 +203,18 @@ static Meaning pointing_stick(const Request& r, MeaningMemory*) {
 
 static Lane function_lane(std::uint32_t function) {
     switch (function) {
-    case THERMAL_TWO_IN_ONE: return Lane::TwoInOne;
-    case THERMAL_MULTI_PIVO_HINGE: return Lane::Hinge;
-    case THERMAL_COOL_QUIET_HINGE: return Lane::QuietHinge;
-    case THERMAL_DYNAMIC_CPU_CONTROL: return Lane::Processor;
-    case THERMAL_DOCK_MODE_CONTROL: return Lane::DockMode;
-    default: return Lane::None;
+    case THERMAL_TWO_IN_ONE:
+        return Lane::TwoInOne;
+    case THERMAL_MULTI_PIVO_HINGE:
+        return Lane::Hinge;
+    case THERMAL_COOL_QUIET_HINGE:
+        return Lane::QuietHinge;
+    case THERMAL_DYNAMIC_CPU_CONTROL:
+        return Lane::Processor;
+    case THERMAL_DOCK_MODE_CONTROL:
+        return Lane::DockMode;
+    default:
+        return Lane::None;
     }
 }
 

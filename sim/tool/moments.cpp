@@ -124,7 +124,8 @@ bool idle_again(const Moment& moment, std::map<std::string, std::string>* last_o
     if (moment.thread.empty())
         return false;
     std::string& last = (*last_of_thread)[moment.thread];
-    const bool again = moment.source == Moment::Source::Detail && moment.kind == LineKind::Wait && last == moment.text;
+    const bool again =
+        moment.source == Moment::Source::Detail && moment.kind == LineKind::Wait && last == moment.text;
     last = moment.text;
     return again;
 }

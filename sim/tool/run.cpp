@@ -13,6 +13,7 @@ static std::string g_crashBeginning; // made before: a crashed process allocates
 
 static void crashed(int signal_number) {
     std::fflush(stdout);
+    write_rest();
     char text[512];
     const Place& place = running_place();
     const int length = std::snprintf(text, sizeof(text), "%s%s:%d: the product crashed (signal %d)\n",

@@ -1,11 +1,11 @@
 #include "sim/tool/timeline.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include "sim/machine/machine.h"
 #include "sim/tool/moments.h"
@@ -49,9 +49,10 @@ bool read_kinds(const std::string& text, unsigned* kinds) {
     size_t begin = 0;
     while (begin <= text.size()) {
         const size_t end = std::min(text.find(',', begin), text.size());
-        const auto* row = std::find_if(std::begin(g_kindWords), std::end(g_kindWords), [&](const auto& known) {
-            return text.compare(begin, end - begin, known.word) == 0;
-        });
+        const auto* row =
+            std::find_if(std::begin(g_kindWords), std::end(g_kindWords), [&](const auto& known) {
+                return text.compare(begin, end - begin, known.word) == 0;
+            });
         if (row == std::end(g_kindWords))
             return false;
         for (const LineKind kind : row->kinds)
@@ -249,7 +250,8 @@ static void put_moment(const Moment& moment) {
         return;
     }
     const std::string times = moment.count > 1 ? format(" x %u", moment.count) : "";
-    const std::string thread = padded(shortened(short_thread_name(moment.thread), THREAD_COLUMNS), THREAD_COLUMNS);
+    const std::string thread =
+        padded(shortened(short_thread_name(moment.thread), THREAD_COLUMNS), THREAD_COLUMNS);
     const bool failed = moment.text.ends_with(" failed");
     put(time + coloured(thread, "2") + " " +
         two_columns(effect_text(moment) + times, moment.meaning.words, width - BEFORE_EFFECT,
@@ -361,8 +363,8 @@ static void flush_block() {
 
 // Commands that set the machine up: what they change shows where the service asks for it.
 static bool sets_up(const Moment& moment) {
-    for (const char* begin : {"firmware ", "windows ", "ini ", "file ", "fail ", "hardware ", "registry refuse ",
-                              "advance ", "driver ", "check "}) {
+    for (const char* begin : {"firmware ", "windows ", "ini ", "file ", "fail ", "hardware ",
+                              "registry refuse ", "advance ", "driver ", "check "}) {
         if (moment.text.starts_with(begin))
             return true;
     }
@@ -388,9 +390,8 @@ static void take_for_people(const Moment& moment) {
     if (moment.source == Moment::Source::Effect)
         view.first_instant.try_emplace(moment.thread, moment.time);
     if (idle_again(moment, &view.last_of_thread)) {
-        Moment& idle = view.idle.try_emplace(moment.thread, moment).first->second;
-        idle.time = moment.time;
-        ++idle.count;
+        if (asked_for(moment) && !view.idle.try_emplace(moment.thread, moment).second)
+            ++view.idle[moment.thread].count;
         return;
     }
     if (moment.source == Moment::Source::Outside)
@@ -402,13 +403,16 @@ static void take_for_people(const Moment& moment) {
         put_heading(moment);
         return;
     }
-    const auto idle = view.idle.find(moment.thread);
-    if (idle != view.idle.end()) {
-        if (asked_for(idle->second) && in_full(view.options))
-            view.block.push_back(idle->second);
-        view.idle.erase(idle);
-    }
+    const auto idle = view.idle.extract(moment.thread);
+    if (!idle.empty())
+        view.block.push_back(idle.mapped());
     view.block.push_back(moment);
+}
+
+static void put_raw(const Moment& moment) {
+    const std::string times = moment.count > 1 ? format(" x %u", moment.count) : "";
+    std::printf("%.3f %s %s%s\n", static_cast<double>(moment.time) / 1000, moment.thread.c_str(),
+                moment.text.c_str(), times.c_str());
 }
 
 // The raw trace, as it always was.
@@ -421,17 +425,14 @@ static void take_raw(const Moment& moment) {
     if (moment.source == Moment::Source::Outside || !asked_for(moment))
         return;
     if (idle_again(moment, &g_view.last_of_thread)) {
-        ++g_view.idle.try_emplace(moment.thread, moment).first->second.count;
+        if (!g_view.idle.try_emplace(moment.thread, moment).second)
+            ++g_view.idle[moment.thread].count;
         return;
     }
-    const auto idle = g_view.idle.find(moment.thread);
-    if (idle != g_view.idle.end()) {
-        std::printf("%.3f %s %s x %u\n", static_cast<double>(idle->second.time) / 1000, moment.thread.c_str(),
-                    idle->second.text.c_str(), idle->second.count - 1);
-        g_view.idle.erase(idle);
-    }
-    std::printf("%.3f %s %s\n", static_cast<double>(moment.time) / 1000, moment.thread.c_str(),
-                moment.text.c_str());
+    const auto idle = g_view.idle.extract(moment.thread);
+    if (!idle.empty())
+        put_raw(idle.mapped());
+    put_raw(moment);
 }
 
 void begin_timeline(const ViewOptions& options) {
@@ -441,8 +442,26 @@ void begin_timeline(const ViewOptions& options) {
 }
 
 void end_timeline() {
+    for (const auto& [thread, idle] : g_view.idle) {
+        if (g_view.options.read)
+            g_view.block.push_back(idle);
+        else
+            put_raw(idle);
+    }
     flush_block();
     stop_recording();
+}
+
+void write_rest() {
+    auto put_text = [](const std::string& text) {
+        return write(STDOUT_FILENO, text.data(), text.size()) >= 0;
+    };
+    for (const Moment& moment : g_view.block) {
+        const bool written = put_text(moment.thread) && write(STDOUT_FILENO, " ", 1) == 1 &&
+                             put_text(moment.text) && write(STDOUT_FILENO, "\n", 1) == 1;
+        if (!written)
+            return;
+    }
 }
 
 } // namespace sim

@@ -15,10 +15,10 @@ struct TimeBound {
 };
 
 struct ViewOptions {
-    bool read = false;   // for people; else the raw trace
-    bool all = false;    // with all details
-    unsigned kinds = 0;  // only lines of these kinds, one bit each; 0 for all
-    std::string thread;  // only this one's lines, by its long or its short name
+    bool read = false;  // for people; else the raw trace
+    bool all = false;   // with all details
+    unsigned kinds = 0; // only lines of these kinds, one bit each; 0 for all
+    std::string thread; // only this one's lines, by its long or its short name
     TimeBound from;
     TimeBound to;
     unsigned width = 120; // of a line
@@ -37,5 +37,7 @@ bool wants_details(const ViewOptions& options);
 // Shows the current machine's run on standard output until `end_timeline`.
 void begin_timeline(const ViewOptions& options);
 void end_timeline();
+// Of a run that has crashed: what is not shown yet, as it is. Allocates nothing.
+void write_rest();
 
 } // namespace sim
