@@ -16,7 +16,7 @@ struct ScriptLine {
     Use use = Use::Machine;
     const std::string* file = nullptr; // one of the script's
     int number = 0;
-    std::string text; // of Command, without its comment
+    std::string text;        // of Command, without its comment
     std::uint32_t count = 0; // of Repeat
     Ms span = 0;             // of Within
     Action action;
