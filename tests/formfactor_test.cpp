@@ -379,6 +379,34 @@ TEST(FormFactorLidInhibit, AnotherProgramStartsTheTimer) {
                  expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
 }
 
+// A run that is stopped before the timer's thread has begun it: it does not go on, and the next one has its
+// whole time.
+TEST(FormFactorLidInhibit, StoppedBeforeTheRunBegins) {
+    Bench bench;
+    const auto hold_timer = [](int suspended) {
+        for (const auto& thread : sim::machine().threads) {
+            if (thread->name == "LCDCSTimerThreadProc")
+                thread->suspended = suspended;
+        }
+    };
+    bench.run(R"(firmware GETLIDSTATUS = 2
+                 firmware LCDCSGETSTATE = 3
+                 start
+                 control 131)");
+    hold_timer(1);
+    bench.run(R"(advance 1s
+                 firmware LCDCSGETSTATE = 2
+                 control 132
+                 expect request LCDCSCONTROL(0x2) = 0x0)");
+    hold_timer(0);
+    bench.run(R"(firmware LCDCSGETSTATE = 3
+                 control 131
+                 advance 300s
+                 expect no request LCDCSCONTROL(0x2) *
+                 advance 1s
+                 expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
+}
+
 // ---- races, with more seeds in the sweeps ----
 
 TEST(FormFactorRaces, RefreshAgainstEvents) {

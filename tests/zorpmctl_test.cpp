@@ -22,6 +22,7 @@ TEST(ControlProgram, RotationWordsBesideTheService) {
         %s
         end
         advance 4s
+        expect no process * ended 1
         check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = %u
     )";
     static const char notebook[] = "TabletToClamshellForHarrow";
