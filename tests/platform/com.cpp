@@ -178,6 +178,8 @@ static void probe_tasks() {
     fact("connect", service->Connect(none, none, none, none));
     fact("connect-again", service->Connect(none, none, none, none));
     fact("folder", get_folder(service, L"\\", &folder));
+    if (folder == nullptr)
+        return;
     ITaskFolder* missing = nullptr;
     fact("folder-missing", get_folder(service, L"\\ZorpmNone", &missing));
     fact("folder-missing-object", missing == nullptr);

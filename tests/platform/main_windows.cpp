@@ -73,14 +73,23 @@ static int run_service() {
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
 }
 
-static bool is_running(SC_HANDLE service) {
+// Starts a service if need be, and waits: until the manager has begun its own ones, no other starts.
+static bool is_running(SC_HANDLE manager, const WCHAR* name) {
+    SC_HANDLE service = OpenServiceW(manager, name, SERVICE_QUERY_STATUS | SERVICE_START);
     SERVICE_STATUS status = {};
-    for (int i = 0; i < 100; ++i) {
-        if (QueryServiceStatus(service, &status) && status.dwCurrentState == SERVICE_RUNNING)
-            return true;
+    DWORD error = service != nullptr ? ERROR_SUCCESS : GetLastError();
+    const ULONGLONG start = GetTickCount64();
+    while (service != nullptr && status.dwCurrentState != SERVICE_RUNNING &&
+           GetTickCount64() - start < 40000) {
         Sleep(100);
+        QueryServiceStatus(service, &status);
+        if (status.dwCurrentState == SERVICE_STOPPED && !StartServiceW(service, 0, nullptr))
+            error = GetLastError();
     }
-    return false;
+    CloseServiceHandle(service);
+    if (status.dwCurrentState != SERVICE_RUNNING)
+        std::printf("The service %ls does not run: error %lu\n", name, error);
+    return status.dwCurrentState == SERVICE_RUNNING;
 }
 
 // Only an administrator may install one.
@@ -88,13 +97,19 @@ const WCHAR* probe_service() {
     SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     WCHAR command[MAX_PATH + 20];
     StringCchPrintfW(command, ARRAYSIZE(command), L"\"%ls\" --service", g_program);
-    SC_HANDLE service = CreateServiceW(manager, g_serviceName, g_serviceName, SERVICE_ALL_ACCESS,
-                                       SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                       command, nullptr, nullptr, nullptr, nullptr, nullptr);
-    const bool running = service != nullptr && StartServiceW(service, 0, nullptr) && is_running(service);
-    CloseServiceHandle(service);
+    CloseServiceHandle(CreateServiceW(manager, g_serviceName, g_serviceName, SERVICE_ALL_ACCESS,
+                                      SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                                      command, nullptr, nullptr, nullptr, nullptr, nullptr));
+    const bool running = is_running(manager, g_serviceName);
     CloseServiceHandle(manager);
     return running ? g_serviceName : nullptr;
+}
+
+// Under Wine the platform's own service may not be there yet.
+static void start_task_scheduler() {
+    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    is_running(manager, L"Schedule");
+    CloseServiceHandle(manager);
 }
 
 static void remove_service() {
@@ -170,6 +185,7 @@ static DWORD start_group(const char* name, const WCHAR* file) {
 
 static int run_groups(const WCHAR* file) {
     DeleteFileW(file);
+    start_task_scheduler();
     int bad = 0;
     for (unsigned i = 0; i < g_probeGroupCount; ++i) {
         clean_up();

@@ -10,16 +10,6 @@ template <class Function> static Function* function(const char* name) {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(g_library, name)));
 }
 
-static void disable(const WCHAR* privilege) {
-    HANDLE token = nullptr;
-    TOKEN_PRIVILEGES state = {};
-    state.PrivilegeCount = 1;
-    LookupPrivilegeValueW(nullptr, privilege, &state.Privileges[0].Luid);
-    OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token);
-    AdjustTokenPrivileges(token, FALSE, &state, 0, nullptr, nullptr);
-    CloseHandle(token);
-}
-
 static void probe_information() {
     group("power-information");
     auto* ask = function<NTSTATUS WINAPI(POWER_INFORMATION_LEVEL, void*, ULONG, void*, ULONG)>(
@@ -32,7 +22,7 @@ static void probe_information() {
     fact("policy-short", ask(SystemPowerPolicyCurrent, nullptr, 0, &policy, sizeof(policy) - 1));
     fact("policy-no-output", ask(SystemPowerPolicyCurrent, nullptr, 0, nullptr, 0));
     fact("policy-with-input", ask(SystemPowerPolicyCurrent, &on, 1, &policy, sizeof(policy)));
-    disable(L"SeCreatePagefilePrivilege");
+    switch_privilege(L"SeCreatePagefilePrivilege", false);
     fact("reserve-without-privilege", ask(SystemReserveHiberFile, &on, 1, nullptr, 0));
     fact("reserve-no-input", ask(SystemReserveHiberFile, nullptr, 0, nullptr, 0));
     fact("reserve-large-input", ask(SystemReserveHiberFile, &policy, 4, nullptr, 0));

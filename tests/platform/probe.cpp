@@ -47,6 +47,17 @@ DWORD on_thread(LPTHREAD_START_ROUTINE start, void* parameter) {
     return code;
 }
 
+void switch_privilege(const WCHAR* name, bool on) {
+    HANDLE token = nullptr;
+    TOKEN_PRIVILEGES state = {};
+    state.PrivilegeCount = 1;
+    state.Privileges[0].Attributes = on ? SE_PRIVILEGE_ENABLED : 0;
+    LookupPrivilegeValueW(nullptr, name, &state.Privileges[0].Luid);
+    OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token);
+    AdjustTokenPrivileges(token, FALSE, &state, 0, nullptr, nullptr);
+    CloseHandle(token);
+}
+
 void probe_events();
 void probe_waits();
 void probe_mutexes();
@@ -54,6 +65,7 @@ void probe_threads();
 void probe_registry_keys();
 void probe_registry_values();
 void probe_registry_watch();
+void probe_registry_hives();
 void probe_settings();
 void probe_files();
 void probe_text();
@@ -74,6 +86,7 @@ const ProbeGroup g_probeGroups[] = {
     {"registry-keys", probe_registry_keys},
     {"registry-values", probe_registry_values},
     {"registry-watch", probe_registry_watch},
+    {"registry-hives", probe_registry_hives},
     {"settings", probe_settings},
     {"files", probe_files},
     {"text", probe_text},

@@ -24,6 +24,9 @@ DWORD last_error_of_failure();
 // Runs a thread to its end and gives its exit code; 0xDEAD when it does not end.
 DWORD on_thread(LPTHREAD_START_ROUTINE start, void* parameter);
 
+// Turns a privilege of the own process on or off, if it is held.
+void switch_privilege(const WCHAR* name, bool on);
+
 // ---- what main_host.cpp and main_windows.cpp supply ----
 
 void write_fact(const char* group, const char* name, const char* value);

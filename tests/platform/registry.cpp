@@ -1,5 +1,8 @@
-// Keys of the registry: their life, rights, options and change notification. All stands below one key of the
-// user's, which is gone when a group begins.
+// Keys of the registry: their life, rights, options, change notification and hives. All stands below one key
+// of the user's, which is gone when a group begins.
+#include <windows.h>
+#include <strsafe.h>
+
 #include "tests/platform/probe.h"
 
 static const WCHAR g_root[] = L"Software\\ZorpmProbe";
@@ -224,9 +227,6 @@ void probe_registry_keys() {
     probe_options(root);
     probe_deletion(root);
     probe_rights(root);
-    group("hive");
-    fact("load-without-privilege", RegLoadKeyW(HKEY_USERS, L"ZorpmProbe", L"C:\\none\\none.dat"));
-    fact("unload-without-privilege", RegUnLoadKeyW(HKEY_USERS, L"ZorpmProbe"));
 }
 
 // ---- notification ----
@@ -364,4 +364,41 @@ void probe_registry_watch() {
     probe_changes(root, event);
     probe_trees(root, event);
     probe_ends(root, event);
+}
+
+// ---- hives ----
+
+void probe_registry_hives() {
+    group("hive");
+    static const WCHAR name[] = L"ZorpmProbeHive";
+    WCHAR file[MAX_PATH];
+    WCHAR other[MAX_PATH];
+    StringCchPrintfW(file, ARRAYSIZE(file), L"%ls\\hive.dat", probe_folder());
+    StringCchPrintfW(other, ARRAYSIZE(other), L"%ls\\none\\hive.dat", probe_folder());
+    switch_privilege(L"SeRestorePrivilege", false);
+    fact("load-without-privilege", RegLoadKeyW(HKEY_USERS, name, file));
+    fact("unload-without-privilege", RegUnLoadKeyW(HKEY_USERS, name));
+    switch_privilege(L"SeRestorePrivilege", true);
+    switch_privilege(L"SeBackupPrivilege", true);
+    fact("missing-folder", RegLoadKeyW(HKEY_USERS, name, other));
+    fact("folder", RegLoadKeyW(HKEY_USERS, name, probe_folder()));
+    fact("missing-file", RegLoadKeyW(HKEY_USERS, name, file));
+    fact("missing-file-made", GetFileAttributesW(file) != INVALID_FILE_ATTRIBUTES);
+    fact("loaded", opens(HKEY_USERS, name));
+    fact("loaded-twice", RegLoadKeyW(HKEY_USERS, name, file));
+    fact("other-root", RegLoadKeyW(HKEY_CURRENT_USER, name, file));
+    HKEY key = create(HKEY_USERS, name);
+    fact("write", set(key, L"v", 5));
+    fact("unload-open", RegUnLoadKeyW(HKEY_USERS, name));
+    fact("unload-open-kept", query(key, L"v"));
+    RegCloseKey(key);
+    fact("unload", RegUnLoadKeyW(HKEY_USERS, name));
+    fact("unloaded", opens(HKEY_USERS, name));
+    fact("unload-again", RegUnLoadKeyW(HKEY_USERS, name));
+    fact("load-again", RegLoadKeyW(HKEY_USERS, name, file));
+    key = nullptr;
+    RegOpenKeyExW(HKEY_USERS, name, 0, KEY_READ, &key);
+    fact("kept", query(key, L"v"));
+    RegCloseKey(key);
+    RegUnLoadKeyW(HKEY_USERS, name);
 }

@@ -169,7 +169,32 @@ static void probe_environment() {
     fact("no-room", expanded(L"abcdef", 0));
 }
 
+// ---- as UTF-8 ----
+
+static int narrowed(const WCHAR* text, int length, int capacity, DWORD flags = 0, UINT page = CP_UTF8) {
+    char buffer[20] = {};
+    SetLastError(0);
+    return WideCharToMultiByte(page, flags, text, length, buffer, capacity, nullptr, nullptr);
+}
+
+static void probe_utf8() {
+    group("utf-8");
+    char buffer[20] = {};
+    fact("plain", narrowed(L"abc", 3, 20));
+    fact("umlaut", narrowed(L"\u00e4", 1, 20));
+    WideCharToMultiByte(CP_UTF8, 0, L"\u00e4", 1, buffer, 20, nullptr, nullptr);
+    fact("umlaut-first", static_cast<BYTE>(buffer[0]));
+    fact("three-bytes", narrowed(L"\u20ac", 1, 20));
+    fact("pair", narrowed(L"\xD83D\xDE00", 2, 20));
+    fact("half-a-pair", narrowed(L"\xD83D", 1, 20));
+    fact("exact", narrowed(L"abc", 3, 3));
+    fact("short", narrowed(L"abc", 3, 2));
+    fact("short-error", GetLastError());
+    fact("part", narrowed(L"abc", 2, 20));
+}
+
 void probe_text() {
+    probe_utf8();
     probe_copies();
     probe_comparisons();
     probe_formats();

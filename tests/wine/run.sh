@@ -72,6 +72,8 @@ export DISPLAY=:$number
 
 if [ ! -e "$WINEPREFIX/made" ]; then
     timeout -k 5 240 "$wine" wineboot -i </dev/null >/dev/null 2>&1 || fail "the Wine prefix cannot be made"
+    # Some services do not start before the session that made it has ended.
+    timeout 60 wineserver -w || wineserver -k
     touch "$WINEPREFIX/made"
 fi
 
