@@ -1,10 +1,10 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants coverage clean
+.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants coverage page picture clean
 .DEFAULT_GOAL := help
 
 help:
-	@echo "make demo       a morning with the notebook, on the simulated machine"
-	@echo "make test       everything: host tests, scenarios, sweeps, the Windows executable under Wine"
+	@echo "make demo       a day with the notebook, on the simulated machine"
+	@echo "make test       everything: host tests, scenarios, sweeps, the page in a browser, the executable under Wine"
 	@echo "make test-host  host tests and scenarios only: seconds"
 	@echo "make windows    build/windows/zorpmsvc.exe"
 	@echo "make windows-trace  build/windows-trace/zorpmsvc.exe: the same with tracing on, for a debugger's output window"
@@ -16,6 +16,8 @@ help:
 	@echo "make defects    plant every known defect in turn; each must be caught"
 	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample); goes on where it stopped"
 	@echo "make coverage   lines and branches of src/ that the tests reach, and what they do not and why"
+	@echo "make page       what zorpmsim's page uses of d3, anew from the pinned modules: sim/page/d3.js"
+	@echo "make picture    docs/timeline.png, taken anew"
 	@echo "make clean      remove build/"
 
 # Builds the targets $(2) (default: all) of the preset $(1).
@@ -25,10 +27,12 @@ build = cmake --preset $(1) $(if $(wildcard build/$(1)/build.ninja),>/dev/null) 
 demo:
 	@tools/ensure.sh host
 	@$(call build,release,zorpmsim zorpm_image)
-	@build/release/zorpmsim scenarios/demo.txt
+	@build/release/zorpmsim --read scenarios/demo.txt
+	@echo
+	@echo "As a page to look at:   build/release/zorpmsim --page build/demo.html scenarios/demo.txt"
 
 test:
-	@tools/ensure.sh host windows package
+	@tools/ensure.sh host windows package browser
 	@$(call build,host)
 	@$(call build,windows)
 	@tools/run_tests.sh host windows
@@ -36,7 +40,7 @@ test:
 test-host:
 	@tools/ensure.sh host
 	@$(call build,host)
-	@tools/run_tests.sh host -LE sweep
+	@tools/run_tests.sh host -LE 'sweep|browser'
 
 windows:
 	@tools/ensure.sh windows
@@ -82,6 +86,15 @@ coverage:
 	@tools/ensure.sh host mutants
 	@$(call build,coverage)
 	@tools/coverage/coverage.py
+
+page:
+	@tools/ensure.sh page
+	@tools/page.sh
+
+picture:
+	@tools/ensure.sh host browser
+	@$(call build,release,zorpmsim zorpm_image)
+	@tests/browser/run.sh build/release/zorpmsim docs/timeline.png
 
 clean:
 	rm -rf build

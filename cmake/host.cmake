@@ -61,7 +61,9 @@ function(add_host_executable name)
     add_dependencies(${name} zorpm_image zorpmctl_image)
 endfunction()
 
-# What zorpmsim shows, for its tests too.
+# What zorpmsim shows, for its tests too. The page of a run is assembled into it.
+set_source_files_properties(sim/tool/page.cpp PROPERTIES OBJECT_DEPENDS
+    "${CMAKE_SOURCE_DIR}/sim/page/page.html;${CMAKE_SOURCE_DIR}/sim/page/page.js;${CMAKE_SOURCE_DIR}/sim/page/d3.js")
 add_library(zorpmsim_views STATIC ${tool_sources})
 target_link_libraries(zorpmsim_views PUBLIC zorpmsim_lib)
 
@@ -76,6 +78,10 @@ endforeach()
 
 add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>)
 set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 120)
+
+add_test(NAME page_in_browser COMMAND tests/browser/run.sh $<TARGET_FILE:zorpmsim>
+         WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
+set_tests_properties(page_in_browser PROPERTIES LABELS browser TIMEOUT 300)
 
 add_host_executable(zorpm_bench ${bench_sources})
 

@@ -1,5 +1,6 @@
 #!/bin/bash
-# ensure.sh SET... - makes sure that the tools of each set are installed: host, windows, package, lint, mutants.
+# ensure.sh SET... - makes sure that the tools of each set are installed: host, windows, package, lint, mutants, page,
+# browser.
 # Root installs what is missing from Debian's packages; anybody else is told what to install.
 set -eu
 
@@ -24,6 +25,11 @@ lint       clang-format                     clang-format
 lint       cppcheck                         cppcheck
 lint       perl                             perl
 mutants    python3                          python3
+page       node                             nodejs
+page       npm                              npm
+browser    node                             nodejs
+browser    npm                              npm
+browser    chromium                         chromium
 lint       /usr/include/c++                 libstdc++-12-dev
 '
 

@@ -315,14 +315,15 @@ static Meaning write_meaning(std::string_view text) {
 static Meaning other_meaning(std::string_view text) {
     static const struct {
         const char* begin;
-        const char* words;
-    } rows[] = {{"dialog 101 opened", "the monitor goes off: until a key or the mouse"},
-                {"dialog 101 ended", "a key or the mouse"},
-                {"file create", "file written"},
-                {"file delete", "file deleted"}};
+        Meaning meaning;
+    } rows[] = {
+        {"dialog 101 opened", {"the monitor goes off, until a key or the mouse", Lane::Display, "off"}},
+        {"dialog 101 ended", {"a key or the mouse", Lane::Display, "on"}},
+        {"file create", {"file written"}},
+        {"file delete", {"file deleted"}}};
     for (const auto& row : rows) {
         if (text.starts_with(row.begin))
-            return {row.words};
+            return row.meaning;
     }
     if (text.starts_with("refused control "))
         return {control_words(number_in(text.substr(16))) + ": refused"};

@@ -93,7 +93,7 @@ static const struct {
     {"dispatcher", "controls"},
     {"TerminalThread", "events"},
     {"CreatePnPTaskThreadProc", "task"},
-    {"CPUStateC3C4MonitorThreadProc", "processor"},
+    {"CPUStateC3C4MonitorThreadProc", "idle states"},
     {"AdaptiveCoolingInitilizeWorkerThread", "cooling"},
     {"AdaptiveCoolingWorkerThread_v1", "cooling"},
     {"LCDCSWatchdogThreadProc", "lid watch"},

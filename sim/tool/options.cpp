@@ -83,6 +83,16 @@ static bool read_thread(const std::string& value, Options* options) {
     return !value.empty();
 }
 
+static bool read_page(const std::string& value, Options* options) {
+    options->page = value;
+    return options->view.quiet = !value.empty();
+}
+
+static bool read_perfetto(const std::string& value, Options* options) {
+    options->perfetto = value;
+    return options->view.quiet = !value.empty();
+}
+
 static bool read_from(const std::string& value, Options* options) {
     return sim::read_time_bound(value, &options->view.from);
 }
@@ -104,6 +114,8 @@ static const Option g_options[] = {
     {"--thread",    "NAME",   read_thread,    "only this thread"},
     {"--from",      "TIME",   read_from,      "from here on: 1805 (seconds of virtual time), 30m, 09:30:03 (of the first day)"},
     {"--to",        "TIME",   read_to,        "up to here"},
+    {"--page",      "FILE.html", read_page,   "writes the run of one file as a page to look at, instead of the trace"},
+    {"--perfetto",  "FILE.json", read_perfetto, "writes it as trace events, for Perfetto and chrome://tracing"},
 };
 // clang-format on
 
@@ -165,5 +177,7 @@ bool read_options(int count, char** arguments, Options* options) {
         if (!read_option(*option, value, options))
             return false;
     }
+    if ((!options->page.empty() || !options->perfetto.empty()) && options->files.size() > 1)
+        return unusable("--page and --perfetto take one script");
     return !options->files.empty() || usage();
 }

@@ -18,6 +18,8 @@ struct Options {
     unsigned jobs = 0;       // processes at once; 0: one for each processor
     bool every_seed = false; // goes on behind the first that fails
     sim::ViewOptions view;
+    std::string page;     // file to write the run to, as a page; "": none
+    std::string perfetto; // and as trace events
     std::vector<std::string> files;
 };
 

@@ -1,11 +1,13 @@
 #include "sim/tool/run.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
 #include "sim/machine/machine.h"
 #include "sim/script/source.h"
+#include "sim/tool/page.h"
 
 using namespace sim;
 
@@ -72,6 +74,16 @@ std::string shown_failure(const ScriptResult& result) {
     return shown_place(result.place) + result.message;
 }
 
+// The run in the files that are asked for; an exit status.
+static int write_files(const Source& source, const Options& options) {
+    const std::vector<Moment>& moments = moments_of_run();
+    const bool written = (options.page.empty() || write_page(options.page, moments, source.path)) &&
+                         (options.perfetto.empty() || write_trace_events(options.perfetto, moments));
+    if (!written)
+        std::fprintf(stderr, "zorpmsim: the file cannot be written\n");
+    return written ? EXIT_HOLDS : EXIT_OUTPUT;
+}
+
 int run_source(const Source& source, const Options& options) {
     Machine machine(options.seed);
     machine.keep_details = wants_details(options.view);
@@ -82,5 +94,5 @@ int run_source(const Source& source, const Options& options) {
         std::printf("%s: %u expectations hold\n", source.path.c_str(), result.expectations);
     else
         std::printf("%s%s\n", shown_failure(result).c_str(), result.context.c_str());
-    return result.exit_code;
+    return std::max(result.exit_code, write_files(source, options));
 }

@@ -105,7 +105,7 @@ static bool in_full(const ViewOptions& options) {
 }
 
 bool wants_details(const ViewOptions& options) {
-    return options.read || in_full(options);
+    return options.read || options.quiet || in_full(options);
 }
 
 static bool in_time(const Moment& moment) {
@@ -438,7 +438,7 @@ static void take_raw(const Moment& moment) {
 void begin_timeline(const ViewOptions& options) {
     g_view = {};
     g_view.options = options;
-    record(&g_view.moments, options.read ? take_for_people : take_raw);
+    record(&g_view.moments, options.quiet ? [](const Moment&) {} : options.read ? take_for_people : take_raw);
 }
 
 void end_timeline() {
@@ -450,6 +450,10 @@ void end_timeline() {
     }
     flush_block();
     stop_recording();
+}
+
+const std::vector<Moment>& moments_of_run() {
+    return g_view.moments;
 }
 
 void write_rest() {

@@ -2,8 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include "sim/machine/clock.h"
+#include "sim/tool/moments.h"
 
 namespace sim {
 
@@ -21,6 +22,7 @@ struct ViewOptions {
     std::string thread; // only this one's lines, by its long or its short name
     TimeBound from;
     TimeBound to;
+    bool quiet = false;   // nothing is shown: for a run that is written to a file
     unsigned width = 120; // of a line
     bool colour = false;
 };
@@ -37,6 +39,8 @@ bool wants_details(const ViewOptions& options);
 // Shows the current machine's run on standard output until `end_timeline`.
 void begin_timeline(const ViewOptions& options);
 void end_timeline();
+// All that the run has told, from its beginning.
+const std::vector<Moment>& moments_of_run();
 // Of a run that has crashed: what is not shown yet, as it is. Allocates nothing.
 void write_rest();
 

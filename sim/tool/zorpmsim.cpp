@@ -1,13 +1,13 @@
 // zorpmsim [OPTION]... FILE...: the notebook on the bench.
+#include <algorithm>
+
 #include "sim/tool/run.h"
 #include "sim/tool/search.h"
 
 static int run_sources(const std::vector<Source>& sources, const Options& options) {
     int exit_code = EXIT_HOLDS;
-    for (const Source& source : sources) {
-        if (run_source(source, options) != EXIT_HOLDS)
-            exit_code = EXIT_FAILS;
-    }
+    for (const Source& source : sources)
+        exit_code = std::max(exit_code, run_source(source, options));
     return exit_code;
 }
 
