@@ -62,7 +62,7 @@ check "time passes"            0 '^09:30:00 +1800.000 +>> 30 min later$'     -  
 check "an event"               0 '^ +>> +event 0x60C0 +transformation changed$' -  "$sim" --read read.txt
 check "a client"               0 '>> +client writes CurrentSetting = 0x4 +handed to clients: hot key 3$' -  "$sim" --read read.txt
 check "what it means"          0 '^ +hot keys +MHKM\(3, 1\) +hot key 3 is handed to clients$' -  "$sim" --read read.txt
-check "the start folded"       0 '^ +main +[0-9]+ effects +running'          -  "$sim" --read read.txt
+check "the start folded"       0 '^ +[0-9] threads +[0-9]+ effects +running, posture notebook, lid open'          -  "$sim" --read read.txt
 check "the start unfolded"     0 '^ +main +MHKV\(0x0\) = 0x200 +three pages' -  "$sim" --read --trace-all read.txt
 check "idle waits folded"      0 'WaitForMultipleObjects.* x [0-9]{3}$'      -  "$sim" --trace-all read.txt
 check "no such kind"           2 - '--trace takes KIND,..., not "opens,reads"' "$sim" --trace=opens,reads read.txt

@@ -292,6 +292,8 @@ static Meaning status_meaning(std::string_view text) {
         c = c == '_' ? ' ' : c;
     const std::uint32_t code = slash != std::string_view::npos ? number_in(text.substr(slash + 1)) : 0;
     Meaning meaning = {state, Lane::Service, state};
+    if (text == "RUNNING 0/0") // behind an answer that is none
+        meaning.weight = Weight::Follows;
     if (code != 0)
         meaning.words = state == "stopped" ? word(g_startFailures, code, "stopped: code")
                                            : word(g_inhibitAnswers, code, "answer");

@@ -174,7 +174,7 @@ static std::string two_columns(const std::string& effect, const std::string& mea
     const size_t room = width - std::min(width, meaning.size() + 2); // beside the whole meaning
     size_t left = std::max(effect.size(), usual);
     if (left > room)
-        left = std::max(room, EFFECT_LEAST);
+        left = std::max(room, std::min(effect.size(), EFFECT_LEAST));
     return coloured(padded(shortened(effect, left), left), colour) + "  " +
            coloured(shortened(meaning, width - left - 2), "1");
 }
@@ -225,9 +225,11 @@ static std::string time_columns(Ms time) {
     return coloured(text, "2") + "  ";
 }
 
+constexpr Ms SHORTEST_GAP = 60000; // what is shorter shows in the time columns
+
 // ">> 30 min later", where that much has passed without a line.
 static void put_gap(Ms time) {
-    if (time < g_view.shown + 1000 || g_view.shown_clock < 0)
+    if (time < g_view.shown + SHORTEST_GAP || g_view.shown_clock < 0)
         return;
     const std::string words = ">> " + duration_words(time - g_view.shown) + " later";
     put(time_columns(time) + coloured(words, "1;36"));
@@ -265,16 +267,20 @@ static void put_heading(const Moment& moment) {
 
 // ---- folding ----
 
-// What stands for many lines of a thread's first instant: how many, and the state that they leave.
+// What stands for many lines of threads that begin: how many, and the state that they leave.
 static Moment summary_of(const std::vector<Moment>& lines) {
     std::map<Lane, std::string> lanes;
+    std::set<std::string> threads;
     for (const Moment& line : lines) {
+        threads.insert(line.thread);
         if (line.meaning.lane != Lane::None && !line.meaning.state.empty())
             lanes[line.meaning.lane] = line.meaning.state;
     }
-    Moment summary = lines.back();
+    Moment summary = lines.front();
     summary.kind = LineKind::Other;
     summary.text = format("%zu effects", lines.size());
+    if (threads.size() > 1)
+        summary.thread = format("%zu threads", threads.size());
     summary.meaning = {};
     for (const auto& [lane, state] : lanes) {
         summary.meaning.words += summary.meaning.words.empty() ? "" : ", ";
@@ -283,26 +289,25 @@ static Moment summary_of(const std::vector<Moment>& lines) {
     return summary;
 }
 
-constexpr size_t LINES_OF_A_START = 5; // more in a thread's first instant are folded
-
+// All that threads do in their first instant is one line.
 static void fold_start(std::vector<Moment>* block) {
-    std::map<std::string, std::vector<Moment>> starts;
-    auto first = [&](const Moment& line) {
-        return line.source == Moment::Source::Effect && g_view.first_instant[line.thread] == line.time;
-    };
-    for (const Moment& line : *block) {
-        if (first(line))
-            starts[line.thread].push_back(line);
-    }
-    std::set<std::string> done;
+    std::vector<Moment> begun;
     std::vector<Moment> kept;
     for (const Moment& line : *block) {
-        if (!line.thread.empty() && line.source == Moment::Source::Detail)
-            continue;
-        if (!first(line) || starts[line.thread].size() < LINES_OF_A_START)
+        if (line.source == Moment::Source::Outside)
             kept.push_back(line);
-        else if (done.insert(line.thread).second)
-            kept.push_back(summary_of(starts[line.thread]));
+        else if (line.source != Moment::Source::Effect)
+            continue;
+        else if (g_view.first_instant[line.thread] == line.time)
+            begun.push_back(line);
+        else
+            kept.push_back(line);
+    }
+    if (!begun.empty()) {
+        const auto place = std::find_if(kept.begin(), kept.end(), [&](const Moment& line) {
+            return line.source != Moment::Source::Outside && line.time >= begun.front().time;
+        });
+        kept.insert(place, summary_of(begun));
     }
     *block = std::move(kept);
 }
@@ -321,8 +326,8 @@ static void fold(std::vector<Moment>* block) {
         const size_t end = a.kind == LineKind::Status && a.text.find(" checkpoint") != std::string::npos
                                ? a.text.find(" checkpoint")
                                : a.text.size();
-        return a.thread == b.thread && a.source == b.source && b.text.compare(0, end, a.text, 0, end) == 0 &&
-               (b.text.size() == end || b.text[end] == ' ');
+        return (a.thread == b.thread || a.kind == LineKind::Status) && a.source == b.source &&
+               b.text.compare(0, end, a.text, 0, end) == 0 && (b.text.size() == end || b.text[end] == ' ');
     };
     for (const Moment& line : *block) {
         if (line.source == Moment::Source::Effect &&
