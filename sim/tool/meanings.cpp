@@ -399,7 +399,7 @@ static Meaning client_writes(const std::string& rest, MeaningMemory* memory) {
 
 // "GMMS = 5", "GOPT(0x200) = 1 times 2"
 static Meaning firmware_answers(const std::string& rest, MeaningMemory* memory) {
-    if (rest.find(" = ") == std::string::npos || rest.find("0x0 ") == 0)
+    if (rest.find(" = ") == std::string::npos)
         return {};
     std::string request = rest;
     if (request.find('(') == std::string::npos)
@@ -416,7 +416,13 @@ static Meaning helper_told(const std::string& rest, MeaningMemory*) {
                                 {ZORPM_HELPER_RESTORE_USER_POLICY, "restore the user's policy"},
                                 {ZORPM_HELPER_MONITOR_OFF, "turn the monitor off"},
                                 {ZORPM_HELPER_ACTIVATE_SCHEME, "make a scheme active"}};
-    return {word(rows, number_in(rest), "helper's command")};
+    for (const char* word : {"close", "quit"}) {
+        if (rest.ends_with(word))
+            return {"its window is told to " + std::string(word)};
+    }
+    // "session 2 5 ARGUMENT"
+    const size_t command = rest.starts_with("session ") ? rest.find(' ', 8) : 0;
+    return {word(rows, number_in(rest.substr(std::min(command, rest.size()))), "helper's command")};
 }
 
 static const CommandRow g_commandRows[] = {

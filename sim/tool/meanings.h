@@ -48,6 +48,8 @@ struct Meaning {
 struct MeaningMemory {
     std::map<std::string, std::uint32_t> values; // the registry's numbers, by "PATH VALUE"
     std::uint32_t option_version = 0;
+    std::uint32_t option_type = 0;
+    std::uint32_t thermal_revision = 0;
 };
 
 LineKind kind_of(const TraceLine& line);

@@ -43,6 +43,7 @@ static const Word g_cpuQueries[] = {CPU_QUERIES(WORD_ROW)};
 static const Word g_cpuStates[] = {CPU_SELECTS(WORD_ROW)};
 static const Word g_thermalQueries[] = {DYTC_QUERIES(WORD_ROW)};
 static const Word g_systemModes[] = {DYTC_SYSTEM_MODES(WORD_ROW)};
+static const Word g_currentSettings[] = {TMCT_CURRENT_SETTINGS(WORD_ROW)};
 static const Word g_functions[] = {THERMAL_FUNCTIONS(WORD_ROW)};
 static const ThermalWords g_thermalWords[] = {
 #define THERMAL_ROW(name, function, mode, on, operation, words)                                              \
@@ -150,15 +151,19 @@ static Meaning posture(const Request& r, MeaningMemory*) {
     return {words, Lane::Posture, words};
 }
 
+static std::string option_words(std::uint32_t status, const MeaningMemory& memory) {
+    if (memory.option_type == OPTION_TYPE_LAST) // tells in one bit
+        return (status & OPTION_TYPE_LAST_ATTACHED) != 0 ? "attached" : "none";
+    return memory.option_version == OPTION_VERSION_1 ? word(g_optionsFirst, status, "unknown status")
+                                                     : word(g_optionsSecond, status, "unknown status");
+}
+
 static Meaning option(const Request& r, MeaningMemory* memory) {
     if (r.argument == GOPT_STATUS) {
-        const std::string words = memory->option_version == OPTION_VERSION_1
-                                      ? word(g_optionsFirst, r.answer)
-                                      : word(g_optionsSecond, r.answer);
+        const std::string words = option_words(r.answer, *memory);
         return {"option: " + words, Lane::Option, words};
     }
-    if (r.argument == GOPT_VERSION)
-        memory->option_version = r.answer;
+    (r.argument == GOPT_VERSION ? memory->option_version : memory->option_type) = r.answer;
     return {format("%s 0x%x", word(g_optionQueries, r.argument).c_str(), r.answer), Lane::None, "",
             Weight::Ceremony};
 }
@@ -227,21 +232,26 @@ static std::string announced(std::uint32_t capability) {
     return list.empty() ? "none" : list;
 }
 
-static Meaning thermal_query(const Request& r) {
+static Meaning thermal_query(const Request& r, MeaningMemory* memory) {
     const std::string asked = word(g_thermalQueries, r.argument) + ": ";
+    // Revision 2 tells of the one mode of the whole system here.
+    if (r.argument == DYTC_QUERY_FUNCTION_CAPABILITY && memory->thermal_revision == 2)
+        return {"system-wide mode: " + word(g_currentSettings, DytcCurrentSetting(r.answer))};
     if ((r.answer & DYTC_SUCCESS) == 0 && r.argument != DYTC_QUERY_SYSTEM_CONTROL_MODE)
         return {asked + "not supported"};
-    if (r.argument == DYTC_QUERY_REVISION)
-        return {asked + std::to_string(DytcRevision(r.answer))};
+    if (r.argument == DYTC_QUERY_REVISION) {
+        memory->thermal_revision = DytcRevision(r.answer);
+        return {asked + std::to_string(memory->thermal_revision)};
+    }
     if (r.argument == DYTC_QUERY_FUNCTION_CAPABILITY)
         return {asked + announced(r.answer)};
     return {asked + format("0x%x", DytcSystemControlMode(r.answer))};
 }
 
-static Meaning thermal(const Request& r, MeaningMemory*) {
+static Meaning thermal(const Request& r, MeaningMemory* memory) {
     for (const Word& row : g_thermalQueries) {
         if (row.value == r.argument)
-            return thermal_query(r);
+            return thermal_query(r, memory);
     }
     for (const Word& row : g_systemModes) {
         if (row.value != r.argument)

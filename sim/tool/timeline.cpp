@@ -294,13 +294,10 @@ static void fold_start(std::vector<Moment>* block) {
     std::vector<Moment> begun;
     std::vector<Moment> kept;
     for (const Moment& line : *block) {
-        if (line.source == Moment::Source::Outside)
-            kept.push_back(line);
-        else if (line.source != Moment::Source::Effect)
-            continue;
-        else if (g_view.first_instant[line.thread] == line.time)
+        const bool effect = line.source == Moment::Source::Effect;
+        if (effect && g_view.first_instant[line.thread] == line.time)
             begun.push_back(line);
-        else
+        else if (effect || line.source == Moment::Source::Outside)
             kept.push_back(line);
     }
     if (!begun.empty()) {

@@ -67,6 +67,9 @@ static const struct {
     {"request DYTC(0x0) = 0x30000001", "revision of thermal control: 3"},
     {"request DYTC(0x101) = 0x0", "system: cool and quiet, accepted"},
     {"request DYTC(0x123456) = 0x1", ""},
+    {"request DYTC(0x3) = 0x240001", "thermal functions: two in one, quiet hinge"},
+    {"request DYTC(0x0) = 0x20000001", "revision of thermal control: 2"},
+    {"request DYTC(0x3) = 0x201", "system-wide mode: high performance"},
     {"request GMMS(0x0) = 0x5", "tent"},
     {"request GMMS(0x0) = 0x9", "unknown posture 9"},
     {"request GMMS(0x0) failed", "posture: fails"},
@@ -74,6 +77,8 @@ static const struct {
     {"request GOPT(0x200) = 0x10", "option: keyboard"},
     {"request GOPT(0x0) = 0x102", "version of the option interface 0x102"},
     {"request GOPT(0x200) = 0x10001", "option: keyboard attached, flip mode"},
+    {"request GOPT(0x100) = 0x4", "type of the option interface 0x4"},
+    {"request GOPT(0x200) = 0x3", "option: attached"},
     {"request GETLIDSTATUS() = 0x2", "lid closed"},
     {"request GETLIDSTATUS() = 0x1", "lid: no valid reading"},
     {"request MHKA(0x1) = 0x80000807", "page 1 can hand over hot keys 1 to 3, 12, 32"},
@@ -112,6 +117,7 @@ TEST(Timeline, LinesMeanWhatTheyTell) {
     EXPECT_EQ(
         "handed to clients: hot key 12",
         meaning_of_command("registry set SVC\\Parameters\\CurrentSetting @ dword 0x800", &memory).words);
+    EXPECT_EQ("turn the monitor off", meaning_of_command("helper session 2 5", &memory).words);
     EXPECT_EQ("tent", meaning_of_command("firmware GMMS = 5 times 2", &memory).words);
 }
 
