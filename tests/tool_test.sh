@@ -57,7 +57,7 @@ check "repeated"               1 'repeat with: zorpmsim --seed 4 fails.txt'  -  
 check "counted"                1 '^fails.txt: 6 of 6 seeds fail$'            -  "$sim" --seeds 4..9 --all fails.txt
 
 # The timeline: for people only when asked, where the output is no terminal; the raw trace stays as it is.
-printf 'start\nadvance 30m # pause\nevent 0x60C0\nregistry set SVC\\Parameters\\CurrentSetting @ dword 0x4\nstop\n' >read.txt
+printf 'start\nadvance 30m # pause\nevent 0x60C0\nregistry set SVC\\Parameters\\CurrentSetting @ dword 0x4\nstop\nexpect status STOPPED 0/0\n' >read.txt
 check "time passes"            0 '^09:30:00 +1800.000 +>> 30 min later$'     -  "$sim" --read read.txt
 check "an event"               0 '^ +>> +event 0x60C0 +transformation changed$' -  "$sim" --read read.txt
 check "a client"               0 '>> +client writes CurrentSetting = 0x4 +handed to clients: hot key 3$' -  "$sim" --read read.txt
@@ -71,9 +71,52 @@ check "no such time"           2 - '--from takes TIME, not "9:75"'           "$s
     cut -d' ' -f1-3 | sort | uniq -c >some
 diff - some <<'EOF' || { echo "a part of the trace"; failed=1; }
       5 1800.000 TerminalThread request
-      1 read.txt: 0 expectations
+      1 read.txt: 1 expectations
 EOF
 cmp <("$sim" read.txt) <("$sim" --plain --read --plain read.txt) || { echo "raw trace: differs"; failed=1; }
 COLUMNS=80 "$sim" --read read.txt | awk 'length > 80 { print "too wide: " $0; bad = 1 } END { exit bad }' || failed=1
+# Help is made from the commands.
+check "help"                   0 '^  firmware METHOD'                        -  "$sim" --help
+check "help of a command"      0 '^  windows hibernate allowed\|forbidden'  -  "$sim" --help windows hibernate
+check "no such command"        2 - 'did you mean firmware\?'                "$sim" --help firmwares
+check "version"                0 '^zorpmsim [0-9]+\.[0-9]+\.[0-9]+$'       -  "$sim" --version
+! "$sim" --help | grep -E '^  [a-z -]+ $' || { echo "a command without help"; failed=1; }
+
+# A file that expects nothing.
+printf 'start\nshow threads\n' >asks_nothing.txt
+check "expects nothing"        0 '^asks_nothing.txt: 0 expectations hold$'   '^asks_nothing.txt: it expects nothing$' "$sim" asks_nothing.txt
+check "shown"                  0 'TerminalThread \(service\): waits for'   'nothing' "$sim" asks_nothing.txt
+check "strict"                 1 '^asks_nothing.txt:0: it expects nothing'   nothing "$sim" --strict asks_nothing.txt
+check "strict seeds"           1 '^asks_nothing.txt: seed 1: .* expects nothing' nothing "$sim" --strict --seeds 2 asks_nothing.txt
+
+# The verdict comes last, behind the lines around it and the state.
+"$sim" fails.txt >out
+[[ $(tail -1 out) == "fails.txt:4: expected request DYTC(0x5) = 0x1" ]] || { echo "the verdict is not last"; failed=1; }
+grep -q '^-- registry' out || { echo "a failing run shows no state"; failed=1; }
+
+# Output that cannot be written; a reader that has gone; an interruption.
+check "full disk"              3 - 'No space left on device'                 bash -c "'$sim' holds.txt >/dev/full"
+check "closed output"          3 - 'Bad file descriptor'                     bash -c "'$sim' holds.txt >&-"
+"$sim" holds.txt 2>err | head -1 >out
+look "closed pipe" err -
+printf 'start\nadvance 300000d\nexpect no call *\n' >long.txt
+coproc LONG { exec "$sim" long.txt 2>err; }
+exec {trace}<&"${LONG[0]}"
+read -r line <&$trace # there as soon as it has happened
+kill -INT "$LONG_PID"
+cat <&$trace >out
+look "interrupted" out '^long.txt:[12]: interrupted, 0 expectations held$'
+
+# Two seeds, all schedules, the shortest script.
+printf 'start\nadvance 5s\ntogether\nsignal Sleep\ncontrol 133\nend\nadvance 1s\nexpect request LCDCSGETSTATE*\n' >two.txt
+check "explored"               0 '^two.txt: [0-9]+ schedules hold, complete' -  "$sim" --explore two.txt
+check "cut short"              1 '^two.txt: [0-9]+ schedules hold, not complete' -  "$sim" --explore --limit 5 --jobs 1 two.txt
+check "nothing to explore"     2 - 'nothing to explore'                      "$sim" --explore holds.txt
+printf 'expect next request LCDCSGETSTATE*\n' >>two.txt
+check "explored, fails"        1 'repeat with: zorpmsim --schedule [0-9:,]+ two.txt' -  "$sim" --explore two.txt
+check "parts"                  1 'the runs part in line'                     -  "$sim" --diff 1 2 two.txt
+check "the same"               0 'both runs are the same'                    nothing "$sim" --diff 3 3 asks_nothing.txt
+check "shrunk"                 1 '^expect request DYTC'                                  -  "$sim" --shrink fails.txt
+check "does not fail"          2 - 'it does not fail'                        "$sim" --shrink holds.txt
 
 exit $failed

@@ -1,5 +1,6 @@
 #include "sim/machine/machine.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -21,16 +22,30 @@ bool have_machine() {
     return g_machine != nullptr;
 }
 
-std::uint64_t random_below(std::uint64_t bound) {
-    // splitmix64: small, repeatable, good enough to draw schedules.
-    std::uint64_t z = (machine().random_state += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    z ^= z >> 31;
-    return bound != 0 ? z % bound : 0;
+static volatile std::sig_atomic_t g_interrupted = 0;
+
+void interrupt_machines() {
+    g_interrupted = 1;
 }
 
-Machine::Machine(std::uint64_t chosen_seed) : seed(chosen_seed), random_state(chosen_seed) {
+bool interrupted() {
+    return g_interrupted != 0;
+}
+
+std::uint64_t splitmix(std::uint64_t* state) {
+    std::uint64_t z = (*state += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+
+std::uint64_t random_below(std::uint64_t bound) {
+    const std::uint64_t drawn = splitmix(&machine().random_state);
+    return bound != 0 ? drawn % bound : 0;
+}
+
+Machine::Machine(std::uint64_t chosen_seed)
+    : seed(chosen_seed), random_state(chosen_seed), schedule(chosen_seed) {
     if (g_machine != nullptr) {
         std::fprintf(stderr, "two machines at once\n");
         std::abort();

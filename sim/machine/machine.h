@@ -12,6 +12,7 @@
 #include "sim/machine/clock.h"
 #include "sim/machine/handles.h"
 #include "sim/machine/process.h"
+#include "sim/machine/schedule.h"
 #include "sim/machine/scheduler.h"
 #include "sim/machine/state.h"
 #include "sim/machine/text.h"
@@ -25,6 +26,7 @@ constexpr std::uint64_t HASH_PRIME = 1099511628211ull;
 struct Machine {
     std::uint64_t seed = 0;
     std::uint64_t random_state = 0;
+    Schedule schedule;
     Ms now = 0;
     StateSlots state;
 
@@ -34,6 +36,7 @@ struct Machine {
     std::uint64_t trace_hash = HASH_START;
     void (*on_line)(const TraceLine&) = nullptr;
     void (*on_command)(const std::string& text, int line) = nullptr; // of a script, before it acts
+    void (*on_show)(const std::string&) = nullptr; // a line of state, which is no part of the trace
 
     std::vector<std::string> violations;
     std::uint64_t calls = 0;                                    // platform calls that can fail, so far
@@ -56,13 +59,15 @@ struct Machine {
     Process* host = nullptr; // stands for code outside all simulated threads
     DWORD host_last_error = 0;
     Thread* running = nullptr;
+    Thread* overtaking = nullptr; // runs next
+    unsigned held = 0;            // threads that were held since the last look
 
     explicit Machine(std::uint64_t seed = 0); // becomes the current machine; one at a time
     ~Machine();
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
 
-    void settle();             // runs until every thread waits
+    void settle(); // runs until every thread waits; too many waits of no length move the clock by 1 ms
     void advance(Ms duration); // time passes; what falls due at its very end is included
     Ms next_deadline() const;  // NEVER when nobody waits for the clock
 };
@@ -82,6 +87,12 @@ template <class T> T& thread_state() {
     return current()->state.get<T>();
 }
 
+// From now on no machine runs on, and scripts end where they are; from any thread or signal handler.
+void interrupt_machines();
+bool interrupted();
+
+// The next number of a sequence; small, repeatable, good enough to draw schedules.
+std::uint64_t splitmix(std::uint64_t* state);
 // Repeatable random numbers of the machine's seed, below `bound`.
 std::uint64_t random_below(std::uint64_t bound);
 

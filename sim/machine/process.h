@@ -51,6 +51,11 @@ struct Thread {
     Ms instant = NEVER;
     unsigned zero_waits = 0;
     unsigned calls = 0;
+    unsigned instant_waits = 0;
+    bool held = false; // until the next millisecond, after too many waits of no length
+    // of schedules by priority
+    std::uint64_t priority = 0;
+    std::uint64_t priority_drawn = 0; // the instant
     Fiber* fiber = nullptr;
     std::vector<Object*> owned; // mutexes
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "sim/machine/fiber.h"
 #include "sim/machine/machine.h"
@@ -13,8 +14,8 @@ constexpr unsigned ZERO_WAITS_PER_INSTANT = 1000;
 // A thread that makes this many calls in one instant without any wait runs on.
 constexpr unsigned CALLS_WITHOUT_WAIT = 100000;
 
-// One call in so many hands over, with a seed other than 0.
-constexpr std::uint64_t CALLS_PER_HAND_OVER = 6;
+// A thread whose waits all end at once, so often in one instant, runs on too.
+constexpr unsigned WAITS_PER_INSTANT = 1000000;
 
 static void hand_over_to_machine(Thread* thread) {
     ++machine().switches;
@@ -35,6 +36,33 @@ static void yield() {
     Machine& m = machine();
     if (m.running == nullptr || m.ready.empty())
         return;
+    Thread* thread = m.running;
+    give_way(thread);
+    schedule(thread);
+    hand_over_to_machine(thread);
+}
+
+// The others that could run now.
+static std::vector<Thread*> runnable() {
+    std::vector<Thread*> threads;
+    for (Thread* thread : machine().ready) {
+        if (thread->suspended == 0) // a suspended one keeps its place
+            threads.push_back(thread);
+    }
+    return threads;
+}
+
+void may_hand_over(const char* where) {
+    Machine& m = machine();
+    if (m.running == nullptr || m.ready.empty() || m.schedule.policy == Policy::First)
+        return;
+    const std::vector<Thread*> others = runnable();
+    if (others.empty())
+        return;
+    Thread* other = overtaker(where, others);
+    if (other == nullptr)
+        return;
+    m.overtaking = other;
     Thread* thread = m.running;
     schedule(thread);
     hand_over_to_machine(thread);
@@ -139,22 +167,50 @@ static void new_instant(Thread* thread) {
     thread->instant = machine().now;
     thread->zero_waits = 0;
     thread->calls = 0;
+    thread->instant_waits = 0;
 }
 
 static void block(Thread* thread) {
+    thread->calls = 0;
     thread->run = Run::Waiting;
     machine().waiting.push_back(thread);
     hand_over_to_machine(thread);
 }
 
-// Counts a wait of no length; after too many of them the thread is held until the next millisecond.
+// Counts a wait of no length; after too many of them the thread is held until the next millisecond, to which
+// the clock moves by itself when nobody else can run.
 static void count_zero_wait(Thread* thread) {
     new_instant(thread);
     thread->calls = 0;
     if (++thread->zero_waits < ZERO_WAITS_PER_INSTANT)
         return;
     thread->deadline = machine().now + 1;
+    ++machine().held;
+    thread->held = true;
     block(thread);
+    thread->held = false;
+}
+
+// Whether a thread is held that the next millisecond lets go.
+static bool anyone_held() {
+    Machine& m = machine();
+    if (m.held == 0)
+        return false;
+    m.held =
+        static_cast<unsigned>(std::count_if(m.waiting.begin(), m.waiting.end(), [](const Thread* thread) {
+            return thread->held && thread->suspended == 0;
+        }));
+    return m.held != 0;
+}
+
+// Counts a wait that had nothing to wait for.
+static void count_satisfied_wait(Thread* thread) {
+    new_instant(thread);
+    thread->calls = 0;
+    if (++thread->instant_waits < WAITS_PER_INSTANT)
+        return;
+    violation("%u waits in one instant, each for what was there already", WAITS_PER_INSTANT);
+    end_thread(thread, 0);
 }
 
 DWORD wait_for(const std::vector<ObjectRef>& objects, bool all, DWORD timeout_ms) {
@@ -173,7 +229,10 @@ DWORD wait_for(const std::vector<ObjectRef>& objects, bool all, DWORD timeout_ms
     if (satisfied || timeout_ms == 0) {
         const DWORD result = thread->wait_result;
         end_wait(thread);
-        count_zero_wait(thread);
+        if (satisfied)
+            count_satisfied_wait(thread);
+        else
+            count_zero_wait(thread);
         yield();
         return satisfied ? result : WAIT_TIMEOUT;
     }
@@ -216,11 +275,10 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
         return true;
     new_instant(thread);
     if (++thread->calls > CALLS_WITHOUT_WAIT) {
-        violation("%s: runs on without ever waiting", name);
+        violation("%s: %u calls in one instant without a wait", name, CALLS_WITHOUT_WAIT);
         end_thread(thread, 0);
     }
-    if (m.seed != 0 && !m.ready.empty() && random_below(CALLS_PER_HAND_OVER) == 0)
-        yield();
+    may_hand_over(name);
     if (!can_fail || !chosen_to_fail(m, name))
         return true;
     m.failed_call = name;
@@ -229,30 +287,44 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
     return false;
 }
 
-void Machine::settle() {
-    while (true) {
-        // A suspended thread keeps its place.
-        std::vector<size_t> runnable;
-        for (size_t i = 0; i < ready.size(); ++i) {
-            if (ready[i]->suspended > 0)
-                continue;
-            runnable.push_back(i);
-            if (seed == 0)
-                break;
-        }
-        if (runnable.empty())
+// The thread that runs next, taken out of those that are ready; null when none can.
+static Thread* take_next() {
+    Machine& m = machine();
+    Thread* thread = std::exchange(m.overtaking, nullptr);
+    const auto first =
+        std::find_if(m.ready.begin(), m.ready.end(), [](const Thread* t) { return t->suspended == 0; });
+    if (first == m.ready.end())
+        return nullptr;
+    if (thread == nullptr)
+        thread = m.schedule.policy == Policy::First ? *first : next_thread(runnable());
+    m.ready.erase(std::find(m.ready.begin(), m.ready.end(), thread));
+    return thread;
+}
+
+static void run_ready() {
+    Machine& m = machine();
+    schedule_instant();
+    while (!interrupted()) {
+        Thread* thread = take_next();
+        if (thread == nullptr)
             return;
-        const size_t pick = runnable[seed != 0 ? random_below(runnable.size()) : 0];
-        Thread* thread = ready[pick];
-        ready.erase(ready.begin() + static_cast<std::ptrdiff_t>(pick));
-        running = thread;
+        m.running = thread;
         fiber_resume(thread->fiber);
-        running = nullptr;
+        m.running = nullptr;
         if (thread->run == Run::Ended && thread->fiber != nullptr) {
             fiber_release(thread->fiber);
             thread->fiber = nullptr;
         }
     }
+}
+
+void Machine::settle() {
+    run_ready();
+    if (!anyone_held() || interrupted())
+        return;
+    ++now;
+    wake_waiting();
+    run_ready();
 }
 
 Ms Machine::next_deadline() const {
@@ -266,16 +338,16 @@ Ms Machine::next_deadline() const {
 
 void Machine::advance(Ms duration) {
     const Ms target = now + duration;
-    settle();
-    while (true) {
+    run_ready();
+    while (!interrupted()) {
         const Ms next = next_deadline();
         if (next > target)
             break;
         now = std::max(now, next);
         wake_waiting();
-        settle();
+        run_ready();
     }
-    now = target;
+    now = std::max(now, target);
 }
 
 } // namespace sim

@@ -29,6 +29,9 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code);
 // First line of each call that cannot fail.
 #define SIM_VISIT() ((void)::sim::enter_call(__func__, false, 0))
 
+// Where a schedule may let another thread overtake: each platform call is such a place.
+void may_hand_over(const char* where);
+
 // For the life of a thread.
 void schedule(Thread* thread);       // it can run
 void unschedule(Thread* thread);     // it neither runs nor waits any more

@@ -4,6 +4,7 @@
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
+#include "sim/script/show.h"
 
 namespace sim {
 
@@ -233,11 +234,29 @@ static Action compile_check_device(Tokens& tokens) {
     };
 }
 
+static void show_devices(const std::string&) {
+    for (size_t which = 0; which < ARRAYSIZE(g_interfaces); ++which) {
+        for (size_t instance = 0; instance < INSTANCES; ++instance) {
+            const InterfaceState& state = state_of(which);
+            if (instance == 0 || state.present[instance])
+                show_line("%s%s %s, state %u, opened %zu times", g_interfaces[which].name,
+                          instance == 0 ? "" : g_secondSuffix,
+                          state.present[instance] ? "present" : "missing", state.state[instance],
+                          state.open[instance].size());
+        }
+    }
+}
+
+static const Shows g_shown("devices", show_devices);
+
 static const Commands g_commands({
-    {"device slate", Use::Machine, compile_device<0>},
-    {"device dock", Use::Machine, compile_device<1>},
-    {"device button", Use::Machine, compile_device<2>},
-    {"check device", Use::Check, compile_check_device},
+    {"device slate", Use::Machine, compile_device<0>,
+     "missing|present | = VALUE | second missing|present | read|write fails [times N] - the slate indicator"},
+    {"device dock", Use::Machine, compile_device<1>,
+     "missing|present | = VALUE | second missing|present | read|write fails [times N] - the dock indicator"},
+    {"device button", Use::Machine, compile_device<2>,
+     "missing|present | second missing|present | write fails [times N] - the button device"},
+    {"check device", Use::Check, compile_check_device, "slate|dock = VALUE - the indicator's state byte"},
 });
 
 } // namespace sim

@@ -10,7 +10,9 @@
 
 #include "sim/machine/files.h"
 #include "sim/script/commands.h"
+#include "sim/script/grammar.h"
 #include "sim/script/nearest.h"
+#include "sim/script/show.h"
 
 namespace sim {
 
@@ -64,6 +66,11 @@ struct EventRecord {
 // The driver's events, in the order of their registration.
 enum : size_t { START_EVENT, STOP_EVENT, SLEEP_EVENT, RESUME_EVENT, NOTIFY_EVENT, DRIVER_EVENTS };
 
+struct LastRequest {
+    std::string line; // of the trace
+    Ms time = 0;
+};
+
 struct Driver {
     bool primary = true;
     bool secondary = true;
@@ -71,6 +78,7 @@ struct Driver {
     std::map<std::string, std::map<std::int64_t, Answers>> answers; // by method and argument
     std::deque<EventRecord> events;
     ObjectRef notify[DRIVER_EVENTS];
+    std::map<const Method*, LastRequest> last;
     std::function<bool(const std::string&, DWORD, Answer*)> answer_hook;
     std::function<void(const std::string&, const DWORD*, DWORD)> request_hook;
 };
@@ -121,6 +129,27 @@ static const struct { const char* name; std::uint64_t value; } g_defaults[] = {
     {"GETTIMERRESOL", 156250},
 };
 // clang-format on
+
+// What the trace says of requests.
+static std::vector<std::string> request_forms() {
+    std::vector<std::string> forms;
+    for (const Method& method : g_methods) {
+        const bool empty = method.in_bytes == 0 || method.input_optional;
+        const std::string request = std::string("request ") + method.name +
+                                    (method.in_bytes > 8    ? "(48 bytes)"
+                                     : method.in_bytes == 8 ? "(%u, %u)"
+                                     : empty                ? "()"
+                                                            : "(0x%x)");
+        forms.push_back(request + " failed");
+        if (method.code == GETEVENT)
+            forms.push_back(request + " = 0x%x 0x%x{| bytes %u}");
+        else
+            forms.push_back(request + (method.out_bytes == 4 ? " = 0x%x{| bytes %u}" : ""));
+    }
+    return forms;
+}
+
+static const TraceForms g_forms(request_forms());
 
 static Driver& driver() {
     return machine_state<Driver>();
@@ -278,8 +307,14 @@ static std::string shown_request(const Method& method, const DWORD* in) {
     return format("request %s(0x%x)", method.name, in[0]);
 }
 
-static BOOL request_failed(const std::string& shown) {
-    trace("%s failed", shown.c_str());
+// The request's line in the trace; `show firmware` has the last of each method.
+static void trace_request(const Method& method, const std::string& line) {
+    driver().last[&method] = {line, machine().now};
+    trace("%s", line.c_str());
+}
+
+static BOOL request_failed(const Method& method, const std::string& shown) {
+    trace_request(method, shown + " failed");
     set_last_error(ERROR_GEN_FAILURE);
     return FALSE;
 }
@@ -289,7 +324,7 @@ static BOOL fetch_event(const Method& method, const std::string& shown, void* ou
     Driver& d = driver();
     const Answer answer = answer_to(method, 0);
     if (answer.fails)
-        return request_failed(shown);
+        return request_failed(method, shown);
     DWORD record[2] = {};
     const bool empty = d.events.empty();
     if (!empty) {
@@ -301,9 +336,9 @@ static BOOL fetch_event(const Method& method, const std::string& shown, void* ou
     *returned = answer.bytes != ALL_BYTES ? answer.bytes : empty ? 0 : DWORD{sizeof(record)};
     std::memcpy(out, record, std::min<DWORD>(*returned, sizeof(record)));
     if (*returned == sizeof(record))
-        trace("%s = 0x%x 0x%x", shown.c_str(), record[0], record[1]);
+        trace_request(method, shown + format(" = 0x%x 0x%x", record[0], record[1]));
     else
-        trace("%s = 0x%x 0x%x bytes %u", shown.c_str(), record[0], record[1], *returned);
+        trace_request(method, shown + format(" = 0x%x 0x%x bytes %u", record[0], record[1], *returned));
     return TRUE;
 }
 
@@ -314,7 +349,7 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
     const DWORD argument = method.in_bytes != 0 && in != nullptr ? in[0] : 0;
     const Answer answer = answer_to(method, argument);
     if (answer.fails)
-        return request_failed(shown);
+        return request_failed(method, shown);
     if (driver().request_hook)
         driver().request_hook(method.name, in, method.in_bytes);
     if (method.code == REGISTEREVENTS)
@@ -323,7 +358,7 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
         take_unregistration(in);
     *returned = answer.bytes != ALL_BYTES ? answer.bytes : method.out_bytes;
     if (method.out_bytes != 4) {
-        trace("%s", shown.c_str());
+        trace_request(method, shown);
         *returned = std::min(*returned, method.out_bytes);
         return TRUE;
     }
@@ -332,9 +367,9 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
     const auto value = static_cast<DWORD>(answer.value & ((std::uint64_t{1} << (8 * bytes)) - 1));
     std::memcpy(out, &value, bytes);
     if (*returned == 4)
-        trace("%s = 0x%x", shown.c_str(), value);
+        trace_request(method, shown + format(" = 0x%x", value));
     else
-        trace("%s = 0x%x bytes %u", shown.c_str(), value, *returned);
+        trace_request(method, shown + format(" = 0x%x bytes %u", value, *returned));
     return TRUE;
 }
 
@@ -523,12 +558,29 @@ static Action compile_signal(Tokens& tokens) {
     };
 }
 
+static void show_firmware(const std::string&) {
+    const Driver& d = driver();
+    show_line("devices: %s, %s; %zu events wait", d.primary ? "primary" : "no primary",
+              d.secondary ? "secondary" : "no secondary", d.events.size());
+    for (const Method& method : g_methods) {
+        const auto last = d.last.find(&method);
+        if (last != d.last.end())
+            show_line("%s at %.3f", last->second.line.c_str(), static_cast<double>(last->second.time) / 1000);
+    }
+}
+
+static const Shows g_shown("firmware", show_firmware);
+
 static const Commands g_commands({
-    {"firmware", Use::Machine, compile_firmware},
-    {"driver", Use::Machine, compile_driver},
-    {"device stick", Use::Machine, compile_stick},
-    {"event", Use::Drive, compile_event},
-    {"signal", Use::Drive, compile_signal},
+    {"firmware", Use::Machine, compile_firmware,
+     "METHOD[(ARG)] = VALUE [bytes N] [times N] | fails [times N] | takes DURATION|A..B - answers of the "
+     "firmware"},
+    {"driver", Use::Machine, compile_driver,
+     "[primary|secondary] missing|present [for DURATION] - the power-management devices"},
+    {"device stick", Use::Machine, compile_stick, "missing|present - the pointing stick"},
+    {"event", Use::Drive, compile_event, "CODE [SECOND] - one hardware event"},
+    {"signal", Use::Drive, compile_signal,
+     "Start|Stop|Sleep|Resume|NotifyEvent - the driver signals one of its events"},
 });
 
 } // namespace sim

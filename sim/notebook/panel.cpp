@@ -53,8 +53,9 @@ static Action compile_inverter(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"windows graphics", Use::Machine, compile_graphics},
-    {"windows inverter", Use::Machine, compile_inverter},
+    {"windows graphics", Use::Machine, compile_graphics, "missing|present - the graphics driver's COM class"},
+    {"windows inverter", Use::Machine, compile_inverter,
+     "TYPE FREQUENCY | get-fails | set-fails - the panel's inverter"},
 });
 
 } // namespace sim

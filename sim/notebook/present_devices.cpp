@@ -48,8 +48,10 @@ static Action compile_nameless_hardware(Tokens&) {
 }
 
 static const Commands g_commands({
-    {"hardware", Use::Machine, compile_hardware},
-    {"hardware nameless", Use::Machine, compile_nameless_hardware},
+    {"hardware", Use::Machine, compile_hardware,
+     "\"HARDWARE-ID\" present|absent|unended - a device among all present devices"},
+    {"hardware nameless", Use::Machine, compile_nameless_hardware,
+     "- one more present device, without hardware ids"},
 });
 
 } // namespace sim

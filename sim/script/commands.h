@@ -11,9 +11,9 @@ namespace sim {
 
 using Action = std::function<void()>;
 
-// What a command is: of the machine, a driving one (marks just before it acts), a check, or a word that the
-// reader of scripts itself knows (`together`), which has no action.
-enum class Use { Machine, Drive, Check, Structure };
+// What a command is: of the machine, a driving one (marks just before it acts), a check, a note (asks
+// nothing), or a word that the reader of scripts itself knows (`together`), which has no action.
+enum class Use { Machine, Drive, Check, Note, Structure };
 
 struct Command {
     const char* words; // e.g. "windows hibernate"; the longest match wins

@@ -1,10 +1,14 @@
 #include "sim/script/expectations.h"
 
+#include <algorithm>
 #include <cctype>
 #include <string_view>
+#include <vector>
 
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
+#include "sim/script/grammar.h"
+#include "sim/script/nearest.h"
 
 namespace sim {
 
@@ -76,6 +80,8 @@ static void expect_line(const std::string& pattern, bool very_next) {
         if (very_next)
             break;
     }
+    if (!g_expectations->failed)
+        g_expectations->pattern = pattern;
     expectation(false, (very_next ? "next " : "") + pattern);
 }
 
@@ -95,13 +101,57 @@ size_t mark_position() {
     return g_expectations != nullptr ? g_expectations->mark : 0;
 }
 
-std::string lines_since_mark() {
+constexpr size_t LINES_SHOWN = 20;
+constexpr size_t LINES_COMPARED = 5000; // for the nearest
+
+static std::string shown_line(const TraceLine& line) {
+    return format("%.3f %s ", static_cast<double>(line.time) / 1000, line.thread.c_str()) + line.text;
+}
+
+static std::vector<const TraceLine*> effects_since_mark() {
+    std::vector<const TraceLine*> lines;
+    const auto& all = machine().trace;
+    for (size_t i = next_effect(g_expectations->mark); i < all.size(); i = next_effect(i + 1))
+        lines.push_back(&all[i]);
+    return lines;
+}
+
+// The line that is fewest letters away from a pattern; null when none resembles it.
+static const TraceLine* nearest_line(const std::vector<const TraceLine*>& lines, const std::string& pattern) {
+    const bool open_end = pattern.ends_with('*');
+    const std::string letters = open_end ? pattern.substr(0, pattern.size() - 1) : pattern;
+    const TraceLine* nearest = nullptr;
+    size_t limit = letters.size() / 2 + 1;
+    for (size_t i = lines.size() - std::min(lines.size(), LINES_COMPARED); i < lines.size(); ++i) {
+        const std::string_view text = lines[i]->text;
+        const size_t apart = letters_apart(letters, open_end ? text.substr(0, letters.size()) : text, limit);
+        if (apart < limit) {
+            limit = apart;
+            nearest = lines[i];
+        }
+    }
+    return nearest;
+}
+
+std::string lines_around() {
+    const std::vector<const TraceLine*> lines = effects_since_mark();
+    if (lines.empty())
+        return "\n    (no line since the mark)";
+    const std::string& pattern = g_expectations->pattern;
+    const TraceLine* nearest = pattern.empty() ? nullptr : nearest_line(lines, pattern);
+    const auto* sought = machine().trace.data() + g_expectations->cursor;
+    size_t middle = lines.size();
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i] == nearest ||
+            (nearest == nullptr && !pattern.empty() && lines[i] >= sought && middle > i))
+            middle = i;
+    }
+    const size_t first = std::min(middle - std::min(middle, LINES_SHOWN / 2),
+                                  lines.size() - std::min(lines.size(), LINES_SHOWN));
     std::string text;
-    const auto& lines = machine().trace;
-    for (size_t i = next_effect(g_expectations->mark); i < lines.size(); i = next_effect(i + 1))
-        text += format("\n    %.3f %s ", static_cast<double>(lines[i].time) / 1000, lines[i].thread.c_str()) +
-                lines[i].text;
-    return text;
+    for (size_t i = first; i < std::min(first + LINES_SHOWN, lines.size()); ++i)
+        text += "\n    " + shown_line(*lines[i]);
+    return text + (nearest != nullptr ? "\n    nearest: " + shown_line(*nearest) : "");
 }
 
 // ---- commands ----
@@ -114,18 +164,26 @@ static std::string take_pattern(Tokens& tokens) {
     return tokens.rest_of_line;
 }
 
+// The same, for a pattern that some line can match.
+static std::string checked_pattern(Tokens& tokens, const std::string& pattern) {
+    const std::string error = pattern.empty() ? "" : impossible_pattern(pattern);
+    if (!error.empty())
+        tokens.fail(error);
+    return pattern;
+}
+
 static Action compile_expect(Tokens& tokens) {
-    const std::string pattern = take_pattern(tokens);
+    const std::string pattern = checked_pattern(tokens, take_pattern(tokens));
     return [pattern] { expect_line(pattern, false); };
 }
 
 static Action compile_expect_next(Tokens& tokens) {
-    const std::string pattern = take_pattern(tokens);
+    const std::string pattern = checked_pattern(tokens, take_pattern(tokens));
     return [pattern] { expect_line(pattern, true); };
 }
 
 static Action compile_expect_no(Tokens& tokens) {
-    const std::string pattern = take_pattern(tokens);
+    const std::string pattern = checked_pattern(tokens, take_pattern(tokens));
     return [pattern] { expectation(count_lines(pattern) == 0, "no " + pattern); };
 }
 
@@ -136,6 +194,7 @@ static Action compile_expect_count(Tokens& tokens) {
     pattern = blank == std::string::npos ? "" : pattern.substr(pattern.find_first_not_of(" \t", blank));
     if (pattern.empty())
         tokens.fail("a pattern expected");
+    checked_pattern(tokens, pattern);
     return [=] {
         const std::uint64_t count = count_lines(pattern);
         expectation(count == wanted, "count " + std::to_string(wanted) + " " + pattern + ", there are " +
@@ -148,11 +207,12 @@ static Action compile_mark(Tokens&) {
 }
 
 static const Commands g_commands({
-    {"mark", Use::Check, compile_mark},
-    {"expect", Use::Check, compile_expect},
-    {"expect next", Use::Check, compile_expect_next},
-    {"expect no", Use::Check, compile_expect_no},
-    {"expect count", Use::Check, compile_expect_count},
+    {"mark", Use::Note, compile_mark, "- what follows counts from here"},
+    {"expect", Use::Check, compile_expect,
+     "PATTERN - a trace line since the mark, behind the one that the expectation before it found"},
+    {"expect next", Use::Check, compile_expect_next, "PATTERN - the very next trace line"},
+    {"expect no", Use::Check, compile_expect_no, "PATTERN - no such line since the mark"},
+    {"expect count", Use::Check, compile_expect_count, "N PATTERN - exactly N such lines since the mark"},
 });
 
 } // namespace sim

@@ -15,6 +15,7 @@ struct Expectations {
     unsigned held = 0;
     bool failed = false;
     std::string message;
+    std::string pattern; // that no line matched
     Expectations* outer = nullptr;
 
     Expectations();
@@ -25,6 +26,8 @@ struct Expectations {
 
 void set_mark();        // here and now
 size_t mark_position(); // in the trace
-std::string lines_since_mark();
+// The lines since the mark, each behind a line break: those around the one that is nearest to the pattern
+// that failed, or around where it was looked for.
+std::string lines_around();
 
 } // namespace sim

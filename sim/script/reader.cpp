@@ -41,6 +41,10 @@ struct Reader {
 
 static void read_text(Reader* reader, const std::string& text, const std::string& path);
 
+static bool is_looking(Use use) {
+    return use == Use::Check || use == Use::Note;
+}
+
 // ---- the words of structure ----
 
 static void open_block(Reader* reader, ScriptLine line) {
@@ -68,11 +72,6 @@ static void read_end(Reader* reader, Tokens&, ScriptLine) {
         reader->fault("end without together or repeat");
     else
         reader->blocks.pop_back();
-}
-
-static std::string beside(const std::string& file, const std::string& other) {
-    const size_t slash = file.rfind('/');
-    return other.starts_with('/') || slash == std::string::npos ? other : file.substr(0, slash + 1) + other;
 }
 
 static void read_include(Reader* reader, Tokens& tokens, ScriptLine) {
@@ -110,7 +109,7 @@ static void read_within(Reader* reader, Tokens& tokens, ScriptLine line) {
     std::vector<RawToken> raw;
     split(&text, &raw);
     const Command* inner = find_command(raw);
-    if (raw.empty() || (inner != nullptr && (inner->use == Use::Check || inner->use == Use::Structure)))
+    if (raw.empty() || (inner != nullptr && (is_looking(inner->use) || inner->use == Use::Structure)))
         return reader->fault("within takes a command that acts: " + command);
     open_block(reader, std::move(line));
     read_command(reader, std::move(raw), text);
@@ -142,10 +141,9 @@ static Tokens arguments_of(const std::vector<RawToken>& raw, size_t words, const
 static void add_command(Reader* reader, const Command& command, Tokens& tokens, ScriptLine line) {
     line.action = command.compile(tokens);
     line.use = command.use;
-    const bool check = command.use == Use::Check;
-    if (check && reader->inside(Kind::Together))
+    if (is_looking(command.use) && reader->inside(Kind::Together))
         tokens.fail("a check inside together");
-    reader->script->expectations += check && std::string_view(command.words) != "mark";
+    reader->script->expectations += command.use == Use::Check;
     reader->lines().push_back(std::move(line));
 }
 

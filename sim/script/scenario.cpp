@@ -23,13 +23,17 @@ struct Running {
 
 } // namespace
 
-static void act(const ScriptLine& line) {
+static void act(const ScriptLine& line, bool marks = true) {
     g_place.line = line.number;
     if (g_place.file != *line.file)
         g_place.file = *line.file;
-    if (line.use == Use::Drive)
+    if (marks && line.use == Use::Drive) {
         set_mark();
-    if (line.action && line.use != Use::Check && machine().on_command != nullptr)
+        // What a block sets off goes on until the next command.
+        machine().schedule.record_all =
+            machine().schedule.explores && line.kind == ScriptLine::Kind::Together;
+    }
+    if (line.action && line.use != Use::Check && line.use != Use::Note && machine().on_command != nullptr)
         machine().on_command(line.text, line.number);
     if (line.action)
         line.action();
@@ -37,12 +41,13 @@ static void act(const ScriptLine& line) {
 
 // Whether nothing has gone wrong so far; else the result says what.
 static bool holds(Running* run) {
-    if (machine().violations.empty() && !run->expectations.failed)
+    if (machine().violations.empty() && !run->expectations.failed && !interrupted())
         return true;
     run->result.exit_code = 1;
-    run->result.message =
-        machine().violations.empty() ? run->expectations.message : machine().violations.front();
-    run->result.context = lines_since_mark();
+    run->result.message = !machine().violations.empty() ? machine().violations.front()
+                          : run->expectations.failed    ? run->expectations.message
+                                                        : "interrupted";
+    run->result.context = lines_around();
     run->result.place = g_place;
     return false;
 }
@@ -50,8 +55,9 @@ static bool holds(Running* run) {
 // All that `together` holds, in one instant.
 static void act_together(const std::vector<ScriptLine>& lines) {
     for (const ScriptLine& line : lines) {
-        for (std::uint32_t i = 0; i < (line.kind == ScriptLine::Kind::Repeat ? line.count : 1); ++i) {
-            act(line);
+        for (std::uint32_t i = 0;
+             !interrupted() && i < (line.kind == ScriptLine::Kind::Repeat ? line.count : 1); ++i) {
+            act(line, false);
             act_together(line.block);
         }
     }
@@ -139,10 +145,11 @@ static Action compile_say(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"say", Use::Check, compile_say},
-    {"advance", Use::Machine, compile_advance},
-    {"fail call", Use::Machine, compile_fail_call},
-    {"fail", Use::Machine, compile_fail},
+    {"say", Use::Note, compile_say, "\"TEXT\" - a heading for the reader"},
+    {"advance", Use::Machine, compile_advance,
+     "DURATION - virtual time passes; what falls due at its very end is included"},
+    {"fail call", Use::Machine, compile_fail_call, "N - the N-th platform call from here fails"},
+    {"fail", Use::Machine, compile_fail, "NAME [N] - the N-th call of that name from here fails"},
 });
 
 } // namespace sim

@@ -22,6 +22,11 @@ std::string shown_place(const Place& place) {
     return (place.file.empty() ? "line " : place.file + ":") + std::to_string(place.line) + ": ";
 }
 
+std::string beside(const std::string& file, const std::string& other) {
+    const size_t slash = file.rfind('/');
+    return other.starts_with('/') || slash == std::string::npos ? other : file.substr(0, slash + 1) + other;
+}
+
 static void close_file(FILE* file) {
     if (file != stdin)
         std::fclose(file);

@@ -1,9 +1,11 @@
 #include "sim/tool/options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
+#include "sim/machine/text.h"
 #include "sim/script/nearest.h"
 
 namespace {
@@ -55,8 +57,8 @@ static bool read_jobs(const std::string& value, Options* options) {
     return true;
 }
 
-static bool set_every_seed(const std::string&, Options* options) {
-    return options->every_seed = true;
+static bool read_limit(const std::string& value, Options* options) {
+    return read_count(value, &options->limit) && options->limit != 0;
 }
 
 // ---- what is shown ----
@@ -101,21 +103,58 @@ static bool read_to(const std::string& value, Options* options) {
     return sim::read_time_bound(value, &options->view.to);
 }
 
+// ---- what is done ----
+
+static bool read_schedule(const std::string& value, Options* options) {
+    options->scheduled = true;
+    return sim::read_choices(value, &options->choices);
+}
+
+static bool read_diff(const std::string& value, Options* options) {
+    const size_t blank = value.find(' ');
+    options->mode = Mode::Diff;
+    return read_count(value.substr(0, blank), &options->first_seed) &&
+           read_count(value.substr(blank + 1), &options->last_seed);
+}
+
+static bool read_command(const std::string& value, Options* options) {
+    options->mode = Mode::Help;
+    options->command = value;
+    return true;
+}
+
+template <bool Options::*Flag> static bool set(const std::string&, Options* options) {
+    return options->*Flag = true;
+}
+
+template <Mode Wanted> static bool set_mode(const std::string&, Options* options) {
+    options->mode = Wanted;
+    return true;
+}
+
 // clang-format off
 static const Option g_options[] = {
-    {"--seed",      "N",      read_seed,      "the threads run in another, repeatable order"},
-    {"--seeds",     "N|A..B", read_seeds,     "each file under each of these seeds, quiet; the first that fails is named"},
-    {"--jobs",      "N",      read_jobs,      "with so many processes at once (as many as there are processors)"},
-    {"--all",       "",       set_every_seed, "behind the first seed that fails too: they are counted"},
+    {"--seed",      "N",         read_seed,                "the threads run in another, repeatable order"},
+    {"--seeds",     "N|A..B",    read_seeds,               "each file under each of these seeds, quiet; the first that fails is named"},
+    {"--jobs",      "N",         read_jobs,                "with so many processes at once (as many as there are processors)"},
+    {"--all",       "",          set<&Options::every_seed>, "behind the first seed that fails too: they are counted"},
+    {"--explore",   "",          set_mode<Mode::Explore>,  "every schedule of each `together` that overtakes twice at most"},
+    {"--limit",     "N",         read_limit,               "so many schedules of them"},
+    {"--shrink",    "",          set_mode<Mode::Shrink>,   "the shortest script that fails as this one does under --seed"},
+    {"--diff",      "A B",       read_diff,                "where the runs of two seeds part"},
+    {"--schedule",  "POINT:PICK,...", read_schedule,       "the threads run as a search has printed it"},
+    {"--strict",    "",          set<&Options::strict>,    "a file that expects nothing fails"},
+    {"--trace-all", "",          set_trace_all, "shows reads, opens, closes, waits and the service's own messages too"},
     {"--read",      "",       set_read,       "the trace for people: with meanings, folded; so on a terminal"},
     {"--plain",     "",       set_plain,      "the raw trace; so where the output is no terminal"},
-    {"--trace-all", "",       set_trace_all,  "shows reads, opens, closes, waits and the service's own messages too"},
     {"--trace",     "KIND,...", read_trace,   "only requests, registry, opens, waits, says or calls"},
     {"--thread",    "NAME",   read_thread,    "only this thread"},
     {"--from",      "TIME",   read_from,      "from here on: 1805 (seconds of virtual time), 30m, 09:30:03 (of the first day)"},
     {"--to",        "TIME",   read_to,        "up to here"},
     {"--page",      "FILE.html", read_page,   "writes the run of one file as a page to look at, instead of the trace"},
     {"--perfetto",  "FILE.json", read_perfetto, "writes it as trace events, for Perfetto and chrome://tracing"},
+    {"--help",      "[COMMAND]", read_command,             "this, or what a command of the language takes"},
+    {"--version",   "",          set_mode<Mode::Version>,  "which this is"},
 };
 // clang-format on
 
@@ -139,45 +178,63 @@ static bool no_such_option(const std::string& name) {
     return unusable("no such option: " + name + sim::suggestion(name, names));
 }
 
-static bool read_option(const Option& option, const std::string& value, Options* options) {
-    return option.read(value, options) ||
-           unusable(std::string(option.name) + " takes " + option.takes + ", not \"" + value + "\"");
+std::string shown_options() {
+    std::string text;
+    for (const Option& option : g_options)
+        text +=
+            sim::format("  %-26s %s\n", (std::string(option.name) + " " + option.takes).c_str(), option.help);
+    return text;
 }
 
 static bool usage() {
-    std::fprintf(stderr, "zorpmsim [OPTION]... FILE...\n");
-    for (const Option& option : g_options)
-        std::fprintf(stderr, "    %-24s %s\n", (std::string(option.name) + " " + option.takes).c_str(),
-                     option.help);
+    std::fprintf(stderr, "zorpmsim [OPTION]... FILE...\n%s", shown_options().c_str());
     return false;
+}
+
+// The value of an option from the arguments behind it: one for each word of `takes`; [WORD]: all up to the
+// next option. False when there are too few.
+static bool take_value(const Option& option, int count, char** arguments, int* at, std::string* value) {
+    const std::string_view takes = option.takes;
+    const bool optional = takes.starts_with('[');
+    size_t wanted = takes.empty() ? 0 : static_cast<size_t>(std::count(takes.begin(), takes.end(), ' ')) + 1;
+    while ((optional || wanted > 0) && *at + 1 < count) {
+        if (optional && arguments[*at + 1][0] == '-')
+            break;
+        *value += (value->empty() ? "" : " ") + std::string(arguments[++*at]);
+        wanted -= wanted > 0;
+    }
+    return optional || wanted == 0;
+}
+
+static bool read_option(int count, char** arguments, int* at, Options* options) {
+    const std::string argument = arguments[*at];
+    const size_t equals = argument.find('=');
+    const std::string name = argument.substr(0, equals);
+    const Option* option = find_option(name);
+    if (option == nullptr)
+        return no_such_option(name);
+    std::string value;
+    if (equals != std::string::npos && option->takes[0] == 0)
+        return unusable(name + " takes no value");
+    if (equals != std::string::npos)
+        value = argument.substr(equals + 1);
+    else if (!take_value(*option, count, arguments, at, &value))
+        return unusable(name + " takes " + option->takes);
+    return option->read(value, options) ||
+           unusable(name + " takes " + option->takes + ", not \"" + value + "\"");
 }
 
 bool read_options(int count, char** arguments, Options* options) {
     sim::look_at_terminal(&options->view);
     for (int i = 1; i < count; ++i) {
         const std::string argument = arguments[i];
-        if (!argument.starts_with('-') || argument == "-") {
+        if (!argument.starts_with('-') || argument == "-")
             options->files.push_back(argument);
-            continue;
-        }
-        const size_t equals = argument.find('=');
-        const std::string name = argument.substr(0, equals);
-        const Option* option = find_option(name);
-        if (option == nullptr)
-            return no_such_option(name);
-        std::string value;
-        if (option->takes[0] == 0 && equals != std::string::npos)
-            return unusable(name + " takes no value");
-        if (equals != std::string::npos)
-            value = argument.substr(equals + 1);
-        else if (option->takes[0] != 0 && ++i == count)
-            return unusable(name + " takes " + option->takes);
-        else if (option->takes[0] != 0)
-            value = arguments[i];
-        if (!read_option(*option, value, options))
+        else if (!read_option(count, arguments, &i, options))
             return false;
     }
     if ((!options->page.empty() || !options->perfetto.empty()) && options->files.size() > 1)
         return unusable("--page and --perfetto take one script");
-    return !options->files.empty() || usage();
+    const bool no_files = options->mode == Mode::Help || options->mode == Mode::Version;
+    return no_files || !options->files.empty() || usage();
 }

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include "sim/machine/machine.h"
+#include "sim/script/show.h"
 #include "sim/script/source.h"
+#include "sim/tool/output.h"
 #include "sim/tool/page.h"
 
 using namespace sim;
@@ -42,15 +44,19 @@ void watch_for_crashes(void (*on_crash)(int)) {
         sigaction(number, &action, nullptr);
 }
 
+bool compile_source(Source* source, std::vector<Fault>* faults) {
+    source->script = compile_script(source->text, source->path, faults);
+    return source->script != nullptr;
+}
+
 static bool read_source(const std::string& path, Source* source) {
     std::vector<Fault> faults;
-    std::string text;
-    const std::string error = read_script(path, &text);
+    const std::string error = read_script(path, &source->text);
     source->path = path;
-    if (error.empty())
-        source->script = compile_script(text, path, &faults);
-    else
+    if (!error.empty())
         faults.push_back({{path, 0}, error});
+    else if (compile_source(source, &faults) && expectations_in(*source->script) == 0)
+        std::fprintf(stderr, "%s: it expects nothing\n", path.c_str());
     for (const Fault& fault : faults)
         std::fprintf(stderr, "%s%s\n", shown_place(fault.place).c_str(), fault.what.c_str());
     return source->script != nullptr;
@@ -65,13 +71,34 @@ bool read_sources(const Options& options, std::vector<Source>* sources) {
     return usable;
 }
 
-ScriptResult run_quietly(const Source& source, std::uint64_t seed) {
+ScriptResult run_on(Machine& machine, const Source& source, const Options& options) {
+    if (options.scheduled) {
+        machine.schedule.policy = Policy::Chosen;
+        machine.schedule.chosen = options.choices;
+    }
+    ScriptResult result = run_script(*source.script);
+    if (result.exit_code == 0 && options.strict && expectations_in(*source.script) == 0) {
+        result.exit_code = EXIT_FAILS;
+        result.place = {source.path, 0};
+        result.message = "it expects nothing (--strict)";
+    }
+    return result;
+}
+
+ScriptResult run_quietly(const Source& source, const Options& options, std::uint64_t seed) {
     Machine machine(seed);
-    return run_script(*source.script);
+    return run_on(machine, source, options);
 }
 
 std::string shown_failure(const ScriptResult& result) {
-    return shown_place(result.place) + result.message;
+    return shown_place(result.place) + shown_text(result.message);
+}
+
+// The verdict stands above what explains it, and once more at the very end.
+static void print_failure(const ScriptResult& result) {
+    say(shown_failure(result) + result.context + "\n");
+    show_state();
+    say(shown_failure(result) + "\n");
 }
 
 // The run in the files that are asked for; an exit status.
@@ -88,11 +115,15 @@ int run_source(const Source& source, const Options& options) {
     Machine machine(options.seed);
     machine.keep_details = wants_details(options.view);
     begin_timeline(options.view);
-    const ScriptResult result = run_script(*source.script);
+    machine.on_show = print_shown;
+    const ScriptResult result = run_on(machine, source, options);
     end_timeline();
     if (result.exit_code == 0)
-        std::printf("%s: %u expectations hold\n", source.path.c_str(), result.expectations);
+        say(format("%s: %u expectations hold\n", source.path.c_str(), result.expectations));
+    else if (interrupted())
+        say(shown_failure(result) + format(", %u expectations held\n", result.expectations));
     else
-        std::printf("%s%s\n", shown_failure(result).c_str(), result.context.c_str());
+        print_failure(result);
+    flush_output();
     return std::max(result.exit_code, write_files(source, options));
 }

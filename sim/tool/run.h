@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "sim/machine/machine.h"
 #include "sim/script/scenario.h"
 #include "sim/tool/options.h"
 
 struct Source {
     std::string path;
+    std::string text;
     std::shared_ptr<sim::Script> script;
 };
 
@@ -17,7 +19,11 @@ struct Source {
 bool read_sources(const Options& options, std::vector<Source>* sources);
 
 // A machine of this seed runs the script; it says nothing.
-sim::ScriptResult run_quietly(const Source& source, std::uint64_t seed);
+sim::ScriptResult run_quietly(const Source& source, const Options& options, std::uint64_t seed);
+// The same on a machine that stands already.
+sim::ScriptResult run_on(sim::Machine& machine, const Source& source, const Options& options);
+// Makes the source's script of its text; false, and its faults, when it is none.
+bool compile_source(Source* source, std::vector<sim::Fault>* faults);
 // Prints the trace and the verdict; an exit status.
 int run_source(const Source& source, const Options& options);
 // "FILE:LINE: what went wrong".

@@ -9,6 +9,7 @@
 
 #include "sim/machine/machine.h"
 #include "sim/tool/moments.h"
+#include "sim/tool/output.h"
 
 namespace sim {
 
@@ -207,7 +208,7 @@ static std::string effect_text(const Moment& moment) {
 static void put(const std::string& line) {
     std::string text = line;
     text.erase(text.find_last_not_of(' ') + 1);
-    std::printf("%s\n", text.c_str());
+    check_printed(std::printf("%s\n", text.c_str()));
 }
 
 // The two time columns: what has moved since the line before.
@@ -413,15 +414,15 @@ static void take_for_people(const Moment& moment) {
 
 static void put_raw(const Moment& moment) {
     const std::string times = moment.count > 1 ? format(" x %u", moment.count) : "";
-    std::printf("%.3f %s %s%s\n", static_cast<double>(moment.time) / 1000, moment.thread.c_str(),
-                moment.text.c_str(), times.c_str());
+    check_printed(std::printf("%.3f %s %s%s\n", static_cast<double>(moment.time) / 1000,
+                              moment.thread.c_str(), moment.text.c_str(), times.c_str()));
 }
 
 // The raw trace, as it always was.
 static void take_raw(const Moment& moment) {
     if (moment.source == Moment::Source::Heading) {
         if (in_time(moment))
-            std::printf("\n== %s\n", moment.text.c_str());
+            check_printed(std::printf("\n== %s\n", moment.text.c_str()));
         return;
     }
     if (moment.source == Moment::Source::Outside || !asked_for(moment))

@@ -243,9 +243,12 @@ static Action compile_program(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"interrupt zorpmctl", Use::Drive, compile_interrupt},
-    {"windows console", Use::Machine, compile_console},
-    {"windows program", Use::Machine, compile_program},
+    {"interrupt zorpmctl", Use::Drive, compile_interrupt,
+     "[ctrl-c|close|log-off] - Ctrl-C to it, its console closed, the session ended"},
+    {"windows console", Use::Machine, compile_console,
+     "present|redirected|missing - what the control program writes to"},
+    {"windows program", Use::Machine, compile_program,
+     "\"NAME\" takes DURATION [exits CODE] - a program that it can start"},
 });
 
 } // namespace sim

@@ -319,14 +319,15 @@ static Action compile_console(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"input", Use::Drive, compile_input},
-    {"input system", Use::Drive, compile_system_command},
-    {"windows buttons", Use::Machine, compile_buttons},
-    {"windows work-area", Use::Machine, compile_work_area},
-    {"windows desktop", Use::Machine, compile_desktop},
-    {"windows foreground", Use::Machine, compile_foreground},
-    {"windows capture", Use::Machine, compile_capture},
-    {"windows console-session", Use::Machine, compile_console},
+    {"input", Use::Drive, compile_input,
+     "key | move X Y | left | right | middle - to the window or dialog that has the focus"},
+    {"input system", Use::Drive, compile_system_command, "NUMBER - a system command (WM_SYSCOMMAND) to it"},
+    {"windows buttons", Use::Machine, compile_buttons, "swapped|normal - the mouse buttons"},
+    {"windows work-area", Use::Machine, compile_work_area, "fails|works - asking for the screen's work area"},
+    {"windows desktop", Use::Machine, compile_desktop, "refused|granted - opening the input desktop"},
+    {"windows foreground", Use::Machine, compile_foreground, "refused|granted - what a window asks for"},
+    {"windows capture", Use::Machine, compile_capture, "refused|granted - what a window asks for"},
+    {"windows console-session", Use::Machine, compile_console, "N - the session at the console"},
 });
 
 } // namespace sim

@@ -233,8 +233,8 @@ static Action compile_check_file(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"file", Use::Machine, compile_file},
-    {"check file", Use::Check, compile_check_file},
+    {"file", Use::Machine, compile_file, "\"PATH\" present|absent|directory|link - a file"},
+    {"check file", Use::Check, compile_check_file, "\"PATH\" present|absent - whether there is one"},
 });
 
 } // namespace sim

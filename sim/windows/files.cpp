@@ -101,6 +101,8 @@ static Action compile_check_handles(Tokens& tokens) {
     };
 }
 
-static const Commands g_commands({{"check handles", Use::Check, compile_check_handles}});
+static const Commands
+    g_commands({{"check handles", Use::Check, compile_check_handles,
+                 "N - so many handles are open on the driver's devices and the device interfaces"}});
 
 } // namespace sim

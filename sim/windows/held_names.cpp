@@ -77,7 +77,8 @@ static Action compile_object(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"windows object", Use::Machine, compile_object},
+    {"windows object", Use::Machine, compile_object,
+     "\"NAME\" event|mutex [denied] | set | free - another program holds that name"},
 });
 
 } // namespace sim

@@ -113,6 +113,8 @@ static Action compile_hive(Tokens& tokens) {
     };
 }
 
-static const Commands g_commands({{"windows hive", Use::Machine, compile_hive}});
+static const Commands
+    g_commands({{"windows hive", Use::Machine, compile_hive,
+                 "\"PATH\" KEY VALUE TYPE DATA - a value in a user hive file that can be loaded"}});
 
 } // namespace sim

@@ -420,6 +420,8 @@ static Action compile_helper(Tokens& tokens) {
     };
 }
 
-static const Commands g_commands({{"helper", Use::Drive, compile_helper}});
+static const Commands
+    g_commands({{"helper", Use::Drive, compile_helper,
+                 "[session N] COMMAND [ARGUMENT] | close | quit - a message to the helper's window"}});
 
 } // namespace sim

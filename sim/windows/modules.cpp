@@ -170,6 +170,8 @@ static Action compile_powrprof(Tokens& tokens) {
     };
 }
 
-static const Commands g_commands({{"windows powrprof", Use::Machine, compile_powrprof}});
+static const Commands
+    g_commands({{"windows powrprof", Use::Machine, compile_powrprof,
+                 "missing|present | without FUNCTION - powrprof.dll, or one of its functions"}});
 
 } // namespace sim

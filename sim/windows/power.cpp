@@ -283,11 +283,13 @@ static Action compile_suspend(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"windows hibernate", Use::Machine, compile_hibernate},
-    {"windows hiberfile", Use::Machine, compile_hiberfile},
-    {"windows lid-action", Use::Machine, compile_lid_action},
-    {"windows scheme", Use::Machine, compile_scheme},
-    {"windows suspend", Use::Machine, compile_suspend},
+    {"windows hibernate", Use::Machine, compile_hibernate, "allowed|forbidden - whether hibernation is"},
+    {"windows hiberfile", Use::Machine, compile_hiberfile, "works|fails - creating the hibernation file"},
+    {"windows lid-action", Use::Machine, compile_lid_action,
+     "N|fails - lid-close action of the current system power policy"},
+    {"windows scheme", Use::Machine, compile_scheme, "N|fails - the active power scheme"},
+    {"windows suspend", Use::Machine, compile_suspend,
+     "works|fails [times N] | takes DURATION - the suspend call"},
 });
 
 } // namespace sim

@@ -6,6 +6,8 @@
 #include "sim/machine/text.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
+#include "sim/script/nearest.h"
+#include "sim/script/show.h"
 #include "sim/windows/registry_tree.h"
 
 namespace sim {
@@ -58,7 +60,7 @@ static std::string registry_path(Tokens& tokens) {
     std::string path = tokens.word();
     const std::string root = lower(path.substr(0, path.find('\\')));
     if (root != "hklm" && root != "hkcr" && root != "hkcu" && root != "hku" && root != "svc")
-        tokens.fail("a registry path expected");
+        tokens.fail("a registry path expected: " + path + suggestion(root, {"HKLM", "HKCR", "HKU", "SVC"}));
     return path;
 }
 
@@ -139,6 +141,11 @@ static std::string expected_text(Tokens& tokens) {
     std::string text;
     while (!tokens.done()) {
         const Token& token = tokens.list[tokens.at];
+        std::uint32_t number = 0;
+        const bool is_number = !token.quoted && token.text.starts_with("0x");
+        const std::string error = is_number ? read_number(token.text, &number) : "";
+        if (!error.empty())
+            tokens.fail(error);
         const std::string part = tokens.word();
         text += (text.empty() ? "" : " ") + (token.quoted ? "\"" + part + "\"" : part);
     }
@@ -187,12 +194,38 @@ static Action compile_check(Tokens& tokens) {
     };
 }
 
+static void show_key(const Key& key, const std::string& path) {
+    show_line("%s", path.c_str());
+    for (const auto& [name, value] : key.values)
+        show_line("  %s = %s", value.name.empty() ? "@" : value.name.c_str(),
+                  shown_data(value.data.type, value.data.bytes).c_str());
+    for (const auto& [name, child] : key.children)
+        show_key(*child, path + "\\" + child->name);
+}
+
+static void show_registry(const std::string& path) {
+    const std::string from = path.empty() ? "SVC" : path;
+    const KeyRef key = find_key(from);
+    if (key != nullptr)
+        show_key(*key, from);
+    else
+        show_line("%s is absent", from.c_str());
+}
+
+static const Shows g_shown("registry", show_registry);
+
 static const Commands g_commands({
-    {"registry set", Use::Machine, compile_set},
-    {"registry delete", Use::Machine, compile_delete},
-    {"registry refuse", Use::Machine, compile_refuse},
-    {"expect open", Use::Check, compile_expect_open},
-    {"check registry", Use::Check, compile_check},
+    {"registry set", Use::Machine, compile_set,
+     "KEY [VALUE dword|sz|expand|multi|binary DATA | VALUE raw TYPE HEX] - as another program would write "
+     "it"},
+    {"registry delete", Use::Machine, compile_delete,
+     "KEY [VALUE] - the key with all below it, or the value"},
+    {"registry refuse", Use::Machine, compile_refuse,
+     "KEY [RIGHT|RIGHT...] - opening or creating it (with one of these rights) fails with error 5"},
+    {"expect open", Use::Check, compile_expect_open,
+     "KEY RIGHT|RIGHT... - KEY was opened or created since the mark with exactly these rights"},
+    {"check registry", Use::Check, compile_check,
+     "KEY VALUE = DATA | KEY VALUE absent | KEY present|absent - what the registry holds"},
 });
 
 } // namespace sim

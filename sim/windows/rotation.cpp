@@ -37,6 +37,8 @@ static Action compile_rotation(Tokens& tokens) {
     return [follows] { machine_state<Rotation>().follows = follows; };
 }
 
-static const Commands g_commands({{"windows rotation", Use::Machine, compile_rotation}});
+static const Commands
+    g_commands({{"windows rotation", Use::Machine, compile_rotation,
+                 "follows|stays - whether a press of the rotation lock changes AutoRotation Enable"}});
 
 } // namespace sim

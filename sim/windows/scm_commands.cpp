@@ -5,6 +5,7 @@
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
+#include "sim/script/show.h"
 #include "sim/windows/scm.h"
 #include "sim/windows/users.h"
 
@@ -104,15 +105,31 @@ static Action compile_check_status(Tokens& tokens) {
     };
 }
 
+static void show_status(const std::string&) {
+    const SERVICE_STATUS now = service_status();
+    show_line("%s %u/%u, accepts 0x%x, checkpoint %u, hint %u ms", g_stateNames[now.dwCurrentState],
+              now.dwWin32ExitCode, now.dwServiceSpecificExitCode, now.dwControlsAccepted, now.dwCheckPoint,
+              now.dwWaitHint);
+}
+
+static const Shows g_status("status", show_status);
+
 static const Commands g_commands({
-    {"start", Use::Drive, compile_start},
-    {"stop", Use::Drive, compile_stop},
-    {"control", Use::Drive, compile_control},
-    {"power", Use::Drive, compile_power},
-    {"handler", Use::Drive, compile_handler},
-    {"run", Use::Drive, compile_run},
-    {"windows power-settings", Use::Machine, compile_power_settings},
-    {"check status", Use::Check, compile_check_status},
+    {"start", Use::Drive, compile_start, "- the service starts, through the service control manager"},
+    {"stop", Use::Drive, compile_stop, "- and stops"},
+    {"control", Use::Drive, compile_control, "CODE - a control code, through the service control manager"},
+    {"power", Use::Drive, compile_power,
+     "monitor VALUE | setting GUID VALUE | resume | event TYPE - through the manager"},
+    {"handler", Use::Drive, compile_handler,
+     "CODE | power monitor VALUE | power setting GUID VALUE | power resume | power event TYPE - past the "
+     "manager"},
+    {"run", Use::Drive, compile_run,
+     "\"ARGUMENTS\" [session N] | \"zorpmctl\" ARGUMENT... - another process of the executable; the control "
+     "program"},
+    {"windows power-settings", Use::Machine, compile_power_settings,
+     "at-registration|later - when a setting's present value reaches the handler"},
+    {"check status", Use::Check, compile_check_status,
+     "STATE [WIN32/SPECIFIC] - what the service control manager holds now"},
 });
 
 } // namespace sim

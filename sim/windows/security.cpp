@@ -218,8 +218,9 @@ static Action compile_account(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"windows privilege", Use::Machine, compile_privilege},
-    {"windows account", Use::Machine, compile_account},
+    {"windows privilege", Use::Machine, compile_privilege,
+     "NAME denied|refused|granted - a privilege of the token"},
+    {"windows account", Use::Machine, compile_account, "NAME SID - what LookupAccountNameW finds"},
 });
 
 } // namespace sim

@@ -149,8 +149,9 @@ static Action compile_ini_line(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"ini", Use::Machine, compile_ini},
-    {"ini line", Use::Machine, compile_ini_line},
+    {"ini", Use::Machine, compile_ini, "\"PATH\" SECTION KEY VALUE - a value in an INI file"},
+    {"ini line", Use::Machine, compile_ini_line,
+     "\"PATH\" SECTION KEY=TEXT - the same as it stands in the file, to the end of the line"},
 });
 
 } // namespace sim

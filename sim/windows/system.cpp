@@ -164,8 +164,8 @@ static Action compile_time(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"windows version", Use::Machine, compile_version},
-    {"windows time", Use::Machine, compile_time},
+    {"windows version", Use::Machine, compile_version, "MAJOR.MINOR - what the machine runs"},
+    {"windows time", Use::Machine, compile_time, "\"YYYY-MM-DD hh:mm:ss\" - local time now"},
 });
 
 } // namespace sim

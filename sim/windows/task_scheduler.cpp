@@ -324,9 +324,11 @@ static Action compile_check_task(Tokens& tokens) {
 }
 
 static const Commands g_commands({
-    {"windows scheduler", Use::Machine, compile_scheduler},
-    {"windows task", Use::Machine, compile_task},
-    {"check task", Use::Check, compile_check_task},
+    {"windows scheduler", Use::Machine, compile_scheduler, "missing|present - the task scheduler"},
+    {"windows task", Use::Machine, compile_task,
+     "\"FOLDER\" \"NAME\" present - a task that is already registered"},
+    {"check task", Use::Check, compile_check_task,
+     "\"FOLDER\" \"NAME\" present|absent - whether it is registered"},
 });
 
 } // namespace sim

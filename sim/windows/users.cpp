@@ -34,6 +34,7 @@ static Action compile_user(Tokens& tokens) {
     return [ordinary] { machine_state<Users>().ordinary = ordinary; };
 }
 
-static const Commands g_commands({{"windows user", Use::Machine, compile_user}});
+static const Commands g_commands({{"windows user", Use::Machine, compile_user,
+                                   "standard|administrator - whose later helpers are"}});
 
 } // namespace sim

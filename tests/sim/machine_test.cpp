@@ -28,7 +28,7 @@ TEST(Sim, MisuseIsAViolationAndNullHandlesAreNone) {
         EXPECT_FALSE(DeviceIoControl(device, 0x22270C, &value, 2, &value, 4, &returned, nullptr));
         CloseHandle(device);
     });
-    expect_violation("without ever waiting", [] {
+    expect_violation("without a wait", [] {
         while (true)
             GetCurrentProcess(), CreateFileW(L"x", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     });
@@ -221,7 +221,7 @@ TEST(Sim, PatternsAndMarks) {
     };
     run_cases("start\nadvance 1s", cases);
     Bench bench;
-    EXPECT_EQ(1, run_text("start\nexpect next nothing such").exit_code);
+    EXPECT_EQ(1, run_text("start\nexpect next refused stop").exit_code);
     EXPECT_EQ(1, run_text("start\nexpect no refused start").exit_code);
     const std::string check = "check registry HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion = ";
     EXPECT_EQ(0, run_text("\xEF\xBB\xBF" + check + "\"Q1AET40W\"").exit_code);
