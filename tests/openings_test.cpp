@@ -258,7 +258,7 @@ TEST(Openings, AKeyIsCreatedPlain) {
         const char* violation;
     } rows[] = {
         {"plain", nullptr, 0, KEY_READ, nullptr, nullptr},
-        {"volatile", nullptr, 1, KEY_READ, nullptr, "options 0x1"},
+        {"for a backup", nullptr, 4, KEY_READ, nullptr, "options 0x4"},
         {"class", key_class, 0, KEY_READ, nullptr, "class"},
         {"security", nullptr, 0, KEY_READ, &security, "class or security"},
         {"32-bit view", nullptr, 0, KEY_READ | 0x200, nullptr, "rights 0x20219"},

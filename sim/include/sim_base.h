@@ -186,12 +186,14 @@ using LPOVERLAPPED = OVERLAPPED*;
 #define ERROR_INVALID_LEVEL                     124u
 #define ERROR_MOD_NOT_FOUND                     126u
 #define ERROR_PROC_NOT_FOUND                    127u
+#define ERROR_SIGNAL_REFUSED                    156u
 #define ERROR_BAD_PATHNAME                      161u
 #define ERROR_ALREADY_EXISTS                    183u
 #define ERROR_MORE_DATA                         234u
 #define ERROR_NO_MORE_ITEMS                     259u
 #define ERROR_NOT_OWNER                         288u
 #define ERROR_KEY_DELETED                       1018u
+#define ERROR_CHILD_MUST_BE_VOLATILE            1021u
 #define ERROR_INVALID_SERVICE_CONTROL           1052u
 #define ERROR_SERVICE_REQUEST_TIMEOUT           1053u
 #define ERROR_SERVICE_ALREADY_RUNNING           1056u

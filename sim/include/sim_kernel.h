@@ -12,8 +12,19 @@
 #define STILL_ACTIVE         259u
 #define CREATE_SUSPENDED     0x4u
 
+#define EVENT_MODIFY_STATE        0x2u
+#define EVENT_ALL_ACCESS          0x1F0003u
+#define MUTEX_ALL_ACCESS          0x1F0001u
+#define THREAD_TERMINATE          0x1u
+#define THREAD_SUSPEND_RESUME     0x2u
+#define THREAD_QUERY_INFORMATION  0x40u
+#define THREAD_ALL_ACCESS         0x1FFFFFu
+#define PROCESS_QUERY_INFORMATION 0x400u
+#define PROCESS_ALL_ACCESS        0x1FFFFFu
+
 #define FILE_SHARE_READ              0x1u
 #define FILE_SHARE_WRITE             0x2u
+#define FILE_SHARE_DELETE            0x4u
 #define CREATE_NEW                   1u
 #define CREATE_ALWAYS                2u
 #define OPEN_EXISTING                3u

@@ -25,6 +25,7 @@
 #define KEY_ALL_ACCESS         0xF003Fu
 
 #define REG_OPTION_NON_VOLATILE      0u
+#define REG_OPTION_VOLATILE          1u
 #define REG_CREATED_NEW_KEY          1u
 #define REG_OPENED_EXISTING_KEY      2u
 #define REG_NOTIFY_CHANGE_NAME       0x1u

@@ -42,26 +42,34 @@ HANDLE open_handle(const ObjectRef& object, DWORD access) {
     return reinterpret_cast<HANDLE>(value);
 }
 
-static bool null_or_invalid(HANDLE handle) {
-    return handle == nullptr || handle == INVALID_HANDLE_VALUE;
-}
-
 HandleEntry* any_handle(HANDLE handle, const char* call) {
+    if (handle == INVALID_HANDLE_VALUE) {
+        machine().own_process = {current_process()->object, EVERY_ACCESS, current_process()};
+        return &machine().own_process;
+    }
     auto found = machine().handles.find(reinterpret_cast<std::uintptr_t>(handle));
     if (found != machine().handles.end() && found->second.process == current_process())
         return &found->second;
     set_last_error(ERROR_INVALID_HANDLE);
-    if (!null_or_invalid(handle))
+    if (handle != nullptr)
         violation("%s: handle %p is not open", call, handle);
     return nullptr;
 }
 
-HandleEntry* handle_entry(HANDLE handle, Kind kind, const char* call) {
+HandleEntry* handle_entry(HANDLE handle, Kind kind, const char* call, DWORD needed) {
     HandleEntry* entry = any_handle(handle, call);
-    if (entry == nullptr || entry->object->kind == kind)
+    if (entry == nullptr)
+        return nullptr;
+    if (entry->object->kind != kind) {
+        set_last_error(ERROR_INVALID_HANDLE);
+        if (handle != INVALID_HANDLE_VALUE)
+            violation("%s: handle %p is of another kind", call, handle);
+        return nullptr;
+    }
+    if ((entry->access & needed) == needed)
         return entry;
-    set_last_error(ERROR_INVALID_HANDLE);
-    violation("%s: handle %p is of another kind", call, handle);
+    set_last_error(ERROR_ACCESS_DENIED);
+    violation("%s: handle %p has the rights 0x%x, needs 0x%x", call, handle, entry->access, needed);
     return nullptr;
 }
 
@@ -82,6 +90,8 @@ static void drop_handle(std::uintptr_t value) {
 BOOL close_handle(HANDLE handle, const char* call) {
     if (any_handle(handle, call) == nullptr)
         return FALSE;
+    if (handle == INVALID_HANDLE_VALUE)
+        return TRUE;
     drop_handle(reinterpret_cast<std::uintptr_t>(handle));
     return TRUE;
 }

@@ -58,13 +58,16 @@ ObjectRef make_event(bool manual_reset = false);
 ObjectRef find_named(const std::string& name);
 void remember_named(const ObjectRef& object);
 
+constexpr DWORD EVERY_ACCESS = 0x1FFFFF; // what whoever makes an object may do with it
+
 // Opens a handle in the current process.
-HANDLE open_handle(const ObjectRef& object, DWORD access = 0);
+HANDLE open_handle(const ObjectRef& object, DWORD access = EVERY_ACCESS);
 // The entry of a handle of the wanted kind. Null with last error 6 otherwise; a handle that is neither null
-// nor INVALID_HANDLE_VALUE and not open, or of another kind, is a violation of the call.
-HandleEntry* handle_entry(HANDLE handle, Kind kind, const char* call);
+// nor INVALID_HANDLE_VALUE and not open, or of another kind, is a violation of the call. So is one that lacks
+// a needed right, with last error 5. INVALID_HANDLE_VALUE is the process itself.
+HandleEntry* handle_entry(HANDLE handle, Kind kind, const char* call, DWORD needed = 0);
 HandleEntry* any_handle(HANDLE handle, const char* call);
-BOOL close_handle(HANDLE handle, const char* call); // any kind
+BOOL close_handle(HANDLE handle, const char* call); // any kind; the process itself stays
 void close_handles_of(Process* process);            // all that it has left open
 // Handles open now (of one kind, or of all) in a process (null: all processes).
 size_t handle_count(Process* process = nullptr);

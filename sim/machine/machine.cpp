@@ -64,6 +64,7 @@ Machine::~Machine() {
     for (size_t i = processes.size(); i-- > 0;)
         end_process(processes[i].get(), 0);
     handles.clear();
+    own_process = {};
     state.slots.clear();
     for (auto& thread : threads) {
         if (thread->fiber != nullptr)

@@ -54,6 +54,7 @@ struct Machine {
     std::vector<Thread*> waiting; // in the order in which they began to wait
     std::unordered_map<std::uintptr_t, HandleEntry> handles;
     std::uintptr_t next_handle = 0x100;
+    HandleEntry own_process; // what INVALID_HANDLE_VALUE stands for, while a call looks at it
     DWORD next_id = 1000;
     std::unordered_map<std::string, std::weak_ptr<Object>> named;
     Process* host = nullptr; // stands for code outside all simulated threads

@@ -275,8 +275,9 @@ static void take_registration(const void* in) {
         violation("REGISTEREVENTS: the first eight bytes are not 0");
     for (size_t i = 0; i < DRIVER_EVENTS; ++i) {
         HANDLE handle = reinterpret_cast<HANDLE>(words[i + 1]);
-        HandleEntry* entry =
-            handle != nullptr ? handle_entry(handle, Kind::Event, "REGISTEREVENTS") : nullptr;
+        HandleEntry* entry = handle != nullptr
+                                 ? handle_entry(handle, Kind::Event, "REGISTEREVENTS", EVENT_MODIFY_STATE)
+                                 : nullptr;
         driver().notify[i] = entry != nullptr ? entry->object : nullptr;
         if (entry != nullptr && !entry->object->manual_reset && !entry->object->foreign)
             violation("REGISTEREVENTS: event %zu is not manual-reset", i);

@@ -1,13 +1,9 @@
-// The control program's surroundings: its console or redirected output, Ctrl-C and the end of the session,
-// the programs that it starts.
-#include <map>
-
+// The control program's surroundings: its console or redirected output, Ctrl-C and the end of the session.
 #include "sim/machine/files.h"
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
 #include "sim/windows/messages.h"
-#include "sim/windows/programs.h"
 
 namespace sim {
 
@@ -17,11 +13,6 @@ enum class Output { Console, Redirected, Missing };
 
 struct Consoles {
     Output output = Output::Console;
-    struct Program {
-        Ms duration = 0;
-        DWORD code = 0;
-    };
-    std::map<std::string, Program> programs; // that can be started, by name
 };
 
 struct Console { // of a process
@@ -68,28 +59,6 @@ static bool open_console(const OpenRequest& request, ObjectRef* file) {
 }
 
 static const FileKinds g_consoleKind(open_console);
-
-Thread* start_plain_program(const std::string& line) {
-    const auto found = consoles().programs.find(lower(line.substr(0, line.find(' '))));
-    trace("call CreateProcessW(null, \"%s\") = %d", line.c_str(), found != consoles().programs.end());
-    if (found == consoles().programs.end()) {
-        set_last_error(ERROR_FILE_NOT_FOUND);
-        return nullptr;
-    }
-    auto process = std::make_unique<Process>();
-    process->id = machine().next_id += 4;
-    process->command_line = line;
-    process->object = make_object(Kind::Process, line);
-    process->object->body = std::shared_ptr<void>(process.get(), [](void*) {});
-    Process* started = process.get();
-    machine().processes.push_back(std::move(process));
-    const Consoles::Program program = found->second;
-    return start_thread(started, "program", [started, program] {
-        sleep_for(program.duration);
-        end_process(started, program.code);
-        return DWORD{0};
-    });
-}
 
 } // namespace sim
 
@@ -160,7 +129,7 @@ HMODULE WINAPI GetModuleHandleW(LPCWSTR) {
 
 BOOL WINAPI GetExitCodeProcess(HANDLE handle, LPDWORD code) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    HandleEntry* entry = handle_entry(handle, Kind::Process, "GetExitCodeProcess");
+    HandleEntry* entry = handle_entry(handle, Kind::Process, "GetExitCodeProcess", PROCESS_QUERY_INFORMATION);
     if (entry == nullptr)
         return FALSE;
     const auto& process = entry->object->as<Process>();
@@ -232,23 +201,11 @@ static Action compile_console(Tokens& tokens) {
     return [output] { consoles().output = output; };
 }
 
-static Action compile_program(Tokens& tokens) {
-    const std::string name = tokens.text();
-    Consoles::Program program;
-    tokens.choice({"takes"});
-    program.duration = tokens.duration();
-    if (tokens.accept("exits"))
-        program.code = static_cast<DWORD>(tokens.number());
-    return [name, program] { consoles().programs[lower(name)] = program; };
-}
-
 static const Commands g_commands({
     {"interrupt zorpmctl", Use::Drive, compile_interrupt,
      "[ctrl-c|close|log-off] - Ctrl-C to it, its console closed, the session ended"},
     {"windows console", Use::Machine, compile_console,
      "present|redirected|missing - what the control program writes to"},
-    {"windows program", Use::Machine, compile_program,
-     "\"NAME\" takes DURATION [exits CODE] - a program that it can start"},
 });
 
 } // namespace sim

@@ -1,5 +1,6 @@
 #include "sim/windows/disk.h"
 
+#include <algorithm>
 #include <map>
 #include <shlobj.h>
 
@@ -48,17 +49,63 @@ static std::string folder_of(const std::string& path) {
 }
 
 static bool has_entries(const std::string& folder) {
-    const auto below = disk().files.upper_bound(folder + "\\");
-    return below != disk().files.end() && below->first.starts_with(folder + "\\");
+    const auto below = disk().files.upper_bound(lower(folder) + "\\");
+    return below != disk().files.end() && below->first.starts_with(lower(folder) + "\\");
 }
 
-// A drive's root is always there.
+// "C:", with or without a backslash behind it; a drive is there when anything is on it.
+static bool is_drive(const std::string& path) {
+    return path.size() == 2 && path[1] == ':' && has_entries(path);
+}
+
 bool file_has_folder(const std::string& path) {
     const std::string folder = folder_of(path);
-    if (folder.size() == 2)
-        return true;
     const PlainFile* found = find_file(folder);
     return found != nullptr && found->directory;
+}
+
+// Whether the parts of a path, behind its drive, are as Windows stores them.
+static bool plain_parts(const std::string& path) {
+    size_t start = 3;
+    while (start <= path.size()) {
+        const size_t end = std::min(path.find('\\', start), path.size());
+        const std::string part = path.substr(start, end - start);
+        if (part.empty() || part.back() == '.' || part.back() == ' ' || part.find(':') != std::string::npos)
+            return false;
+        start = end + 1;
+    }
+    return true;
+}
+
+DWORD resolve_path(const char* call, std::string* path, bool* as_folder) {
+    *as_folder = false;
+    if (path->empty())
+        return ERROR_PATH_NOT_FOUND;
+    if (path->find_first_of("*?<>|\"") != std::string::npos && path->front() != '\\')
+        return ERROR_INVALID_NAME;
+    std::replace(path->begin(), path->end(), '/', '\\');
+    while (path->find("\\\\", 1) != std::string::npos)
+        path->erase(path->find("\\\\", 1), 1);
+    if (path->front() != '\\' && path->find(':') == std::string::npos) // every process stands here
+        *path = disk().folders[CSIDL_SYSTEM] + "\\" + *path;
+    *as_folder = path->size() > 3 && path->back() == '\\';
+    if (path->back() == '\\')
+        path->pop_back();
+    if ((path->size() == 2 && (*path)[1] == ':') || (path->substr(1, 2) == ":\\" && plain_parts(*path)))
+        return ERROR_SUCCESS;
+    violation("%s: %s is not spelled as the names of this machine's disk are", call, path->c_str());
+    return ERROR_INVALID_NAME;
+}
+
+// The file or folder of a path, which is left in its one form. An error when it is not there.
+static DWORD look_up(const char* call, std::string* path, const PlainFile** found) {
+    bool as_folder = false;
+    if (const DWORD error = resolve_path(call, path, &as_folder))
+        return error;
+    *found = find_file(*path);
+    if (*found == nullptr)
+        return file_has_folder(*path) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+    return as_folder && !(*found)->directory ? ERROR_INVALID_NAME : ERROR_SUCCESS;
 }
 
 static void make_folders_above(const std::string& path) {
@@ -85,6 +132,8 @@ void set_file(const std::string& path, FileState state) {
 }
 
 const PlainFile* find_file(const std::string& path) {
+    if (is_drive(path))
+        return &FOLDER;
     auto found = disk().files.find(lower(path));
     return found != disk().files.end() ? &found->second : nullptr;
 }
@@ -104,64 +153,120 @@ static void take_security(const SECURITY_ATTRIBUTES* attributes, PlainFile* file
         file->control = read_dacl(attributes, &file->dacl, "CreateFileW");
 }
 
+// Where a handle of the file stands.
+static size_t& position(Object& object) {
+    return *static_cast<size_t*>(object.as<File>().data.get());
+}
+
+static BOOL read_plain(Object& object, void* buffer, DWORD bytes, DWORD* read) {
+    const std::string& content = disk().files[lower(object.name)].bytes;
+    const size_t start = std::min(position(object), content.size());
+    *read = static_cast<DWORD>(content.copy(static_cast<char*>(buffer), bytes, start));
+    position(object) = start + *read;
+    return TRUE;
+}
+
 static BOOL write_plain(Object& object, const void* buffer, DWORD bytes, DWORD* written) {
     if (disk().full) {
         set_last_error(ERROR_DISK_FULL);
         return FALSE;
     }
-    disk().files[lower(object.name)].bytes.append(static_cast<const char*>(buffer), bytes);
+    std::string& content = disk().files[lower(object.name)].bytes;
+    const size_t start = position(object);
+    content.resize(std::max(content.size(), start + bytes));
+    content.replace(start, bytes, static_cast<const char*>(buffer), bytes);
+    position(object) += bytes;
     *written = bytes;
     return TRUE;
 }
 
-static BOOL read_plain(Object& object, void*, DWORD, DWORD*) {
-    violation("ReadFile: %s is a plain file, whose text is not known here", object.name.c_str());
-    return fail_with(ERROR_INVALID_FUNCTION);
-}
-
 static const FileOps g_plainOps = {read_plain, write_plain, nullptr, nullptr};
 
-static bool open_plain(const OpenRequest& request, ObjectRef* file) {
-    if (request.path.size() < 3 || request.path[1] != ':')
+constexpr DWORD FILE_SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD KNOWN_ACCESS = GENERIC_READ | GENERIC_WRITE | GENERIC_ALL | DELETE;
+
+// The share mode that an access needs of all the other openers.
+static DWORD needed_share(DWORD access) {
+    constexpr struct {
+        DWORD access;
+        DWORD share;
+    } rows[] = {
+        {GENERIC_READ, FILE_SHARE_READ}, {GENERIC_WRITE, FILE_SHARE_WRITE}, {DELETE, FILE_SHARE_DELETE}};
+    DWORD share = 0;
+    for (const auto& row : rows) {
+        if ((access & (row.access | GENERIC_ALL)) != 0)
+            share |= row.share;
+    }
+    return share;
+}
+
+// Whether an opener stands in the way of another with this access and share mode.
+static bool is_shared(const std::string& path, DWORD access, DWORD share) {
+    for (const auto& [value, entry] : machine().handles) {
+        if (entry.object->kind != Kind::File || !same_text(entry.object->name, path))
+            continue;
+        const File& other = entry.object->as<File>();
+        if ((needed_share(access) & ~other.share) != 0 || (needed_share(other.access) & ~share) != 0)
+            return false;
+    }
+    return true;
+}
+
+// Whether the file can be opened so; an error, or 0.
+static DWORD opening_error(const OpenRequest& request, const PlainFile* existing) {
+    const bool creates = request.disposition == CREATE_NEW || request.disposition == CREATE_ALWAYS;
+    if (existing == nullptr) {
+        if (!file_has_folder(request.path))
+            return ERROR_PATH_NOT_FOUND;
+        return creates ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+    }
+    if (request.disposition == CREATE_NEW)
+        return ERROR_FILE_EXISTS;
+    if (existing->directory)
+        return ERROR_ACCESS_DENIED;
+    return is_shared(request.path, request.access, request.share) ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
+}
+
+static void check_plain_opening(const OpenRequest& request) {
+    if ((request.flags & ~FILE_ATTRIBUTE_NORMAL) != 0 || (request.access & ~KNOWN_ACCESS) != 0 ||
+        request.disposition < CREATE_NEW || request.disposition > OPEN_EXISTING)
+        violation("CreateFileW: %s opened with disposition %u, access 0x%x, flags 0x%x: not known here",
+                  request.path.c_str(), request.disposition, request.access, request.flags);
+    if (request.security != nullptr &&
+        (request.security->nLength != sizeof(*request.security) || request.security->bInheritHandle))
+        violation("CreateFileW: %s with security attributes not known here", request.path.c_str());
+}
+
+static bool open_plain(const OpenRequest& given, ObjectRef* file) {
+    if (given.path.size() < 2 || given.path[1] != ':')
         return false;
-    if (request.path.find_first_of("*?") != std::string::npos) {
-        set_last_error(ERROR_INVALID_NAME);
-        return true;
-    }
-    if ((request.flags & ~FILE_ATTRIBUTE_NORMAL) != 0 ||
-        (request.disposition != CREATE_NEW && request.disposition != OPEN_EXISTING))
-        violation("CreateFileW: %s opened with disposition %u, flags 0x%x: not known here",
-                  request.path.c_str(), request.disposition, request.flags);
+    OpenRequest request = given;
+    bool as_folder = false;
+    DWORD error = resolve_path("CreateFileW", &request.path, &as_folder);
+    check_plain_opening(request);
     const PlainFile* existing = find_file(request.path);
-    if (existing == nullptr && !file_has_folder(request.path)) {
-        set_last_error(ERROR_PATH_NOT_FOUND);
+    if (error == ERROR_SUCCESS && as_folder && (existing == nullptr || !existing->directory))
+        error = ERROR_INVALID_NAME;
+    if (error == ERROR_SUCCESS)
+        error = opening_error(request, existing);
+    if (error != ERROR_SUCCESS) {
+        set_last_error(error);
         return true;
     }
-    if (request.disposition == CREATE_NEW && existing != nullptr) {
-        set_last_error(ERROR_FILE_EXISTS);
-        return true;
-    }
-    if (request.disposition != CREATE_NEW && (existing == nullptr || existing->directory)) {
-        set_last_error(existing == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_ACCESS_DENIED);
-        return true;
-    }
-    if (request.disposition == CREATE_NEW) {
+    if (existing == nullptr) {
         take_security(request.security, &disk().files[lower(request.path)]);
         trace("file create \"%s\"", request.path.c_str());
+    } else if (request.disposition == CREATE_ALWAYS) {
+        disk().files[lower(request.path)].bytes.clear();
+        trace("file overwrite \"%s\"", request.path.c_str());
+        set_last_error(ERROR_ALREADY_EXISTS);
     }
     *file = make_file(request, &g_plainOps, false);
+    (*file)->as<File>().data = std::make_shared<size_t>(0);
     return true;
 }
 
 static const FileKinds g_kind(open_plain);
-
-static bool is_open(const std::string& path) {
-    for (const auto& [value, entry] : machine().handles) {
-        if (entry.object->kind == Kind::File && same_text(entry.object->name, path))
-            return true;
-    }
-    return false;
-}
 
 } // namespace sim
 
@@ -171,37 +276,41 @@ extern "C" {
 
 BOOL WINAPI DeleteFileW(LPCWSTR wide_path) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    const std::string path = narrow(wide_path);
-    const PlainFile* existing = find_file(path);
-    const DWORD error = existing == nullptr   ? ERROR_FILE_NOT_FOUND
-                        : existing->directory ? ERROR_ACCESS_DENIED
-                        : is_open(path)       ? ERROR_SHARING_VIOLATION
-                                              : ERROR_SUCCESS;
+    std::string path = narrow(wide_path);
+    const PlainFile* existing = nullptr;
+    DWORD error = look_up("DeleteFileW", &path, &existing);
+    if (error == ERROR_SUCCESS && existing->directory)
+        error = ERROR_ACCESS_DENIED;
+    else if (error == ERROR_SUCCESS && !is_shared(path, DELETE, FILE_SHARE_ALL))
+        error = ERROR_SHARING_VIOLATION;
     if (error != ERROR_SUCCESS) {
         set_last_error(error);
         return FALSE;
     }
+    if (!is_shared(path, 0, 0))
+        violation("DeleteFileW: %s is open: its end with the last handle is not known here", path.c_str());
     disk().files.erase(lower(path));
     trace("file delete \"%s\"", path.c_str());
     return TRUE;
 }
 
-DWORD WINAPI GetFileAttributesW(LPCWSTR path) {
+DWORD WINAPI GetFileAttributesW(LPCWSTR wide_path) {
     SIM_CALL(INVALID_FILE_ATTRIBUTES, ERROR_ACCESS_DENIED);
-    const std::string name = narrow(path);
-    const PlainFile* existing = find_file(name);
-    if (existing == nullptr) {
-        set_last_error(file_has_folder(name) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+    std::string path = narrow(wide_path);
+    const PlainFile* existing = nullptr;
+    if (const DWORD error = look_up("GetFileAttributesW", &path, &existing)) {
+        set_last_error(error);
         return INVALID_FILE_ATTRIBUTES;
     }
     return (existing->directory ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE) |
            (existing->link ? FILE_ATTRIBUTE_REPARSE_POINT : 0);
 }
 
-HRESULT WINAPI SHGetFolderPathW(HWND, int folder, HANDLE, DWORD flags, LPWSTR path) {
+HRESULT WINAPI SHGetFolderPathW(HWND owner, int folder, HANDLE token, DWORD flags, LPWSTR path) {
     SIM_CALL(E_FAIL, ERROR_GEN_FAILURE);
     path[0] = 0;
-    if ((folder & CSIDL_FLAG_CREATE) == 0 || flags != SHGFP_TYPE_CURRENT)
+    if ((folder & CSIDL_FLAG_CREATE) == 0 || flags != SHGFP_TYPE_CURRENT || owner != nullptr ||
+        token != nullptr)
         violation("SHGetFolderPathW: folder 0x%x flags %u", static_cast<unsigned>(folder), flags);
     auto found = disk().folders.find(folder & ~CSIDL_FLAG_CREATE);
     if (found == disk().folders.end())

@@ -23,7 +23,10 @@ enum class FileState { Absent, Present, Directory, Link };
 void set_file(const std::string& path, FileState state);
 const PlainFile* find_file(const std::string& path); // null: absent; names in any case
 bool file_has_folder(const std::string& path);       // whether it could be made there
-void set_disk_full(bool full);                       // writing fails
+// Leaves the one form of a path: absolute, backslashes, none at its end, where it means a folder. Another
+// spelling is a violation of the call. An error, or 0.
+DWORD resolve_path(const char* call, std::string* path, bool* as_folder);
+void set_disk_full(bool full); // writing fails
 
 // The system folders that SHGetFolderPathW knows; "" for one that cannot be found.
 void set_folder(int csidl, const std::string& path);

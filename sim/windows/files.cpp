@@ -20,6 +20,14 @@ static ObjectRef file_of(HANDLE handle, DWORD access, const char* call) {
     return entry->object;
 }
 
+static bool synchronous(const DWORD* count, const OVERLAPPED* overlapped, const char* call) {
+    if (count != nullptr && overlapped == nullptr)
+        return true;
+    violation("%s: a synchronous call needs a place for the byte count, and no OVERLAPPED", call);
+    set_last_error(ERROR_INVALID_PARAMETER);
+    return false;
+}
+
 static BOOL unsupported() {
     set_last_error(ERROR_INVALID_FUNCTION);
     return FALSE;
@@ -43,14 +51,16 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
         return INVALID_HANDLE_VALUE;
     }
     ObjectRef file;
-    if (open_file(request, &file))
+    if (open_file(request, &file)) // a plain file overwritten leaves error 183
         return file != nullptr ? open_handle(file, access) : INVALID_HANDLE_VALUE;
     set_last_error(ERROR_FILE_NOT_FOUND);
     return INVALID_HANDLE_VALUE;
 }
 
-BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD bytes, LPDWORD read, LPOVERLAPPED) {
+BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD bytes, LPDWORD read, LPOVERLAPPED overlapped) {
     SIM_CALL(FALSE, ERROR_GEN_FAILURE);
+    if (!synchronous(read, overlapped, "ReadFile"))
+        return FALSE;
     *read = 0;
     const ObjectRef file = file_of(handle, GENERIC_READ, "ReadFile");
     if (file == nullptr)
@@ -59,8 +69,10 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD bytes, LPDWORD read, LP
     return ops->read != nullptr ? ops->read(*file, buffer, bytes, read) : unsupported();
 }
 
-BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD bytes, LPDWORD written, LPOVERLAPPED) {
+BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD bytes, LPDWORD written, LPOVERLAPPED overlapped) {
     SIM_CALL(FALSE, ERROR_GEN_FAILURE);
+    if (!synchronous(written, overlapped, "WriteFile"))
+        return FALSE;
     *written = 0;
     const ObjectRef file = file_of(handle, GENERIC_WRITE, "WriteFile");
     if (file == nullptr)
@@ -72,11 +84,8 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD bytes, LPDWORD writte
 BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID in, DWORD in_bytes, LPVOID out, DWORD out_bytes,
                             LPDWORD returned, LPOVERLAPPED overlapped) {
     SIM_CALL(FALSE, ERROR_GEN_FAILURE);
-    if (returned == nullptr || overlapped != nullptr) {
-        violation("DeviceIoControl: a synchronous call needs a place for the byte count, and no OVERLAPPED");
-        set_last_error(ERROR_INVALID_PARAMETER);
+    if (!synchronous(returned, overlapped, "DeviceIoControl"))
         return FALSE;
-    }
     *returned = 0;
     const ObjectRef file = file_of(handle, 0, "DeviceIoControl");
     if (file == nullptr)

@@ -1,4 +1,5 @@
 // Handles, events, mutexes, waits and threads.
+#include <algorithm>
 #include <cstdlib>
 
 #include "sim/machine/image.h"
@@ -9,12 +10,34 @@ namespace sim {
 
 constexpr DWORD FAILED_COUNT = ~DWORD{0}; // of a thread's suspensions
 
+constexpr int MOST_SUSPENSIONS = 127;
+
+static bool can_be_waited_for(Kind kind) {
+    return kind == Kind::Event || kind == Kind::Mutex || kind == Kind::Thread || kind == Kind::Process;
+}
+
 static Object* waitable(HANDLE handle, ObjectRef* keep, const char* call) {
     HandleEntry* entry = any_handle(handle, call);
     if (entry == nullptr)
         return nullptr;
+    const Kind kind = entry->object->kind;
+    if (!can_be_waited_for(kind)) {
+        set_last_error(ERROR_INVALID_HANDLE);
+        violation("%s: handle %p is nothing to wait for", call, handle);
+        return nullptr;
+    }
+    entry = handle_entry(handle, kind, call, SYNCHRONIZE);
+    if (entry == nullptr)
+        return nullptr;
     *keep = entry->object;
     return entry->object.get();
+}
+
+// Security attributes that say no more than their absence.
+static void check_plain(const SECURITY_ATTRIBUTES* attributes, const char* call) {
+    if (attributes != nullptr && (attributes->nLength != sizeof(*attributes) ||
+                                  attributes->lpSecurityDescriptor != nullptr || attributes->bInheritHandle))
+        violation("%s: security attributes are not known here", call);
 }
 
 static DWORD wait_on_handles(DWORD count, const HANDLE* handles, BOOL all, DWORD timeout, const char* call) {
@@ -31,23 +54,39 @@ static DWORD wait_on_handles(DWORD count, const HANDLE* handles, BOOL all, DWORD
     return wait_for(objects, all != FALSE, timeout);
 }
 
-static Thread* thread_of(HANDLE handle, const char* call) {
-    HandleEntry* entry = handle_entry(handle, Kind::Thread, call);
+static Thread* thread_of(HANDLE handle, DWORD needed, const char* call) {
+    HandleEntry* entry = handle_entry(handle, Kind::Thread, call, needed);
     return entry != nullptr ? static_cast<Thread*>(entry->object->body.get()) : nullptr;
 }
 
 // The name in the machine's one namespace: what is not global belongs to a session. The names of session 0,
-// the service's own, are the global ones.
-static std::string full_name(const std::string& name) {
-    constexpr size_t prefix = sizeof("Global\\") - 1;
-    if (lower(name.substr(0, prefix)) == "global\\")
-        return name.substr(prefix);
+// the service's own, are the global ones. Returns an error, or 0.
+static DWORD full_name(std::string* name) {
+    if (name->empty())
+        return ERROR_SUCCESS;
+    const bool global = name->starts_with("Global\\");
+    if (global || name->starts_with("Local\\"))
+        name->erase(0, name->find('\\') + 1);
+    if (name->empty())
+        return ERROR_INVALID_NAME;
+    if (name->front() == '\\')
+        return ERROR_BAD_PATHNAME;
+    if (name->find('\\') != std::string::npos)
+        return ERROR_PATH_NOT_FOUND;
     const DWORD session = current_process()->session;
-    return name.empty() || session == 0 ? name : format("Sessions\\%u\\%s", session, name.c_str());
+    if (!global && session != 0)
+        *name = format("Sessions\\%u\\%s", session, name->c_str());
+    return ERROR_SUCCESS;
 }
 
 static HANDLE named_object(Kind kind, LPCWSTR wide_name, ObjectRef* created) {
-    const std::string name = full_name(narrow(wide_name));
+    std::string name = narrow(wide_name);
+    if (std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; }))
+        violation("the object name %s: beyond ASCII, which is not known here", name.c_str());
+    if (const DWORD error = full_name(&name)) {
+        set_last_error(error);
+        return nullptr;
+    }
     if (!name.empty()) {
         bool denied = false;
         ObjectRef existing = held_elsewhere(name, &denied);
@@ -59,11 +98,11 @@ static HANDLE named_object(Kind kind, LPCWSTR wide_name, ObjectRef* created) {
                 return nullptr;
             }
             set_last_error(ERROR_ALREADY_EXISTS);
-            return open_handle(existing);
+            return open_handle(existing, kind == Kind::Event ? EVENT_ALL_ACCESS : MUTEX_ALL_ACCESS);
         }
     }
     ObjectRef object = make_object(kind, name);
-    HANDLE handle = open_handle(object);
+    HANDLE handle = open_handle(object, kind == Kind::Event ? EVENT_ALL_ACCESS : MUTEX_ALL_ACCESS);
     if (!name.empty())
         remember_named(object);
     set_last_error(ERROR_SUCCESS);
@@ -91,8 +130,9 @@ BOOL WINAPI CloseHandle(HANDLE handle) {
     return close_handle(handle, "CloseHandle");
 }
 
-HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manual_reset, BOOL initial, LPCWSTR name) {
+HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manual_reset, BOOL initial, LPCWSTR name) {
     SIM_CALL(nullptr, ERROR_NO_SYSTEM_RESOURCES);
+    check_plain(security, "CreateEventW");
     ObjectRef created;
     HANDLE handle = named_object(Kind::Event, name, &created);
     if (created != nullptr) {
@@ -104,7 +144,7 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manual_reset, BOOL initia
 
 BOOL WINAPI SetEvent(HANDLE event) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    HandleEntry* entry = handle_entry(event, Kind::Event, "SetEvent");
+    HandleEntry* entry = handle_entry(event, Kind::Event, "SetEvent", EVENT_MODIFY_STATE);
     if (entry == nullptr)
         return FALSE;
     const ObjectRef object = entry->object;
@@ -114,15 +154,16 @@ BOOL WINAPI SetEvent(HANDLE event) {
 
 BOOL WINAPI ResetEvent(HANDLE event) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    HandleEntry* entry = handle_entry(event, Kind::Event, "ResetEvent");
+    HandleEntry* entry = handle_entry(event, Kind::Event, "ResetEvent", EVENT_MODIFY_STATE);
     if (entry == nullptr)
         return FALSE;
     reset_object(*entry->object);
     return TRUE;
 }
 
-HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL owned, LPCWSTR name) {
+HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR name) {
     SIM_CALL(nullptr, ERROR_NO_SYSTEM_RESOURCES);
+    check_plain(security, "CreateMutexW");
     ObjectRef created;
     HANDLE handle = named_object(Kind::Mutex, name, &created);
     if (created != nullptr && owned != FALSE && current() != nullptr) {
@@ -163,8 +204,10 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all
     return wait_on_handles(count, handles, all, timeout, "WaitForMultipleObjects");
 }
 
-DWORD WINAPI SignalObjectAndWait(HANDLE signal, HANDLE wait, DWORD timeout, BOOL) {
+DWORD WINAPI SignalObjectAndWait(HANDLE signal, HANDLE wait, DWORD timeout, BOOL alertable) {
     SIM_CALL(WAIT_FAILED, ERROR_NOT_ENOUGH_MEMORY);
+    if (alertable)
+        violation("SignalObjectAndWait: alertable waits are not known here");
     ObjectRef keep;
     if (waitable(wait, &keep, "SignalObjectAndWait") == nullptr)
         return WAIT_FAILED;
@@ -172,6 +215,8 @@ DWORD WINAPI SignalObjectAndWait(HANDLE signal, HANDLE wait, DWORD timeout, BOOL
     if (entry == nullptr)
         return WAIT_FAILED;
     if (entry->object->kind == Kind::Event) {
+        if (handle_entry(signal, Kind::Event, "SignalObjectAndWait", EVENT_MODIFY_STATE) == nullptr)
+            return WAIT_FAILED;
         const ObjectRef signalled = entry->object;
         signal_object(*signalled);
     } else if (entry->object->kind == Kind::Mutex) {
@@ -191,9 +236,12 @@ void WINAPI Sleep(DWORD duration) {
     sleep_for(duration == INFINITE ? NEVER : duration);
 }
 
-HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start, LPVOID parameter,
-                           DWORD flags, LPDWORD id) {
+HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T, LPTHREAD_START_ROUTINE start,
+                           LPVOID parameter, DWORD flags, LPDWORD id) {
     SIM_CALL(nullptr, ERROR_NOT_ENOUGH_MEMORY);
+    check_plain(security, "CreateThread");
+    if ((flags & ~CREATE_SUSPENDED) != 0)
+        violation("CreateThread: flags 0x%x are not known here", flags);
     Process* process = current_process();
     std::string name;
     if (process->image != nullptr)
@@ -205,7 +253,7 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE
     trace_detail("CreateThread(%s)", name.c_str());
     if (id != nullptr)
         *id = thread->id;
-    return open_handle(thread->object);
+    return open_handle(thread->object, THREAD_ALL_ACCESS);
 }
 
 void WINAPI ExitThread(DWORD exit_code) {
@@ -216,11 +264,15 @@ void WINAPI ExitThread(DWORD exit_code) {
 
 DWORD WINAPI SuspendThread(HANDLE handle) {
     SIM_CALL(FAILED_COUNT, ERROR_ACCESS_DENIED);
-    Thread* thread = thread_of(handle, "SuspendThread");
+    Thread* thread = thread_of(handle, THREAD_SUSPEND_RESUME, "SuspendThread");
     if (thread == nullptr)
         return FAILED_COUNT;
     if (thread->run == Run::Ended) {
         set_last_error(ERROR_ACCESS_DENIED);
+        return FAILED_COUNT;
+    }
+    if (thread->suspended >= MOST_SUSPENSIONS) {
+        set_last_error(ERROR_SIGNAL_REFUSED);
         return FAILED_COUNT;
     }
     const int before = thread->suspended++;
@@ -231,7 +283,7 @@ DWORD WINAPI SuspendThread(HANDLE handle) {
 
 DWORD WINAPI ResumeThread(HANDLE handle) {
     SIM_CALL(FAILED_COUNT, ERROR_ACCESS_DENIED);
-    Thread* thread = thread_of(handle, "ResumeThread");
+    Thread* thread = thread_of(handle, THREAD_SUSPEND_RESUME, "ResumeThread");
     if (thread == nullptr)
         return FAILED_COUNT;
     if (thread->suspended == 0)
@@ -243,7 +295,7 @@ DWORD WINAPI ResumeThread(HANDLE handle) {
 
 BOOL WINAPI TerminateThread(HANDLE handle, DWORD exit_code) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    Thread* thread = thread_of(handle, "TerminateThread");
+    Thread* thread = thread_of(handle, THREAD_TERMINATE, "TerminateThread");
     if (thread == nullptr)
         return FALSE;
     trace_detail("TerminateThread(%s)", thread->name.c_str());
@@ -253,7 +305,7 @@ BOOL WINAPI TerminateThread(HANDLE handle, DWORD exit_code) {
 
 BOOL WINAPI GetExitCodeThread(HANDLE handle, LPDWORD exit_code) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    const Thread* thread = thread_of(handle, "GetExitCodeThread");
+    const Thread* thread = thread_of(handle, THREAD_QUERY_INFORMATION, "GetExitCodeThread");
     if (thread == nullptr)
         return FALSE;
     *exit_code = thread->run == Run::Ended ? thread->exit_code : STILL_ACTIVE;

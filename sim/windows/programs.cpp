@@ -1,20 +1,29 @@
 #include "sim/windows/programs.h"
 
 #include <cstring>
+#include <map>
 
 #include "sim/machine/machine.h"
+#include "sim/script/commands.h"
 #include "sim/windows/disk.h"
 
 namespace sim {
 
 constexpr ULONG_PTR FORMER_REDIRECTION = 0x7E5; // what the disabling call leaves for the other one
-constexpr DWORD STARTED_PROCESS = 4;            // ids of a program that only seems to run
-constexpr DWORD STARTED_THREAD = 8;
 
 namespace {
 
 struct Wow64 {
     bool works = false;
+};
+
+struct Program {
+    Ms duration = 0;
+    DWORD code = 0;
+};
+
+struct Programs {
+    std::map<std::string, Program> known; // that can be started by name, lower case
 };
 
 struct Redirection {
@@ -29,6 +38,31 @@ void set_redirection_works(bool works) {
 
 bool redirection_off(Process* process) {
     return process_state<Redirection>(process).off;
+}
+
+// Runs as long as `windows program` says, at once otherwise; its handles are signalled when it ends.
+static BOOL start_program(const std::string& line, const Program& program, PROCESS_INFORMATION* info) {
+    auto process = std::make_unique<Process>();
+    process->id = machine().next_id += 4;
+    process->command_line = line;
+    process->object = make_object(Kind::Process, line);
+    process->object->body = std::shared_ptr<void>(process.get(), [](void*) {});
+    Process* started = process.get();
+    machine().processes.push_back(std::move(process));
+    Thread* thread = start_thread(started, "program", [started, program] {
+        sleep_for(program.duration);
+        end_process(started, program.code);
+        return DWORD{0};
+    });
+    *info = {open_handle(started->object, PROCESS_ALL_ACCESS), open_handle(thread->object, THREAD_ALL_ACCESS),
+             started->id, thread->id};
+    return TRUE;
+}
+
+static const Program* known_program(const std::string& name) {
+    const auto& known = machine_state<Programs>().known;
+    const auto found = known.find(lower(name.substr(name.rfind('\\') + 1)));
+    return found != known.end() ? &found->second : nullptr;
 }
 
 } // namespace sim
@@ -56,40 +90,51 @@ BOOL WINAPI Wow64RevertWow64FsRedirection(PVOID old) {
     return TRUE;
 }
 
-BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_ATTRIBUTES,
-                           LPSECURITY_ATTRIBUTES, BOOL inherit, DWORD flags, LPVOID environment,
-                           LPCWSTR directory, STARTUPINFOW* startup, PROCESS_INFORMATION* process) {
+BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_ATTRIBUTES process_security,
+                           LPSECURITY_ATTRIBUTES thread_security, BOOL inherit, DWORD flags,
+                           LPVOID environment, LPCWSTR directory, STARTUPINFOW* startup,
+                           PROCESS_INFORMATION* process) {
     SIM_CALL(FALSE, ERROR_NOT_ENOUGH_MEMORY);
-    const std::string program = narrow(application);
-    const std::string line = narrow(command_line);
-    if (application == nullptr) { // by its command line, as the control program does
-        const Thread* started = start_plain_program(line);
-        if (started == nullptr)
-            return FALSE;
-        process->hProcess = open_handle(started->process->object);
-        process->hThread = open_handle(started->object);
-        return TRUE;
-    }
+    // By its path, from the service; by its command line, with its handles, from the control program.
+    const bool by_path = application != nullptr;
     STARTUPINFOW zeroed = {};
     zeroed.cb = sizeof(zeroed);
     // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): padding included, as from = {}
     if (std::memcmp(startup, &zeroed, sizeof(zeroed)) != 0)
         violation("CreateProcessW: the startup record is not zeroed");
-    if (inherit != FALSE || flags != CREATE_NEW_PROCESS_GROUP || environment != nullptr ||
-        directory != nullptr)
+    if (inherit != !by_path || flags != (by_path ? CREATE_NEW_PROCESS_GROUP : 0) || environment != nullptr ||
+        directory != nullptr || process_security != nullptr || thread_security != nullptr)
         violation("CreateProcessW: inherit %d flags 0x%x", inherit, flags);
-    const PlainFile* file = find_file(program);
-    const bool starts = file != nullptr && !file->directory;
-    trace("call CreateProcessW(\"%s\", \"%s\") = %d", program.c_str(), line.c_str(), starts);
-    if (!starts)
-        return fail_with(file != nullptr            ? ERROR_ACCESS_DENIED
-                         : file_has_folder(program) ? ERROR_FILE_NOT_FOUND
-                                                    : ERROR_PATH_NOT_FOUND);
-    process->hProcess = open_handle(make_object(Kind::Process, program));
-    process->hThread = open_handle(make_object(Kind::Thread, program));
-    process->dwProcessId = STARTED_PROCESS;
-    process->dwThreadId = STARTED_THREAD;
-    return TRUE;
+    const std::string line = narrow(command_line);
+    const std::string name = by_path ? narrow(application) : line.substr(0, line.find(' '));
+    const Program* program = known_program(name);
+    const PlainFile* file = by_path ? find_file(name) : nullptr;
+    const bool starts = by_path ? file != nullptr && !file->directory : program != nullptr;
+    const std::string shown = by_path ? "\"" + name + "\"" : "null";
+    trace("call CreateProcessW(%s, \"%s\") = %d", shown.c_str(), line.c_str(), starts);
+    if (starts)
+        return start_program(line, program != nullptr ? *program : Program{}, process);
+    return fail_with(file != nullptr                     ? ERROR_ACCESS_DENIED
+                     : by_path && !file_has_folder(name) ? ERROR_PATH_NOT_FOUND
+                                                         : ERROR_FILE_NOT_FOUND);
 }
 
 } // extern "C"
+
+// ---- commands ----
+
+namespace sim {
+
+static Action compile_program(Tokens& tokens) {
+    const std::string name = tokens.text();
+    Program program;
+    tokens.choice({"takes"});
+    program.duration = tokens.duration();
+    if (tokens.accept("exits"))
+        program.code = static_cast<DWORD>(tokens.number());
+    return [name, program] { machine_state<Programs>().known[lower(name)] = program; };
+}
+
+static const Commands g_commands({{"windows program", Use::Machine, compile_program}});
+
+} // namespace sim

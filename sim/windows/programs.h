@@ -9,7 +9,4 @@ namespace sim {
 void set_redirection_works(bool works);
 bool redirection_off(Process* process);
 
-// Starts a program that `windows program` has made known, by its command line. Null when there is none.
-Thread* start_plain_program(const std::string& line);
-
 } // namespace sim

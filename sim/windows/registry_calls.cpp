@@ -21,6 +21,8 @@ struct ResolvedKey {
     OpenedKey* handle = nullptr; // null for a root
 };
 
+enum class Missing { Fails, Made, MadeVolatile }; // a key that is not there
+
 } // namespace
 
 static int root_index(HKEY key) {
@@ -92,7 +94,7 @@ static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) 
     return static_cast<HKEY>(static_cast<void*>(open_handle(object, access)));
 }
 
-// What is neither modelled nor used: views, links and no rights at all.
+// What is neither modelled nor used: backups, views, links and no rights at all.
 static bool unknown_rights(REGSAM access, DWORD options, const char* call, const std::string& path) {
     if (options == 0 && access != 0 && (access & ~KEY_RIGHTS) == 0)
         return false;
@@ -107,7 +109,7 @@ static bool is_hive(const std::string& path) {
 }
 
 // Makes the key and all that is missing above it. Null with the error.
-static KeyRef create_key(const ResolvedKey& from, const std::string& full, LSTATUS* error) {
+static KeyRef create_key(const ResolvedKey& from, const std::string& full, bool is_volatile, LSTATUS* error) {
     if ((from.access & KEY_CREATE_SUB_KEY) == 0) {
         violation("%s: a key below needs the right to create subkeys", from.path.c_str());
         *error = ERROR_ACCESS_DENIED;
@@ -126,8 +128,15 @@ static KeyRef create_key(const ResolvedKey& from, const std::string& full, LSTAT
         *error = ERROR_INVALID_PARAMETER;
         return nullptr;
     }
+    if (!is_volatile && find_key(deepest)->is_volatile) {
+        *error = ERROR_CHILD_MUST_BE_VOLATILE;
+        return nullptr;
+    }
     KeyRef key = find_key(full, true);
-    trace("registry create %s", shown_path(full).c_str());
+    Key* made = key.get();
+    for (size_t i = 0; i < missing.size(); ++i, made = made->parent)
+        made->is_volatile = is_volatile;
+    trace("registry create %s%s", shown_path(full).c_str(), is_volatile ? " volatile" : "");
     key_changed(key->parent, true);
     return key;
 }
@@ -143,7 +152,7 @@ static LSTATUS path_error(const std::string& path) {
     return ERROR_SUCCESS;
 }
 
-static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool create, PHKEY result,
+static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, Missing missing, PHKEY result,
                               LPDWORD disposition, const char* call) {
     LSTATUS error = ERROR_SUCCESS;
     const ResolvedKey from = resolve(base, 0, call, &error);
@@ -160,10 +169,10 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, bool 
         return ERROR_ACCESS_DENIED;
     KeyRef key = path.empty() ? from.key : find_key(full);
     const bool created = key == nullptr;
-    if (created && !create)
+    if (created && missing == Missing::Fails)
         return ERROR_FILE_NOT_FOUND;
     if (created)
-        key = create_key(from, full, &error);
+        key = create_key(from, full, missing == Missing::MadeVolatile, &error);
     if (key == nullptr)
         return error;
     if (!created && user_refused(key.get(), access))
@@ -199,7 +208,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, REGSAM acces
     SIM_CALL(ERROR_ACCESS_DENIED, last_error());
     if (unknown_rights(access, options, "RegOpenKeyExW", narrow(path)))
         return ERROR_INVALID_PARAMETER;
-    return open_or_create(key, path, access, false, result, nullptr, "RegOpenKeyExW");
+    return open_or_create(key, path, access, Missing::Fails, result, nullptr, "RegOpenKeyExW");
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the platform's type
@@ -209,14 +218,16 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR ke
     SIM_CALL(ERROR_ACCESS_DENIED, last_error());
     if (reserved != 0)
         return ERROR_INVALID_PARAMETER;
-    if (unknown_rights(access, options, "RegCreateKeyExW", narrow(path)))
+    const bool is_volatile = options == REG_OPTION_VOLATILE;
+    if (unknown_rights(access, is_volatile ? 0 : options, "RegCreateKeyExW", narrow(path)))
         return ERROR_INVALID_PARAMETER;
     if (key_class != nullptr || security != nullptr) {
         violation("RegCreateKeyExW: %s with a class or security attributes: not known here",
                   narrow(path).c_str());
         return ERROR_INVALID_PARAMETER;
     }
-    return open_or_create(key, path, access, true, result, disposition, "RegCreateKeyExW");
+    return open_or_create(key, path, access, is_volatile ? Missing::MadeVolatile : Missing::Made, result,
+                          disposition, "RegCreateKeyExW");
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY key) {
@@ -331,7 +342,7 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
                   "asynchronously, are told of here");
         return ERROR_INVALID_PARAMETER;
     }
-    HandleEntry* entry = handle_entry(event, Kind::Event, "RegNotifyChangeKeyValue");
+    HandleEntry* entry = handle_entry(event, Kind::Event, "RegNotifyChangeKeyValue", EVENT_MODIFY_STATE);
     if (entry == nullptr)
         return ERROR_INVALID_HANDLE;
     OpenedKey& watched = *opened.handle;

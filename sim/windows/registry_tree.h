@@ -23,6 +23,7 @@ struct Key {
     std::string name;
     Key* parent = nullptr;
     bool deleted = false;
+    bool is_volatile = false; // gone at the machine's next start
     std::map<std::string, KeyRef> children;
     std::map<std::string, KeyValue> values;
 };

@@ -2,6 +2,8 @@
 #include "sim/windows/system.h"
 
 #include <cstdio>
+#include <iterator>
+#include <utility>
 
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
@@ -25,6 +27,26 @@ static Installation& installation() {
 
 std::int64_t local_seconds() {
     return installation().epoch_seconds + static_cast<std::int64_t>(machine().now / 1000);
+}
+
+namespace {
+
+struct Release {
+    DWORD major;
+    DWORD minor;
+    DWORD build;
+};
+
+} // namespace
+
+// What an executable without a manifest is told: the last one of these that the machine has come to.
+static const Release& told_release(DWORD major, DWORD minor) {
+    static const Release releases[] = {{6, 2, 9200}, {6, 1, 7601}, {6, 0, 6002},
+                                       {5, 2, 3790}, {5, 1, 2600}, {5, 0, 2195}};
+    const Release* told = releases;
+    while (told + 1 != std::end(releases) && std::pair(major, minor) < std::pair(told->major, told->minor))
+        ++told;
+    return *told;
 }
 
 static const char g_windowsFolder[] = "C:\\Windows";
@@ -83,9 +105,10 @@ BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version) {
         set_last_error(ERROR_INSUFFICIENT_BUFFER);
         return FALSE;
     }
-    version->dwMajorVersion = installation().major;
-    version->dwMinorVersion = installation().minor;
-    version->dwBuildNumber = 19041;
+    const Release& told = told_release(installation().major, installation().minor);
+    version->dwMajorVersion = told.major;
+    version->dwMinorVersion = told.minor;
+    version->dwBuildNumber = told.build;
     version->dwPlatformId = VER_PLATFORM_WIN32_NT;
     version->szCSDVersion[0] = 0;
     return TRUE;

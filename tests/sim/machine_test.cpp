@@ -36,7 +36,10 @@ TEST(Sim, MisuseIsAViolationAndNullHandlesAreNone) {
     run_on_thread([] {
         EXPECT_FALSE(CloseHandle(nullptr));
         EXPECT_FALSE(SetEvent(nullptr));
-        EXPECT_FALSE(CloseHandle(INVALID_HANDLE_VALUE));
+        EXPECT_TRUE(CloseHandle(INVALID_HANDLE_VALUE)); // the process itself: no effect
+        EXPECT_FALSE(SetEvent(INVALID_HANDLE_VALUE));
+        EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(INVALID_HANDLE_VALUE, 0));
         EXPECT_FALSE(TerminateThread(nullptr, 0));
         EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(nullptr, 0));
         EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());

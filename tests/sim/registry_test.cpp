@@ -47,6 +47,26 @@ TEST(RegistrySim, Roots) {
     }
 }
 
+// The trace says what is gone at the next start, and nothing lasting lies below it.
+TEST(RegistrySim, VolatileKeys) {
+    expect_violation(nullptr, [] {
+        const auto make = [](LPCWSTR path, DWORD options) {
+            HKEY key = nullptr;
+            const LSTATUS error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, options, KEY_READ,
+                                                  nullptr, &key, nullptr);
+            if (key != nullptr)
+                RegCloseKey(key);
+            return static_cast<DWORD>(error);
+        };
+        EXPECT_EQ(ERROR_SUCCESS, make(L"SOFTWARE\\V\\W", REG_OPTION_VOLATILE));
+        EXPECT_EQ(1u, traced("registry create HKLM\\SOFTWARE\\V\\W volatile"));
+        EXPECT_EQ(ERROR_CHILD_MUST_BE_VOLATILE, make(L"SOFTWARE\\V\\X", REG_OPTION_NON_VOLATILE));
+        EXPECT_EQ(ERROR_SUCCESS, make(L"SOFTWARE\\V\\X", REG_OPTION_VOLATILE));
+        EXPECT_EQ(ERROR_SUCCESS, make(L"SOFTWARE\\V", REG_OPTION_NON_VOLATILE)); // opened
+        EXPECT_EQ(ERROR_SUCCESS, make(L"SOFTWARE\\X", REG_OPTION_NON_VOLATILE));
+    });
+}
+
 // Reading, the user's half comes first; a new key is the machine's, a value goes where the key was found.
 TEST(RegistrySim, ClassesAreOneViewOfTwoHalves) {
     const struct {
