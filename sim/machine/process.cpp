@@ -167,6 +167,7 @@ void run_on_thread(const std::function<void()>& work) {
     process->id = m.next_id += 4;
     process->command_line = "test";
     process->object = make_object(Kind::Process, "test");
+    process->object->body = std::shared_ptr<void>(process.get(), [](void*) {});
     m.processes.push_back(std::move(process));
     Process* home = m.processes.back().get();
     Thread* thread = start_thread(home, "test", [work] {

@@ -200,13 +200,22 @@ static DWORD needed_share(DWORD access) {
     return share;
 }
 
-// Whether an opener stands in the way of another with this access and share mode.
-static bool is_shared(const std::string& path, DWORD access, DWORD share) {
+static std::vector<const File*> openers(const std::string& path) {
+    std::vector<const File*> found;
     for (const auto& [value, entry] : machine().handles) {
-        if (entry.object->kind != Kind::File || !same_text(entry.object->name, path))
-            continue;
-        const File& other = entry.object->as<File>();
-        if ((needed_share(access) & ~other.share) != 0 || (needed_share(other.access) & ~share) != 0)
+        if (entry.object->kind == Kind::File && same_text(entry.object->name, path))
+            found.push_back(&entry.object->as<File>());
+    }
+    return found;
+}
+
+// Whether no opener stands in the way of another with this access and share mode. Those without access do not
+// count.
+static bool is_shared(const std::string& path, DWORD access, DWORD share) {
+    const DWORD needed = needed_share(access);
+    for (const File* other : openers(path)) {
+        const DWORD others_need = needed_share(other->access);
+        if (needed != 0 && others_need != 0 && ((needed & ~other->share) != 0 || (others_need & ~share) != 0))
             return false;
     }
     return true;
@@ -287,7 +296,7 @@ BOOL WINAPI DeleteFileW(LPCWSTR wide_path) {
         set_last_error(error);
         return FALSE;
     }
-    if (!is_shared(path, 0, 0))
+    if (!openers(path).empty())
         violation("DeleteFileW: %s is open: its end with the last handle is not known here", path.c_str());
     disk().files.erase(lower(path));
     trace("file delete \"%s\"", path.c_str());

@@ -1,12 +1,12 @@
 // Registry hives in files, loaded below HKEY_USERS.
 #include <map>
-#include <set>
 
 #include "sim/machine/machine.h"
 #include "sim/script/commands.h"
 #include "sim/windows/disk.h"
 #include "sim/windows/registry.h"
 #include "sim/windows/registry_commands.h"
+#include "sim/windows/registry_tree.h"
 #include "sim/windows/security.h"
 
 namespace sim {
@@ -21,7 +21,7 @@ struct HiveValue {
 
 struct Hives {
     std::map<std::string, std::vector<HiveValue>> files; // by path, lower case
-    std::set<std::string> loaded;                        // names under HKU, lower case
+    std::map<std::string, std::string> loaded;           // the file by its name under HKU, lower case
 };
 
 } // namespace
@@ -43,6 +43,24 @@ static DWORD open_hive(const std::string& path) {
     set_file(path, FileState::Present);
     values_of(path) = {};
     return ERROR_SUCCESS;
+}
+
+// The values of a loaded hive, for its file. A key without any is not kept.
+static void collect_values(const Key& key, const std::string& path, std::vector<HiveValue>* values) {
+    for (const auto& [name, value] : key.values)
+        values->push_back({path, value.name.empty() ? "@" : value.name, value.data});
+    for (const auto& [name, below] : key.children)
+        collect_values(*below, path.empty() ? below->name : path + "\\" + below->name, values);
+}
+
+static void unload_hive(const std::string& name) {
+    auto& loaded = machine_state<Hives>().loaded;
+    std::vector<HiveValue>& values = values_of(loaded[lower(name)]);
+    values.clear();
+    if (const KeyRef key = find_key("HKU\\" + name); key != nullptr)
+        collect_values(*key, "", &values);
+    registry_delete("HKU\\" + name);
+    loaded.erase(lower(name));
 }
 
 } // namespace sim
@@ -68,7 +86,7 @@ LSTATUS WINAPI RegLoadKeyW(HKEY key, LPCWSTR wide_name, LPCWSTR wide_file) {
     if (error != ERROR_SUCCESS)
         return static_cast<LSTATUS>(error);
     registry_create("HKU\\" + name);
-    machine_state<Hives>().loaded.insert(lower(name));
+    machine_state<Hives>().loaded[lower(name)] = file;
     for (const HiveValue& value : values_of(file))
         registry_set("HKU\\" + name + "\\" + value.key, value.name, value.data.type, value.data.bytes);
     return ERROR_SUCCESS;
@@ -87,9 +105,7 @@ LSTATUS WINAPI RegUnLoadKeyW(HKEY key, LPCWSTR wide_name) {
     else if (registry_is_open("HKU\\" + name))
         error = ERROR_ACCESS_DENIED;
     else
-        registry_delete("HKU\\" + name);
-    if (error == ERROR_SUCCESS)
-        machine_state<Hives>().loaded.erase(lower(name));
+        unload_hive(name);
     trace("call RegUnLoadKeyW(\"%s\") = %u", name.c_str(), error);
     return static_cast<LSTATUS>(error);
 }

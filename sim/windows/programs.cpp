@@ -135,6 +135,9 @@ static Action compile_program(Tokens& tokens) {
     return [name, program] { machine_state<Programs>().known[lower(name)] = program; };
 }
 
-static const Commands g_commands({{"windows program", Use::Machine, compile_program}});
+static const Commands g_commands({
+    {"windows program", Use::Machine, compile_program,
+     "\"NAME\" takes DURATION [exits CODE] - a program that it can start"},
+});
 
 } // namespace sim

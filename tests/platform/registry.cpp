@@ -152,8 +152,11 @@ static void probe_options(HKEY root) {
     constexpr REGSAM VIEW_64 = 0x100;
     constexpr REGSAM VIEW_32 = 0x200;
     fact("volatile", creates(root, L"v", KEY_READ, VOLATILE));
+    fact("volatile-open", opens(root, L"v"));
+    fact("stable-below-volatile", creates(root, L"v\\stable"));
     fact("volatile-below-volatile", creates(root, L"v\\below", KEY_READ, VOLATILE));
     fact("volatile-of-a-stable-one", creates(root, L"a", KEY_READ, VOLATILE));
+    fact("stable-of-a-volatile-one", creates(root, L"v"));
     fact("view-64", opens(root, L"a", KEY_READ | VIEW_64));
     fact("view-32", opens(root, L"a", KEY_READ | VIEW_32));
     fact("view-both", opens(root, L"a", KEY_READ | VIEW_32 | VIEW_64));

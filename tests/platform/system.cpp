@@ -157,9 +157,11 @@ static DWORD starts(const WCHAR* application, const WCHAR* line, PROCESS_INFORMA
     WCHAR command[60];
     StringCchCopyW(command, ARRAYSIZE(command), line);
     *process = {};
-    return ERROR_OF(CreateProcessW(application, command, nullptr, nullptr, FALSE,
-                                   application != nullptr ? CREATE_NEW_PROCESS_GROUP : 0, nullptr, nullptr,
-                                   &startup, process));
+    // As the service starts one by its path, and the control program one by its command line.
+    const bool by_path = application != nullptr;
+    return ERROR_OF(CreateProcessW(application, command, nullptr, nullptr, !by_path,
+                                   by_path ? CREATE_NEW_PROCESS_GROUP : 0, nullptr, nullptr, &startup,
+                                   process));
 }
 
 static void probe_processes() {
