@@ -21,6 +21,16 @@ static std::vector<std::string> requests_of_two_events(const char* setup) {
     return requests;
 }
 
+TEST(DisplayPwm, AnyServerOfTheClassWillDo) {
+    Bench bench;
+    bench.machine.keep_details = true;
+    bench.run("firmware PWMGET = 200\nwindows graphics present\nstart\nadvance 2s\nevent 0x5010");
+    size_t created = 0;
+    for (const sim::TraceLine& line : bench.machine.trace)
+        created += line.text == "CoCreateInstance(0x15)";
+    EXPECT_EQ(1u, created);
+}
+
 TEST(DisplayPwm, OneReportPerEndedAttempt) {
     static const struct {
         const char* setup;

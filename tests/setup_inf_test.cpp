@@ -336,8 +336,10 @@ TEST_F(InfTest, Services) {
         EXPECT_EQ(1u, first_fields(inf, driver ? "zorpmdrv.driverfiles" : "zorpmdrv.systemfiles")
                           .count(binary.substr(5)))
             << binary;
-        for (const char* key : {"StartType", "ErrorControl", "DisplayName"})
-            EXPECT_EQ(1u, values(inf, section, key).size()) << section << " " << key;
+        // The device's function driver is started for it, all else with the machine.
+        EXPECT_EQ(Texts{section == "zorpmdrv.service" ? "3" : "2"}, values(inf, section, "StartType"));
+        EXPECT_EQ(Texts{"1"}, values(inf, section, "ErrorControl"));
+        EXPECT_EQ(1u, values(inf, section, "DisplayName").size()) << section;
     }
     EXPECT_EQ((std::set<std::string>{"zorpmdrv", "pmdrvs", "zorpmsvc", "mplatsvc"}), added);
     EXPECT_EQ(added, first_fields(inf, "zorpmdrv.uninstall.nt.services"));

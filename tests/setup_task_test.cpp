@@ -1,5 +1,6 @@
 // The scheduled task: what is registered, what each failing step says, the deletions, the release of Windows.
 #include <objbase.h>
+#include <taskschd.h>
 
 #include "setup/pnp_task.h"
 #include "sim/windows/com.h"
@@ -22,6 +23,15 @@ static void with_com(const std::function<void()>& work) {
         CoUninitialize();
         EXPECT_EQ(0u, sim::com_initialisations(process));
     });
+}
+
+// Lines of the whole trace that are this, or begin with what stands before the star.
+static size_t details(const std::string& pattern) {
+    size_t found = 0;
+    for (const sim::TraceLine& line : sim::machine().trace)
+        found += pattern.back() == '*' ? line.text.starts_with(pattern.substr(0, pattern.size() - 1))
+                                       : line.text == pattern;
+    return found;
 }
 
 TEST(PnPTask, Properties) {
@@ -214,8 +224,40 @@ TEST(PnPTask, ComSecurity) {
         EXPECT_EQ(1u, sim::com_initialisations(sim::current_process()));
         CoUninitialize();
     });
-    size_t found = 0;
-    for (const sim::TraceLine& line : bench.machine.trace)
-        found += line.text == "CoInitializeSecurity(null, -1, 4, 3, 0)";
-    EXPECT_EQ(1u, found);
+    EXPECT_EQ(1u, details("CoInitializeSecurity(null, -1, 4, 3, 0)"));
+    EXPECT_EQ(2u, details("CoInitializeEx(0)"));
+}
+
+TEST(PnPTask, SchedulerInTheOwnProcess) {
+    Bench bench;
+    bench.machine.keep_details = true;
+    with_com([] { EXPECT_TRUE(CreatePnPTask()); });
+    EXPECT_LT(0u, details("CoCreateInstance(0x1)"));
+    EXPECT_EQ(details("CoCreateInstance(*"), details("CoCreateInstance(0x1)"));
+}
+
+// Whoever asks an object for what it is gets it.
+TEST(PnPTask, ObjectsKnowTheirInterfaces) {
+    Bench bench;
+    with_com([] {
+        ITaskService* service = nullptr;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_TaskScheduler, nullptr, CLSCTX_INPROC_SERVER, IID_ITaskService,
+                                         reinterpret_cast<void**>(&service)));
+        const IID other = {1, 2, 3, {}};
+        const struct {
+            IID id;
+            HRESULT result;
+        } rows[] = {{IID_ITaskService, S_OK},
+                    {sim::UNKNOWN_INTERFACE, S_OK},
+                    {IID_IExecAction, E_NOINTERFACE},
+                    {other, E_NOINTERFACE}};
+        for (const auto& row : rows) {
+            void* found = service;
+            EXPECT_EQ(row.result, service->QueryInterface(row.id, &found));
+            EXPECT_EQ(row.result == S_OK ? service : nullptr, found);
+            if (row.result == S_OK)
+                service->Release();
+        }
+        service->Release();
+    });
 }

@@ -56,6 +56,7 @@ Machine::Machine(std::uint64_t chosen_seed)
     host->id = 4;
     host->command_line = "host";
     host->object = make_object(Kind::Process, "host");
+    host->object->body = std::shared_ptr<void>(host, [](void*) {});
 }
 
 Machine::~Machine() {

@@ -154,6 +154,27 @@ static bool shares(DWORD share, DWORD access) {
            ((access & GENERIC_WRITE) == 0 || (share & FILE_SHARE_WRITE) != 0);
 }
 
+// The accesses that a program of this system comes with, never sharing; other programs come as they like.
+static void check_request(const OpenRequest& request, size_t which) {
+    static const struct {
+        const char* name;
+        DWORD access;
+    } rows[] = {
+        {"slate", GENERIC_READ},   {"slate", GENERIC_WRITE},
+        {"dock", GENERIC_READ},    {"dock", GENERIC_READ | GENERIC_WRITE},
+        {"button", GENERIC_WRITE},
+    };
+    if (current_process()->image == nullptr)
+        return;
+    for (const auto& row : rows) {
+        if (same_text(row.name, g_interfaces[which].name) && row.access == request.access &&
+            request.share == 0)
+            return;
+    }
+    violation("CreateFileW: the %s opened with access 0x%x, share %u, which no request uses",
+              g_interfaces[which].name, request.access, request.share);
+}
+
 static void open_instance(const OpenRequest& request, const OpenedInterface& opened, ObjectRef* file) {
     InterfaceState& state = state_of(opened.which);
     if (!state.present[opened.instance]) {
@@ -161,6 +182,7 @@ static void open_instance(const OpenRequest& request, const OpenedInterface& ope
         return;
     }
     check_device_opening(request);
+    check_request(request, opened.which);
     for (const File* other : state.open[opened.instance]) {
         if (!shares(other->share, request.access) || !shares(request.share, other->access)) {
             set_last_error(ERROR_SHARING_VIOLATION);

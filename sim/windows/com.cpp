@@ -1,5 +1,6 @@
 #include "sim/windows/com.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -78,6 +79,24 @@ void com_adopt(std::unique_ptr<ComObject> object, std::string name) {
     object->process = current_process();
     object->apartment = own_apartment();
     com_process().objects.push_back(std::move(object));
+}
+
+bool com_is_named(const ComObject& object, REFIID wanted) {
+    // clang-format off
+    static const struct { const char* name; IID id; } rows[] = {
+        {"IAction",            {0xBAE54997, 0x48B1, 0x4CBE, {0x99, 0x65, 0xD6, 0xBE, 0x26, 0x3E, 0xBE, 0xA4}}},
+        {"IActionCollection",  {0x02820E19, 0x7B98, 0x4ED2, {0xB2, 0xE8, 0xFD, 0xCC, 0xCE, 0xFF, 0x61, 0x9B}}},
+        {"IRegisteredTask",    {0x9C86F320, 0xDEE3, 0x4DD1, {0xB9, 0x72, 0xA3, 0x03, 0xF2, 0x6B, 0x06, 0x1E}}},
+        {"ITaskDefinition",    {0xF5BC8FC5, 0x536D, 0x4F77, {0xB8, 0x52, 0xFB, 0xC1, 0x35, 0x6F, 0xDE, 0xB6}}},
+        {"ITaskFolder",        {0x8CFAC062, 0xA080, 0x4C15, {0x9A, 0x88, 0xAA, 0x7C, 0x2A, 0xF8, 0x0D, 0xFC}}},
+        {"ITaskService",       {0x2FABA4C7, 0x4DA9, 0x4013, {0x96, 0x97, 0x20, 0xCC, 0x3F, 0xD4, 0x0F, 0x85}}},
+        {"ITaskSettings",      {0x8FD4711D, 0x2D02, 0x4C8C, {0x87, 0xE3, 0xEF, 0xF6, 0x99, 0xDE, 0x12, 0x7E}}},
+        {"ITrigger",           {0x09941815, 0xEA89, 0x4B5B, {0x89, 0xE0, 0x2A, 0x77, 0x38, 0x01, 0xFA, 0xC3}}},
+        {"ITriggerCollection", {0x85DF5081, 0x1B24, 0x4F32, {0x87, 0x8A, 0xD9, 0xD1, 0x4D, 0xF4, 0xCB, 0x77}}},
+    };
+    // clang-format on
+    return std::any_of(std::begin(rows), std::end(rows),
+                       [&](const auto& row) { return object.name == row.name && wanted == row.id; });
 }
 
 size_t com_references(Process* process) {
@@ -167,13 +186,20 @@ HRESULT sim_unused_method(const char* name) {
     return E_FAIL;
 }
 
-HRESULT WINAPI CoInitialize(LPVOID) {
+HRESULT WINAPI CoInitialize(LPVOID reserved) {
     SIM_CALL(E_OUTOFMEMORY, ERROR_NOT_ENOUGH_MEMORY);
+    if (reserved != nullptr)
+        return E_INVALIDARG;
     return enter_apartment(false);
 }
 
-HRESULT WINAPI CoInitializeEx(LPVOID, DWORD model) {
+HRESULT WINAPI CoInitializeEx(LPVOID reserved, DWORD model) {
     SIM_CALL(E_OUTOFMEMORY, ERROR_NOT_ENOUGH_MEMORY);
+    if (reserved != nullptr)
+        return E_INVALIDARG;
+    trace_detail("CoInitializeEx(%u)", model);
+    if (model != COINIT_MULTITHREADED && model != COINIT_APARTMENTTHREADED)
+        violation("CoInitializeEx: model %u is not known here", model);
     return enter_apartment(model == COINIT_MULTITHREADED);
 }
 
@@ -182,9 +208,14 @@ void WINAPI CoUninitialize() {
     leave_apartment();
 }
 
-HRESULT WINAPI CoInitializeSecurity(PVOID descriptor, LONG service_count, PVOID, PVOID, DWORD authentication,
-                                    DWORD impersonation, PVOID, DWORD capabilities, PVOID) {
+HRESULT WINAPI CoInitializeSecurity(PVOID descriptor, LONG service_count, PVOID services, PVOID reserved,
+                                    DWORD authentication, DWORD impersonation, PVOID authentication_list,
+                                    DWORD capabilities, PVOID reserved_too) {
     SIM_CALL(E_FAIL, ERROR_GEN_FAILURE);
+    if (services != nullptr || authentication_list != nullptr)
+        violation("CoInitializeSecurity: lists of services are not known here");
+    if (reserved != nullptr || reserved_too != nullptr)
+        return E_INVALIDARG;
     if (com_thread().initialised == 0)
         return CO_E_NOTINITIALIZED;
     if (com_process().security_set)
@@ -207,10 +238,13 @@ HRESULT WINAPI CLSIDFromProgID(LPCWSTR program, CLSID* found) {
     return CO_E_CLASSSTRING;
 }
 
-HRESULT WINAPI CoCreateInstance(REFCLSID wanted, IUnknown*, DWORD context, REFIID interface_id,
+HRESULT WINAPI CoCreateInstance(REFCLSID wanted, IUnknown* outer, DWORD context, REFIID interface_id,
                                 LPVOID* object) {
     SIM_CALL(E_OUTOFMEMORY, ERROR_NOT_ENOUGH_MEMORY);
     *object = nullptr;
+    trace_detail("CoCreateInstance(0x%x)", context);
+    if (outer != nullptr)
+        violation("CoCreateInstance: aggregation is not known here");
     if (com_thread().initialised == 0) {
         violation("CoCreateInstance: COM is not in use on this thread");
         return CO_E_NOTINITIALIZED;

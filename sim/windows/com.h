@@ -35,14 +35,18 @@ ULONG com_release(ComObject& object);
 // Puts a new object under the calling thread's apartment; the process owns its memory.
 void com_adopt(std::unique_ptr<ComObject> object, std::string name);
 
-// IUnknown of a double. `also` names the one interface beside IUnknown that it can be asked for.
+// Whether the object is of this interface by its name.
+bool com_is_named(const ComObject& object, REFIID wanted);
+
+// IUnknown of a double, which can be asked for its own interface too, and for one more, `also`.
 template <class Interface> struct ComDouble : Interface, ComObject {
     const IID* also = nullptr;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** object) override {
         COM_CALL(*this);
         *object = nullptr;
-        if (wanted != UNKNOWN_INTERFACE && (also == nullptr || wanted != *also))
+        if (wanted != UNKNOWN_INTERFACE && !com_is_named(*this, wanted) &&
+            (also == nullptr || wanted != *also))
             return E_NOINTERFACE;
         *object = static_cast<Interface*>(this);
         com_add_reference(*this);

@@ -57,8 +57,10 @@ INT_PTR WINAPI DialogBoxParamW(HINSTANCE, LPCWSTR name, HWND owner, DLGPROC proc
         screen().focus = dialog; // a new dialog is activated
     MSG message;
     while (next_message(&message, dialog)) {
-        if (message.message == WM_QUIT)
-            violation("DialogBoxParamW: WM_QUIT in a dialog is not simulated");
+        if (message.message == WM_QUIT) { // the dialog ends, and the loop around it is told
+            repost_quit(message.wParam);
+            break;
+        }
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }

@@ -121,6 +121,10 @@ static bool enqueue(Message message) {
     return true;
 }
 
+void repost_quit(WPARAM code) {
+    queue_of(current()).messages.push_back({nullptr, WM_QUIT, code, 0, false, nullptr});
+}
+
 bool post_message(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
     return enqueue({window, message, wparam, lparam, false, nullptr});
 }

@@ -44,6 +44,7 @@ Window* own_window(HWND handle);     // the same, and null with last error 5 whe
 std::string window_name(const Window& window);
 HWND add_window(Window window); // of the current thread; gives its handle
 void destroy_window(HWND handle);
+void repost_quit(WPARAM code); // to the current thread
 // Waits for the next message of the current thread. False when the dialog (null: none) has ended meanwhile.
 bool next_message(MSG* message, HWND dialog);
 

@@ -102,8 +102,9 @@ BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR command_line, LPSECURITY_
     // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): padding included, as from = {}
     if (std::memcmp(startup, &zeroed, sizeof(zeroed)) != 0)
         violation("CreateProcessW: the startup record is not zeroed");
-    if (inherit != !by_path || flags != (by_path ? CREATE_NEW_PROCESS_GROUP : 0) || environment != nullptr ||
-        directory != nullptr || process_security != nullptr || thread_security != nullptr)
+    if ((by_path && inherit != FALSE) || flags != (by_path ? CREATE_NEW_PROCESS_GROUP : 0) ||
+        environment != nullptr || directory != nullptr || process_security != nullptr ||
+        thread_security != nullptr)
         violation("CreateProcessW: inherit %d flags 0x%x", inherit, flags);
     const std::string line = narrow(command_line);
     const std::string name = by_path ? narrow(application) : line.substr(0, line.find(' '));

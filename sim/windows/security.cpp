@@ -112,8 +112,8 @@ BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, LUID* luid) {
     return fail_with(ERROR_NO_SUCH_PRIVILEGE);
 }
 
-BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* state, DWORD,
-                                  TOKEN_PRIVILEGES*, LPDWORD) {
+BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* state, DWORD bytes,
+                                  TOKEN_PRIVILEGES* former, LPDWORD needed) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
     const HandleEntry* entry = handle_entry(token, Kind::Token, "AdjustTokenPrivileges");
     if (entry == nullptr)
@@ -121,6 +121,10 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEG
     if ((entry->access & TOKEN_ADJUST_PRIVILEGES) == 0) {
         violation("AdjustTokenPrivileges: opened without the right to adjust");
         return fail_with(ERROR_ACCESS_DENIED);
+    }
+    if (bytes != 0 || former != nullptr || needed != nullptr) {
+        violation("AdjustTokenPrivileges: the former state is not told here");
+        return fail_with(ERROR_INVALID_PARAMETER);
     }
     const Privilege* known = std::end(g_privileges);
     if (!disable_all && state != nullptr && state->PrivilegeCount == 1 &&

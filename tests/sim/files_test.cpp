@@ -73,8 +73,8 @@ TEST(FileSim, ShareModesBetweenOpeners) {
         {{GENERIC_ALL, R}, {7, 7}, true},
         {{GENERIC_ALL, R}, {7, SR | SW}, false},
         {{R, DELETE}, {SR | SW, 7}, false},
-        {{0, R}, {0, 0}, false},
-        {{0, 0}, {0, 0}, true},
+        {{0, R}, {0, 0}, true},
+        {{0, 0}, {7, 7}, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);

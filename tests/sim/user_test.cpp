@@ -2,6 +2,7 @@
 #include <objbase.h>
 #include <setupapi.h>
 
+#include "sim/windows/messages.h"
 #include "tests/support/bench.h"
 
 using namespace sim;
@@ -110,4 +111,21 @@ TEST(Sim, NumbersOfSettingsFiles) {
         run_on_thread(
             [&row] { EXPECT_EQ(row.value, GetPrivateProfileIntW(L"Part", L"Key", 77, L"C:\\x.ini")); });
     }
+}
+
+static INT_PTR CALLBACK quit_at_once(HWND dialog, UINT message, WPARAM, LPARAM) {
+    if (message == WM_INITDIALOG)
+        sim::post_message(dialog, WM_QUIT, 7, 0);
+    return FALSE;
+}
+
+// The dialog ends with it, and so does the loop around the dialog.
+TEST(Sim, QuitInADialogReachesTheLoopAround) {
+    expect_violation(nullptr, [] {
+        EXPECT_TRUE(SetThreadDesktop(OpenInputDesktop(0, FALSE, 0x1FF)));
+        EXPECT_EQ(0, DialogBoxParamW(nullptr, MAKEINTRESOURCEW(101), nullptr, quit_at_once, 0));
+        MSG message = {};
+        EXPECT_FALSE(GetMessageW(&message, nullptr, 0, 0));
+        EXPECT_EQ(7u, message.wParam);
+    });
 }

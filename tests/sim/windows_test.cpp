@@ -46,6 +46,13 @@ TEST(PowerSim, Privileges) {
         EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &state, 0, nullptr, nullptr));
         CloseHandle(token);
     });
+    expect_violation("the former state", [] {
+        HANDLE token = nullptr;
+        TOKEN_PRIVILEGES state = {1, {}};
+        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token));
+        EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &state, sizeof(state), &state, nullptr));
+        CloseHandle(token);
+    });
     expect_violation(nullptr, [] {
         LUID luid = {};
         EXPECT_FALSE(LookupPrivilegeValueW(nullptr, L"SeNothingPrivilege", &luid));
