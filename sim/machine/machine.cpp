@@ -45,8 +45,8 @@ std::uint64_t random_below(std::uint64_t bound) {
 }
 
 Machine::Machine(std::uint64_t chosen_seed)
-    : seed(chosen_seed), random_state(chosen_seed), schedule(chosen_seed) {
-    if (g_machine != nullptr) {
+    : seed(chosen_seed), random_state(chosen_seed), schedule(chosen_seed), outer(g_machine) {
+    if (outer != nullptr && outer->running != nullptr) {
         std::fprintf(stderr, "two machines at once\n");
         std::abort();
     }
@@ -71,7 +71,7 @@ Machine::~Machine() {
         if (thread->fiber != nullptr)
             fiber_release(thread->fiber);
     }
-    g_machine = nullptr;
+    g_machine = outer;
 }
 
 } // namespace sim

@@ -62,8 +62,10 @@ struct Machine {
     Thread* running = nullptr;
     Thread* overtaking = nullptr; // runs next
     unsigned held = 0;            // threads that were held since the last look
+    Machine* outer = nullptr;     // stands still as long as this one lives
 
-    explicit Machine(std::uint64_t seed = 0); // becomes the current machine; one at a time
+    // Becomes the current machine. Another one only where no thread of the first runs, and gone before it.
+    explicit Machine(std::uint64_t seed = 0);
     ~Machine();
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;

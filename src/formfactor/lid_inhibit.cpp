@@ -20,6 +20,9 @@ static std::atomic<HANDLE> g_hLCDCSTimerReset{nullptr};
 // itself.
 static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 
+// The present run's five minutes are over, and nobody has acted on it yet.
+static std::atomic<bool> g_bLCDCSLimitReached{false};
+
 // The watchdog's stop event. Whoever takes it out of here sets it, once and in the same turn; the watchdog
 // closes it after that, or when it has taken it back. Only a thread that is suspended between the two for
 // longer than others wait for a turn could still set a closed handle, which fails.
@@ -123,15 +126,14 @@ static BOOL PollWhileWatching() {
     return TRUE;
 }
 
-// Five minutes are over. A run that was told to stop just then has not reached the limit.
+// Five minutes are over. A run that was told to stop just then has not reached the limit. Once is enough,
+// whoever asks again: an inhibit of then has a run of its own.
 static BOOL EndInhibitAtLimit() {
-    if (g_dwLCDCSTimerStopped != 0)
+    if (!g_bLCDCSLimitReached.exchange(false) || g_dwLCDCSTimerStopped != 0)
         return FALSE;
     Trace(L"LCDCSTimerThreadProc(): lid closed for too long, inhibit off\n");
     LCDCSDisableInhibit();
     StopWatchdog();
-    // Once is enough, whoever asks again.
-    g_dwLCDCSTimerStopped = 1;
     return TRUE;
 }
 
@@ -158,8 +160,10 @@ static OPERATION(DWORD WINAPI, LCDCSTimerThreadProc, ([[maybe_unused]] void* par
         DWORD result = WAIT_OBJECT_0;
         if (g_dwLCDCSTimerStopped == 0)
             result = SignalObjectAndWait(signal.handle, reset.handle, TIMER_PERIOD_MS, FALSE);
-        if (result == WAIT_TIMEOUT)
+        if (result == WAIT_TIMEOUT) {
+            g_bLCDCSLimitReached = true;
             RunExclusive(&g_lidInhibitLock, EndInhibitAtLimit);
+        }
         ResetEvent(signal.handle);
         // Not for the next run, which another program may start by the event's name.
         g_dwLCDCSTimerStopped = 0;

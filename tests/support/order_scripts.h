@@ -136,6 +136,24 @@ inline const ScriptCase g_orderScripts[] = {
         event 0x6031
         advance 1m
         expect no request DYTC*)"},
+    // An event that has waited in vain still asks when all others are through; what it does last is undone.
+    {"an event that ends behind a later request", g_thermalVersion3 + R"(
+        start
+        advance 30s
+        firmware GOPT takes 2s
+        control 135
+        advance 10ms
+        event 0x4012
+        advance 6s
+        control 134
+        expect request DYTC(0xf2001) = 0x1
+        expect registry SVC\TMC\TIO CurrentSetting = 0x0
+        advance 1m
+        expect request DYTC(0x1f2001) = 0x1
+        expect request DYTC(0x1f2001) = 0x1
+        expect request DYTC(0xf2001) = 0x1
+        expect count 2 request DYTC(0x1f2001)*
+        check registry SVC\TMC\TIO CurrentSetting = 0)"},
     // The event's thread is suspended as it asks. The refresh does without it; the event, older, sees to it.
     {"suspended in the middle of an event", R"(
         start
@@ -180,7 +198,7 @@ inline const ScriptCase g_orderScripts[] = {
         expect registry SVC\TMC\DMC CurrentStatus = 0x0
         control 137
         expect no status*
-        advance 2m
+        advance 10m
         control 142
         expect registry SVC\TMC\TIO CurrentOnHandStatus = 0x1)"},
 };

@@ -154,7 +154,7 @@ TEST(CoreSweep, AThousandSchedules) {
         EXPECT_EQ(0u, sim::handle_count());
         switches += bench.machine.switches;
     });
-    figure("core: schedules of controls, events and stop, each run twice", "1000");
+    figure("core: schedules of controls, events and stop", std::to_string(runs_of(1000)));
     figure("core: random events and controls in them", std::to_string(events));
     figure("core: fiber switches in them", std::to_string(switches));
 }

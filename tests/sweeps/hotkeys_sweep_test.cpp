@@ -130,13 +130,12 @@ static void play(Bench& bench, bool remembers, Totals* totals) {
 TEST(HotkeySweep, TheLastMaskReachesTheFirmware) {
     Totals totals;
     run_seeds(1000, [&](Bench& bench) { play(bench, true, &totals); });
-    // Every seed ran twice.
-    figure("hot keys: schedules of clients and a user", "1000");
+    figure("hot keys: schedules of clients and a user", std::to_string(runs_of(1000)));
     figure("hot keys: masks written / requests / presses",
-           sim::format("%llu / %llu / %llu", (unsigned long long)totals.masks / 2,
-                       (unsigned long long)totals.requests / 2, (unsigned long long)totals.presses / 2));
+           sim::format("%llu / %llu / %llu", (unsigned long long)totals.masks,
+                       (unsigned long long)totals.requests, (unsigned long long)totals.presses));
     figure("hot keys: last masks that did not reach the firmware",
-           std::to_string(totals.behind / 2) + " of 2000");
+           sim::format("%lu of %lu", totals.behind, 2 * runs_of(1000)));
 }
 
 // The registry need not remember a change that falls between the reading and the arming. How often that
@@ -146,7 +145,7 @@ TEST(HotkeySweep, WithoutTheKernelsMemoryTheLastMaskMayComeLate) {
     run_seeds(300, [&](Bench& bench) { play(bench, false, &totals); });
     EXPECT_NE(0u, totals.behind);
     figure("hot keys: the same where the registry remembers nothing",
-           std::to_string(totals.behind / 2) + " of 600, all sent with the next change");
+           sim::format("%lu of %lu, all sent with the next change", totals.behind, 2 * runs_of(300)));
 }
 
 TEST(HotkeySweep, CallsOfAMaskChange) {
