@@ -322,6 +322,7 @@ static Meaning other_meaning(std::string_view text) {
         {"dialog 101 opened", {"the monitor goes off, until a key or the mouse", Lane::Display, "off"}},
         {"dialog 101 ended", {"a key or the mouse", Lane::Display, "on"}},
         {"file create", {"file written"}},
+        {"file overwrite", {"file written anew"}},
         {"file delete", {"file deleted"}}};
     for (const auto& row : rows) {
         if (text.starts_with(row.begin))
