@@ -328,7 +328,7 @@ TEST(Service, TheFirstNotificationDuringTheStart) {
             advance 1s
             check status STOPPED 0/0)");
     });
-    EXPECT_LT(100u, overlapped); // each seed runs twice
+    EXPECT_LT(50u, overlapped);
 }
 
 // The notification thread suspended in the middle of an event: the other threads come through, what the event
