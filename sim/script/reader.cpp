@@ -47,34 +47,34 @@ static bool is_looking(Use use) {
 
 // ---- the words of structure ----
 
-static void open_block(Reader* reader, ScriptLine line) {
+static void open_block(Reader* reader, ScriptLine& line) {
     const Kind kind = line.kind;
     reader->lines().push_back(std::move(line));
     reader->blocks.push_back({kind, reader->place, &reader->lines().back().block});
 }
 
-static void read_together(Reader* reader, Tokens&, ScriptLine line) {
+static void read_together(Reader* reader, Tokens&, ScriptLine& line) {
     if (reader->inside(Kind::Together))
         reader->fault("together inside together");
     line.kind = Kind::Together;
     line.use = Use::Drive;
-    open_block(reader, std::move(line));
+    open_block(reader, line);
 }
 
-static void read_repeat(Reader* reader, Tokens& tokens, ScriptLine line) {
+static void read_repeat(Reader* reader, Tokens& tokens, ScriptLine& line) {
     line.kind = Kind::Repeat;
     line.count = tokens.number();
-    open_block(reader, std::move(line));
+    open_block(reader, line);
 }
 
-static void read_end(Reader* reader, Tokens&, ScriptLine) {
+static void read_end(Reader* reader, Tokens&, ScriptLine&) {
     if (reader->blocks.empty())
         reader->fault("end without together or repeat");
     else
         reader->blocks.pop_back();
 }
 
-static void read_include(Reader* reader, Tokens& tokens, ScriptLine) {
+static void read_include(Reader* reader, Tokens& tokens, ScriptLine&) {
     const std::string path = beside(reader->place.file, tokens.word());
     std::string text;
     if (!tokens.error.empty())
@@ -91,10 +91,10 @@ static void read_include(Reader* reader, Tokens& tokens, ScriptLine) {
     reader->place = outer;
 }
 
-static void read_command(Reader* reader, std::vector<RawToken> raw, const std::string& text);
+static void read_command(Reader* reader, const std::vector<RawToken>& raw, const std::string& text);
 
 // `within DURATION COMMAND`: the command is the one line of a block.
-static void read_within(Reader* reader, Tokens& tokens, ScriptLine line) {
+static void read_within(Reader* reader, Tokens& tokens, ScriptLine& line) {
     line.kind = Kind::Within;
     line.use = Use::Machine; // what comes in it marks
     line.span = tokens.duration();
@@ -111,13 +111,13 @@ static void read_within(Reader* reader, Tokens& tokens, ScriptLine line) {
     const Command* inner = find_command(raw);
     if (raw.empty() || (inner != nullptr && (is_looking(inner->use) || inner->use == Use::Structure)))
         return reader->fault("within takes a command that acts: " + command);
-    open_block(reader, std::move(line));
-    read_command(reader, std::move(raw), text);
+    open_block(reader, line);
+    read_command(reader, raw, text);
     reader->blocks.pop_back();
 }
 
 // clang-format off
-static const struct { const char* word; void (*read)(Reader*, Tokens&, ScriptLine); } g_structure[] = {
+static const struct { const char* word; void (*read)(Reader*, Tokens&, ScriptLine&); } g_structure[] = {
     {"together", read_together},
     {"repeat",   read_repeat},
     {"end",      read_end},
@@ -147,7 +147,7 @@ static void add_command(Reader* reader, const Command& command, Tokens& tokens, 
     reader->lines().push_back(std::move(line));
 }
 
-static void read_command(Reader* reader, std::vector<RawToken> raw, const std::string& text) {
+static void read_command(Reader* reader, const std::vector<RawToken>& raw, const std::string& text) {
     if (raw.empty())
         return;
     const Command* command = find_command(raw);
@@ -161,7 +161,7 @@ static void read_command(Reader* reader, std::vector<RawToken> raw, const std::s
     if (command->use == Use::Structure) {
         for (const auto& row : g_structure) {
             if (std::string_view(row.word) == command->words)
-                row.read(reader, tokens, std::move(line));
+                row.read(reader, tokens, line);
         }
     } else {
         const size_t first = text.find_first_not_of(" \t");
@@ -181,7 +181,7 @@ static void read_line(Reader* reader, std::string text) {
     else if (!split(&text, &raw))
         reader->fault("a quote has no end");
     else
-        read_command(reader, std::move(raw), text);
+        read_command(reader, raw, text);
 }
 
 static void read_text(Reader* reader, const std::string& text, const std::string& path) {
