@@ -7,7 +7,8 @@
 constexpr size_t LINES_BEFORE = 8;
 constexpr size_t LINES_BEHIND = 12;
 
-static std::vector<sim::TraceLine> trace_of(const Source& source, Options options, std::uint64_t seed) {
+static std::vector<sim::TraceLine> trace_of(const Source& source, const Options& options,
+                                            std::uint64_t seed) {
     sim::Machine machine(seed);
     run_on(machine, source, options);
     return machine.trace;
