@@ -66,7 +66,7 @@ set_source_files_properties(sim/tool/page.cpp PROPERTIES OBJECT_DEPENDS
     "${CMAKE_SOURCE_DIR}/sim/page/page.html;${CMAKE_SOURCE_DIR}/sim/page/page.js;${CMAKE_SOURCE_DIR}/sim/page/d3.js")
 add_library(zorpmsim_views STATIC ${tool_sources})
 target_link_libraries(zorpmsim_views PUBLIC zorpmsim_lib)
-target_compile_definitions(zorpmsim_views PRIVATE ZORPM_VERSION="${PROJECT_VERSION}")
+target_compile_definitions(zorpmsim_views PRIVATE ZORPMSIM_VERSION="${PROJECT_VERSION}")
 
 add_host_executable(zorpmsim sim/tool/zorpmsim.cpp)
 target_link_libraries(zorpmsim PRIVATE zorpmsim_views)

@@ -13,7 +13,7 @@ check() { # NAME COMMAND...
 
 # The host build's flags, as far as clang knows them.
 flags=(-std=c++20 -fshort-wchar -Wall -Wextra -Wconversion
-       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 '-DZORPM_VERSION=L\"0\"'
+       -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0602 -DWINVER=0x0602 '-DZORPM_VERSION=L\"0\"' '-DZORPMSIM_VERSION=\"0\"'
        '-DZORPM_SOURCE_DIR=\".\"' -isystem sim/include -Iinclude -Isrc -I.)
 
 layout() { git ls-files -co --exclude-standard '*.h' '*.cpp' | xargs clang-format --dry-run -Werror; }

@@ -42,6 +42,6 @@ int print_help(const Options& options) {
 }
 
 int print_version() {
-    say("zorpmsim " ZORPM_VERSION "\n");
+    say("zorpmsim " ZORPMSIM_VERSION "\n");
     return EXIT_HOLDS;
 }

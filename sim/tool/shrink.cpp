@@ -217,6 +217,7 @@ static std::vector<PassedPoint> changes_of(const Source& source, const Options& 
 
 static std::vector<Choice> choices_in(const std::vector<PassedPoint>& passed) {
     std::vector<Choice> choices;
+    choices.reserve(passed.size());
     for (const PassedPoint& point : passed)
         choices.push_back(point.choice);
     return choices;
