@@ -242,6 +242,7 @@ LSTATUS WINAPI RegCloseKey(HKEY key) {
     return ERROR_SUCCESS;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the platform's type
 LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR wide_name, LPDWORD reserved, LPDWORD type, LPBYTE data,
                                 LPDWORD bytes) {
     SIM_CALL(ERROR_GEN_FAILURE, last_error());
@@ -298,7 +299,7 @@ LSTATUS WINAPI RegDeleteKeyW(HKEY handle, LPCWSTR wide_path) {
     if (opened.key == nullptr)
         return error;
     const std::string path = narrow(wide_path);
-    error = wide_path == nullptr ? ERROR_INVALID_PARAMETER : path_error(path);
+    error = wide_path == nullptr ? static_cast<LSTATUS>(ERROR_INVALID_PARAMETER) : path_error(path);
     if (error != ERROR_SUCCESS)
         return error;
     KeyRef key = find_key(joined(opened.path, path));
