@@ -112,9 +112,9 @@ BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, LUID* luid) {
     return fail_with(ERROR_NO_SUCH_PRIVILEGE);
 }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): the platform's type
-BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* state, DWORD bytes,
-                                  TOKEN_PRIVILEGES* former, LPDWORD needed) {
+BOOL WINAPI AdjustTokenPrivileges(
+    HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* state, DWORD bytes, TOKEN_PRIVILEGES* former,
+    LPDWORD needed) { // NOLINT(readability-non-const-parameter): the platform's type
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
     const HandleEntry* entry = handle_entry(token, Kind::Token, "AdjustTokenPrivileges");
     if (entry == nullptr)

@@ -68,7 +68,7 @@ struct Story {
 inline std::string commanded(const std::string& request) {
     static const char* const methods[] = {"DYTC", "MHKM", "LCDCSCONTROL", "SETLIDBEEP"};
     const size_t bracket = request.find('(');
-    const std::string method = request.substr(0, bracket);
+    std::string method = request.substr(0, bracket);
     if (bracket == std::string::npos ||
         std::find(std::begin(methods), std::end(methods), method) == std::end(methods))
         return "";
@@ -99,7 +99,7 @@ inline std::string last_words() {
     });
     std::string text;
     for (const auto& [what, word] : last)
-        text += what + ": " + word + "\n";
+        text.append(what).append(": ").append(word).append("\n");
     return text;
 }
 

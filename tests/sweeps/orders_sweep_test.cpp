@@ -6,7 +6,6 @@
 namespace {
 
 using orders::Change;
-using orders::Disturbance;
 using orders::Operation;
 using sim::format;
 
