@@ -177,8 +177,9 @@ TEST(OrdersSweep, FirstNotification) {
     });
 }
 
-// Not yet judged: 137 beside 138 and 134 leaves a status of TIO that none of their orders leaves.
-TEST(OrdersSweep, DISABLED_CoolingVersion3) {
+// Not yet judged: in seed 898, 137 beside 138 and 134 leaves a status of TIO that none of their orders
+// leaves.
+TEST(OrdersSweep, CoolingVersion3) {
     run_seeds(SEEDS, [](Bench& bench) {
         orders::Story story = orders::begin(bench, SURROUNDINGS + THERMAL + VERSION_3 + machine_at_rest() +
                                                        "start\nadvance 30s");
