@@ -24,7 +24,9 @@ pack() {
     done
     (
         cd "build/package/$name"
-        find . -type f | sed 's|^\./||' | sort | xargs sha256sum >SHA256SUMS
+        # Collected first: the list may exist before find looks, and cannot hold its own sum.
+        sums=$(find . -type f | sed 's|^\./||' | sort | xargs sha256sum)
+        echo "$sums" >SHA256SUMS
         chmod 644 SHA256SUMS
         cd ..
         find "$name" -type f -exec touch -h -d "$year-$month-$day" {} +
