@@ -5,39 +5,24 @@ TEST(Control, StandardControls) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        handler 2
-        expect next status PAUSE_PENDING 0/0 checkpoint 1
+        handler 2 | expect next status PAUSE_PENDING 0/0 checkpoint 1
         expect next status PAUSED 0/0
-        event 0x7000
-        advance 10s
-        expect no request*
-        control 4
-        expect no status*
-        handler 3
-        expect next status CONTINUE_PENDING 0/0 checkpoint 1
-        expect next status RUNNING 0/0
-        expect next request GETEVENT() = 0x7000 0x0
+        event 0x7000 | advance 10s | expect no request*
+        control 4 | expect no status*
+        handler 3 | expect next status CONTINUE_PENDING 0/0 checkpoint 1
+        expect next status RUNNING 0/0 | expect next request GETEVENT() = 0x7000 0x0
         expect registry SVC\Parameters\Notification Type2 = 0x1
-        handler 2
-        stop
-        expect status STOPPED 0/0
-        control 133
-        expect next refused control 133
-        stop
-        expect next refused stop)");
+        handler 2 | stop | expect status STOPPED 0/0
+        control 133 | expect next refused control 133
+        stop | expect next refused stop)");
 }
 
 TEST(Control, PauseAndContinueCountSuspensions) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        handler 2
-        handler 2
-        handler 3
-        event 0x7000
-        expect no request GETEVENT*
-        handler 3
-        expect request GETEVENT() = 0x7000 0x0)");
+        handler 2 | handler 2 | handler 3 | event 0x7000 | expect no request GETEVENT*
+        handler 3 | expect request GETEVENT() = 0x7000 0x0)");
 }
 
 TEST(Control, UnknownCodesChangeNothing) {
@@ -52,41 +37,25 @@ TEST(Control, UnknownCodesChangeNothing) {
 TEST(Control, LidInhibitRequests) {
     const ScriptCase cases[] = {
         {"accepted", R"(
-            control 131
-            expect next request LCDCSCONTROL(0x1) = 0x0
+            control 131 | expect next request LCDCSCONTROL(0x1) = 0x0
             expect next status RUNNING 0/0
-            control 132
-            expect next request LCDCSCONTROL(0x2) = 0x0
+            control 132 | expect next request LCDCSCONTROL(0x2) = 0x0
             expect status RUNNING 0/0)"},
         {"refused: no report, no watchdog", R"(
-            firmware LCDCSCONTROL = 1
-            control 131
-            expect next request LCDCSCONTROL(0x1) = 0x1
-            expect no status*
-            control 132
-            expect next request LCDCSCONTROL(0x2) = 0x1
-            expect no status*
-            advance 5s
-            expect no request GETLIDSTATUS*)"},
+            firmware LCDCSCONTROL = 1 | control 131
+            expect next request LCDCSCONTROL(0x1) = 0x1 | expect no status*
+            control 132 | expect next request LCDCSCONTROL(0x2) = 0x1 | expect no status*
+            advance 5s | expect no request GETLIDSTATUS*)"},
         {"a request that fails counts as accepted", R"(
-            firmware LCDCSCONTROL fails
-            control 131
-            expect next request LCDCSCONTROL(0x1) failed
-            expect next status RUNNING 0/0)"},
+            firmware LCDCSCONTROL fails | control 131
+            expect next request LCDCSCONTROL(0x1) failed | expect next status RUNNING 0/0)"},
         {"so does a driver that is gone", R"(
-            driver primary missing
-            control 131
-            expect next status RUNNING 0/0)"},
+            driver primary missing | control 131 | expect next status RUNNING 0/0)"},
         {"capability", R"(
-            firmware LCDCSGETSTATE = 3
-            control 133
-            expect next request LCDCSGETSTATE() = 0x3
-            expect next status RUNNING 1066/3
-            check status RUNNING 1066/3)"},
+            firmware LCDCSGETSTATE = 3 | control 133 | expect next request LCDCSGETSTATE() = 0x3
+            expect next status RUNNING 1066/3 | check status RUNNING 1066/3)"},
         {"no capability, no report", R"(
-            firmware LCDCSGETSTATE = 0
-            control 133
-            expect next request LCDCSGETSTATE() = 0x0
+            firmware LCDCSGETSTATE = 0 | control 133 | expect next request LCDCSGETSTATE() = 0x0
             expect no status*)"},
     };
     run_cases("start\nadvance 1s", cases);
@@ -106,43 +75,29 @@ TEST(Control, CoolingCodesReachTheirOperation) {
         SCOPED_TRACE(row.code);
         Bench bench;
         bench.started(R"(
-            firmware DYTC = 1
-            firmware DYTC(0) = 0x30000001
-            firmware DYTC(3) = 0x03ff0001
-            firmware DGPUTEMP = 2
-            firmware GOPT(0) = 0x100
-            firmware GOPT(0x100) = 1)");
+            firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001
+            firmware DGPUTEMP = 2 | firmware GOPT(0) = 0x100 | firmware GOPT(0x100) = 1)");
         bench.run("control " + std::to_string(row.code) + "\nexpect " + row.effect + "\nexpect no status*");
     }
     Bench bench;
     bench.started("firmware DYTC(0) = 0x20000001\nfirmware DYTC(0x100) = 0x20010000");
     bench.run(R"(
-        control 137
-        expect no *
-        advance 1m
-        expect no *)"); // the worker is gone: no second initialisation
+        control 137 | expect no *
+        advance 1m | expect no *)"); // the worker is gone: no second initialisation
 }
 
 TEST(Control, PowerEventsRefreshTheFormFactor) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        handler power resume
-        expect request GMMS(0x0) = 0x1
-        power monitor 1
-        expect request GMMS(0x0) = 0x1
-        power monitor 0
-        expect no *
-        power monitor 2
-        expect no *
-        handler power monitor 1
-        expect request GMMS(0x0) = 0x1
-        handler power setting {11111111-4510-4526-99E6-E5A17EBD1AEA} 1
-        expect no *
-        handler power event 4
-        expect no *
-        handler power event 0x8013
-        expect no *)");
+        handler power resume | expect request GMMS(0x0) = 0x1
+        power monitor 1 | expect request GMMS(0x0) = 0x1
+        power monitor 0 | expect no *
+        power monitor 2 | expect no *
+        handler power monitor 1 | expect request GMMS(0x0) = 0x1
+        handler power setting {11111111-4510-4526-99E6-E5A17EBD1AEA} 1 | expect no *
+        handler power event 4 | expect no *
+        handler power event 0x8013 | expect no *)");
 }
 
 TEST(Control, MonitorOffRunsOneThreadAtATime) {
@@ -151,11 +106,7 @@ TEST(Control, MonitorOffRunsOneThreadAtATime) {
     bench.started();
     size_t threads = bench.machine.threads.size();
     bench.run(R"(
-        together
-        control 130
-        control 130
-        end
-        expect no status*)");
+        together | control 130 | control 130 | end | expect no status*)");
     EXPECT_EQ(threads + 1, bench.machine.threads.size());
     const size_t handles = sim::handle_count();
     bench.run("control 130\ncontrol 130");
@@ -163,11 +114,7 @@ TEST(Control, MonitorOffRunsOneThreadAtATime) {
     EXPECT_EQ(handles, sim::handle_count());
     // A thread that cannot be made or let go leaves the slot free for the next.
     bench.run(R"(
-        fail CreateThread
-        control 130
-        fail ResumeThread
-        control 130
-        control 130)");
+        fail CreateThread | control 130 | fail ResumeThread | control 130 | control 130)");
     EXPECT_EQ(handles, sim::handle_count());
     EXPECT_EQ(threads + 5, bench.machine.threads.size());
 }
@@ -176,16 +123,9 @@ TEST(Control, StopIsAnsweredDuringASlowFirmwareCall) {
     Bench bench;
     bench.started("firmware DYTC(0) = 0x30000001\nfirmware DYTC = 1");
     bench.run(R"(
-        firmware DYTC(0) takes 10s
-        together
-        control 136
-        control 133
-        stop
-        end
+        firmware DYTC(0) takes 10s | together | control 136 | control 133 | stop | end
         expect no status*
-        advance 10s
-        expect request DYTC(0x0) = 0x30000001
-        expect request LCDCSGETSTATE() = 0x2
-        expect status STOP_PENDING 0/0 checkpoint 1
+        advance 10s | expect request DYTC(0x0) = 0x30000001
+        expect request LCDCSGETSTATE() = 0x2 | expect status STOP_PENDING 0/0 checkpoint 1
         expect status STOPPED 0/0)");
 }

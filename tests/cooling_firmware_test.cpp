@@ -10,14 +10,11 @@ namespace {
 // A machine on which both interfaces find what they need: the option interface answers, no option is
 // attached.
 const std::string OPTION = R"(
-    firmware GOPT(0) = 0x100
-    firmware GOPT(0x100) = 1)";
+    firmware GOPT(0) = 0x100 | firmware GOPT(0x100) = 1)";
 const std::string VERSION_2 = OPTION + R"(
-    firmware DYTC(0) = 0x20000001
-    firmware DYTC(0x100) = 0x20010000)";
+    firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20010000)";
 const std::string VERSION_3 = OPTION + R"(
-    firmware DYTC = 1
-    firmware DYTC(0) = 0x30000001)";
+    firmware DYTC = 1 | firmware DYTC(0) = 0x30000001)";
 
 struct Row {
     const char* given;
@@ -28,22 +25,19 @@ TEST(CoolingFirmware, InterfaceVersionAtStart) {
     const Row rows[] = {
         {"firmware DYTC(0) = 0x30000001", R"(expect registry SVC\TMC Version = 0x3000)"},
         {"firmware DYTC(0) = 0x20000001", R"(
-            expect request DYTC(0x100) = 0x0
-            check registry SVC\TMC absent
+            expect request DYTC(0x100) = 0x0 | check registry SVC\TMC absent
             check registry SVC\TMCT\Parameters Capability = 0
             check registry SVC\TMCT\Parameters Version absent)"},
         {"firmware DYTC(0) = 0x40000001", "expect count 1 request DYTC*"},
         {"firmware DYTC(0) = 0x30000000", R"(
-            expect count 1 request DYTC*
-            check registry SVC\TMC absent)"},
+            expect count 1 request DYTC* | check registry SVC\TMC absent)"},
         {"firmware DYTC(0) fails", "expect count 1 request DYTC*"},
         {"firmware DYTC(0) = 0x30000001 bytes 3", "expect count 1 request DYTC*"},
     };
     for (const Row& row : rows)
         run_case(row.given, OPTION + sim::format(R"(
             %s
-            start
-            advance 10m
+            start | advance 10m
             %s)",
                                                  row.given, row.then));
 }
@@ -51,40 +45,27 @@ TEST(CoolingFirmware, InterfaceVersionAtStart) {
 TEST(CoolingFirmware, AnUnknownRevisionKeepsTheVersionAndAFailureClearsIt) {
     Bench bench;
     bench.run(VERSION_2 + R"(
-        start
-        firmware DYTC(0) = 0x40000001
-        control 138
-        expect request DYTC(0x1) = 0x0
-        firmware DYTC(0) = 0x20000000
-        control 138
-        expect count 1 request DYTC*
-        firmware DYTC(0) = 0x40000001
-        control 136
-        expect count 1 request DYTC*
-        advance 1h
-        expect count 1 request DYTC*)");
+        start | firmware DYTC(0) = 0x40000001 | control 138 | expect request DYTC(0x1) = 0x0
+        firmware DYTC(0) = 0x20000000 | control 138 | expect count 1 request DYTC*
+        firmware DYTC(0) = 0x40000001 | control 136 | expect count 1 request DYTC*
+        advance 1h | expect count 1 request DYTC*)");
 }
 
 TEST(CoolingFirmware, SystemControlModeRefinesVersion2) {
     const Row rows[] = {
         {"firmware DYTC(0x100) = 0x20010000", R"(
             expect request DYTC(0x1) = 0x0
-            event 0x4012
-            expect request DYTC(0x1)*)"},
+            event 0x4012 | expect request DYTC(0x1)*)"},
         {"firmware DYTC(0x100) = 0x30000000", R"(
             expect no request DYTC(0x1)*
-            event 0x4012
-            expect no request DYTC*)"},
+            event 0x4012 | expect no request DYTC*)"},
         {"firmware DYTC(0x100) = 0x20000000", "expect no request DYTC(0x1)*"},
         // Stored, but no version that requests are routed by.
         {"firmware DYTC(0x100) = 0x20020000", R"(
             check registry SVC\TMCT\Parameters Capability = 0
-            event 0x4012
-            control 135
-            expect no request DYTC*)"},
+            event 0x4012 | control 135 | expect no request DYTC*)"},
         {"firmware DYTC(0x100) fails", R"(
-            expect no request DYTC(0x1)*
-            check registry SVC\TMCT\Parameters Capability absent)"},
+            expect no request DYTC(0x1)* | check registry SVC\TMCT\Parameters Capability absent)"},
     };
     for (const Row& row : rows)
         run_case(row.given, VERSION_2 + sim::format(R"(
@@ -96,14 +77,11 @@ TEST(CoolingFirmware, SystemControlModeRefinesVersion2) {
 
 TEST(CoolingFirmware, OptionAttachState) {
     const char* const attached = R"(
-        expect request DYTC(0x1f2001) = 0x1
-        expect registry SVC\TMC\TIO CurrentStatus = 0x1)";
+        expect request DYTC(0x1f2001) = 0x1 | expect registry SVC\TMC\TIO CurrentStatus = 0x1)";
     const char* const bare = R"(
-        expect request DYTC(0xf2001) = 0x1
-        expect registry SVC\TMC\TIO CurrentStatus = 0x0)";
+        expect request DYTC(0xf2001) = 0x1 | expect registry SVC\TMC\TIO CurrentStatus = 0x0)";
     const char* const unknown = R"(
-        expect no request DYTC*
-        expect no registry SVC\TMC*)";
+        expect no request DYTC* | expect no registry SVC\TMC*)";
     const struct {
         const char* version;
         const char* type;
@@ -128,14 +106,10 @@ TEST(CoolingFirmware, OptionAttachState) {
         {"= 0x100", "= 1", "= 0x100 bytes 1", bare},
     };
     std::string script = VERSION_3 + R"(
-        firmware DYTC(3) = 0x00040001
-        start
-        advance 1s)";
+        firmware DYTC(3) = 0x00040001 | start | advance 1s)";
     for (const auto& row : rows)
         script += sim::format(R"(
-            firmware GOPT(0) %s
-            firmware GOPT(0x100) %s
-            firmware GOPT(0x200) %s
+            firmware GOPT(0) %s | firmware GOPT(0x100) %s | firmware GOPT(0x200) %s
             event 0x4012
             %s)",
                               row.version, row.type, row.state, row.then);
@@ -145,42 +119,28 @@ TEST(CoolingFirmware, OptionAttachState) {
 
 TEST(CoolingFirmware, ReadinessProbe) {
     const char* const ready = R"(
-        advance 1s
-        expect request DYTC(0x3)*
-        advance 10m
-        expect count 1 request DYTC(0x1f0001)*)";
+        advance 1s | expect request DYTC(0x3)*
+        advance 10m | expect count 1 request DYTC(0x1f0001)*)";
     // 101 polls at most; then the initialisation runs in any case.
     const char* const not_ready = R"(
-        advance 100s
-        expect no request DYTC(0x3)*
-        advance 1s
-        expect request DYTC(0x3)*
-        advance 10m
-        expect count 101 request DYTC(0x1f0001)*)";
+        advance 100s | expect no request DYTC(0x3)*
+        advance 1s | expect request DYTC(0x3)*
+        advance 10m | expect count 101 request DYTC(0x1f0001)*)";
     const Row rows[] = {
         {"= 0x1", ready},        {"= 0x0", ready},     {"= 0x3", ready},     {"= 0x7 bytes 0", ready},
         {"= 0xfffffff8", ready}, {"= 0x2", not_ready}, {"= 0x4", not_ready}, {"fails", not_ready},
     };
     for (const Row& row : rows)
         run_case(row.given, VERSION_3 + sim::format(R"(
-            firmware DYTC(0x1f0001) %s
-            start
+            firmware DYTC(0x1f0001) %s | start
             %s)",
                                                     row.given, row.then));
     run_cases(VERSION_3, {{"ready at the third poll", R"(
-        firmware DYTC(0x1f0001) = 2 times 2
-        start
-        advance 2s
-        expect no request DYTC(0x3)*
-        advance 1s
-        expect request DYTC(0x3)*)"},
+        firmware DYTC(0x1f0001) = 2 times 2 | start | advance 2s | expect no request DYTC(0x3)*
+        advance 1s | expect request DYTC(0x3)*)"},
                           {"terminated while it polls", R"(
-                              firmware DYTC(0x1f0001) = 2
-                              start
-                              advance 99s
-                              control 137
-                              advance 1h
-                              expect no request DYTC*)"}});
+                              firmware DYTC(0x1f0001) = 2 | start | advance 99s | control 137
+                              advance 1h | expect no request DYTC*)"}});
 }
 
 TEST(CoolingFirmware, SetWords) {

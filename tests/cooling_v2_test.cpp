@@ -5,11 +5,8 @@ namespace {
 
 // The firmware runs in high performance, as the special cooling wants it; no option is attached.
 const std::string START = R"(
-    firmware DYTC(0) = 0x20000001
-    firmware DYTC(0x100) = 0x20010000
-    firmware DYTC(3) = 0x201
-    firmware GOPT(0) = 0x100
-    firmware GOPT(0x100) = 1)";
+    firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20010000 | firmware DYTC(3) = 0x201
+    firmware GOPT(0) = 0x100 | firmware GOPT(0x100) = 1)";
 
 TEST(CoolingVersion2, ModeAtStart) {
     const struct {
@@ -30,9 +27,7 @@ TEST(CoolingVersion2, ModeAtStart) {
         run_case(row.setting, START + sim::format(R"(
             firmware GOPT(0x200) = %s
             %s
-            start
-            expect request DYTC(%s) = 0x0
-            expect count 3 request DYTC*
+            start | expect request DYTC(%s) = 0x0 | expect count 3 request DYTC*
             check registry SVC\TMCT\Parameters Version = 0x2001
             check registry SVC\TMCT\Parameters Capability = 1
             check registry SVC\TMCT\Parameters CurrentSetting = %s
@@ -40,20 +35,13 @@ TEST(CoolingVersion2, ModeAtStart) {
             check registry SVC\TMCT\Parameters SPCT = 0)",
                                                   row.option, row.setting, row.mode, row.setting_after));
     run_case("option unknown", START + R"(
-        firmware GOPT(0) = 0x104
-        start
-        expect no request DYTC(0x1)*
+        firmware GOPT(0) = 0x104 | start | expect no request DYTC(0x1)*
         check registry SVC\TMCT\Parameters Capability absent)");
     run_case("key refused", START + R"(
-        registry refuse SVC\TMCT\Parameters
-        start
-        expect no request DYTC(0x1)*
-        advance 1s
-        expect count 2 request DYTC(0x100)*
-        advance 1h
-        expect count 2 request DYTC(0x100)*
-        event 0x4012
-        expect no request DYTC*)");
+        registry refuse SVC\TMCT\Parameters | start | expect no request DYTC(0x1)*
+        advance 1s | expect count 2 request DYTC(0x100)*
+        advance 1h | expect count 2 request DYTC(0x100)*
+        event 0x4012 | expect no request DYTC*)");
 }
 
 TEST(CoolingVersion2, InitTicks) {
@@ -64,215 +52,105 @@ TEST(CoolingVersion2, InitTicks) {
                 {"sz \"3\"", 0x33}, {"binary 05000000", 5}, {"binary 0300", 20}};
     for (const auto& row : rows)
         run_case(row.value, START + sim::format(R"(
-            registry set SVC\TMCT\Parameters INIT %s
-            start
-            mark
-            advance %us
+            registry set SVC\TMCT\Parameters INIT %s | start | mark | advance %us
             expect no request DYTC*
-            mark
-            advance 1s
-            expect request DYTC(0x100)*
-            expect request DYTC(0x1) = 0x0
-            mark
-            advance 1h
-            expect no request *)",
+            mark | advance 1s | expect request DYTC(0x100)* | expect request DYTC(0x1) = 0x0
+            mark | advance 1h | expect no request *)",
                                                 row.value, row.ticks - 1));
     run_case("without end", START + R"(
-        registry set SVC\TMCT\Parameters INIT dword 4000000000
-        start
-        mark
-        advance 2h
+        registry set SVC\TMCT\Parameters INIT dword 4000000000 | start | mark | advance 2h
         expect no request *
-        event 0x4012
-        expect request DYTC(0x1) = 0x0)");
+        event 0x4012 | expect request DYTC(0x1) = 0x0)");
 }
 
 // A request beside a decision whose firmware is slow: it waits for its turn once, 5 s, and not again for what
 // it calls. When the decision is through, the request holds.
 TEST(CoolingVersion2, ARequestWaitsOnce) {
     run_case("enable", START + R"(
-        firmware GOPT(0x200) = 2
-        start
-        advance 25s
-        firmware GOPT takes 4s
-        event 0x4012
-        advance 100ms
-        control 135
-        mark
-        advance 4999ms
-        expect no request DYTC(0x100)*
-        advance 1ms
-        expect request DYTC(0x100)*)");
+        firmware GOPT(0x200) = 2 | start | advance 25s | firmware GOPT takes 4s | event 0x4012
+        advance 100ms | control 135 | mark | advance 4999ms | expect no request DYTC(0x100)*
+        advance 1ms | expect request DYTC(0x100)*)");
     run_case("disable", START + R"(
-        firmware GOPT(0x200) = 2
-        start
-        advance 25s
-        firmware GOPT takes 4s
-        event 0x4012
-        advance 100ms
-        control 134
-        mark
-        advance 5s
-        expect request DYTC(0x1) = 0x0
-        advance 1m
-        check registry SVC\TMCT\Parameters CurrentSetting = 0
-        mark
-        event 0x4012
-        advance 1m
-        expect no request DYTC*)");
+        firmware GOPT(0x200) = 2 | start | advance 25s | firmware GOPT takes 4s | event 0x4012
+        advance 100ms | control 134 | mark | advance 5s | expect request DYTC(0x1) = 0x0
+        advance 1m | check registry SVC\TMCT\Parameters CurrentSetting = 0
+        mark | event 0x4012 | advance 1m | expect no request DYTC*)");
 }
 
 // Stories that go the same way before the initialisation (phase 1) and after it (phase 2).
 const ScriptCase g_inBothPhases[] = {
     {"no special cooling", R"(
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        expect count 1 request DYTC(0x1) = 0x0
-        firmware GOPT(0x200) = 2
-        event 0x4012
-        expect request DYTC(0x201) = 0x0
-        mark
-        advance 10m
-        expect no request DYTC*)"},
+        firmware GOPT(0x200) = 0 | event 0x4013 | expect count 1 request DYTC(0x1) = 0x0
+        firmware GOPT(0x200) = 2 | event 0x4012 | expect request DYTC(0x201) = 0x0
+        mark | advance 10m | expect no request DYTC*)"},
     {"special cooling", R"(
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        expect count 1 request DYTC(0x101) = 0x0
-        expect count 2 request DYTC*
-        mark
-        advance 29s
-        expect no request DYTC*
-        mark
-        advance 1s
-        expect request DYTC(0x1) = 0x0
-        mark
-        advance 10m
-        expect no request DYTC*)"},
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware GOPT(0x200) = 0 | event 0x4013
+        expect count 1 request DYTC(0x101) = 0x0 | expect count 2 request DYTC*
+        mark | advance 29s | expect no request DYTC*
+        mark | advance 1s | expect request DYTC(0x1) = 0x0
+        mark | advance 10m | expect no request DYTC*)"},
     {"firmware not in high performance", R"(
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        firmware DYTC(3) = 0x1
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        expect count 1 request DYTC*
-        mark
-        advance 29s
-        expect no request DYTC*
-        advance 1s
-        expect request DYTC(0x1) = 0x0)"},
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware DYTC(3) = 0x1
+        firmware GOPT(0x200) = 0 | event 0x4013 | expect count 1 request DYTC*
+        mark | advance 29s | expect no request DYTC*
+        advance 1s | expect request DYTC(0x1) = 0x0)"},
     {"capability refused", R"(
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        firmware DYTC(3) = 0x200
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        expect count 1 request DYTC*)"},
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware DYTC(3) = 0x200
+        firmware GOPT(0x200) = 0 | event 0x4013 | expect count 1 request DYTC*)"},
     {"an option after all", R"(
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        event 0x4013
+        registry set SVC\TMCT\Parameters SPCT dword 30 | event 0x4013
         expect count 1 request DYTC*
-        mark
-        advance 30s
-        expect request DYTC(0x201) = 0x0)"},
+        mark | advance 30s | expect request DYTC(0x201) = 0x0)"},
     {"detached again", R"(
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        advance 20s
-        registry set SVC\TMCT\Parameters SPCT dword 10
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        mark
-        advance 9s
-        expect no request DYTC*
-        advance 1s
-        expect request DYTC(0x1) = 0x0)"},
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware GOPT(0x200) = 0 | event 0x4013
+        advance 20s | registry set SVC\TMCT\Parameters SPCT dword 10 | firmware GOPT(0x200) = 0
+        event 0x4013 | mark | advance 9s | expect no request DYTC*
+        advance 1s | expect request DYTC(0x1) = 0x0)"},
     {"special cooling of another size", R"(
-        registry set SVC\TMCT\Parameters SPCT sz "30"
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        expect no registry SVC\TMCT\Parameters SPCT*
-        expect request DYTC(0x1) = 0x0)"},
+        registry set SVC\TMCT\Parameters SPCT sz "30" | firmware GOPT(0x200) = 0 | event 0x4013
+        expect no registry SVC\TMCT\Parameters SPCT* | expect request DYTC(0x1) = 0x0)"},
     {"disabled by the user", R"(
-        registry set SVC\TMCT\Parameters CurrentSetting dword 0
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        expect no request DYTC*
-        firmware GOPT(0x200) = 2
-        event 0x4012
-        expect no request DYTC*)"},
+        registry set SVC\TMCT\Parameters CurrentSetting dword 0 | firmware GOPT(0x200) = 0
+        event 0x4013 | expect no request DYTC*
+        firmware GOPT(0x200) = 2 | event 0x4012 | expect no request DYTC*)"},
     {"setting missing", R"(
-        registry delete SVC\TMCT\Parameters CurrentSetting
-        firmware GOPT(0x200) = 2
-        event 0x4012
-        expect no request DYTC*)"},
+        registry delete SVC\TMCT\Parameters CurrentSetting | firmware GOPT(0x200) = 2
+        event 0x4012 | expect no request DYTC*)"},
     {"option unknown", R"(
-        firmware GOPT(0) fails
-        event 0x4012
-        expect no request DYTC*)"},
+        firmware GOPT(0) fails | event 0x4012 | expect no request DYTC*)"},
     {"mode refused", R"(
-        firmware DYTC(0x201) = 1
-        firmware GOPT(0x200) = 2
-        event 0x4012
+        firmware DYTC(0x201) = 1 | firmware GOPT(0x200) = 2 | event 0x4012
         expect request DYTC(0x201) = 0x1)"},
     {"disable and enable", R"(
-        control 134
-        expect registry SVC\TMCT\Parameters CurrentSetting = 0x0
+        control 134 | expect registry SVC\TMCT\Parameters CurrentSetting = 0x0
         expect request DYTC(0x1) = 0x0
-        control 135
-        expect registry SVC\TMCT\Parameters CurrentSetting = 0x1
-        expect request DYTC(0x100)*
-        expect request DYTC(0x201) = 0x0)"},
+        control 135 | expect registry SVC\TMCT\Parameters CurrentSetting = 0x1
+        expect request DYTC(0x100)* | expect request DYTC(0x201) = 0x0)"},
     {"not of this version", R"(
-        control 141
-        expect no *
-        control 142
-        expect no *)"},
+        control 141 | expect no *
+        control 142 | expect no *)"},
     {"terminated", R"(
-        control 137
-        firmware GOPT(0x200) = 2
-        event 0x4012
-        expect no request DYTC*
-        mark
-        advance 1h
-        expect no request DYTC*
-        control 136
-        expect count 1 request DYTC(0x201)*)"},
+        control 137 | firmware GOPT(0x200) = 2 | event 0x4012 | expect no request DYTC*
+        mark | advance 1h | expect no request DYTC*
+        control 136 | expect count 1 request DYTC(0x201)*)"},
     {"terminated twice", R"(
-        control 137
-        control 137
-        expect no *
-        control 138
-        expect request DYTC(0x201) = 0x0)"},
+        control 137 | control 137 | expect no *
+        control 138 | expect request DYTC(0x201) = 0x0)"},
     {"no interface any more", R"(
-        firmware DYTC(0) = 0
-        control 136
-        mark
-        advance 1h
-        firmware GOPT(0x200) = 2
-        event 0x4012
-        control 134
-        control 135
-        control 137
-        expect no request DYTC*
+        firmware DYTC(0) = 0 | control 136 | mark | advance 1h | firmware GOPT(0x200) = 2
+        event 0x4012 | control 134 | control 135 | control 137 | expect no request DYTC*
         expect no registry *)"},
     {"version 3 from now on", R"(
-        firmware DYTC(0) = 0x30000001
-        firmware DYTC(3) = 1
-        control 138
-        advance 1h
+        firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 1 | control 138 | advance 1h
         expect count 3 request DYTC*)"},
 };
 
 // An option is attached in both.
 const std::string PHASE_1 = START + R"(
-    registry set SVC\TMCT\Parameters INIT dword 1000
-    firmware GOPT(0x200) = 2
-    start
+    registry set SVC\TMCT\Parameters INIT dword 1000 | firmware GOPT(0x200) = 2 | start
     advance 5s)";
 const std::string PHASE_2 = START + R"(
-    firmware GOPT(0x200) = 2
-    start
-    advance 25s)";
+    firmware GOPT(0x200) = 2 | start | advance 25s)";
 
 TEST(CoolingVersion2, StoriesOfBothPhases) {
     for (const ScriptCase& row : g_inBothPhases) {
@@ -283,112 +161,56 @@ TEST(CoolingVersion2, StoriesOfBothPhases) {
 
 TEST(CoolingVersion2, StoriesOfOnePhase) {
     run_case("attached during special cooling, phase 1", PHASE_1 + R"(
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        advance 10s
-        firmware GOPT(0x200) = 2
-        event 0x4012
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware GOPT(0x200) = 0 | event 0x4013
+        advance 10s | firmware GOPT(0x200) = 2 | event 0x4012
         expect count 1 request DYTC(0x201) = 0x0
-        mark
-        advance 10m
-        expect no request DYTC*)");
+        mark | advance 10m | expect no request DYTC*)");
     // The rest of the special cooling passes in no time, however much it is.
     for (const char* ticks : {"30", "4000000000", "0xffffffff"})
         run_case("attached during special cooling, phase 2", PHASE_2 + sim::format(R"(
-            registry set SVC\TMCT\Parameters SPCT dword %s
-            firmware GOPT(0x200) = 0
-            event 0x4013
-            advance 10s
-            firmware GOPT(0x200) = 2
-            event 0x4012
+            registry set SVC\TMCT\Parameters SPCT dword %s | firmware GOPT(0x200) = 0
+            event 0x4013 | advance 10s | firmware GOPT(0x200) = 2 | event 0x4012
             expect count 2 request DYTC(0x201) = 0x0
-            firmware GOPT(0x200) = 2
-            event 0x4012
-            expect count 2 request DYTC(0x201) = 0x0
-            mark
-            advance 10m
-            expect no request DYTC*)",
+            firmware GOPT(0x200) = 2 | event 0x4012 | expect count 2 request DYTC(0x201) = 0x0
+            mark | advance 10m | expect no request DYTC*)",
                                                                                    ticks));
     run_case("special cooling across the initialisation", START + R"(
-        firmware GOPT(0x200) = 2
-        start
-        advance 5s
-        registry set SVC\TMCT\Parameters SPCT dword 30
-        firmware GOPT(0x200) = 0
-        event 0x4013
-        mark
-        advance 29s
-        expect count 1 request DYTC(0x100)*
-        mark
-        advance 1s
-        expect request DYTC(0x1) = 0x0
-        mark
-        advance 10m
-        expect no request DYTC*)");
+        firmware GOPT(0x200) = 2 | start | advance 5s
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware GOPT(0x200) = 0 | event 0x4013
+        mark | advance 29s | expect count 1 request DYTC(0x100)*
+        mark | advance 1s | expect request DYTC(0x1) = 0x0
+        mark | advance 10m | expect no request DYTC*)");
     run_case("restarted: INIT counts anew", PHASE_2 + R"(
-        control 136
-        mark
-        advance 19s
-        expect no request DYTC*
-        advance 1s
-        expect count 1 request DYTC(0x100)*
-        advance 1h
-        expect count 1 request DYTC(0x100)*)");
+        control 136 | mark | advance 19s | expect no request DYTC*
+        advance 1s | expect count 1 request DYTC(0x100)*
+        advance 1h | expect count 1 request DYTC(0x100)*)");
 }
 
 TEST(CoolingVersion2, TerminationWaitsForASlowFirmware) {
     run_case("terminate, then a later control, then stop", START + R"(
-        start
-        firmware GOPT(0) takes 10s
-        firmware GOPT(0x200) = 1
-        event 0x4012
-        control 137
-        control 134
-        expect no request DYTC*
-        advance 10s
-        expect request DYTC(0x201) = 0x0
-        expect request DYTC(0x1) = 0x0
+        start | firmware GOPT(0) takes 10s | firmware GOPT(0x200) = 1 | event 0x4012
+        control 137 | control 134 | expect no request DYTC*
+        advance 10s | expect request DYTC(0x201) = 0x0 | expect request DYTC(0x1) = 0x0
         check registry SVC\TMCT\Parameters CurrentSetting = 0
-        event 0x4012
-        advance 1h
-        expect no request DYTC*
-        stop
-        advance 1m
-        check status STOPPED)");
+        event 0x4012 | advance 1h | expect no request DYTC*
+        stop | advance 1m | check status STOPPED)");
     run_case("stop", START + R"(
-        start
-        firmware GOPT(0) takes 10s
-        event 0x4012
-        stop
-        advance 9s
+        start | firmware GOPT(0) takes 10s | event 0x4012 | stop | advance 9s
         check status STOP_PENDING
-        advance 1s
-        check status STOPPED)");
+        advance 1s | check status STOPPED)");
     run_case("start", START + R"(
-        start
-        firmware GOPT(0) takes 10s
-        event 0x4012
-        control 136
-        advance 1h
+        start | firmware GOPT(0) takes 10s | event 0x4012 | control 136 | advance 1h
         expect count 2 request DYTC(0x100)*)");
 }
 
 TEST(CoolingVersion2, NoHandleIsLeft) {
     Bench bench;
     bench.run(START + R"(
-        start
-        advance 1m
-        control 137)");
+        start | advance 1m | control 137)");
     const size_t terminated = sim::handle_count(sim::service_process());
     for (int i = 0; i < 20; ++i)
         bench.run(R"(
-            control 136
-            event 0x4012
-            control 136
-            control 138
-            advance 1m
-            event 0x4013
+            control 136 | event 0x4012 | control 136 | control 138 | advance 1m | event 0x4013
             control 137)");
     EXPECT_EQ(sim::handle_count(sim::service_process()), terminated);
 }

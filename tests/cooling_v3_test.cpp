@@ -6,71 +6,40 @@ namespace {
 
 // All functions are announced and every command is accepted; no option is attached.
 const std::string FIRMWARE = R"(
-    firmware DYTC = 1
-    firmware DYTC(0) = 0x30000001
-    firmware DYTC(3) = 0x03ff0001
-    firmware GOPT(0) = 0x103
-    firmware GOPT(0x100) = 1)";
+    firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001
+    firmware GOPT(0) = 0x103 | firmware GOPT(0x100) = 1)";
 const std::string START = FIRMWARE + R"(
-    start
-    advance 1s)";
+    start | advance 1s)";
 
 TEST(CoolingVersion3, InitialisationWalksTheAnnouncedFunctions) {
     run_case("all", FIRMWARE + R"(
-        start
-        advance 999ms
-        expect no request DYTC(0x3)*
-        advance 1ms
-        expect request DYTC(0x3)*
-        expect registry SVC\TMC\TIO Capability = 0x1
+        start | advance 999ms | expect no request DYTC(0x3)*
+        advance 1ms | expect request DYTC(0x3)* | expect registry SVC\TMC\TIO Capability = 0x1
         expect registry SVC\TMC\TIO CurrentSetting = 0x1
         expect registry SVC\TMC\TIO CurrentStatus = 0x0
         expect registry SVC\TMC\TIO CurrentOptionStatus = 0x1
-        expect request DYTC(0xf2001) = 0x1
-        expect registry SVC\TMC\TIO CurrentStatus = 0x0
-        expect registry SVC\TMC\MPH Capability = 0x1
-        expect request GMMS(0x0) = 0x1
-        expect request DYTC(0xf3001) = 0x1
-        expect registry SVC\TMC\MPH CurrentStatus = 0x1
-        expect registry SVC\TMC\CQH Capability = 0x1
-        expect request DYTC(0xf5001) = 0x1
-        expect registry SVC\TMC\DCC Capability = 0x1
-        expect request DGPUTEMP(0x0) = 0x0
+        expect request DYTC(0xf2001) = 0x1 | expect registry SVC\TMC\TIO CurrentStatus = 0x0
+        expect registry SVC\TMC\MPH Capability = 0x1 | expect request GMMS(0x0) = 0x1
+        expect request DYTC(0xf3001) = 0x1 | expect registry SVC\TMC\MPH CurrentStatus = 0x1
+        expect registry SVC\TMC\CQH Capability = 0x1 | expect request DYTC(0xf5001) = 0x1
+        expect registry SVC\TMC\DCC Capability = 0x1 | expect request DGPUTEMP(0x0) = 0x0
         expect registry SVC\TMC\DCC CurrentStatus = 0x0
-        expect registry SVC\TMC\DMC Capability = 0x1
-        expect request DYTC(0xf8001) = 0x1
+        expect registry SVC\TMC\DMC Capability = 0x1 | expect request DYTC(0xf8001) = 0x1
         expect registry SVC\TMC\FHP Capability = 0x1
         expect registry SVC\TMC\FHP CurrentSetting = 0x1
         expect registry SVC\TMC\FHP CurrentStatus = 0x0
-        mark
-        advance 1h
-        expect no request DYTC*)");
+        mark | advance 1h | expect no request DYTC*)");
     // Some functions, each initialised alone; a refusal of one does not stop the next.
     run_case("some", FIRMWARE + R"(
-        firmware DYTC(3) = 0x00240001
-        registry refuse SVC\TMC\TIO
-        start
-        advance 1s
-        check registry SVC\TMC\CQH Capability = 1
-        check registry SVC\TMC\MPH absent
-        event 0x4012
-        expect no request DYTC*
-        event 0x60f0
-        expect request DYTC(0xf5001)*)");
+        firmware DYTC(3) = 0x00240001 | registry refuse SVC\TMC\TIO | start | advance 1s
+        check registry SVC\TMC\CQH Capability = 1 | check registry SVC\TMC\MPH absent
+        event 0x4012 | expect no request DYTC*
+        event 0x60f0 | expect request DYTC(0xf5001)*)");
     run_case("none", FIRMWARE + R"(
-        firmware DYTC(3) = 0x03ff0000
-        start
-        advance 1s
-        check registry SVC\TMC\TIO absent
-        event 0x4012
-        event 0x60f0
-        event 0x6031
-        control 142
-        expect no request DYTC*
-        event 0x60c0
-        expect request DYTC(0xf3001)*
-        event 0x4010
-        expect request DYTC(0xf8001)*)");
+        firmware DYTC(3) = 0x03ff0000 | start | advance 1s | check registry SVC\TMC\TIO absent
+        event 0x4012 | event 0x60f0 | event 0x6031 | control 142 | expect no request DYTC*
+        event 0x60c0 | expect request DYTC(0xf3001)*
+        event 0x4010 | expect request DYTC(0xf8001)*)");
 }
 
 TEST(CoolingVersion3, TheUsersSettingIsKept) {
@@ -86,34 +55,24 @@ TEST(CoolingVersion3, TheUsersSettingIsKept) {
         run_case(row.setting, FIRMWARE + sim::format(R"(
             registry set SVC\TMC\CQH CurrentSetting %s
             registry set SVC\TMC\CQH CurrentStatus dword 9
-            registry set SVC\TMC\CQH Capability dword 9
-            start
-            advance 1s
+            registry set SVC\TMC\CQH Capability dword 9 | start | advance 1s
             check registry SVC\TMC\CQH CurrentSetting = %s
             check registry SVC\TMC\CQH CurrentStatus = 0
             check registry SVC\TMC\CQH Capability = 1
-            firmware THERMALMODE = 3
-            event 0x60f0
-            expect %srequest DYTC(0x1f5001)*)",
+            firmware THERMALMODE = 3 | event 0x60f0 | expect %srequest DYTC(0x1f5001)*)",
                                                      row.setting, row.after, row.enabled ? "" : "no "));
     // Four bytes of any type will do, and stay.
     run_case("binary 00000000", FIRMWARE + R"(
-        registry set SVC\TMC\CQH CurrentSetting binary 00000000
-        start
-        mark
-        advance 1s
+        registry set SVC\TMC\CQH CurrentSetting binary 00000000 | start | mark | advance 1s
         expect no registry SVC\TMC\CQH CurrentSetting*
-        event 0x60f0
-        expect no request DYTC*)");
+        event 0x60f0 | expect no request DYTC*)");
     // Hinge and dock do not ask.
     run_case("hinge and dock", R"(
         registry set SVC\TMC\MPH CurrentSetting dword 0
         registry set SVC\TMC\DMC CurrentSetting dword 0)" +
                                    START + R"(
-                                       event 0x60c0
-                                       expect request DYTC(0xf3001)*
-                                       event 0x4011
-                                       expect request DYTC(0xf8001)*)");
+                                       event 0x60c0 | expect request DYTC(0xf3001)*
+                                       event 0x4011 | expect request DYTC(0xf8001)*)");
 }
 
 struct StatusRow {
@@ -165,9 +124,7 @@ TEST(CoolingVersion3, StatusValuesOfHingeGraphicsAndDock) {
                 ? sim::format("expect registry SVC\\TMC\\%s CurrentStatus = 0x%x", row.key, row.published)
                 : sim::format("expect no registry SVC\\TMC\\%s*", row.key);
         bench.run(sim::format(R"(
-            firmware %s = 0x%x
-            event 0x%x
-            expect request %s(0x0) = 0x%x
+            firmware %s = 0x%x | event 0x%x | expect request %s(0x0) = 0x%x
             %s
             %s)",
                               row.method, row.status, row.event, row.method, row.status, command.c_str(),
@@ -175,15 +132,11 @@ TEST(CoolingVersion3, StatusValuesOfHingeGraphicsAndDock) {
         // A refused command, and a status that cannot be read, leave the registry alone.
         if (row.command != 0)
             bench.run(sim::format(R"(
-                firmware DYTC(0x%x) = 0x6 times 1
-                event 0x%x
-                expect request DYTC(0x%x) = 0x6
+                firmware DYTC(0x%x) = 0x6 times 1 | event 0x%x | expect request DYTC(0x%x) = 0x6
                 expect no registry SVC\TMC*)",
                                   row.command, row.event, row.command));
         bench.run(sim::format(R"(
-            firmware %s fails
-            event 0x%x
-            expect no request DYTC*
+            firmware %s fails | event 0x%x | expect no request DYTC*
             expect no registry SVC\TMC*)",
                               row.method, row.event));
     }
@@ -194,73 +147,49 @@ TEST(CoolingVersion3, TwoInOne) {
     bench.run(START);
     // Bare tablet: held in the hand and put down.
     bench.run(R"(
-        control 142
-        expect next registry SVC\TMC\TIO CurrentOnHandStatus = 0x1
+        control 142 | expect next registry SVC\TMC\TIO CurrentOnHandStatus = 0x1
         expect next request DYTC(0xf2001) = 0x1
         expect next registry SVC\TMC\TIO CurrentStatus = 0x1
-        control 141
-        expect next registry SVC\TMC\TIO CurrentOnHandStatus = 0x0
+        control 141 | expect next registry SVC\TMC\TIO CurrentOnHandStatus = 0x0
         expect next request DYTC(0x1f2001) = 0x1
         expect next registry SVC\TMC\TIO CurrentStatus = 0x0
-        firmware DYTC(0x1f2001) = 0 times 1
-        control 141
-        expect request DYTC(0x1f2001) = 0x0
+        firmware DYTC(0x1f2001) = 0 times 1 | control 141 | expect request DYTC(0x1f2001) = 0x0
         expect no registry SVC\TMC\TIO CurrentStatus*)");
     // With an option only the report is published.
     bench.run(R"(
-        firmware GOPT(0x200) = 2
-        event 0x4012
+        firmware GOPT(0x200) = 2 | event 0x4012
         expect registry SVC\TMC\TIO CurrentOptionStatus = 0x2
-        expect request DYTC(0x1f2001) = 0x1
-        expect registry SVC\TMC\TIO CurrentStatus = 0x1
-        control 142
-        expect next registry SVC\TMC\TIO CurrentOnHandStatus = 0x1
+        expect request DYTC(0x1f2001) = 0x1 | expect registry SVC\TMC\TIO CurrentStatus = 0x1
+        control 142 | expect next registry SVC\TMC\TIO CurrentOnHandStatus = 0x1
         expect count 1 *
-        firmware DYTC(0xf2001) = 0 times 1
-        firmware GOPT(0x200) = 0
-        event 0x4013
+        firmware DYTC(0xf2001) = 0 times 1 | firmware GOPT(0x200) = 0 | event 0x4013
         expect registry SVC\TMC\TIO CurrentOptionStatus = 0x1
-        expect request DYTC(0xf2001) = 0x0
-        expect no registry SVC\TMC\TIO CurrentStatus*)");
+        expect request DYTC(0xf2001) = 0x0 | expect no registry SVC\TMC\TIO CurrentStatus*)");
 }
 
 TEST(CoolingVersion3, TwoInOneSwitch) {
     Bench bench;
     bench.run(START);
     bench.run(R"(
-        control 142
-        firmware DYTC(0xf2001) = 0 times 1
-        control 134
-        expect next request DYTC(0xf2001) = 0x0
-        expect count 1 *
-        control 134
-        expect next request DYTC(0xf2001) = 0x1
+        control 142 | firmware DYTC(0xf2001) = 0 times 1 | control 134
+        expect next request DYTC(0xf2001) = 0x0 | expect count 1 *
+        control 134 | expect next request DYTC(0xf2001) = 0x1
         expect next registry SVC\TMC\TIO CurrentStatus = 0x1
-        expect next registry SVC\TMC\TIO CurrentSetting = 0x0
-        expect count 3 *
-        event 0x4012
-        expect no request DYTC*
-        control 142
-        expect no *
-        control 141
-        expect no *
-        control 135
-        expect request DYTC(0xf2001) = 0x1
+        expect next registry SVC\TMC\TIO CurrentSetting = 0x0 | expect count 3 *
+        event 0x4012 | expect no request DYTC*
+        control 142 | expect no *
+        control 141 | expect no *
+        control 135 | expect request DYTC(0xf2001) = 0x1
         expect registry SVC\TMC\TIO CurrentStatus = 0x0
         expect next registry SVC\TMC\TIO CurrentSetting = 0x1)");
     // Enabled all the same when its first command is refused, but not stored.
     bench.run(R"(
-        control 134
-        firmware DYTC(0xf2001) = 0 times 1
-        control 135
+        control 134 | firmware DYTC(0xf2001) = 0 times 1 | control 135
         expect no registry SVC\TMC\TIO CurrentSetting*
-        event 0x4013
-        expect request DYTC(0xf2001) = 0x1)");
+        event 0x4013 | expect request DYTC(0xf2001) = 0x1)");
     // Initialised functions outlive a stop of the cooling.
     bench.run(R"(
-        control 137
-        event 0x4013
-        expect request DYTC(0xf2001) = 0x1)");
+        control 137 | event 0x4013 | expect request DYTC(0xf2001) = 0x1)");
 }
 
 TEST(CoolingVersion3, OptionStateAfterInitialisation) {
@@ -268,66 +197,38 @@ TEST(CoolingVersion3, OptionStateAfterInitialisation) {
     Bench bench;
     bench.run("firmware GOPT(0x200) = 2" + START);
     bench.run(R"(
-        control 142
-        expect count 1 *)");
+        control 142 | expect count 1 *)");
 }
 
 TEST(CoolingVersion3, FlipMode) {
     Bench bench;
     bench.run(START + R"(
-        firmware GOPT(0x200) = 0x10001
-        event 0x4012
-        expect request DYTC(0x1f2001)*
-        expect request DYTC(0xf2001) = 0x1
-        expect no registry SVC\TMC\TIO CurrentStatus = 0x0
-        firmware GOPT(0x200) = 1
-        event 0x4012
-        expect count 2 request DYTC(0x1f2001) = 0x1
-        control 134
-        event 0x4012
-        expect no request DYTC*)");
+        firmware GOPT(0x200) = 0x10001 | event 0x4012 | expect request DYTC(0x1f2001)*
+        expect request DYTC(0xf2001) = 0x1 | expect no registry SVC\TMC\TIO CurrentStatus = 0x0
+        firmware GOPT(0x200) = 1 | event 0x4012 | expect count 2 request DYTC(0x1f2001) = 0x1
+        control 134 | event 0x4012 | expect no request DYTC*)");
 }
 
 TEST(CoolingVersion3, DynamicCpuControlSwitch) {
     const std::string switching = R"(
-        control 139
-        expect next request DYTC(0xf6001) = 0x1
+        control 139 | expect next request DYTC(0xf6001) = 0x1
         expect next registry SVC\TMC\DCC CurrentStatus = 0x0
-        expect next registry SVC\TMC\DCC CurrentSetting = 0x0
-        expect count 3 *
-        firmware DGPUTEMP = 2
-        event 0x6031
-        expect no request DYTC*
-        control 140
-        expect next request DGPUTEMP(0x0) = 0x2
+        expect next registry SVC\TMC\DCC CurrentSetting = 0x0 | expect count 3 *
+        firmware DGPUTEMP = 2 | event 0x6031 | expect no request DYTC*
+        control 140 | expect next request DGPUTEMP(0x0) = 0x2
         expect next request DYTC(0x1f6001) = 0x1
         expect next registry SVC\TMC\DCC CurrentStatus = 0x2
-        expect next registry SVC\TMC\DCC CurrentSetting = 0x1
-        expect count 4 *
-        event 0x6031
-        expect request DYTC(0x1f6001) = 0x1
-        firmware DYTC(0xf6001) = 0
-        control 139
-        expect count 1 *
-        firmware DGPUTEMP fails
-        control 140
-        expect count 1 *)";
+        expect next registry SVC\TMC\DCC CurrentSetting = 0x1 | expect count 4 *
+        event 0x6031 | expect request DYTC(0x1f6001) = 0x1
+        firmware DYTC(0xf6001) = 0 | control 139 | expect count 1 *
+        firmware DGPUTEMP fails | control 140 | expect count 1 *)";
     run_case("with an interface", START + switching);
     run_case("without one, too", R"(
-        registry set SVC\TMC\DCC
-        firmware DYTC = 1
-        firmware DYTC(0) = 0
-        start)" + switching + R"(
-            event 0x60c0
-            expect request DYTC(0xf3001) = 0x1
-            event 0x4010
-            expect request DYTC(0xf8001) = 0x1
-            control 134
-            control 135
-            control 137
-            control 141
-            control 142
-            expect no *)");
+        registry set SVC\TMC\DCC | firmware DYTC = 1 | firmware DYTC(0) = 0 | start)" +
+                                     switching + R"(
+            event 0x60c0 | expect request DYTC(0xf3001) = 0x1
+            event 0x4010 | expect request DYTC(0xf8001) = 0x1
+            control 134 | control 135 | control 137 | control 141 | control 142 | expect no *)");
 }
 
 // One registry write of an act fails: what is still done?
@@ -338,32 +239,23 @@ TEST(CoolingVersion3, FailingWrites) {
         const char* then;
     } rows[] = {
         {"event 0x4012", 1, R"(
-            expect request DYTC(0xf2001)*
-            expect registry SVC\TMC\TIO CurrentStatus = 0x0)"},
+            expect request DYTC(0xf2001)* | expect registry SVC\TMC\TIO CurrentStatus = 0x0)"},
         {"control 142", 1, R"(
-            expect request DYTC(0xf2001)*
-            expect registry SVC\TMC\TIO CurrentStatus = 0x1)"},
+            expect request DYTC(0xf2001)* | expect registry SVC\TMC\TIO CurrentStatus = 0x1)"},
         {"control 134", 1, R"(expect registry SVC\TMC\TIO CurrentSetting = 0x0)"},
         // Of the two that enable, only Two In One counts a failing status write as failure.
         {"control 135", 2, R"(
-            expect request DYTC(0xf2001)*
-            expect no registry SVC\TMC\TIO CurrentSetting*)"},
+            expect request DYTC(0xf2001)* | expect no registry SVC\TMC\TIO CurrentSetting*)"},
         {"control 140", 1, R"(expect registry SVC\TMC\DCC CurrentSetting = 0x1)"},
         {"control 139", 1, R"(expect registry SVC\TMC\DCC CurrentSetting = 0x0)"},
         // An initialisation ends at the first write that fails, and the next function begins.
         {R"(
-            control 137
-            control 136
-            advance 1s)",
+            control 137 | control 136 | advance 1s)",
          2, R"(
-             expect request DYTC(0x3)*
-             expect next registry SVC\TMC\MPH Capability = 0x1
-             event 0x4012
-             expect no request DYTC*)"},
+             expect request DYTC(0x3)* | expect next registry SVC\TMC\MPH Capability = 0x1
+             event 0x4012 | expect no request DYTC*)"},
         {R"(
-            control 137
-            control 136
-            advance 1s)",
+            control 137 | control 136 | advance 1s)",
          3, R"(
              expect registry SVC\TMC\TIO Capability = 0x1
              expect next registry SVC\TMC\MPH Capability = 0x1)"},
@@ -382,18 +274,11 @@ TEST(CoolingVersion3, FailingWrites) {
 TEST(CoolingVersion3, NoHandleIsLeft) {
     Bench bench;
     bench.run(START + R"(
-        control 138
-        advance 1s
-        control 137)");
+        control 138 | advance 1s | control 137)");
     const size_t terminated = sim::handle_count(sim::service_process());
     for (int i = 0; i < 20; ++i)
         bench.run(R"(
-            control 136
-            event 0x4012
-            control 138
-            advance 1s
-            event 0x4013
-            control 142
+            control 136 | event 0x4012 | control 138 | advance 1s | event 0x4013 | control 142
             control 137)");
     EXPECT_EQ(sim::handle_count(sim::service_process()), terminated);
 }

@@ -11,36 +11,26 @@ static const char g_wanted[] = R"(firmware QCPULEVELCTRL(0) = 1
 TEST(CpuMonitor, NewKey) {
     run_cases("", {
                       {"not wanted", R"(start
-                          advance 1s
-                          expect registry create )" KEY R"(
+                          advance 1s | expect registry create )" KEY R"(
                           expect next request QCPULEVELCTRL(0x0) = 0x0
                           expect next registry delete )" KEY R"(
-                          expect no request GETTIMERRESOL*
-                          check registry )" KEY R"( absent
+                          expect no request GETTIMERRESOL* | check registry )" KEY R"( absent
                           check handles 0)"},
                       {"not told", R"(firmware QCPULEVELCTRL(0) fails
-                        start
-                        advance 1s
-                        expect registry delete )" KEY R"(
+                        start | advance 1s | expect registry delete )" KEY R"(
                         expect no registry )" KEY R"( Workaround*)"},
                       {"wanted only when asked first", R"(firmware QCPULEVELCTRL(0) = 2 times 1
-                        start
-                        advance 1s
-                        expect registry )" KEY R"( Workaround = 0x2
+                        start | advance 1s | expect registry )" KEY R"( Workaround = 0x2
                         expect next request QCPULEVELCTRL(0x1) = 0x0
-                        expect next request QCPULEVELCTRL(0x2) = 0x0
-                        expect registry )" KEY R"( UseRegValue = 0x0
+                        expect next request QCPULEVELCTRL(0x2) = 0x0 | expect registry )" KEY
+                                                       R"( UseRegValue = 0x0
                         expect next request QCPULEVELCTRL(0x0) = 0x0
                         expect no registry delete )" KEY R"(
                         expect no request GETTIMERRESOL*)"},
                       {"refused", "registry refuse " KEY R"(
-                        start
-                        advance 1s
-                        check status RUNNING
-                        expect no request QCPULEVELCTRL*
-                        check handles 0
-                        stop
-                        check status STOPPED 0/0)"},
+                        start | advance 1s | check status RUNNING
+                        expect no request QCPULEVELCTRL* | check handles 0
+                        stop | check status STOPPED 0/0)"},
                   });
 }
 
@@ -48,43 +38,29 @@ TEST(CpuMonitor, ExistingKey) {
     run_cases((std::string(g_wanted) + "\nregistry set " KEY " Workaround dword 1").c_str(),
               {
                   {"defaults are refreshed", R"(registry set )" KEY R"( PollingDuration dword 77
-                          start
-                          advance 1s
-                          expect no registry create )" KEY R"(
+                          start | advance 1s | expect no registry create )" KEY R"(
                           expect registry )" KEY R"( PollingDuration = 0x5
                           expect next registry )" KEY R"( C4TimerReso = 0x3e8
                           expect next registry )" KEY R"( UseRegValue = 0x0)"},
                   {"defaults that the driver refuses", R"(firmware QCPULEVELCTRL(1) fails
-                          firmware QCPULEVELCTRL(2) fails
-                          start
-                          advance 2ms
+                          firmware QCPULEVELCTRL(2) fails | start | advance 2ms
                           expect registry )" KEY R"( PollingDuration = 0x0
                           expect next registry )" KEY R"( C4TimerReso = 0x0)"},
                   {"the registry's own", "registry set " KEY R"( UseRegValue dword 1
                           registry set )" KEY R"( PollingDuration dword 10
                           registry set )" KEY R"( C4TimerReso dword 20000
-                          start
-                          advance 1s
-                          expect no request QCPULEVELCTRL(0x1)*
+                          start | advance 1s | expect no request QCPULEVELCTRL(0x1)*
                           expect no registry )" KEY R"( *
                           expect request GETTIMERRESOL() = 0x2625a
                           expect no request CSTATEPARAMS*
-                          mark
-                          advance 30s
-                          expect count 3 request GETTIMERRESOL() = 0x2625a)"},
+                          mark | advance 30s | expect count 3 request GETTIMERRESOL() = 0x2625a)"},
                   {"turned off by a client", "registry set " KEY R"( Workaround dword 0
-                          start
-                          advance 1s
-                          expect count 1 request QCPULEVELCTRL(0x0) = 0x1
+                          start | advance 1s | expect count 1 request QCPULEVELCTRL(0x0) = 0x1
                           expect no request GETTIMERRESOL*)"},
                   {"a flag of another type counts as missing", "registry set " KEY R"( Workaround sz "1"
-                          start
-                          advance 1s
-                          expect no request GETTIMERRESOL*)"},
+                          start | advance 1s | expect no request GETTIMERRESOL*)"},
                   {"no resolution at all", R"(firmware GETTIMERRESOL fails
-                          start
-                          advance 20s
-                          expect count 1 request GETTIMERRESOL() failed
+                          start | advance 20s | expect count 1 request GETTIMERRESOL() failed
                           expect no request CSTATESELECT*)"},
               });
 }
@@ -114,11 +90,8 @@ TEST(CpuMonitor, Selection) {
         Bench bench;
         bench.run(g_wanted);
         bench.run(sim::format(R"(
-            firmware QCPULEVELCTRL(2) = %u
-            firmware GETTIMERRESOL = %u
-            firmware CSTATESELECT = %u
-            start
-            advance 1s
+            firmware QCPULEVELCTRL(2) = %u | firmware GETTIMERRESOL = %u
+            firmware CSTATESELECT = %u | start | advance 1s
         )",
                               row.threshold, row.resolution, row.current) +
                   (row.selected != nullptr ? std::string("expect request CSTATEPARAMS(") + row.selected + ")"
@@ -145,9 +118,7 @@ TEST(CpuMonitor, PollingDuration) {
         sim::start_thread(bench.machine.host, "monitor",
                           [] { return CPUStateC3C4MonitorThreadProc(nullptr); });
         bench.run(sim::format(R"(
-                advance 0s
-                mark
-                advance %llums
+                advance 0s | mark | advance %llums
                 expect count %u request GETTIMERRESOL() = 0x2625a)",
                               static_cast<unsigned long long>(row.watch), row.passes));
     }
@@ -163,33 +134,23 @@ TEST(CpuMonitor, NoPause) {
     sim::set_request_hook(
         [&passes](const std::string& method, const DWORD*, DWORD) { passes += method == "GETTIMERRESOL"; });
     bench.run(R"(
-        start
-        advance 10ms
-        check status RUNNING)");
+        start | advance 10ms | check status RUNNING)");
     EXPECT_GT(passes, 1000u);
     bench.run(R"(
-        event 0x5010
-        stop
-        check status STOPPED 0/0)");
+        event 0x5010 | stop | check status STOPPED 0/0)");
 }
 
 // A selection that cannot be read counts as what was read last, not as what was asked for.
 TEST(CpuMonitor, UnreadableSelection) {
     run_cases(g_wanted, {
                             {"the selection before stays", R"(
-                                firmware CSTATESELECT = 4 times 1
-                                firmware CSTATESELECT fails
-                                start
-                                advance 12s
-                                expect request CSTATESELECT() failed
+                                firmware CSTATESELECT = 4 times 1 | firmware CSTATESELECT fails
+                                start | advance 12s | expect request CSTATESELECT() failed
                                 expect request CSTATESELECT() failed
                                 expect no request CSTATEPARAMS*)"},
                             {"what was asked for is asked for again", R"(
-                                firmware CSTATESELECT = 3 times 1
-                                firmware CSTATESELECT fails
-                                start
-                                advance 11s
-                                expect count 3 request CSTATEPARAMS(0x4))"},
+                                firmware CSTATESELECT = 3 times 1 | firmware CSTATESELECT fails
+                                start | advance 11s | expect count 3 request CSTATEPARAMS(0x4))"},
                         });
 }
 
@@ -197,25 +158,15 @@ TEST(CpuMonitor, UnreadableSelection) {
 TEST(CpuMonitor, EndsWithTheService) {
     run_cases(g_wanted, {
                             {"asleep", R"(start
-                      advance 2s
-                      stop
-                      check status STOPPED 0/0
+                      advance 2s | stop | check status STOPPED 0/0
                       expect no request CSTATEPARAMS*
-                      mark
-                      advance 1m
-                      expect no request *)"},
+                      mark | advance 1m | expect no request *)"},
                             {"ended by itself", R"(start
-                      advance 1s
-                      firmware GETTIMERRESOL fails
-                      advance 10s
-                      stop
+                      advance 1s | firmware GETTIMERRESOL fails | advance 10s | stop
                       check status STOPPED 0/0)"},
                             {"short answers keep what was there", R"(firmware CSTATESELECT = 4 bytes 0
-                      firmware GETTIMERRESOL = 0x1ff00 bytes 2
-                      start
-                      advance 1s
+                      firmware GETTIMERRESOL = 0x1ff00 bytes 2 | start | advance 1s
                       expect request GETTIMERRESOL() = 0xff00 bytes 2
-                      expect request CSTATEPARAMS(0x4)
-                      check status RUNNING)"},
+                      expect request CSTATEPARAMS(0x4) | check status RUNNING)"},
                         });
 }

@@ -7,47 +7,30 @@
 TEST(Pump, FetchErrors) {
     const ScriptCase cases[] = {
         {"a failed fetch pauses 20 ms and keeps the record", R"(
-            firmware GETEVENT fails
-            event 0x7000
-            expect next request GETEVENT() failed
+            firmware GETEVENT fails | event 0x7000 | expect next request GETEVENT() failed
             expect no request GETEVENT() = *
-            advance 20ms
-            expect request GETEVENT() = 0x7000 0x0
+            advance 20ms | expect request GETEVENT() = 0x7000 0x0
             check registry SVC\Parameters\Notification Type2 = 1)"},
         {"an empty answer is no event", R"(
-            firmware GETEVENT bytes 0
-            event 0x7000
-            advance 1s
+            firmware GETEVENT bytes 0 | event 0x7000 | advance 1s
             check registry SVC\Parameters\Notification Type2 = 0)"},
         {"nor is one that is too long", R"(
-            firmware GETEVENT bytes 9
-            event 0x7000
-            advance 1s
+            firmware GETEVENT bytes 9 | event 0x7000 | advance 1s
             check registry SVC\Parameters\Notification Type2 = 0)"},
         {"a short one is filled up with zeros", R"(
-            firmware GETEVENT bytes 2
-            event 0x7000 5
+            firmware GETEVENT bytes 2 | event 0x7000 5
             expect request GETEVENT() = 0x7000 0x5 bytes 2
             check registry SVC\Parameters\Notification Type2 = 1)"},
         {"no device: 20 ms, then again", R"(
-            driver secondary missing for 45ms
-            event 0x7000
-            advance 59ms
+            driver secondary missing for 45ms | event 0x7000 | advance 59ms
             expect no request GETEVENT*
-            advance 1ms
-            expect request GETEVENT() = 0x7000 0x0)"},
+            advance 1ms | expect request GETEVENT() = 0x7000 0x0)"},
         {"no primary device: the event is dropped", R"(
-            driver primary missing
-            event 0x7000
-            expect next request GETEVENT() = 0x7000 0x0
-            driver present
-            advance 1m
-            check registry SVC\Parameters\Notification Type2 = 0)"},
+            driver primary missing | event 0x7000 | expect next request GETEVENT() = 0x7000 0x0
+            driver present | advance 1m | check registry SVC\Parameters\Notification Type2 = 0)"},
     };
     run_cases(R"(
-        start
-        advance 1s
-        event 0x8000)",
+        start | advance 1s | event 0x8000)",
               cases);
     Bench bench;
     sim::run_on_thread([] {
@@ -67,19 +50,14 @@ TEST(Pump, EventsAreHandledOneByOneInTheirOrder) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        together
-        event 0x5001
-        event 0x5002
-        event 0x7000
-        end
+        together | event 0x5001 | event 0x5002 | event 0x7000 | end
         expect request GETEVENT() = 0x5001 0x0
         expect registry SVC\Transform\CurrentStatus Lid = 0x1
         expect next request GETEVENT() = 0x5002 0x0
         expect registry SVC\Transform\CurrentStatus Lid = 0x2
         expect next request GETEVENT() = 0x7000 0x0
         check registry SVC\Parameters\Notification Type2 = 0x31
-        advance 10s
-        check handles 0)");
+        advance 10s | check handles 0)");
     EXPECT_EQ(0u, sim::pending_events());
 }
 
@@ -87,20 +65,11 @@ TEST(Pump, DriverSignals) {
     Bench bench;
     bench.started();
     bench.run(R"(
-        signal Start
-        signal Sleep
-        signal Resume
-        expect no *
-        event 0x7000
-        expect request GETEVENT*
-        signal Stop
-        expect next request UNREGISTEREVENTS(48 bytes)
-        event 0x7000
-        advance 1m
-        expect no request*
-        check status RUNNING
-        stop
-        expect status STOPPED 0/0)");
+        signal Start | signal Sleep | signal Resume | expect no *
+        event 0x7000 | expect request GETEVENT*
+        signal Stop | expect next request UNREGISTEREVENTS(48 bytes)
+        event 0x7000 | advance 1m | expect no request* | check status RUNNING
+        stop | expect status STOPPED 0/0)");
 }
 
 TEST(Pump, AMissingEventNeitherSpinsNorStopsTheOthers) {
@@ -120,9 +89,7 @@ TEST(Pump, AMissingEventNeitherSpinsNorStopsTheOthers) {
         EXPECT_LE(bench.machine.call_counts["WaitForMultipleObjects"], 31u);
         // Only with its own event lost does the pump not hear of events.
         bench.run(lost == 0 ? R"(
-            event 0x7000
-            expect no request*
-            check status RUNNING)"
+            event 0x7000 | expect no request* | check status RUNNING)"
                             : "event 0x7000\nexpect request GETEVENT() = 0x7000 0x0");
     }
 }
@@ -140,9 +107,7 @@ TEST(Pump, WithoutAnyEventItSleeps) {
     bench.started();
     bench.machine.count_calls = true;
     bench.run(R"(
-        advance 1m
-        event 0x7000
-        expect no request*)");
+        advance 1m | event 0x7000 | expect no request*)");
     EXPECT_LE(bench.machine.call_counts["Sleep"], 31u);
     bench.run("stop\ncheck status STOPPED");
 }
@@ -201,110 +166,66 @@ TEST(Table, EachEventFlipsItsOwnNotificationBitOnce) {
 // Every operation of a row shows by its first effect; the notification stands before or behind it.
 static const ScriptCase g_rowActions[] = {
     {"dock", R"(
-        event 0x4010
-        expect registry SVC\Parameters\Notification Type2 = 0x400
+        event 0x4010 | expect registry SVC\Parameters\Notification Type2 = 0x400
         expect next request DOCKMODE(0x0) = 0x0
-        event 0x4011
-        expect registry SVC\Parameters\Notification Type2 = 0xc00
+        event 0x4011 | expect registry SVC\Parameters\Notification Type2 = 0xc00
         expect next request DOCKMODE(0x0) = 0x0)"},
     {"option", R"(
-        event 0x4012
-        expect request GOPT(0x0) = 0x102
-        expect request GOPT(0x200) = 0x0
+        event 0x4012 | expect request GOPT(0x0) = 0x102 | expect request GOPT(0x200) = 0x0
         expect request GOPT(0x200) = 0x0
         expect registry SVC\Parameters2\Type20\Notification Type22 = 0x4
-        event 0x4013
-        expect request GOPT(0x0) = 0x102
-        expect request GOPT(0x200) = 0x0
-        expect registry SVC\TMC\TIO CurrentStatus = 0x0
-        expect request GOPT(0x200) = 0x0
+        event 0x4013 | expect request GOPT(0x0) = 0x102 | expect request GOPT(0x200) = 0x0
+        expect registry SVC\TMC\TIO CurrentStatus = 0x0 | expect request GOPT(0x200) = 0x0
         expect registry SVC\Parameters2\Type20\Notification Type22 = 0xc)"},
     {"lid", R"(
-        event 0x5001
-        expect registry SVC\Parameters\Notification Type2 = 0x10
+        event 0x5001 | expect registry SVC\Parameters\Notification Type2 = 0x10
         expect next request SETLIDBEEP(0x1)
         expect next registry SVC\Transform\CurrentStatus Lid = 0x1
-        event 0x5002
-        expect registry SVC\Parameters\Notification Type2 = 0x30
+        event 0x5002 | expect registry SVC\Parameters\Notification Type2 = 0x30
         expect next request SETLIDBEEP(0x0)
         expect next registry SVC\Transform\CurrentStatus Lid = 0x2
-        registry delete SVC\Transform\CurrentStatus
-        event 0x5001
-        expect request SETLIDBEEP(0x1)
-        expect no registry SVC\Transform*)"},
+        registry delete SVC\Transform\CurrentStatus | event 0x5001
+        expect request SETLIDBEEP(0x1) | expect no registry SVC\Transform*)"},
     {"pointing stick", R"(
-        event 0x5007
-        expect request MOUSEDATA(0x0)
-        event 0x5008
-        expect request MOUSEDATA(0x1)
-        device stick missing
-        event 0x5008
-        expect no request MOUSEDATA*)"},
+        event 0x5007 | expect request MOUSEDATA(0x0)
+        event 0x5008 | expect request MOUSEDATA(0x1)
+        device stick missing | event 0x5008 | expect no request MOUSEDATA*)"},
     {"panel", R"(
-        event 0x5010
-        expect request PWMSET(0x0) = 0x0)"},
+        event 0x5010 | expect request PWMSET(0x0) = 0x0)"},
     {"graphics temperature", R"(
-        event 0x6031
-        expect registry SVC\Parameters2\Type20\Notification Type22 = 0x40
+        event 0x6031 | expect registry SVC\Parameters2\Type20\Notification Type22 = 0x40
         expect next request DGPUTEMP(0x0) = 0x0)"},
     {"posture", R"(
-        event 0x60C0
-        expect registry SVC\Parameters\Notification Type2 = 0x20000000
+        event 0x60C0 | expect registry SVC\Parameters\Notification Type2 = 0x20000000
         expect next request GMMS(0x0) = 0x1
-        expect registry SVC\Transform\CurrentStatus MM = 0x1
-        expect request GMMS(0x0) = 0x1
+        expect registry SVC\Transform\CurrentStatus MM = 0x1 | expect request GMMS(0x0) = 0x1
         expect registry SVC\TMC\MPH CurrentStatus = 0x1)"},
     {"hinge angle", R"(
-        event 0x60F0
-        expect registry SVC\Parameters2\Type20\Notification Type22 = 0x20
+        event 0x60F0 | expect registry SVC\Parameters2\Type20\Notification Type22 = 0x20
         expect next request THERMALMODE(0x0) = 0x0)"},
     {"forced sleep", R"(
-        event 0x6012
-        expect call SetSuspendState(0, 1, 1) = 1
-        event 0x6022
-        expect call SetSuspendState(0, 1, 1) = 1)"},
+        event 0x6012 | expect call SetSuspendState(0, 1, 1) = 1
+        event 0x6022 | expect call SetSuspendState(0, 1, 1) = 1)"},
     {"hibernation", R"(
-        event 0x100C
-        expect call SetSystemPowerState(0, 0) = 1)"},
+        event 0x100C | expect call SetSystemPowerState(0, 0) = 1)"},
     {"wake-up and bus disconnect", R"(
-        event 0x2404
-        event 0x3003
-        advance 3s
-        expect call SetSystemPowerState(0, 0) = 1
-        event 0x2105
-        event 0x4003
-        advance 3s
-        expect call SetSuspendState(0, 0, 1) = 1
-        event 0x2204
-        event 0x4003
-        advance 3s
-        expect call SetSuspendState(0, 0, 1) = 1)"},
+        event 0x2404 | event 0x3003 | advance 3s | expect call SetSystemPowerState(0, 0) = 1
+        event 0x2105 | event 0x4003 | advance 3s | expect call SetSuspendState(0, 0, 1) = 1
+        event 0x2204 | event 0x4003 | advance 3s | expect call SetSuspendState(0, 0, 1) = 1)"},
     {"battery", R"(
-        event 0x2013
-        advance 4999ms
-        expect no call*
-        advance 1ms
-        expect call SetSuspendState(1, 1, 1) = 1)"},
+        event 0x2013 | advance 4999ms | expect no call*
+        advance 1ms | expect call SetSuspendState(1, 1, 1) = 1)"},
     {"nothing", R"(
-        event 0x2020
-        expect next request GETEVENT*
-        expect next request MHKV*
+        event 0x2020 | expect next request GETEVENT* | expect next request MHKV*
         expect no registry*
-        event 0x6011
-        expect no registry*
-        event 0x1003
-        expect no call*
-        event 0x8000
-        expect no registry*
-        expect no call*)"},
+        event 0x6011 | expect no registry*
+        event 0x1003 | expect no call*
+        event 0x8000 | expect no registry* | expect no call*)"},
 };
 
 TEST(Table, RowsRunTheirActionsInOrder) {
     const std::string setup = std::string(g_busyMachine) + R"(
-        ini "C:\Windows\LidBeep.ini" LidCloseBeep Status 1
-        start
-        advance 3s
-        mark)";
+        ini "C:\Windows\LidBeep.ini" LidCloseBeep Status 1 | start | advance 3s | mark)";
     run_cases(setup, g_rowActions);
 }
 
@@ -312,104 +233,53 @@ TEST(Table, RowsRunTheirActionsInOrder) {
 
 static const ScriptCase g_keysAndPages[] = {
     {"any current setting makes every classic key visible", R"(
-        firmware MHKN = 0x80
-        start
-        advance 1s
-        registry set SVC\Parameters\Notification @ dword 0
-        event 0x1005
+        firmware MHKN = 0x80 | start | advance 1s
+        registry set SVC\Parameters\Notification @ dword 0 | event 0x1005
         check registry SVC\Parameters\Notification @ = 0x10
-        event 0x1005
-        check registry SVC\Parameters\Notification @ = 0
-        event 0x1000
-        check registry SVC\Parameters\Notification @ = 0x80000000
-        event 0x1020
-        check registry SVC\Parameters\Notification @ = 0
-        event 0x1021
-        check registry SVC\Parameters\Notification @ = 1
-        event 0x1405
-        check registry SVC\Parameters\Notification @ = 1)"},
+        event 0x1005 | check registry SVC\Parameters\Notification @ = 0
+        event 0x1000 | check registry SVC\Parameters\Notification @ = 0x80000000
+        event 0x1020 | check registry SVC\Parameters\Notification @ = 0
+        event 0x1021 | check registry SVC\Parameters\Notification @ = 1
+        event 0x1405 | check registry SVC\Parameters\Notification @ = 1)"},
     {"none hides them", R"(
-        start
-        advance 1s
-        event 0x1005
-        expect no registry*)"},
+        start | advance 1s | event 0x1005 | expect no registry*)"},
     {"an absent or strange value counts as 0, a missing key is not made", R"(
-        firmware MHKN = 1
-        start
-        advance 1s
-        registry delete SVC\Parameters\Notification @
-        event 0x1001
-        check registry SVC\Parameters\Notification @ = 1
-        registry set SVC\Parameters\Notification @ raw 4 0102030405060708090a
-        event 0x1002
+        firmware MHKN = 1 | start | advance 1s | registry delete SVC\Parameters\Notification @
+        event 0x1001 | check registry SVC\Parameters\Notification @ = 1
+        registry set SVC\Parameters\Notification @ raw 4 0102030405060708090a | event 0x1002
         check registry SVC\Parameters\Notification @ = 2
-        registry delete SVC\Parameters\Notification
-        event 0x1002
+        registry delete SVC\Parameters\Notification | event 0x1002
         check registry SVC\Parameters\Notification absent)"},
     {"a second word leaves the classic notification alone", R"(
-        firmware MHKN = 1
-        start
-        advance 1s
-        registry set SVC\Parameters\Notification @ dword 0
-        event 0x100C 1
-        check registry SVC\Parameters\Notification @ = 0x800
-        expect no call*
+        firmware MHKN = 1 | start | advance 1s
+        registry set SVC\Parameters\Notification @ dword 0 | event 0x100C 1
+        check registry SVC\Parameters\Notification @ = 0x800 | expect no call*
         expect no request MHKV*
-        event 0x5001 1
-        expect no registry*)"},
+        event 0x5001 1 | expect no registry*)"},
     {"a claimed key has no action, and the firmware is not asked", R"(
-        registry set SVC\Parameters\OverrideSetting @ dword 0x800
-        firmware MHKN = 1
-        start
-        advance 1s
-        registry set SVC\Parameters\Notification @ dword 0
-        event 0x100C
-        expect no call*
-        expect no request MHKV*
+        registry set SVC\Parameters\OverrideSetting @ dword 0x800 | firmware MHKN = 1 | start
+        advance 1s | registry set SVC\Parameters\Notification @ dword 0 | event 0x100C
+        expect no call* | expect no request MHKV*
         check registry SVC\Parameters\Notification @ = 0x800)"},
     {"only keys 3 and 12 can be claimed", R"(
-        registry set SVC\Parameters\OverrideSetting @ dword 0xfffff7ff
-        start
-        advance 1s
-        event 0x100C
-        expect call SetSystemPowerState(0, 0) = 1
-        event 0x1005
-        expect request MHKV(0x0) = 0x200
-        event 0x1003
-        expect no request MHKV*)"},
+        registry set SVC\Parameters\OverrideSetting @ dword 0xfffff7ff | start | advance 1s
+        event 0x100C | expect call SetSystemPowerState(0, 0) = 1
+        event 0x1005 | expect request MHKV(0x0) = 0x200
+        event 0x1003 | expect no request MHKV*)"},
     {"pages notify and do nothing else", R"(
-        firmware MHKN(3) = 1
-        start
-        advance 1s
-        event 0x1303
+        firmware MHKN(3) = 1 | start | advance 1s | event 0x1303
         check registry SVC\Parameters2\Type10\Notification Type13 = 5
-        event 0x110C
-        expect no registry*
-        expect no call*)"},
+        event 0x110C | expect no registry* | expect no call*)"},
     {"page 2 likewise", R"(
-        firmware MHKN(2) = 1
-        start
-        advance 1s
-        event 0x1102
+        firmware MHKN(2) = 1 | start | advance 1s | event 0x1102
         check registry SVC\Parameters2\Type10\Notification Type12 = 3
-        event 0x130C
-        expect no registry*
-        expect no call*)"},
+        event 0x130C | expect no registry* | expect no call*)"},
     {"without pages the code is looked up as a classic one", R"(
-        start
-        advance 1s
-        firmware MHKV = 0x100
-        event 0x130C
+        start | advance 1s | firmware MHKV = 0x100 | event 0x130C
         expect call SetSystemPowerState(0, 0) = 1
-        firmware MHKV fails
-        event 0x110C
-        expect call SetSystemPowerState(0, 0) = 1
-        firmware MHKV = 0x300
-        event 0x110C
-        expect call SetSystemPowerState(0, 0) = 1
-        firmware MHKV = 0x200
-        event 0x120C
-        expect call SetSystemPowerState(0, 0) = 1)"},
+        firmware MHKV fails | event 0x110C | expect call SetSystemPowerState(0, 0) = 1
+        firmware MHKV = 0x300 | event 0x110C | expect call SetSystemPowerState(0, 0) = 1
+        firmware MHKV = 0x200 | event 0x120C | expect call SetSystemPowerState(0, 0) = 1)"},
 };
 
 TEST(HotKeys, NotificationClaimsAndPages) {

@@ -10,9 +10,7 @@ static std::vector<std::string> requests_of_two_events(const char* setup) {
     std::vector<std::string> requests;
     Bench bench;
     bench.run(std::string("firmware PWMGET = 200\nwindows graphics present\n") + setup + R"(
-        start
-        advance 2s
-        mark)");
+        start | advance 2s | mark)");
     sim::set_request_hook([&requests](const std::string& method, const DWORD* in, DWORD) {
         if (method.starts_with("PWM"))
             requests.push_back(method == "PWMGET" ? method : sim::format("%s(%u)", method.c_str(), in[0]));
@@ -61,10 +59,7 @@ TEST(DisplayPwm, TypeIsHandedBack) {
     sim::set_graphics_present(true);
     sim::inverter() = {0xFFFFFFFE, 1000};
     bench.run(R"(
-        firmware PWMGET = 0xFFFFFFFF
-        start
-        advance 2s
-        event 0x5010
+        firmware PWMGET = 0xFFFFFFFF | start | advance 2s | event 0x5010
         expect call SetInverterParams(4294967294, 4294967295) = 0x0)");
 }
 

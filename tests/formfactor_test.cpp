@@ -52,9 +52,7 @@ const OptionCase g_options[] = {
 
 // Thermal control of version 3 with the two-in-one function, so that flip mode shows.
 constexpr char THERMAL[] = R"(
-    firmware DYTC = 1
-    firmware DYTC(0) = 0x30000001
-    firmware DYTC(3) = 0x40001)";
+    firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x40001)";
 
 TEST(FormFactorOptions, EveryRowFromEveryState) {
     for (const OptionCase& test : g_options) {
@@ -66,17 +64,9 @@ TEST(FormFactorOptions, EveryRowFromEveryState) {
             bench.run(THERMAL);
             // Posture 0 leaves the indicator to the options.
             bench.run(format(R"(
-                firmware GMMS = 0
-                firmware GOPT(0) = 0x%x
-                firmware GOPT(0x200) = 0x3
-                start
-                advance 2s
-                device slate = %d
-                device dock = %d
-                firmware GOPT(0x200) = 0x%x
-                event 0x4012
-                event 0x4012
-                check handles 0)",
+                firmware GMMS = 0 | firmware GOPT(0) = 0x%x | firmware GOPT(0x200) = 0x3 | start
+                advance 2s | device slate = %d | device dock = %d | firmware GOPT(0x200) = 0x%x
+                event 0x4012 | event 0x4012 | check handles 0)",
                              test.version, slate, dock, test.status));
             const int slate_after = test.slate == KEPT ? slate : test.slate;
             const int dock_after = test.dock == KEPT ? dock : test.dock;
@@ -115,12 +105,8 @@ TEST(FormFactorPostures, EveryStateIsPublished) {
             SCOPED_TRACE(format("word 0x%x from %d", test.word, from));
             Bench bench;
             bench.run(format(R"(
-                registry set HKLM\SOFTWARE\Dolby\DAX
-                firmware GMMS = 0
-                start
-                device slate = %d
-                firmware GMMS = 0x%x
-                event 0x60C0)",
+                registry set HKLM\SOFTWARE\Dolby\DAX | firmware GMMS = 0 | start
+                device slate = %d | firmware GMMS = 0x%x | event 0x60C0)",
                              from, test.word));
             EXPECT_EQ(indicator_state(Interface::Slate), test.slate == KEPT ? from : test.slate);
             EXPECT_EQ(sim::registry_dword(STATUS_KEY, "MM"), test.state);
@@ -147,9 +133,7 @@ TEST(FormFactorPostures, TimeStamps) {
     for (const auto& test : cases) {
         Bench bench;
         bench.run(format(R"(
-            start
-            windows time "%s"
-            event 0x60C0)",
+            start | windows time "%s" | event 0x60C0)",
                          test.time));
         EXPECT_EQ(sim::registry_text(MULTIMODE_KEY, "ModeChangeTimeStamp"), test.stamp);
         EXPECT_EQ(sim::registry_value(MULTIMODE_KEY, "ModeChangeTimeStamp")->bytes.size(),
@@ -199,8 +183,7 @@ TEST(FormFactorPostures, SupportDecision) {
     };
     for (const SupportCase& test : with_inode)
         expect_support(format(R"(
-            hardware "ACPI\INT33D6" present
-            registry set SVC\Transform\Parameters %s)",
+            hardware "ACPI\INT33D6" present | registry set SVC\Transform\Parameters %s)",
                               test.given),
                        test.supported);
     static const SupportCase builds[] = {
@@ -240,16 +223,10 @@ TEST(FormFactorPostures, SupportDecision) {
 TEST(FormFactorPostures, WithoutSupport) {
     Bench bench;
     bench.run(std::string(THERMAL) + R"(
-        hardware "ACPI\INT33D6" present
-        registry set SVC\Transform\Parameters
-        firmware GMMS = 3
-        firmware GOPT(0) = 0x102
-        firmware GOPT(0x200) = 0x10001
-        start
-        advance 2s
-        check registry SVC\Transform\CurrentStatus MM = 3
-        event 0x4012
-        expect no write *)");
+        hardware "ACPI\INT33D6" present | registry set SVC\Transform\Parameters
+        firmware GMMS = 3 | firmware GOPT(0) = 0x102 | firmware GOPT(0x200) = 0x10001 | start
+        advance 2s | check registry SVC\Transform\CurrentStatus MM = 3
+        event 0x4012 | expect no write *)");
     EXPECT_EQ(thermal_commands(), ENTER_FLIP);
 }
 
@@ -270,10 +247,8 @@ TEST(FormFactorRotation, PostureEvents) {
             bench.run("registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion sz \"GD1\"");
         // Only bit 0 of the setting counts.
         bench.run(format(R"(
-            start
-            registry set SVC\Status LastSystemTransformation dword %d
-            registry set %s Enable dword %d
-            event %s)",
+            start | registry set SVC\Status LastSystemTransformation dword %d
+            registry set %s Enable dword %d | event %s)",
                          previous, ROTATION_KEY, rotation | 6, posture != 0 ? "0x500A" : "0x5009"));
         EXPECT_EQ(traced("write button "),
                   harrow != 0 && rotation == posture && previous != posture ? 2u : 0u);
@@ -285,27 +260,20 @@ TEST(FormFactorRotation, PostureEvents) {
 TEST(FormFactorRotation, Script) {
     const ScriptCase cases[] = {
         {"no auto-rotation: the posture is recorded all the same", R"(
-            start
-            event 0x500A
-            expect no write *
+            start | event 0x500A | expect no write *
             check registry SVC\Status LastSystemTransformation = 1
             check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation absent)"},
         {"no previous posture: nothing is recorded", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
-            start
-            registry delete SVC\Status LastSystemTransformation
-            event 0x500A
-            expect no write *
-            check registry SVC\Status LastSystemTransformation absent)"},
+            start | registry delete SVC\Status LastSystemTransformation | event 0x500A
+            expect no write * | check registry SVC\Status LastSystemTransformation absent)"},
         {"tablet at start: rotation on", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 0
-            firmware TABGETSTATE = 8
-            start
+            firmware TABGETSTATE = 8 | start
             check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 1)"},
         {"firmware silent at start: left alone", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 3
-            firmware TABGETSTATE fails
-            start
+            firmware TABGETSTATE fails | start
             check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 3)"},
     };
     run_cases(R"(registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1")", cases);
@@ -320,9 +288,7 @@ TEST(FormFactorRotation, Alignment) {
         Bench bench;
         bench.run(format(R"(
             registry set SVC\Status LastSystemTransformation dword %d
-            registry set %s Enable dword 5
-            firmware TABGETSTATE = %d
-            start)",
+            registry set %s Enable dword 5 | firmware TABGETSTATE = %d | start)",
                          last, ROTATION_KEY, tablet != 0 ? 8 : 0));
         const DWORD enable = tablet == 0 && last != 1 ? 0 : tablet != 0 && last == 0 ? 1 : 5;
         EXPECT_EQ(sim::registry_dword(ROTATION_KEY, "Enable"), enable);
@@ -360,12 +326,8 @@ TEST(FormFactorLidInhibit, AnotherProgramStartsTheTimer) {
     Bench bench;
     // A run that is told to stop, then one that only the start event's name has begun.
     bench.run(R"(firmware GETLIDSTATUS = 2
-                 firmware LCDCSGETSTATE = 3
-                 start
-                 control 131
-                 advance 10s
-                 firmware LCDCSGETSTATE = 2
-                 advance 1s)");
+                 firmware LCDCSGETSTATE = 3 | start | control 131 | advance 10s
+                 firmware LCDCSGETSTATE = 2 | advance 1s)");
     sim::run_on_thread([] {
         HANDLE start = CreateEventW(nullptr, TRUE, FALSE, L"Global\\PMDRVLCDCSTIMERSTART");
         EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
@@ -373,10 +335,8 @@ TEST(FormFactorLidInhibit, AnotherProgramStartsTheTimer) {
         CloseHandle(start);
     });
     bench.run(R"(mark
-                 advance 299s
-                 expect no request *
-                 advance 1s
-                 expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
+                 advance 299s | expect no request *
+                 advance 1s | expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
 }
 
 // A run that is stopped before the timer's thread has begun it: it does not go on, and the next one has its
@@ -390,21 +350,15 @@ TEST(FormFactorLidInhibit, StoppedBeforeTheRunBegins) {
         }
     };
     bench.run(R"(firmware GETLIDSTATUS = 2
-                 firmware LCDCSGETSTATE = 3
-                 start
-                 control 131)");
+                 firmware LCDCSGETSTATE = 3 | start | control 131)");
     hold_timer(1);
     bench.run(R"(advance 1s
-                 firmware LCDCSGETSTATE = 2
-                 control 132
+                 firmware LCDCSGETSTATE = 2 | control 132
                  expect request LCDCSCONTROL(0x2) = 0x0)");
     hold_timer(0);
     bench.run(R"(firmware LCDCSGETSTATE = 3
-                 control 131
-                 advance 300s
-                 expect no request LCDCSCONTROL(0x2) *
-                 advance 1s
-                 expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
+                 control 131 | advance 300s | expect no request LCDCSCONTROL(0x2) *
+                 advance 1s | expect count 1 request LCDCSCONTROL(0x2) = 0x0)");
 }
 
 // ---- races, with more seeds in the sweeps ----

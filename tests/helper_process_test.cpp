@@ -9,81 +9,50 @@ static const std::string g_store = "HKCR\\QWRSAUTO.PMHELPER\\";
 
 static const ScriptCase g_commands[] = {
     {"the global policy is saved", R"(
-        helper 1
-        expect next registry create HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy
+        helper 1 | expect next registry create HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy
         expect next registry HKCR\QWRSAUTO.PMHELPER\GlobalPowerPolicy Policies = *
         expect next result helper 1 = 0)"},
     {"unless it cannot be read", R"(
-        fail ReadGlobalPwrPolicy
-        helper 1
-        expect next result helper 1 = 0)"},
+        fail ReadGlobalPwrPolicy | helper 1 | expect next result helper 1 = 0)"},
     {"the active scheme's index is saved", R"(
         helper 2
         expect registry HKCR\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
         expect next result helper 2 = 0)"},
     {"unless it cannot be read", R"(
-        windows scheme fails
-        helper 2
-        expect next result helper 2 = 0)"},
+        windows scheme fails | helper 2 | expect next result helper 2 = 0)"},
     {"a store that refuses is ignored", R"(
-        registry set HKCR\QWRSAUTO.PMHELPER
-        registry refuse HKCR\QWRSAUTO.PMHELPER
-        helper 2
+        registry set HKCR\QWRSAUTO.PMHELPER | registry refuse HKCR\QWRSAUTO.PMHELPER | helper 2
         expect next result helper 2 = 0)"},
     {"a scheme that cannot be read is neither saved nor restored", R"(
-        fail ReadPwrScheme
-        helper 3
-        expect next result helper 3 = 0
-        fail ReadPwrScheme
-        helper 4
-        expect next result helper 4 = 0)"},
+        fail ReadPwrScheme | helper 3 | expect next result helper 3 = 0
+        fail ReadPwrScheme | helper 4 | expect next result helper 4 = 0)"},
     {"without a stored policy the system's own is activated", R"(
-        helper 4
-        expect next call SetActivePwrScheme(2, null, policy) = 1
+        helper 4 | expect next call SetActivePwrScheme(2, null, policy) = 1
         expect next result helper 4 = 0)"},
     {"without an index scheme 0 is restored", R"(
-        windows scheme fails
-        helper 4
+        windows scheme fails | helper 4
         expect next call SetActivePwrScheme(0, null, policy) = 1)"},
     {"monitor off", R"(
-        helper 5
-        expect next call WritePwrScheme(2) = 1
+        helper 5 | expect next call WritePwrScheme(2) = 1
         expect next call SetActivePwrScheme(2, null, null) = 1
-        expect next call WritePwrScheme(2) = 1
-        expect next result helper 5 = 2)"},
+        expect next call WritePwrScheme(2) = 1 | expect next result helper 5 = 2)"},
     {"monitor off without an index", R"(
-        windows scheme fails
-        helper 5
-        expect next result helper 5 = 0)"},
+        windows scheme fails | helper 5 | expect next result helper 5 = 0)"},
     {"monitor off without the scheme", R"(
-        fail ReadPwrScheme
-        helper 5
-        expect next result helper 5 = 2)"},
+        fail ReadPwrScheme | helper 5 | expect next result helper 5 = 2)"},
     {"a scheme is activated", R"(
-        helper 6 3
-        expect next call SetActivePwrScheme(3, null, null) = 1
+        helper 6 3 | expect next call SetActivePwrScheme(3, null, null) = 1
         expect next result helper 6 = 0
-        helper 5
-        expect result helper 5 = 3)"},
+        helper 5 | expect result helper 5 = 3)"},
     {"other commands do nothing", R"(
-        helper 0
-        expect next result helper 0 = 0
-        helper 7 3
-        expect next result helper 7 = 0
-        helper 0x100000001
-        expect next result helper 4294967297 = 0
-        helper 0xFFFFFFFF
-        expect next result helper 4294967295 = 0)"},
+        helper 0 | expect next result helper 0 = 0
+        helper 7 3 | expect next result helper 7 = 0
+        helper 0x100000001 | expect next result helper 4294967297 = 0
+        helper 0xFFFFFFFF | expect next result helper 4294967295 = 0)"},
     {"no library, no effect", R"(
-        windows powrprof missing
-        helper 1
-        helper 2
-        helper 3
-        helper 4
-        helper 5
+        windows powrprof missing | helper 1 | helper 2 | helper 3 | helper 4 | helper 5
         expect next result helper 5 = 0
-        helper 6 3
-        expect next result helper 6 = 0
+        helper 6 3 | expect next result helper 6 = 0
         check registry HKCR\QWRSAUTO.PMHELPER absent)"},
 };
 
@@ -96,29 +65,21 @@ TEST(Helper, Commands) {
 TEST(Helper, TheStoreOfAnOrdinaryUser) {
     static const ScriptCase rows[] = {
         {"nothing is saved", R"(
-            helper 1
-            expect next result helper 1 = 0
-            helper 2
-            expect next result helper 2 = 0
-            helper 3
-            expect next result helper 3 = 0
+            helper 1 | expect next result helper 1 = 0
+            helper 2 | expect next result helper 2 = 0
+            helper 3 | expect next result helper 3 = 0
             check registry HKCR\QWRSAUTO.PMHELPER absent)"},
         {"not in the machine's either, which is read", R"(
-            registry set HKCR\QWRSAUTO.PMHELPER\PowerPolicies Policies binary 0102
-            helper 3
+            registry set HKCR\QWRSAUTO.PMHELPER\PowerPolicies Policies binary 0102 | helper 3
             expect next result helper 3 = 0
-            helper 4
-            expect next call SetActivePwrScheme(2, null, policy) = 1)"},
+            helper 4 | expect next call SetActivePwrScheme(2, null, policy) = 1)"},
         {"the user's own", R"(
-            registry set HKCU\Software\Classes\QWRSAUTO.PMHELPER\PowerPolicies
-            helper 2
+            registry set HKCU\Software\Classes\QWRSAUTO.PMHELPER\PowerPolicies | helper 2
             expect next registry HKCR\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
             check registry HKCU\Software\Classes\QWRSAUTO.PMHELPER\PowerPolicies CurrentPwrPolicy = 02000000
             check registry HKLM\SOFTWARE\Classes\QWRSAUTO.PMHELPER absent)"},
         {"who was started before is an administrator's", R"(
-            windows user administrator
-            run "-helper" session 2
-            windows user standard
+            windows user administrator | run "-helper" session 2 | windows user standard
             helper session 2 2
             expect next registry create HKCR\QWRSAUTO.PMHELPER\PowerPolicies
             check registry HKLM\SOFTWARE\Classes\QWRSAUTO.PMHELPER present)"},
@@ -129,33 +90,19 @@ TEST(Helper, TheStoreOfAnOrdinaryUser) {
 TEST(Helper, OneInEverySession) {
     Bench bench;
     bench.run(R"(
-        helper 2
-        expect next refused helper 2
-        helper close
-        expect next refused helper close
-        run "-helper"
-        run "-HELPER"
-        expect next process "-HELPER" ended 0
-        run "-helper" session 2
-        run "-helper" session 0
-        expect no process *
-        windows scheme 1
-        helper session 2 5
-        expect result helper 5 = 1
-        helper session 0 5
-        expect result helper 5 = 1
-        helper session 3 5
-        expect next refused helper 5
-        helper close
-        helper 5
-        expect next refused helper 5)");
+        helper 2 | expect next refused helper 2
+        helper close | expect next refused helper close
+        run "-helper" | run "-HELPER" | expect next process "-HELPER" ended 0
+        run "-helper" session 2 | run "-helper" session 0 | expect no process *
+        windows scheme 1 | helper session 2 5 | expect result helper 5 = 1
+        helper session 0 5 | expect result helper 5 = 1
+        helper session 3 5 | expect next refused helper 5
+        helper close | helper 5 | expect next refused helper 5)");
     // The window is gone, the process lives on and keeps its place.
     EXPECT_NE(nullptr, sim::find_process("-helper", 1));
     bench.run(R"(
-        run "-helper"
-        expect process "-helper" ended 0
-        helper session 2 2
-        expect result helper 2 = 0)");
+        run "-helper" | expect process "-helper" ended 0
+        helper session 2 2 | expect result helper 2 = 0)");
 }
 
 // Made as it is and never shown; WM_QUIT is the one message that ends the loop.
@@ -165,30 +112,19 @@ TEST(Helper, WindowAndQuit) {
         run "-helper"
         expect next window class PmHelperWindowClass style 0x3 background 6 cursor 32512
         expect next window PmHelperWindowClass created style 0x80000000 extended 0x80 at 100 100 size 100 100
-        expect no process *
-        expect count 2 window *
-        helper quit
-        expect next process "-helper" ended 0)");
+        expect no process * | expect count 2 window *
+        helper quit | expect next process "-helper" ended 0)");
 }
 
 TEST(Helper, WithoutAWindowItEnds) {
     run_cases("", {{"no window", R"(
-        fail CreateWindowExW
-        run "-helper"
-        expect process "-helper" ended 0)"},
+        fail CreateWindowExW | run "-helper" | expect process "-helper" ended 0)"},
                    {"no class, so no window", R"(
-                       fail RegisterClassExW
-                       run "-helper"
-                       expect next process *)"},
+                       fail RegisterClassExW | run "-helper" | expect next process *)"},
                    {"no cursor is no matter", R"(
-                       fail LoadCursorW
-                       run "-helper"
-                       helper 2
-                       expect result helper 2 = 0)"},
+                       fail LoadCursorW | run "-helper" | helper 2 | expect result helper 2 = 0)"},
                    {"the loop fails", R"(
-                       fail GetMessageW
-                       run "-helper"
-                       expect process "-helper" ended 0)"}});
+                       fail GetMessageW | run "-helper" | expect process "-helper" ended 0)"}});
 }
 
 TEST(Helper, OtherMessagesAreNoCommands) {
@@ -257,21 +193,13 @@ TEST(Helper, SavingAndRestoring) {
 TEST(Helper, NothingGrowsWithEveryCommand) {
     Bench bench;
     bench.run(R"(
-        run "-helper"
-        helper 1
-        helper 2
-        helper 3)");
+        run "-helper" | helper 1 | helper 2 | helper 3)");
     sim::Process* helper = sim::find_process("-helper", 1);
     const size_t handles = sim::handle_count(helper);
     const size_t loads = sim::module_loads("powrprof.dll");
     for (int i = 0; i < 10; ++i)
         bench.run(R"(
-            helper 1
-            helper 2
-            helper 3
-            helper 4
-            helper 5
-            helper 6 2)");
+            helper 1 | helper 2 | helper 3 | helper 4 | helper 5 | helper 6 2)");
     EXPECT_EQ(handles, sim::handle_count(helper));
     EXPECT_EQ(0u, sim::loaded_modules());
     EXPECT_EQ(loads + 10 * size_t{1 + 1 + 2 + 3 + 5 + 1}, sim::module_loads("powrprof.dll"));

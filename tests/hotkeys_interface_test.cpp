@@ -4,14 +4,9 @@
 
 // Every page answers with masks of its own, to tell them apart.
 static const char FIRMWARE[] = R"(
-    firmware MHKA(0) = 0x10
-    firmware MHKA(1) = 0x884
-    firmware MHKA(2) = 0x22
-    firmware MHKA(3) = 0x33
-    firmware MHKN(0) = 0x50
-    firmware MHKN(1) = 0x51
-    firmware MHKN(2) = 0x52
-    firmware MHKN(3) = 0x53
+    firmware MHKA(0) = 0x10 | firmware MHKA(1) = 0x884 | firmware MHKA(2) = 0x22
+    firmware MHKA(3) = 0x33 | firmware MHKN(0) = 0x50 | firmware MHKN(1) = 0x51
+    firmware MHKN(2) = 0x52 | firmware MHKN(3) = 0x53
 )";
 
 static const char EXTENDED[] = R"(
@@ -53,8 +48,7 @@ struct VersionCase {
 
 static const VersionCase g_versions[] = {
     {"0x100", "= 0x100", R"(
-        expect request MHKV(0x0) = 0x100
-        expect next request MHKA(0x0) = 0x10
+        expect request MHKV(0x0) = 0x100 | expect next request MHKA(0x0) = 0x10
         expect registry SVC\Parameters\InterfaceVersion @ = 0x102
         expect next request MHKN(0x0) = 0x50
         expect registry SVC\Parameters\Notification @ = 0x50
@@ -65,8 +59,7 @@ static const VersionCase g_versions[] = {
         expect count 2 registry *SVC\Parameters2*)"},
     {"0x200", "= 0x200",
      std::string(R"(
-         expect request MHKV(0x0) = 0x200
-         expect next request MHKA(0x1) = 0x884
+         expect request MHKV(0x0) = 0x200 | expect next request MHKA(0x1) = 0x884
          expect next registry create SVC\Parameters\Capability
          expect next registry SVC\Parameters\Capability @ = 0x884
          expect next registry SVC\Parameters\Capability IsExistPMInternalFunction = 0x804
@@ -87,19 +80,16 @@ static const VersionCase g_versions[] = {
     {"between", "= 0x180", R"(
         expect registry SVC\Parameters\InterfaceVersion @ = 0x181
         expect count 2 registry *SVC\Parameters\*
-        expect registry SVC\Parameters2\Type10\Capability @ = 0x0
-        expect count 0 request MHKN*)"},
+        expect registry SVC\Parameters2\Type10\Capability @ = 0x0 | expect count 0 request MHKN*)"},
     {"above", "= 0x300",
      std::string(R"(
          expect registry SVC\Parameters\InterfaceVersion @ = 0x301
-         expect count 2 registry *SVC\Parameters\*
-         expect next request MHKV(0x0) = 0x300)") +
+         expect count 2 registry *SVC\Parameters\* | expect next request MHKV(0x0) = 0x300)") +
          EXTENDED},
     {"the last", "= 0xffffffff", "expect registry SVC\\Parameters\\InterfaceVersion @ = 0x0"},
     {"too old", "= 0xff", R"(
         expect registry SVC\Parameters\Capability @ = 0x0
-        expect count 2 registry *SVC\Parameters\*
-        expect next request MHKV(0x0) = 0xff
+        expect count 2 registry *SVC\Parameters\* | expect next request MHKV(0x0) = 0xff
         expect next registry create SVC\Parameters2\Type10\Capability
         expect next registry SVC\Parameters2\Type10\Capability @ = 0x0
         expect count 2 registry *SVC\Parameters2*)"},
@@ -176,8 +166,7 @@ TEST(HotkeyInterface, ARestartKeepsWhatIsTheClientsAndRenewsTheRest) {
         registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 8
         registry set SVC\Parameters2\Type10\OverrideSetting @ dword 9
         registry set SVC\Parameters2\Type10\Notification Type12 dword 10
-        registry set SVC\Parameters2\Type20\Notification Type22 dword 11
-        start
+        registry set SVC\Parameters2\Type20\Notification Type22 dword 11 | start
         check registry SVC\Parameters\OverrideSetting @ = 0x800
         check registry SVC\Parameters\Notification Type2 = 0
         check registry SVC\Parameters2\Type10\OverrideSetting @ = 9
@@ -208,9 +197,7 @@ TEST(HotkeyInterface, ARestartKeepsWhatIsTheClientsAndRenewsTheRest) {
         registry set SVC\Parameters\OverrideSetting @ sz "2048"
         registry set SVC\Parameters\Notification @ binary 00
         registry set SVC\Parameters2\Type10\OverrideSetting @ raw 4 0001020304
-        firmware MHKN(1) = 0x51
-        start
-        check registry SVC\Parameters\OverrideSetting @ = 0
+        firmware MHKN(1) = 0x51 | start | check registry SVC\Parameters\OverrideSetting @ = 0
         check registry SVC\Parameters\Notification @ = 0x51
         check registry SVC\Parameters2\Type10\OverrideSetting @ = 0)"}});
 }

@@ -69,8 +69,7 @@ static const char HARROW[] = "registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\
 TEST(HotkeyPlatform, TheSetUpInItsOrder) {
     Bench bench;
     bench.run(HARROW + std::string(R"(
-        start
-        expect registry create SVC\Configurations
+        start | expect registry create SVC\Configurations
         expect next registry create SVC\Configurations\ScreenRotation
         expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x0
         expect next registry create SVC\Status
@@ -101,8 +100,7 @@ TEST(HotkeyPlatform, TheSetUpOverwritesItsOwnAndSkipsWhatItCannotOpen) {
     run_cases(HARROW, {{"again", R"(
         registry set HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C AppType sz "x"
         registry set HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3D AppType dword 9
-        registry set SVC\Status LastSystemTransformation dword 1
-        start
+        registry set SVC\Status LastSystemTransformation dword 1 | start
         check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C AppType = 3
         check registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3D AppType = 9
         check registry SVC\Status LastSystemTransformation = 0)"},

@@ -4,8 +4,7 @@
 
 // Writes one mask for each page; which of the pages reach the firmware shows in the numbers 1, 33 and 34.
 static const char WRITE_ALL[] = R"(
-    mark
-    registry set SVC\Parameters\CurrentSetting @ dword 1
+    mark | registry set SVC\Parameters\CurrentSetting @ dword 1
     registry set SVC\Parameters2\Type10\CurrentSetting @ dword 1
     registry set SVC\Parameters2\Type10\CurrentSetting Type13 dword 2
 )";
@@ -17,8 +16,7 @@ TEST(HotkeyWatch, AWatchWithoutItsEventSleepsForGood) {
         const char* script;
     } cases[] = {
         {L"Global\\PHThread", R"(
-            expect no request MHKM(1, *
-            expect request MHKM(33, 1)
+            expect no request MHKM(1, * | expect request MHKM(33, 1)
             expect request MHKM(34, 1))"},
         {L"Global\\PHOverrideThread", "expect count 3 request MHKM*"},
         // The extended ones end with the first that cannot be had.
@@ -32,9 +30,7 @@ TEST(HotkeyWatch, AWatchWithoutItsEventSleepsForGood) {
         Bench bench;
         HANDLE taken = CreateMutexW(nullptr, FALSE, row.name);
         bench.run("start\n" + std::string(WRITE_ALL) + row.script + R"(
-            advance 1d
-            stop
-            check status STOPPED 0/0)");
+            advance 1d | stop | check status STOPPED 0/0)");
         CloseHandle(taken);
     }
 }
@@ -44,17 +40,14 @@ TEST(HotkeyWatch, AnEventThatOthersSignalWakesOnceAndChangesNothing) {
     // Another program has the event already: one that stays signalled until it is reset.
     HANDLE event = CreateEventW(nullptr, TRUE, TRUE, L"Global\\PHThread");
     bench.run(R"(
-        firmware MHKN(1) = 0x4
-        start
-        expect no request MHKM*)");
+        firmware MHKN(1) = 0x4 | start | expect no request MHKM*)");
     for (int i = 0; i < 10; ++i) {
         SetEvent(event);
         bench.machine.settle();
     }
     bench.run(R"(
         expect no request MHKM*
-        registry set SVC\Parameters\CurrentSetting @ dword 0x5
-        expect next request MHKM(1, 1)
+        registry set SVC\Parameters\CurrentSetting @ dword 0x5 | expect next request MHKM(1, 1)
         expect count 1 request MHKM*)");
     CloseHandle(event);
 }

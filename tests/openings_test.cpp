@@ -45,47 +45,22 @@ static void add_openings(std::set<std::string>* lines) {
 // Everything that opens a key, in few machines. What the steps do is other tests' matter.
 static const char* const g_everything[] = {
     R"(
-        firmware DYTC = 1
-        firmware DYTC(0) = 0x30000001
-        firmware DYTC(3) = 0x03ff0001
-        firmware GOPT(0) = 0x102
-        firmware MHKA = 0x00ff0fff
+        firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001
+        firmware GOPT(0) = 0x102 | firmware MHKA = 0x00ff0fff
         registry set HKLM\SOFTWARE\Dolby\DAX
         registry set HKLM\SOFTWARE\Wow6432Node\Mestra\ENERDSK\Path @ sz "C:\Program Files\Mestra"
-        start
-        advance 5s
-        windows hibernate forbidden
-        event 0x100C
-        event 0x1101
-        event 0x4012
-        event 0x5001
-        run "zorpmctl" watch
-        run "zorpmctl" status
-        run "zorpmctl" hotkey list
-        run "zorpmctl" hotkey notify 2:3
-        run "zorpmctl" hotkey notify 12
-        run "zorpmctl" hotkey override 12
-        interrupt zorpmctl
-        run "-PnPTask"
-        run "-helper"
-        helper 1
-        helper 2
-        helper 3
-        helper 4)",
+        start | advance 5s | windows hibernate forbidden | event 0x100C | event 0x1101
+        event 0x4012 | event 0x5001 | run "zorpmctl" watch | run "zorpmctl" status
+        run "zorpmctl" hotkey list | run "zorpmctl" hotkey notify 2:3
+        run "zorpmctl" hotkey notify 12 | run "zorpmctl" hotkey override 12 | interrupt zorpmctl
+        run "-PnPTask" | run "-helper" | helper 1 | helper 2 | helper 3 | helper 4)",
     R"(
-        firmware DYTC(0) = 0x20000001
-        firmware DYTC(0x100) = 0x20010000
-        firmware DYTC(3) = 0x201
-        start
-        advance 30s
-        run "zorpmctl" status)",
+        firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20010000
+        firmware DYTC(3) = 0x201 | start | advance 30s | run "zorpmctl" status)",
     R"(
         registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GDET40W"
         registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
-        start
-        advance 1s
-        event 0x5009
-        run "zorpmctl" TabletToClamshellForHarrow
+        start | advance 1s | event 0x5009 | run "zorpmctl" TabletToClamshellForHarrow
         advance 1s)",
     R"(
         windows version 5.2
@@ -96,10 +71,7 @@ static const char* const g_everything[] = {
         windows hive "C:\Users\A\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4"
         windows hive "C:\Users\A\ntuser.dat" "Control Panel\PowerCfg\GlobalPowerPolicy" Policies binary 01
         windows hive "C:\Users\A\ntuser.dat" "Control Panel\PowerCfg\PowerPolicies\4" Policies binary 01
-        start
-        advance 1s
-        control 130
-        advance 5s)",
+        start | advance 1s | control 130 | advance 5s)",
 };
 
 static const char g_allOpenings[] = R"(

@@ -44,15 +44,12 @@ TEST(Power, LidBeep) {
             ini "C:\Desk\LidBeep.ini" Beep Status 0)",
          beeps},
         {"no lid-close action: the firmware is told instead", "windows lid-action 0", R"(
-            event 0x5001
-            expect request LIDCLOSEACTIONNONE()
-            expect no request SETLIDBEEP*)"},
+            event 0x5001 | expect request LIDCLOSEACTIONNONE() | expect no request SETLIDBEEP*)"},
         {"no policy, no decision", "windows lid-action fails", silent},
         {"no library, no decision", "windows powrprof missing", silent},
         {"no function, no decision", "windows powrprof without CallNtPowerInformation", silent},
         {"a request that fails is ignored", "firmware SETLIDBEEP fails", R"(
-            event 0x5001
-            expect request SETLIDBEEP(0x1) failed
+            event 0x5001 | expect request SETLIDBEEP(0x1) failed
             check registry SVC\Transform\CurrentStatus Lid = 1)"},
         {"a path as long as the limit, without an end", nullptr, beeps},
     };
@@ -80,8 +77,7 @@ TEST(Power, LidBeep) {
          "registry delete "
          R"("HKLM\SOFTWARE\Wow6432Node\Mestra\ENERDSK\Path")",
          R"(registry set "HKLM\SOFTWARE\Wow6432Node\Mestra\ENERDSK\Path" @ sz "C:\Desk"
-            ini "C:\Desk\LidBeep.ini" LidCloseBeep Status 1
-            event 0x5001
+            ini "C:\Desk\LidBeep.ini" LidCloseBeep Status 1 | event 0x5001
             expect no request SETLIDBEEP*)"},
     };
     run_started(g_desktopPath, alone);
@@ -94,44 +90,31 @@ TEST(Power, SleepAndHibernation) {
         {"forced sleep without the function", "windows powrprof without SetSuspendState",
          "event 0x6012\nexpect no call *"},
         {"forced sleep with the library whole again", "windows powrprof without SetSuspendState", R"(
-            windows powrprof present
-            event 0x6012
-            expect call SetSuspendState(0, 1, 1) = 1)"},
+            windows powrprof present | event 0x6012 | expect call SetSuspendState(0, 1, 1) = 1)"},
         {"hibernation", "", R"(
-            event 0x100C
-            expect call SetSystemPowerState(0, 0) = 1
-            expect count 1 call *)"},
+            event 0x100C | expect call SetSystemPowerState(0, 0) = 1 | expect count 1 call *)"},
         {"hibernation the privilege refused", "windows privilege SeShutdownPrivilege refused",
          "event 0x100C\nexpect no call *"},
         {"the hibernation file is made", "windows hibernate forbidden", R"(
-            event 0x100C
-            expect call CallNtPowerInformation(10) = 0
+            event 0x100C | expect call CallNtPowerInformation(10) = 0
             expect call SetSystemPowerState(0, 0) = 1)"},
         {"it cannot be made", "windows hibernate forbidden\nwindows hiberfile fails", R"(
-            event 0x100C
-            expect call CallNtPowerInformation(10) = 0x*
-            expect call SetSuspendState(0, 0, 1) = 1
-            expect no call SetSystem*)"},
+            event 0x100C | expect call CallNtPowerInformation(10) = 0x*
+            expect call SetSuspendState(0, 0, 1) = 1 | expect no call SetSystem*)"},
         {"it may not be made", "windows hibernate forbidden", R"(
-            registry set HKLM\Software\ZOR\ZORPM HibFileCreation dword 0
-            event 0x100C
-            expect call SetSuspendState(0, 0, 1) = 1
-            expect count 1 call *)"},
+            registry set HKLM\Software\ZOR\ZORPM HibFileCreation dword 0 | event 0x100C
+            expect call SetSuspendState(0, 0, 1) = 1 | expect count 1 call *)"},
         {"with hibernation allowed the ban says nothing", "", R"(
-            registry set HKLM\Software\ZOR\ZORPM HibFileCreation dword 0
-            event 0x100C
+            registry set HKLM\Software\ZOR\ZORPM HibFileCreation dword 0 | event 0x100C
             expect call SetSystemPowerState(0, 0) = 1)"},
         {"a ban of another type is none", "windows hibernate forbidden", R"(
-            registry set HKLM\Software\ZOR\ZORPM HibFileCreation binary 00000000
-            event 0x100C
+            registry set HKLM\Software\ZOR\ZORPM HibFileCreation binary 00000000 | event 0x100C
             expect call CallNtPowerInformation(10) = 0)"},
         {"nor is one of another size", "windows hibernate forbidden", R"(
             registry set HKLM\Software\ZOR\ZORPM HibFileCreation raw 4 0000000000000000
-            event 0x100C
-            expect call CallNtPowerInformation(10) = 0)"},
+            event 0x100C | expect call CallNtPowerInformation(10) = 0)"},
         {"nor one that is gone", "windows hibernate forbidden", R"(
-            registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
-            event 0x100C
+            registry delete HKLM\Software\ZOR\ZORPM HibFileCreation | event 0x100C
             expect call CallNtPowerInformation(10) = 0)"},
         {"no library, no power action", "windows powrprof missing", "event 0x100C\nexpect no call *"},
     };
@@ -142,27 +125,17 @@ TEST(Power, SleepAndHibernation) {
 TEST(Power, APrivilegeThatIsNotHeld) {
     const PowerCase cases[] = {
         {"forced sleep", "windows privilege SeShutdownPrivilege denied", R"(
-            event 0x6012
-            expect call SetSuspendState(0, 1, 1) = 0
-            expect count 1 call *)"},
+            event 0x6012 | expect call SetSuspendState(0, 1, 1) = 0 | expect count 1 call *)"},
         {"hibernation", "windows privilege SeShutdownPrivilege denied", R"(
-            event 0x100C
-            expect call SetSystemPowerState(0, 0) = 0
-            expect count 1 call *)"},
+            event 0x100C | expect call SetSystemPowerState(0, 0) = 0 | expect count 1 call *)"},
         {"the hibernation file",
          "windows hibernate forbidden\nwindows privilege SeCreatePagefilePrivilege denied", R"(
-            event 0x100C
-            expect call CallNtPowerInformation(10) = 0xc0000061
-            expect call SetSuspendState(0, 0, 1) = 1
-            expect no call SetSystem*)"},
+            event 0x100C | expect call CallNtPowerInformation(10) = 0xc0000061
+            expect call SetSuspendState(0, 0, 1) = 1 | expect no call SetSystem*)"},
         {"battery wake-up", "windows privilege SeShutdownPrivilege denied", R"(
-            event 0x2013
-            advance 1h
-            expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
+            event 0x2013 | advance 1h | expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
         {"power-off", "windows hibernate forbidden\nwindows privilege SeShutdownPrivilege denied", R"(
-            event 0x2013
-            advance 1h
-            expect call ExitWindowsEx(12, 0) = 0
+            event 0x2013 | advance 1h | expect call ExitWindowsEx(12, 0) = 0
             expect count 1 call *)"},
     };
     run_started("", cases);
@@ -171,169 +144,83 @@ TEST(Power, APrivilegeThatIsNotHeld) {
 TEST(Power, BatteryWakeup) {
     const PowerCase cases[] = {
         {"two attempts fail", "windows suspend fails times 2", R"(
-            event 0x2013
-            advance 4999ms
-            expect no call *
-            advance 1ms
-            expect call SetSuspendState(1, 1, 1) = 0
-            advance 4999ms
-            expect count 1 call *
-            advance 1ms
-            expect call SetSuspendState(1, 1, 1) = 0
-            advance 5s
-            expect call SetSuspendState(1, 1, 1) = 1
-            advance 1h
-            expect count 3 call *)"},
+            event 0x2013 | advance 4999ms | expect no call *
+            advance 1ms | expect call SetSuspendState(1, 1, 1) = 0
+            advance 4999ms | expect count 1 call *
+            advance 1ms | expect call SetSuspendState(1, 1, 1) = 0
+            advance 5s | expect call SetSuspendState(1, 1, 1) = 1
+            advance 1h | expect count 3 call *)"},
         {"all fail: three attempts, and the last pause too holds the next event", "windows suspend fails", R"(
-            event 0x2013
-            event 0x7000
-            advance 19999ms
+            event 0x2013 | event 0x7000 | advance 19999ms
             expect no request GETEVENT() = 0x7000*
-            advance 1ms
-            expect request GETEVENT() = 0x7000 0x0)"},
+            advance 1ms | expect request GETEVENT() = 0x7000 0x0)"},
         {"three and no more", "windows suspend fails", R"(
-            event 0x2013
-            advance 1h
-            expect count 3 call *)"},
+            event 0x2013 | advance 1h | expect count 3 call *)"},
         {"hibernation forbidden", "windows hibernate forbidden", R"(
-            event 0x2013
-            advance 4999ms
-            expect no call *
-            advance 1ms
-            expect call ExitWindowsEx(12, 0) = 1
-            advance 1h
-            expect count 1 call *)"},
+            event 0x2013 | advance 4999ms | expect no call *
+            advance 1ms | expect call ExitWindowsEx(12, 0) = 1
+            advance 1h | expect count 1 call *)"},
         {"the privilege refused all three are still made", "windows privilege SeShutdownPrivilege refused",
          R"(
-            event 0x2013
-            advance 1h
-            expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
+            event 0x2013 | advance 1h | expect count 3 call SetSuspendState(1, 1, 1) = 0)"},
         {"no library counts as forbidden", "windows powrprof missing", R"(
-            event 0x2013
-            advance 5s
-            expect call ExitWindowsEx(12, 0) = 1)"},
+            event 0x2013 | advance 5s | expect call ExitWindowsEx(12, 0) = 1)"},
         {"power-off the privilege refused",
          "windows hibernate forbidden\nwindows privilege SeShutdownPrivilege refused", R"(
-             event 0x2013
-             advance 1h
-             expect no call *)"},
+             event 0x2013 | advance 1h | expect no call *)"},
         {"a suspend call that takes its time", "windows suspend takes 2h", R"(
-            event 0x2013
-            advance 5s
-            event 0x7000
-            advance 7199s
+            event 0x2013 | advance 5s | event 0x7000 | advance 7199s
             expect no request GETEVENT() = 0x7000*
-            advance 1s
-            expect request GETEVENT() = 0x7000 0x0)"},
+            advance 1s | expect request GETEVENT() = 0x7000 0x0)"},
     };
     run_started("", cases);
 }
 
 static const PowerCase g_returnToSleep[] = {
     {"three minutes later", "", R"(
-        event 0x2304
-        advance 179999ms
-        expect no call *
-        advance 1ms
-        expect call SetSuspendState(0, 0, 1) = 1
-        advance 1h
-        expect count 1 call *)"},
+        event 0x2304 | advance 179999ms | expect no call *
+        advance 1ms | expect call SetSuspendState(0, 0, 1) = 1
+        advance 1h | expect count 1 call *)"},
     {"to hibernation", "", R"(
-        event 0x2404
-        advance 3m
-        expect call SetSystemPowerState(0, 0) = 1)"},
+        event 0x2404 | advance 3m | expect call SetSystemPowerState(0, 0) = 1)"},
     {"no other state", "", R"(
-        event 0x2504
-        advance 1h
-        expect no call *)"},
+        event 0x2504 | advance 1h | expect no call *)"},
     {"at once when the bus disconnects, and not again", "", R"(
-        event 0x2304
-        advance 10s
-        event 0x3003
-        advance 2999ms
-        expect no call *
-        advance 1ms
-        expect call SetSuspendState(0, 0, 1) = 1
-        advance 1h
-        expect count 1 call *)"},
+        event 0x2304 | advance 10s | event 0x3003 | advance 2999ms | expect no call *
+        advance 1ms | expect call SetSuspendState(0, 0, 1) = 1
+        advance 1h | expect count 1 call *)"},
     {"without the pause before Vista", "windows version 5.2", R"(
-        event 0x2404
-        advance 10s
-        event 0x4003
-        expect call SetSystemPowerState(0, 0) = 1)"},
+        event 0x2404 | advance 10s | event 0x4003 | expect call SetSystemPowerState(0, 0) = 1)"},
     {"a disconnect with nothing armed", "", R"(
-        event 0x3003
-        advance 1h
-        expect no call *)"},
+        event 0x3003 | advance 1h | expect no call *)"},
     {"a disconnect after the timer", "", R"(
-        event 0x2304
-        advance 3m
-        expect call SetSuspendState*
-        event 0x3003
-        advance 1h
-        expect no call *)"},
+        event 0x2304 | advance 3m | expect call SetSuspendState*
+        event 0x3003 | advance 1h | expect no call *)"},
     {"both timers act, on the later state", "", R"(
-        event 0x2304
-        advance 1m
-        event 0x2404
-        advance 2m
+        event 0x2304 | advance 1m | event 0x2404 | advance 2m
         expect call SetSystemPowerState(0, 0) = 1
-        advance 1m
-        expect call SetSystemPowerState(0, 0) = 1
-        expect count 2 call *)"},
+        advance 1m | expect call SetSystemPowerState(0, 0) = 1 | expect count 2 call *)"},
     {"a disconnect takes the state from both", "", R"(
-        event 0x2304
-        advance 1m
-        event 0x2304
-        advance 30s
-        event 0x3003
-        advance 1h
+        event 0x2304 | advance 1m | event 0x2304 | advance 30s | event 0x3003 | advance 1h
         expect count 1 call *)"},
     {"between two timers it finds none armed, but takes the state from the second", "", R"(
-        event 0x2304
-        advance 1m
-        event 0x2304
-        advance 2m
-        event 0x3003
-        advance 1h
+        event 0x2304 | advance 1m | event 0x2304 | advance 2m | event 0x3003 | advance 1h
         expect no call *)"},
     {"armed again after a disconnect", "", R"(
-        event 0x2304
-        event 0x3003
-        advance 3s
-        expect call SetSuspendState*
-        event 0x2404
-        advance 179999ms
-        expect no call *
-        advance 1ms
-        expect call SetSystemPowerState*)"},
+        event 0x2304 | event 0x3003 | advance 3s | expect call SetSuspendState*
+        event 0x2404 | advance 179999ms | expect no call *
+        advance 1ms | expect call SetSystemPowerState*)"},
     {"awake again hours later", "windows suspend takes 5h", R"(
-        event 0x2304
-        advance 10s
-        event 0x3003
-        event 0x2404
-        advance 5h
-        advance 3s
+        event 0x2304 | advance 10s | event 0x3003 | event 0x2404 | advance 5h | advance 3s
         expect count 1 call *
-        advance 3m
-        expect count 2 call *)"},
+        advance 3m | expect count 2 call *)"},
     {"the privilege refused", "windows privilege SeShutdownPrivilege refused", R"(
-        event 0x2304
-        advance 1h
-        expect no call *)"},
+        event 0x2304 | advance 1h | expect no call *)"},
     {"no timer thread: a disconnect still acts", "", R"(
-        fail CreateThread
-        event 0x2304
-        advance 1h
-        expect no call *
-        event 0x3003
-        advance 3s
-        expect call SetSuspendState(0, 0, 1) = 1)"},
+        fail CreateThread | event 0x2304 | advance 1h | expect no call *
+        event 0x3003 | advance 3s | expect call SetSuspendState(0, 0, 1) = 1)"},
     {"a thread that cannot be asked is dropped, not ended", "", R"(
-        event 0x2304
-        fail GetExitCodeThread
-        event 0x3003
-        advance 1h
+        event 0x2304 | fail GetExitCodeThread | event 0x3003 | advance 1h
         expect count 1 call *)"},
 };
 
@@ -346,22 +233,13 @@ TEST(Power, NothingGrowsWithEveryWakeup) {
     bench.started();
     // The latest timer thread's handle stays until the next event.
     bench.run(R"(
-        event 0x2304
-        advance 4m
-        event 0x2013
-        advance 1m)");
+        event 0x2304 | advance 4m | event 0x2013 | advance 1m)");
     const size_t handles = sim::handle_count(sim::service_process());
     const size_t loads = sim::module_loads("powrprof.dll");
     for (int i = 0; i < 20; ++i)
         bench.run(R"(
-            event 0x2304
-            event 0x2404
-            advance 4m
-            event 0x5001
-            event 0x100C
-            event 0x6012
-            event 0x2013
-            advance 1m)");
+            event 0x2304 | event 0x2404 | advance 4m | event 0x5001 | event 0x100C
+            event 0x6012 | event 0x2013 | advance 1m)");
     EXPECT_EQ(handles, sim::handle_count(sim::service_process()));
     EXPECT_EQ(0u, sim::loaded_modules());
     // Two returns (one function each), the policy, one function for hibernation, one for sleep, two for the

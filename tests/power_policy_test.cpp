@@ -100,8 +100,7 @@ static const UserCase g_users[] = {
     {"a SID too long for its place", g_known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8-9", ".DEFAULT",
      ""},
     {"the longest that fits", g_known + R"(
-        windows account anna S-1-5-1-2-3-4-5-6-7-8
-        registry set HKU\S-1-5-1-2-3-4-5-6-7-8)",
+        windows account anna S-1-5-1-2-3-4-5-6-7-8 | registry set HKU\S-1-5-1-2-3-4-5-6-7-8)",
      "S-1-5-1-2-3-4-5-6-7-8", ""},
     {"the hive is loaded already", g_known + g_profile + "\nregistry set HKU\\S-1-5-21-1-2-3-1001", g_anna,
      ""},

@@ -4,8 +4,7 @@
 TEST(Service, StartReportsEachCheckPointAndStopTearsDownInOrder) {
     Bench bench;
     bench.run(R"(
-        start
-        expect next status START_PENDING 0/0 checkpoint 1
+        start | expect next status START_PENDING 0/0 checkpoint 1
         expect next status START_PENDING 0/0 checkpoint 2
         expect next status START_PENDING 0/0 checkpoint 3
         expect next status START_PENDING 0/0 checkpoint 4
@@ -14,27 +13,17 @@ TEST(Service, StartReportsEachCheckPointAndStopTearsDownInOrder) {
         expect next registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 0x1
         expect next registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 0x3
         expect next registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0x1
-        expect next status START_PENDING 0/0 checkpoint 5
-        expect request MHKV(0x0) = 0x200
-        expect request DYTC(0x0) = 0x0
-        expect registry create SVC\Transform\Parameters
-        expect request GMMS(0x0) = 0x1
-        expect status RUNNING 0/0
-        expect request REGISTEREVENTS(48 bytes)
-        check handles 0
-        stop
-        expect next status STOP_PENDING 0/0 checkpoint 1
+        expect next status START_PENDING 0/0 checkpoint 5 | expect request MHKV(0x0) = 0x200
+        expect request DYTC(0x0) = 0x0 | expect registry create SVC\Transform\Parameters
+        expect request GMMS(0x0) = 0x1 | expect status RUNNING 0/0
+        expect request REGISTEREVENTS(48 bytes) | check handles 0
+        stop | expect next status STOP_PENDING 0/0 checkpoint 1
         expect next status STOP_PENDING 0/0 checkpoint 2
         expect next status STOP_PENDING 0/0 checkpoint 3
         expect next request CONNECT(0x0) = 0x0
-        expect next registry delete HKLM\Software\ZOR\ZORPM
-        expect next status STOPPED 0/0
-        expect next process "" ended 0
-        expect no request UNREGISTEREVENTS*
-        check handles 0
-        start
-        advance 1s
-        check status RUNNING 0/0)");
+        expect next registry delete HKLM\Software\ZOR\ZORPM | expect next status STOPPED 0/0
+        expect next process "" ended 0 | expect no request UNREGISTEREVENTS* | check handles 0
+        start | advance 1s | check status RUNNING 0/0)");
 }
 
 TEST(Service, TheStartsOrderOfSubsystems) {
@@ -43,28 +32,19 @@ TEST(Service, TheStartsOrderOfSubsystems) {
     bench.run(R"(
         firmware DYTC(0) = 0x30000001
         registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS SystemFamily sz "Corbel K21 Tablet"
-        registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1"
-        start
+        registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD1" | start
         expect registry create SVC\Parameters\Capability
         expect registry create SVC\Parameters2\Type10\Capability
-        expect registry create SVC\Configurations
-        expect registry SVC\TMC Version = 0x3000
-        expect request TABGETSTATE(0x0) = 0x0
-        expect registry create SVC\Transform\Parameters
-        expect request SYSTEMFAMILY(0x0) = 0x0
-        expect status RUNNING 0/0)");
+        expect registry create SVC\Configurations | expect registry SVC\TMC Version = 0x3000
+        expect request TABGETSTATE(0x0) = 0x0 | expect registry create SVC\Transform\Parameters
+        expect request SYSTEMFAMILY(0x0) = 0x0 | expect status RUNNING 0/0)");
 }
 
 TEST(Service, TheDriverIsProbedElevenTimes) {
     Bench bench;
     bench.run(R"(
-        driver missing
-        start
-        advance 3299ms
-        check status START_PENDING
-        advance 1ms
-        expect status STOPPED 1066/680002
-        check status STOPPED 1066/680002)");
+        driver missing | start | advance 3299ms | check status START_PENDING
+        advance 1ms | expect status STOPPED 1066/680002 | check status STOPPED 1066/680002)");
     // The eleven probes are the only device openings.
     EXPECT_EQ(0u, sim::handle_count(sim::Kind::File));
 }
@@ -79,10 +59,7 @@ TEST(Service, ControlsAcceptedAndWaitHints) {
         EXPECT_EQ(SERVICE_WIN32_OWN_PROCESS, status.dwServiceType);
     };
     bench.run(R"(
-        driver missing for 1s
-        start
-        stop
-        expect refused stop)");
+        driver missing for 1s | start | stop | expect refused stop)");
     expect_status(SERVICE_START_PENDING, 0);
     bench.run("advance 2s");
     expect_status(SERVICE_RUNNING, SERVICE_ACCEPT_STOP);
@@ -97,46 +74,26 @@ TEST(Service, ControlsAcceptedAndWaitHints) {
 TEST(Service, ALateDriverIsFound) {
     Bench bench;
     bench.run(R"(
-        driver missing for 2s
-        start
-        advance 5s
-        expect no status STOPPED*
+        driver missing for 2s | start | advance 5s | expect no status STOPPED*
         check status RUNNING 0/0)");
 }
 
 TEST(Service, FailedStartsSayWhy) {
     const ScriptCase cases[] = {
         {"no stop event", R"(
-            fail CreateEventW
-            start
-            expect status STOPPED 1066/680003
+            fail CreateEventW | start | expect status STOPPED 1066/680003
             expect no request CONNECT*)"},
         {"no notification thread", R"(
-            start
-            advance 1s
-            stop
-            fail CreateThread 8
-            start
-            advance 1s
-            expect status STOPPED 1066/680001
-            expect no status RUNNING*
+            start | advance 1s | stop | fail CreateThread 8 | start | advance 1s
+            expect status STOPPED 1066/680001 | expect no status RUNNING*
             expect process "" ended 0)"},
         {"no handler: nothing can be said", R"(
-            fail RegisterServiceCtrlHandlerExW
-            start
-            advance 1m
-            expect no status*)"},
+            fail RegisterServiceCtrlHandlerExW | start | advance 1m | expect no status*)"},
         {"no dispatcher", R"(
-            fail StartServiceCtrlDispatcherW
-            start
-            expect next process "" ended 0)"},
+            fail StartServiceCtrlDispatcherW | start | expect next process "" ended 0)"},
         {"no version", R"(
-            fail GetVersionExW
-            start
-            expect next process "" ended 0
-            fail GetVersionExW
-            run "-helper"
-            expect next process "-helper" ended 0)"},
+            fail GetVersionExW | start | expect next process "" ended 0
+            fail GetVersionExW | run "-helper" | expect next process "-helper" ended 0)"},
     };
     run_cases("", cases);
 }
@@ -144,40 +101,28 @@ TEST(Service, FailedStartsSayWhy) {
 TEST(Service, ConnectingStopsAtTheFirstFailureAndTheServiceRunsOn) {
     const ScriptCase cases[] = {
         {"kept", R"(
-            start
-            check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0
+            start | check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0
             check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
             check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 3)"},
         {"of another type: rewritten", R"(
-            registry set HKLM\Software\ZOR\ZORPM HibFileCreation sz "no"
-            start
+            registry set HKLM\Software\ZOR\ZORPM HibFileCreation sz "no" | start
             check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 1)"},
         {"the request fails", R"(
-            firmware CONNECT fails times 1
-            start
+            firmware CONNECT fails times 1 | start
             check registry HKLM\Software\ZOR\ZORPM CapaLidBeep absent
-            advance 1s
-            check status RUNNING
-            firmware CONNECT fails
-            stop
-            expect no registry delete*
+            advance 1s | check status RUNNING
+            firmware CONNECT fails | stop | expect no registry delete*
             expect status STOPPED 0/0)"},
         {"the first value cannot be written", R"(
-            fail RegSetValueExW
-            start
+            fail RegSetValueExW | start
             check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa absent)"},
         {"the second", R"(
-            fail RegSetValueExW 2
-            registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
-            start
-            check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
+            fail RegSetValueExW 2 | registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
+            start | check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
             check registry HKLM\Software\ZOR\ZORPM HibFileCreation absent)"},
         {"a subkey keeps the key", R"(
-            registry set HKLM\Software\ZOR\ZORPM\CPUControl
-            start
-            advance 1s
-            registry set HKLM\Software\ZOR\ZORPM\Other
-            stop
+            registry set HKLM\Software\ZOR\ZORPM\CPUControl | start | advance 1s
+            registry set HKLM\Software\ZOR\ZORPM\Other | stop
             expect no registry delete HKLM\Software\ZOR\ZORPM
             check registry HKLM\Software\ZOR\ZORPM present)"},
     };
@@ -187,25 +132,17 @@ TEST(Service, ConnectingStopsAtTheFirstFailureAndTheServiceRunsOn) {
 TEST(Service, RunModes) {
     const ScriptCase cases[] = {
         {"a console start fails silently", R"(
-            run ""
-            expect next process "" ended 0)"},
+            run "" | expect next process "" ended 0)"},
         {"any other text goes to the dispatcher", R"(
-            run "-helper "
-            expect next process "-helper " ended 0
-            run "-helper x"
-            expect next process "-helper x" ended 0
-            run "-PnPTask -helper"
-            expect next process "-PnPTask -helper" ended 0)"},
+            run "-helper " | expect next process "-helper " ended 0
+            run "-helper x" | expect next process "-helper x" ended 0
+            run "-PnPTask -helper" | expect next process "-PnPTask -helper" ended 0)"},
         {"switches ignore case", R"(
-            run "-HELPER"
-            expect no process*)"},
+            run "-HELPER" | expect no process*)"},
         {"the clean-up run with no owners known leaves all alone", R"(
-            run "-pnptask"
-            expect next process "-pnptask" ended 0)"},
+            run "-pnptask" | expect next process "-pnptask" ended 0)"},
         {"a helper that cannot have its mutex still runs", R"(
-            fail CreateMutexW
-            run "-helper"
-            expect no process*)"},
+            fail CreateMutexW | run "-helper" | expect no process*)"},
     };
     run_cases("", cases);
 }
@@ -239,17 +176,9 @@ TEST(Service, NamesTakenByOthers) {
             const std::string object = sim::format("windows object \"%s\" ", name);
             bench.started(object + how);
             bench.run(object + R"(set
-                control 131
-                registry set SVC\Parameters\CurrentSetting @ dword 0x10
-                event 0x4012
-                advance 10m
-                control 132
-                advance 1s
-                check status RUNNING
-                stop
-                advance 10s
-                check status STOPPED
-                check handles 0)");
+                control 131 | registry set SVC\Parameters\CurrentSetting @ dword 0x10
+                event 0x4012 | advance 10m | control 132 | advance 1s | check status RUNNING
+                stop | advance 10s | check status STOPPED | check handles 0)");
         }
     }
 }
@@ -271,8 +200,7 @@ TEST(Service, EventsKeptSetByOthers) {
     bench.run(R"(expect no request MHKM*
                  registry set SVC\Parameters\CurrentSetting @ dword 0x10
                  expect request MHKM(5, 1)
-                 stop
-                 check status STOPPED)");
+                 stop | check status STOPPED)");
 }
 
 // What each of the lid inhibit's names costs, and that a freed one serves again.
@@ -280,20 +208,12 @@ TEST(Service, LidInhibitWithoutItsEvents) {
     run_cases(R"(firmware GETLIDSTATUS = 2
                  firmware LCDCSGETSTATE = 3)",
               {{"no timer, nothing limited", R"(
-                  windows object "PMDRVLCDCSTIMERRESET" event denied
-                  start
-                  control 131
-                  advance 1h
-                  expect no request LCDCSCONTROL(0x2)*)"},
+                  windows object "PMDRVLCDCSTIMERRESET" event denied | start | control 131
+                  advance 1h | expect no request LCDCSCONTROL(0x2)*)"},
                {"no watchdog until the name is free", R"(
-                   windows object "PMDRVLCDCSWATCHDOG" event denied
-                   start
-                   control 131
-                   advance 1h
-                   expect no request GETLIDSTATUS*
-                   windows object "PMDRVLCDCSWATCHDOG" free
-                   control 131
-                   advance 302s
+                   windows object "PMDRVLCDCSWATCHDOG" event denied | start | control 131
+                   advance 1h | expect no request GETLIDSTATUS*
+                   windows object "PMDRVLCDCSWATCHDOG" free | control 131 | advance 302s
                    expect request LCDCSCONTROL(0x2)*)"}});
 }
 
@@ -313,20 +233,14 @@ TEST(Service, TheFirstNotificationDuringTheStart) {
         EXPECT_EQ(when == "at-registration", by_handler != 0);
         overlapped += by_handler != 0;
         bench.run(R"(
-            check status RUNNING 0/0
-            check registry SVC\Transform\CurrentStatus MM = 3
+            check status RUNNING 0/0 | check registry SVC\Transform\CurrentStatus MM = 3
             check registry SVC\Transform\CurrentStatus Lid = 2
             check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 3
             check registry HKLM\SOFTWARE\Dolby\DAX MultimodeFormFactor = 3
-            check device slate = 0
-            check handles 0
-            mark
-            event 0x60C0
-            advance 1s
+            check device slate = 0 | check handles 0
+            mark | event 0x60C0 | advance 1s
             expect registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 0x3
-            stop
-            advance 1s
-            check status STOPPED 0/0)");
+            stop | advance 1s | check status STOPPED 0/0)");
     });
     EXPECT_LT(50u, overlapped);
 }
@@ -336,43 +250,22 @@ TEST(Service, TheFirstNotificationDuringTheStart) {
 TEST(Service, TheNotificationThreadSuspendedInAnEvent) {
     const ScriptCase cases[] = {
         {"and continued", R"(
-            handler power monitor 1
-            advance 20s
-            expect request GMMS(0x0) = 0x4
-            check status PAUSED 0/0
-            check registry SVC\Transform\CurrentStatus MM = 4
+            handler power monitor 1 | advance 20s | expect request GMMS(0x0) = 0x4
+            check status PAUSED 0/0 | check registry SVC\Transform\CurrentStatus MM = 4
             expect no request GETEVENT() = 0x7000*
-            control 133
-            expect request LCDCSGETSTATE() = 0x2
-            event 0x7000
-            handler 3
-            advance 20s
-            expect status RUNNING 0/0
+            control 133 | expect request LCDCSGETSTATE() = 0x2
+            event 0x7000 | handler 3 | advance 20s | expect status RUNNING 0/0
             expect request GETEVENT() = 0x7000 0x0
             check registry SVC\Transform\CurrentStatus MM = 4
-            check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 4
-            check handles 0)"},
+            check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 4 | check handles 0)"},
         {"and stopped", R"(
-            stop
-            advance 20s
-            expect status STOPPED 0/0
-            check handles 0
-            start
-            advance 1s
-            check status RUNNING
-            event 0x7000
-            expect request GETEVENT() = 0x7000 0x0)"},
+            stop | advance 20s | expect status STOPPED 0/0 | check handles 0
+            start | advance 1s | check status RUNNING
+            event 0x7000 | expect request GETEVENT() = 0x7000 0x0)"},
     };
     run_cases(R"(
-        firmware GMMS = 3
-        start
-        advance 5s
-        firmware GMMS takes 100ms
-        event 0x60C0
-        advance 50ms
-        firmware GMMS = 4
-        handler 2
-        expect status PAUSED 0/0
+        firmware GMMS = 3 | start | advance 5s | firmware GMMS takes 100ms | event 0x60C0
+        advance 50ms | firmware GMMS = 4 | handler 2 | expect status PAUSED 0/0
         advance 10ms)",
               cases);
 }

@@ -96,11 +96,8 @@ TEST(Cleanup, Copy) {
 TEST(Cleanup, UnprotectedCopy) {
     Bench bench;
     bench.run(owners("gone.inf") + R"(
-        fail SetSecurityDescriptorControl 1
-        run "-PnPTask"
-        expect no file create*
-        expect no call CreateProcessW*
-        expect process "-PnPTask" ended 0)");
+        fail SetSecurityDescriptorControl 1 | run "-PnPTask" | expect no file create*
+        expect no call CreateProcessW* | expect process "-PnPTask" ended 0)");
     EXPECT_EQ(nullptr, sim::find_file(g_inf));
 }
 
@@ -126,11 +123,9 @@ TEST(Cleanup, NotStarted) {
         sim::set_redirection_works(true);
         sim::set_platform_service(true, true);
         bench.run(owners("gone.inf") + R"(windows task "Mestra" "Mestra Platform Task" present
-                     run "-PnPTask"
-                     expect call ControlService("MPLATSVC", 1) = 1
+                     run "-PnPTask" | expect call ControlService("MPLATSVC", 1) = 1
                      expect call DeleteTask("\Mestra", "Mestra Platform Task") = 0x0
-                     expect no call CreateProcessW*
-                     expect process "-PnPTask" ended 0)");
+                     expect no call CreateProcessW* | expect process "-PnPTask" ended 0)");
         EXPECT_FALSE(sim::redirection_off(bench.machine.processes.back().get()));
     }
 }
@@ -160,9 +155,7 @@ TEST(Cleanup, GoesOn) {
     Bench bench;
     sim::set_platform_service(false, false);
     bench.run(owners("gone.inf") + R"(file "C:\Windows\system32\rundll32.exe" absent
-                 run "-PnPTask"
-                 expect call ControlService("ZORPMSVC", 1) = 0
-                 expect no call ControlService("MPLATSVC"*
-                 expect call CreateProcessW(*) = 0
+                 run "-PnPTask" | expect call ControlService("ZORPMSVC", 1) = 0
+                 expect no call ControlService("MPLATSVC"* | expect call CreateProcessW(*) = 0
                  expect next process "-PnPTask" ended 0)");
 }

@@ -121,15 +121,9 @@ TEST(PnPTask, EveryStepSaysItsMessage) {
 TEST(PnPTask, NoRetryAfterTheStop) {
     Bench bench;
     bench.run("registry set " VERSION_KEY R"( ReleaseId sz "1809"
-                 windows scheduler missing
-                 start
-                 advance 12s
-                 stop
+                 windows scheduler missing | start | advance 12s | stop
                  check status STOPPED 0/0
-                 windows scheduler present
-                 mark
-                 advance 1m
-                 expect no *)");
+                 windows scheduler present | mark | advance 1m | expect no *)");
 }
 
 TEST(PnPTask, Release) {

@@ -140,33 +140,14 @@ static std::vector<std::string> words_of(const char* text) {
 
 // What the scenarios leave out.
 static const char g_otherOperations[] = R"(
-windows hibernate forbidden
-firmware DYTC(0) = 0x30000001
-firmware DYTC(3) = 0x03ff0001
-firmware DYTC = 0x1
-firmware GOPT(0) = 0x102
-firmware GOPT(0x100) = 1
-firmware GOPT(0x200) = 0x10001
-firmware TABGETSTATE = 8
+windows hibernate forbidden | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001
+firmware DYTC = 0x1 | firmware GOPT(0) = 0x102 | firmware GOPT(0x100) = 1
+firmware GOPT(0x200) = 0x10001 | firmware TABGETSTATE = 8
 registry set SVC\Status LastSystemTransformation dword 0
-registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS SystemFamily sz "Corbel K11 Tablet"
-start
-advance 3s
-event 0x4012
-firmware GOPT(0x200) = 1
-event 0x4012
-control 134
-control 135
-control 138
-firmware THERMALMODE = 3
-advance 2s
-event 0x60F0
-event 0x1003
-event 0x2013
-event 0x5007
-advance 6s
-signal Stop
-advance 1s
+registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS SystemFamily sz "Corbel K11 Tablet" | start
+advance 3s | event 0x4012 | firmware GOPT(0x200) = 1 | event 0x4012 | control 134 | control 135
+control 138 | firmware THERMALMODE = 3 | advance 2s | event 0x60F0 | event 0x1003 | event 0x2013
+event 0x5007 | advance 6s | signal Stop | advance 1s
 )";
 
 static void run_traced(const std::string& script, std::set<std::string>* said) {

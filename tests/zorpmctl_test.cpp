@@ -10,19 +10,13 @@ TEST(ControlProgram, RotationWordsBesideTheService) {
     static const char setup[] = R"(
         registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GDET40W"
         registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
-        windows rotation follows
-        start
-        advance 1s
+        windows rotation follows | start | advance 1s
         registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
     )";
     static const char change[] = R"(
-        together
-        event %s
-        run "zorpmctl" %s
+        together | event %s | run "zorpmctl" %s
         %s
-        end
-        advance 4s
-        expect no process * ended 1
+        end | advance 4s | expect no process * ended 1
         check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = %u
     )";
     static const char notebook[] = "TabletToClamshellForHarrow";
@@ -48,12 +42,8 @@ TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
         for (int i = 0; i < 49; ++i)
             bench.run("registry set SVC\\Parameters\\CurrentSetting @ dword 0");
         bench.run(R"(
-            together
-            registry set SVC\Parameters\CurrentSetting @ dword 0
-            run "zorpmctl" hotkey notify 5
-            end
-            advance 1s
-            expect request MHKM(5, 1)
+            together | registry set SVC\Parameters\CurrentSetting @ dword 0
+            run "zorpmctl" hotkey notify 5 | end | advance 1s | expect request MHKM(5, 1)
         )");
     });
 }
@@ -77,10 +67,7 @@ TEST(ClientHeader, NotificationsAreThoseOfTheEvents) {
     bench.started("");
     const auto flips = [&bench](const char* value, const Notification& row) {
         bench.run(sim::format(R"(
-            registry set %s dword 0
-            event 0x%x
-            advance 1s
-            check registry %s = 0x%x
+            registry set %s dword 0 | event 0x%x | advance 1s | check registry %s = 0x%x
         )",
                               value, row.code, value, ZORPM_BIT(row.k)));
     };
