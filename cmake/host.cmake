@@ -44,6 +44,16 @@ target_link_options(zorpm_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}
                     -Wl,--no-undefined)
 target_link_libraries(zorpm_image PRIVATE zorpmsim_lib)
 
+# The product once more, for schedules that hand over between two atomics too: the thread instrumentation makes each
+# access to one a call, which the machine answers. The instrumentation's own library stays out.
+add_library(zorpm_atomics_image MODULE ${product_sources})
+target_include_directories(zorpm_atomics_image PRIVATE src)
+target_compile_options(zorpm_atomics_image PRIVATE -fno-exceptions -fno-rtti -fno-sanitize=all -fsanitize=thread)
+set_target_properties(zorpm_atomics_image PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
+target_link_options(zorpm_atomics_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
+                    -Wl,--no-undefined)
+target_link_libraries(zorpm_atomics_image PRIVATE zorpmsim_lib)
+
 # The control program, another image.
 add_library(zorpmctl_image MODULE ${ctl_sources} ${ctl_shared})
 target_include_directories(zorpmctl_image PRIVATE src)
@@ -58,7 +68,7 @@ target_link_libraries(zorpmctl_image PRIVATE zorpmsim_lib)
 function(add_host_executable name)
     add_executable(${name} ${ARGN} sim/tool/sanitizer_options.cpp)
     target_link_libraries(${name} PRIVATE zorpmsim_lib)
-    add_dependencies(${name} zorpm_image zorpmctl_image)
+    add_dependencies(${name} zorpm_image zorpm_atomics_image zorpmctl_image)
 endfunction()
 
 # What zorpmsim shows, for its tests too. The page of a run is assembled into it.

@@ -27,6 +27,7 @@ struct Machine {
     std::uint64_t seed = 0;
     std::uint64_t random_state = 0;
     Schedule schedule;
+    bool hands_over_at_atomics = false; // of processes started from now on
     Ms now = 0;
     StateSlots state;
 

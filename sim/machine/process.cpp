@@ -122,7 +122,8 @@ static Process* start_program(const std::string& program, const std::string& com
 }
 
 Process* start_process(const std::string& command_line, DWORD session, bool service) {
-    return start_program("zorpm", command_line, session, service);
+    return start_program(machine().hands_over_at_atomics ? "zorpm_atomics" : "zorpm", command_line, session,
+                         service);
 }
 
 Process* start_control_program(const std::string& arguments, DWORD session) {

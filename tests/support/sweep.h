@@ -51,8 +51,8 @@ constexpr std::uint64_t runs_of(std::uint64_t seeds) {
     return seeds + seeds / SEEDS_PER_REPETITION;
 }
 
-// Runs `body` on a machine of each seed from 1 to `seeds`. The seed is named when something fails, and no
-// further one is run.
+// Runs `body` on a machine of each seed from 1 to `seeds`, half of them with overtaking between two atomics.
+// The seed is named when something fails, and no further one is run.
 inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& body) {
     const char* chosen = std::getenv("ZORPM_SEED");
     const std::uint64_t only = chosen != nullptr ? std::strtoull(chosen, nullptr, 0) : 0;
@@ -63,6 +63,7 @@ inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& bo
         std::vector<std::string> lines[2];
         for (int round = 0; round < (repeated ? 2 : 1) && !::testing::Test::HasFailure(); ++round) {
             Bench bench(seed);
+            bench.machine.hands_over_at_atomics = seed % 4 >= 2;
             body(bench);
             hash[round] = bench.machine.trace_hash;
             for (const sim::TraceLine& line : bench.machine.trace)
