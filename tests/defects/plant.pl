@@ -12,7 +12,7 @@
 #
 # An empty line ends a row. Each "in" is one place, and a row may have several. What stays and the old text, one after
 # the other, must be found exactly once in the file; white space does not count, and a line may begin and end anywhere.
-# "needs sweeps" in a row has the sweeps run, too. A line with # at its beginning is a comment.
+# "needs FILTER" in a row has these sweeps run, too. A line with # at its beginning is a comment.
 use strict;
 use warnings;
 use File::Basename;
@@ -32,7 +32,7 @@ for my $list (sort glob "$folder_of_rows/*.txt") {
             push @rows, $row = {name => "$folder/$1", breaks => $2, needs => 'none', places => []};
         }
         elsif ($row && /^in (\S+)$/) { push @{$row->{places}}, $place = {file => $1, old => [], new => []} }
-        elsif ($row && /^needs (sweeps)$/) { $row->{needs} = $1 }
+        elsif ($row && /^needs (\w+Sweep\.[\w*]+)$/) { $row->{needs} = $1 }
         elsif ($place && /^([-+ ]) *(.*)$/) {
             push @{$place->{old}}, $2 if $1 ne '+';
             push @{$place->{new}}, $2 if $1 ne '-';

@@ -3,7 +3,7 @@
 # run.sh --check [NAME...] - only checks that every defect still matches the sources; a moment.
 #
 # The defects are the rows of tests/defects/FOLDER.txt (plant.pl says how one is written). NAME is FOLDER/ROW, or FOLDER
-# for all of its rows. A row that "needs sweeps" runs the sweeps too, if nothing else has failed.
+# for all of its rows. A row that "needs" sweeps runs these too, if nothing else has failed.
 # It counts as caught when a unit test, a scenario or a sweep fails or hangs; a row that does not match or does not
 # compile proves nothing and fails the run, and so do tests that fail without any defect.
 #
@@ -39,7 +39,7 @@ make_tree() { # TREE
 }
 
 # Runs the tests in a tree; prints the first failure and returns 1 when there is one.
-run_tests() { # TREE SWEEPS
+run_tests() { # TREE SWEEPS (a filter, or none)
     local status found
     cd "$1" || exit 1
     timeout -k 5 $limit_s build/zorpm_tests --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
@@ -48,8 +48,8 @@ run_tests() { # TREE SWEEPS
         timeout -k 5 $limit_s build/zorpmsim scenarios/*.txt >test.log 2>&1
         status=$?
     fi
-    if [ $status -eq 0 ] && [ "$2" = sweeps ]; then
-        timeout -k 5 $((5 * limit_s)) build/zorpm_sweeps --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
+    if [ $status -eq 0 ] && [ "$2" != none ]; then
+        timeout -k 5 $((5 * limit_s)) build/zorpm_sweeps --gtest_filter="$2" --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
         status=$?
     fi
     [ $status -ne 0 ] || return 0
@@ -91,9 +91,8 @@ count=$(nproc)
 for ((n = 0; n < count; n++)); do
     make_tree "$work/tree$n" || { echo "the tree does not build"; exit 1; }
 done
-needs=none
-[[ " ${defects[*]}" == *" sweeps "* ]] && needs=sweeps
-first=$(run_tests "$work/tree0" $needs) || { echo "the tests fail without any defect: $first"; exit 1; }
+needs=$(printf '%s\n' "${defects[@]}" | awk '$2 != "none" { print $2 }' | sort -u | paste -sd:)
+first=$(run_tests "$work/tree0" "${needs:-none}") || { echo "the tests fail without any defect: $first"; exit 1; }
 
 pids=()
 for ((n = 0; n < count; n++)); do
