@@ -37,6 +37,8 @@ target_include_directories(zorpmsim_lib PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURC
 target_compile_definitions(zorpmsim_lib PUBLIC ZORPM_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_link_libraries(zorpmsim_lib PRIVATE ${CMAKE_DL_LIBS})
 set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim)
+# The machine calls its own functions: otherwise the templates of an executable that is not optimised take their place.
+target_link_options(zorpmsim_lib PRIVATE -Wl,-Bsymbolic-functions)
 
 add_library(zorpm_image MODULE $<TARGET_OBJECTS:zorpm_objects>)
 set_target_properties(zorpm_image PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)

@@ -1,5 +1,6 @@
 #include "sim/machine/machine.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -44,6 +45,20 @@ std::uint64_t random_below(std::uint64_t bound) {
     return bound != 0 ? drawn % bound : 0;
 }
 
+size_t next_state_number() {
+    static size_t next = 0;
+    return next++;
+}
+
+void StateSlots::clear() {
+    // What ends may still look at what was made before it.
+    while (!made.empty()) {
+        const std::shared_ptr<void> last = std::move(made.back());
+        made.pop_back();
+        std::replace(by_number.begin(), by_number.end(), last.get(), static_cast<void*>(nullptr));
+    }
+}
+
 Machine::Machine(std::uint64_t chosen_seed)
     : seed(chosen_seed), random_state(chosen_seed), schedule(chosen_seed), outer(g_machine) {
     if (outer != nullptr && outer->running != nullptr) {
@@ -66,7 +81,7 @@ Machine::~Machine() {
         end_process(processes[i].get(), 0);
     handles.clear();
     own_process = {};
-    state.slots.clear();
+    state.clear();
     for (auto& thread : threads) {
         if (thread->fiber != nullptr)
             fiber_release(thread->fiber);

@@ -52,7 +52,8 @@ struct Machine {
     std::vector<std::unique_ptr<Process>> processes;
     std::vector<std::unique_ptr<Thread>> threads;
     std::vector<Thread*> ready;
-    std::vector<Thread*> waiting; // in the order in which they began to wait
+    std::vector<Thread*> waiting;  // in the order in which they began to wait
+    std::vector<Thread*> runnable; // as last looked for
     std::unordered_map<std::uintptr_t, HandleEntry> handles;
     std::uintptr_t next_handle = 0x100;
     HandleEntry own_process; // what INVALID_HANDLE_VALUE stands for, while a call looks at it

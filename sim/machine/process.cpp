@@ -68,9 +68,15 @@ void end_thread(Thread* thread, DWORD exit_code) {
         mutex->owned_depth = 0;
         mutex->abandoned = true;
     }
+    const bool abandons = !thread->owned.empty();
     thread->owned.clear();
-    thread->state.slots.clear();
-    signal_object(*thread->object);
+    thread->state.clear();
+    if (abandons) {
+        thread->object->signaled = true;
+        wake_waiting();
+    } else {
+        signal_object(*thread->object);
+    }
     if (thread == m.running) {
         leave_for_good(thread);
     }
@@ -152,7 +158,7 @@ void end_process(Process* process, DWORD exit_code) {
             end_thread(thread.get(), exit_code);
     }
     close_handles_of(process);
-    process->state.slots.clear();
+    process->state.clear();
     process->local_blocks = 0;
     if (process->image != nullptr)
         image_release(process->image);

@@ -42,8 +42,7 @@ struct Thread {
     std::function<DWORD()> body;
     StateSlots state;
     // the wait it is in
-    std::vector<Object*> objects;
-    std::vector<ObjectRef> keep; // keeps the objects alive while a wait on them lasts
+    std::vector<ObjectRef> objects; // alive while it lasts
     bool wait_all = false;
     Ms deadline = NEVER;
     DWORD wait_result = 0;

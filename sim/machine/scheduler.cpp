@@ -42,9 +42,10 @@ static void yield() {
     hand_over_to_machine(thread);
 }
 
-// The others that could run now.
-static std::vector<Thread*> runnable() {
-    std::vector<Thread*> threads;
+// The others that could run now; until the next look.
+static const std::vector<Thread*>& runnable() {
+    std::vector<Thread*>& threads = machine().runnable;
+    threads.clear();
     for (Thread* thread : machine().ready) {
         if (thread->suspended == 0) // a suspended one keeps its place
             threads.push_back(thread);
@@ -56,7 +57,7 @@ void may_hand_over(const char* where) {
     Machine& m = machine();
     if (m.running == nullptr || m.ready.empty() || m.schedule.policy == Policy::First)
         return;
-    const std::vector<Thread*> others = runnable();
+    const std::vector<Thread*>& others = runnable();
     if (others.empty())
         return;
     Thread* other = overtaker(where, others);
@@ -91,16 +92,16 @@ static bool take(Object& object, Thread* thread) {
 
 // Whether the wait can end now; then it takes its objects and writes the result.
 static bool satisfy(Thread* thread) {
-    std::vector<Object*>& objects = thread->objects;
+    const std::vector<ObjectRef>& objects = thread->objects;
     if (objects.empty())
         return false;
     if (thread->wait_all) {
-        for (const Object* object : objects) {
+        for (const ObjectRef& object : objects) {
             if (!available(*object, thread))
                 return false;
         }
         bool abandoned = false;
-        for (Object* object : objects)
+        for (const ObjectRef& object : objects)
             abandoned |= take(*object, thread);
         thread->wait_result = abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
         return true;
@@ -117,7 +118,6 @@ static bool satisfy(Thread* thread) {
 
 static void end_wait(Thread* thread) {
     thread->objects.clear();
-    thread->keep.clear();
     thread->deadline = NEVER;
 }
 
@@ -140,9 +140,20 @@ void wake_waiting() {
     waiting.erase(std::remove_if(waiting.begin(), waiting.end(), try_wake), waiting.end());
 }
 
+// The same for those alone that a test lets through: the others' waits cannot have ended.
+template <class May> static void wake_those(May may) {
+    std::vector<Thread*>& waiting = machine().waiting;
+    waiting.erase(std::remove_if(waiting.begin(), waiting.end(),
+                                 [may](Thread* thread) { return may(*thread) && try_wake(thread); }),
+                  waiting.end());
+}
+
 void signal_object(Object& object) {
     object.signaled = true;
-    wake_waiting();
+    wake_those([&object](const Thread& thread) {
+        return std::any_of(thread.objects.begin(), thread.objects.end(),
+                           [&object](const ObjectRef& other) { return other.get() == &object; });
+    });
 }
 
 void reset_object(Object& object) {
@@ -213,17 +224,14 @@ static void count_satisfied_wait(Thread* thread) {
     end_thread(thread, 0);
 }
 
-DWORD wait_for(const std::vector<ObjectRef>& objects, bool all, DWORD timeout_ms) {
+DWORD wait_for(std::vector<ObjectRef> objects, bool all, DWORD timeout_ms) {
     Machine& m = machine();
     Thread* thread = m.running;
     if (thread == nullptr) {
         violation("a wait outside the simulated threads");
         return WAIT_FAILED;
     }
-    thread->keep = objects;
-    thread->objects.clear();
-    for (const ObjectRef& object : objects)
-        thread->objects.push_back(object.get());
+    thread->objects = std::move(objects);
     thread->wait_all = all;
     const bool satisfied = satisfy(thread);
     if (satisfied || timeout_ms == 0) {
@@ -344,7 +352,7 @@ void Machine::advance(Ms duration) {
         if (next > target)
             break;
         now = std::max(now, next);
-        wake_waiting();
+        wake_those([this](const Thread& thread) { return thread.deadline <= now; });
         run_ready();
     }
     now = std::max(now, target);

@@ -10,7 +10,7 @@
 namespace sim {
 
 // As WaitForMultipleObjects; timeout INFINITE waits for good. The current thread hands over.
-DWORD wait_for(const std::vector<ObjectRef>& objects, bool all, DWORD timeout_ms);
+DWORD wait_for(std::vector<ObjectRef> objects, bool all, DWORD timeout_ms);
 void sleep_for(Ms duration); // 0: hands over
 // Wakes every thread whose wait can end now (after a change that is no signal, such as a resumption).
 void wake_waiting();

@@ -1,7 +1,6 @@
 #include "sim/machine/text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 
 #include "sim/machine/trace.h"
@@ -12,8 +11,12 @@ namespace sim {
 constexpr size_t LONGEST_TEXT = 32768;
 
 std::string narrow(const WCHAR* text, size_t length) {
-    std::string result;
-    for (size_t i = 0; i < length; ++i) {
+    std::string result(length, '\0');
+    size_t plain = 0; // nearly all of it, nearly always
+    for (; plain < length && static_cast<unsigned>(text[plain]) < 0x80; ++plain)
+        result[plain] = static_cast<char>(text[plain]);
+    result.resize(plain);
+    for (size_t i = plain; i < length; ++i) {
         unsigned code = static_cast<unsigned>(text[i]);
         if (code >= 0xD800 && code < 0xDC00 && i + 1 < length &&
             static_cast<unsigned>(text[i + 1]) >= 0xDC00 && static_cast<unsigned>(text[i + 1]) < 0xE000)
@@ -51,8 +54,12 @@ std::string narrow(const WCHAR* text) {
 }
 
 std::u16string widen(std::string_view text) {
-    std::u16string result;
-    for (size_t i = 0; i < text.size();) {
+    std::u16string result(text.size(), u'\0');
+    size_t plain = 0;
+    for (; plain < text.size() && static_cast<unsigned char>(text[plain]) < 0x80; ++plain)
+        result[plain] = static_cast<char16_t>(text[plain]);
+    result.resize(plain);
+    for (size_t i = plain; i < text.size();) {
         const auto lead = static_cast<unsigned char>(text[i]);
         const size_t extra = lead < 0xC0 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
         unsigned code = extra == 0 ? lead : lead & (0x3Fu >> extra);
@@ -73,12 +80,24 @@ std::u16string widen(std::string_view text) {
 std::string lower(std::string_view text) {
     std::string result(text);
     for (char& c : result)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        c = lower(c);
     return result;
 }
 
 bool same_text(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && lower(a) == lower(b);
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return lower(x) == lower(y); });
+}
+
+bool TextOrder::operator()(std::string_view a, std::string_view b) const {
+    const size_t common = std::min(a.size(), b.size());
+    for (size_t i = 0; i < common; ++i) {
+        const auto x = static_cast<unsigned char>(lower(a[i]));
+        const auto y = static_cast<unsigned char>(lower(b[i]));
+        if (x != y)
+            return x < y;
+    }
+    return a.size() < b.size();
 }
 
 DWORD put_wide(WCHAR* buffer, DWORD capacity, std::string_view text) {

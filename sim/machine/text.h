@@ -17,7 +17,14 @@ size_t wide_length(const WCHAR* text);
 // fit.
 DWORD put_wide(WCHAR* buffer, DWORD capacity, std::string_view text);
 
+constexpr char lower(char c) { // ASCII
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
 bool same_text(std::string_view a, std::string_view b); // ASCII case ignored
+struct TextOrder {                                      // of maps whose keys ignore it, too
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const;
+};
 std::string lower(std::string_view text);
 std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 std::string format_list(const char* pattern, va_list arguments);

@@ -1,20 +1,30 @@
 #include "sim/machine/trace.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstring>
 
 #include "sim/machine/machine.h"
 
 namespace sim {
 
+// Eight bytes at a time; the length tells where a text ends.
+static void mix(std::string_view text) {
+    std::uint64_t hash = (machine().trace_hash ^ text.size()) * HASH_PRIME;
+    for (size_t at = 0; at < text.size(); at += sizeof(std::uint64_t)) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, text.data() + at, std::min(sizeof(word), text.size() - at));
+        hash = (hash ^ word) * HASH_PRIME;
+        hash ^= hash >> 32;
+    }
+    machine().trace_hash = hash;
+}
+
 static void add_line(std::string text, bool effect) {
     Machine& m = machine();
     TraceLine line{m.now, m.running != nullptr ? m.running->name : "machine", std::move(text), effect};
     if (effect) {
-        auto mix = [&m](std::string_view bytes) {
-            for (const char c : bytes)
-                m.trace_hash = (m.trace_hash ^ static_cast<unsigned char>(c)) * HASH_PRIME;
-        };
-        mix(std::to_string(line.time));
+        m.trace_hash = (m.trace_hash ^ line.time) * HASH_PRIME;
         mix(line.thread);
         mix(line.text);
     }
@@ -31,9 +41,11 @@ void trace(const char* pattern, ...) {
     va_end(arguments);
 }
 
-void trace_detail(const char* pattern, ...) {
-    if (!machine().keep_details)
-        return;
+bool keeps_details() {
+    return machine().keep_details;
+}
+
+void add_detail(const char* pattern, ...) {
     va_list arguments;
     va_start(arguments, pattern);
     add_line(format_list(pattern, arguments), false);

@@ -16,7 +16,10 @@ struct TraceLine {
 
 // One line per effect that someone outside the service can see; details show only with --trace-all.
 void trace(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
-void trace_detail(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+void add_detail(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+// Evaluates its arguments only where details are kept.
+#define trace_detail(...) (::sim::keeps_details() ? ::sim::add_detail(__VA_ARGS__) : void())
+bool keeps_details();
 // The product did what no correct program does; fails the run.
 void violation(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 

@@ -75,7 +75,7 @@ struct Driver {
     bool primary = true;
     bool secondary = true;
     bool stick = true;
-    std::map<std::string, std::map<std::int64_t, Answers>> answers; // by method and argument
+    std::map<std::string, std::map<std::int64_t, Answers>, TextOrder> answers; // by method and argument
     std::deque<EventRecord> events;
     ObjectRef notify[DRIVER_EVENTS];
     std::map<const Method*, LastRequest> last;
@@ -172,7 +172,7 @@ static std::vector<std::string> method_names() {
 
 static Answers& answers_for(const std::string& method, const DWORD* argument) {
     return driver()
-        .answers[lower(method)][argument != nullptr ? static_cast<std::int64_t>(*argument) : EVERY_ARGUMENT];
+        .answers[method][argument != nullptr ? static_cast<std::int64_t>(*argument) : EVERY_ARGUMENT];
 }
 
 void set_answer(const std::string& method, const DWORD* argument, const Answer& answer, unsigned times) {
@@ -225,7 +225,7 @@ static Answer answer_to(const Method& method, DWORD argument) {
     }
     if (driver().answer_hook && driver().answer_hook(method.name, argument, &answer))
         return answer;
-    auto& of_method = driver().answers[lower(method.name)];
+    auto& of_method = driver().answers[method.name];
     if (!take_answer(of_method, argument, &answer))
         take_answer(of_method, EVERY_ARGUMENT, &answer);
     return answer;
@@ -238,7 +238,7 @@ static Ms chosen_of(const Span& span) {
 }
 
 static Ms duration_of(const Method& method, DWORD argument) {
-    auto& of_method = driver().answers[lower(method.name)];
+    auto& of_method = driver().answers[method.name];
     for (const std::int64_t key : {static_cast<std::int64_t>(argument), EVERY_ARGUMENT}) {
         auto found = of_method.find(key);
         if (found != of_method.end() && found->second.takes.longest != 0)

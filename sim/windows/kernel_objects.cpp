@@ -51,7 +51,7 @@ static DWORD wait_on_handles(DWORD count, const HANDLE* handles, BOOL all, DWORD
             return WAIT_FAILED;
     }
     trace_detail("%s(%u handles, %d ms)", call, count, static_cast<int>(timeout));
-    return wait_for(objects, all != FALSE, timeout);
+    return wait_for(std::move(objects), all != FALSE, timeout);
 }
 
 static Thread* thread_of(HANDLE handle, DWORD needed, const char* call) {

@@ -15,78 +15,83 @@ Registry& registry() {
     return machine_state<Registry>();
 }
 
-std::vector<std::string> path_components(const std::string& path) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    while (start <= path.size()) {
-        const size_t end = std::min(path.find('\\', start), path.size());
-        if (end > start)
-            parts.push_back(path.substr(start, end - start));
-        start = end + 1;
-    }
+std::string_view next_name(std::string_view* path) {
+    path->remove_prefix(std::min(path->find_first_not_of('\\'), path->size()));
+    const std::string_view name = path->substr(0, path->find('\\'));
+    path->remove_prefix(name.size());
+    return name;
+}
+
+std::vector<std::string_view> path_components(std::string_view path) {
+    std::vector<std::string_view> parts;
+    for (std::string_view name = next_name(&path); !name.empty(); name = next_name(&path))
+        parts.push_back(name);
     return parts;
 }
 
-static KeyRef child(Key& key, const std::string& name, bool create) {
-    auto found = key.children.find(lower(name));
-    if (found != key.children.end())
-        return found->second;
-    if (!create)
-        return nullptr;
+static const KeyRef& make_child(Key& key, std::string_view name) {
     auto made = std::make_shared<Key>();
     made->name = name;
     made->parent = &key;
-    key.children[lower(name)] = made;
-    return made;
+    return key.children[lower(name)] = made;
 }
 
-static KeyRef walk(KeyRef key, const std::vector<std::string>& parts, bool create) {
-    for (const std::string& part : parts) {
-        if (key == nullptr)
+// Each name of the path, from `key` down; null where one is missing and none is to be made.
+static KeyRef walk(const KeyRef& start, std::string_view path, bool create) {
+    const KeyRef* key = &start;
+    for (std::string_view name = next_name(&path); !name.empty(); name = next_name(&path)) {
+        const auto found = (*key)->children.find(name);
+        if (found == (*key)->children.end() && !create)
             return nullptr;
-        key = child(*key, part, create);
+        key = found != (*key)->children.end() ? &found->second : &make_child(**key, name);
     }
-    return key;
+    return *key;
 }
 
-static std::string with_service_key(const std::string& path) {
-    const bool short_form = same_text(path.substr(0, 4), "SVC\\") || same_text(path, "SVC");
-    return short_form ? g_serviceKey + path.substr(3) : path;
+KeyRef find_below(const KeyRef& key, std::string_view path) {
+    return walk(key, path, false);
 }
 
-static KeyRef find_in(Registry& reg, const std::string& path, bool create) {
-    const std::vector<std::string> parts = path_components(with_service_key(path));
-    if (parts.empty())
-        return nullptr;
+static bool is_short_form(std::string_view path) {
+    return same_text(path.substr(0, 4), "SVC\\") || same_text(path, "SVC");
+}
+
+static KeyRef find_in(Registry& reg, std::string_view path, bool create) {
+    if (is_short_form(path)) {
+        const KeyRef service = find_in(reg, g_serviceKey, create);
+        return service != nullptr ? walk(service, path.substr(3), create) : nullptr;
+    }
+    const std::string_view first = next_name(&path);
     for (size_t root = 0; root < ARRAYSIZE(g_registryRoots); ++root) {
-        if (same_text(parts[0], g_registryRoots[root]))
-            return walk(reg.roots[root], {parts.begin() + 1, parts.end()}, create);
+        if (same_text(first, g_registryRoots[root]))
+            return walk(reg.roots[root], path, create);
     }
     return nullptr;
 }
 
-bool is_merged(const std::string& path) {
+bool is_merged(std::string_view path) {
     return same_text(path.substr(0, 5), "HKCR\\") || same_text(path, "HKCR");
 }
 
-std::string machine_classes(const std::string& path) {
-    return "HKLM\\SOFTWARE\\Classes" + path.substr(sizeof("HKCR") - 1);
+std::string machine_classes(std::string_view path) {
+    return "HKLM\\SOFTWARE\\Classes" + std::string(path.substr(sizeof("HKCR") - 1));
 }
 
-KeyRef find_key(const std::string& path, bool create) {
+KeyRef find_key(std::string_view path, bool create) {
     Registry& reg = registry();
     if (!is_merged(path))
         return find_in(reg, path, create);
-    const std::string below = path.substr(sizeof("HKCR") - 1);
+    const std::string below(path.substr(sizeof("HKCR") - 1));
     const KeyRef own = below.empty() ? nullptr : find_in(reg, "HKCU\\Software\\Classes" + below, false);
     return own != nullptr ? own : find_in(reg, machine_classes(path), create);
 }
 
 bool put_value(Key& key, const std::string& name, RegistryValue data) {
-    const auto [at, made] = key.values.try_emplace(lower(name));
-    RegistryValue& value = at->second.data;
+    auto at = key.values.find(name);
+    const bool made = at == key.values.end();
     if (made)
-        at->second.name = name;
+        at = key.values.try_emplace(lower(name), KeyValue{name, {}}).first;
+    RegistryValue& value = at->second.data;
     const bool same = !made && value.type == data.type && value.bytes == data.bytes;
     value = std::move(data);
     return !same;
@@ -97,8 +102,8 @@ static void put(Registry& reg, const std::string& path, const std::string& name,
     put_value(*find_in(reg, path, true), name, {type, std::move(bytes)});
 }
 
-const KeyValue* find_value(const Key& key, const std::string& path, const std::string& name) {
-    const auto found = key.values.find(lower(name));
+const KeyValue* find_value(const Key& key, std::string_view path, std::string_view name) {
+    const auto found = key.values.find(name);
     if (found != key.values.end())
         return &found->second;
     if (!is_merged(path))
@@ -257,10 +262,12 @@ bool registry_delete_value(const std::string& path, const std::string& name) {
     return true;
 }
 
-std::string plain_path(const std::string& path) {
+std::string plain_path(std::string_view path) {
+    const std::string full =
+        is_short_form(path) ? g_serviceKey + std::string(path.substr(3)) : std::string(path);
     std::string plain;
-    for (const std::string& part : path_components(lower(with_service_key(path))))
-        plain += part + "\\";
+    for (const std::string_view part : path_components(full))
+        plain += lower(part) + "\\";
     return plain;
 }
 
@@ -268,7 +275,9 @@ void registry_refuse(const std::string& path, REGSAM rights) {
     registry().refused[plain_path(path)] |= rights;
 }
 
-bool registry_refused(const std::string& path, REGSAM access) {
+bool registry_refused(std::string_view path, REGSAM access) {
+    if (registry().refused.empty())
+        return false;
     const std::string plain = plain_path(path);
     return std::any_of(registry().refused.begin(), registry().refused.end(), [&](const auto& row) {
         return plain.starts_with(row.first) && (row.second == EVERY_RIGHT || (row.second & access) != 0);
@@ -354,12 +363,12 @@ std::string registry_dump(const std::string& path) {
     return text;
 }
 
-std::string shown_path(const std::string& path) {
+std::string shown_path(std::string_view path) {
     constexpr size_t length = sizeof(g_serviceKey) - 1;
     if (path.size() >= length && same_text(path.substr(0, length), g_serviceKey) &&
         (path.size() == length || path[length] == '\\'))
-        return "SVC" + path.substr(length);
-    return path;
+        return "SVC" + std::string(path.substr(length));
+    return std::string(path);
 }
 
 } // namespace sim

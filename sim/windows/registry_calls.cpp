@@ -4,19 +4,21 @@
 #include <utility>
 
 #include "sim/machine/machine.h"
+#include "sim/script/expectations.h"
 #include "sim/windows/registry_tree.h"
 
 namespace sim {
 
 constexpr size_t LONGEST_KEY_NAME = 255;
 constexpr REGSAM KEY_RIGHTS = KEY_ALL_ACCESS | GENERIC_ALL | GENERIC_READ | GENERIC_WRITE;
-constexpr size_t MOST_WAITS = 100; // of one handle that has not been told of a change
+constexpr size_t MOST_OPENINGS = 1000; // remembered, if all are before the mark
+constexpr size_t MOST_WAITS = 100;     // of one handle that has not been told of a change
 
 namespace {
 
 struct ResolvedKey {
     KeyRef key;
-    std::string path;
+    std::string_view path; // while the handle is open
     DWORD access = KEY_ALL_ACCESS;
     OpenedKey* handle = nullptr; // null for a root
 };
@@ -65,8 +67,9 @@ static ResolvedKey resolve(HKEY handle, DWORD needed, const char* call, LSTATUS*
     return result;
 }
 
-static std::string joined(const std::string& base, const std::string& path) {
-    return path.empty() ? base : base + "\\" + path;
+static std::string joined(std::string_view base, const std::string& path) {
+    std::string full(base);
+    return path.empty() ? full : full.append("\\").append(path);
 }
 
 // The platform maps generic rights to the specific ones.
@@ -81,6 +84,14 @@ static REGSAM specific_rights(REGSAM access) {
     return rights;
 }
 
+// A long run forgets openings that nothing can ask for any more.
+static void note_opening(const std::string& path, REGSAM access) {
+    std::vector<KeyOpening>& openings = registry().openings;
+    if (openings.size() >= MOST_OPENINGS && openings.size() == openings.capacity())
+        std::erase_if(openings, [](const KeyOpening& opening) { return opening.at < mark_position(); });
+    openings.push_back({machine().trace.size(), path, access, current_process()});
+}
+
 static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) {
     ObjectRef object = make_object(Kind::Key, path);
     auto opened = std::make_shared<OpenedKey>();
@@ -90,28 +101,29 @@ static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) 
     object->on_last_close = key_closed;
     registry().opened.push_back(opened.get());
     if (machine().keep_trace)
-        registry().openings.push_back({machine().trace.size(), plain_path(path), access, current_process()});
+        note_opening(path, access);
     return static_cast<HKEY>(static_cast<void*>(open_handle(object, access)));
 }
 
 // What is neither modelled nor used: backups, views, links and no rights at all.
-static bool unknown_rights(REGSAM access, DWORD options, const char* call, const std::string& path) {
+static bool unknown_rights(REGSAM access, DWORD options, const char* call, LPCWSTR path) {
     if (options == 0 && access != 0 && (access & ~KEY_RIGHTS) == 0)
         return false;
-    violation("%s: %s with options 0x%x, rights 0x%x: not known here", call, path.c_str(), options, access);
+    violation("%s: %s with options 0x%x, rights 0x%x: not known here", call, narrow(path).c_str(), options,
+              access);
     return true;
 }
 
 // Right below these two stand whole hives: they are loaded, not created.
 static bool is_hive(const std::string& path) {
-    const std::vector<std::string> parts = path_components(path);
+    const std::vector<std::string_view> parts = path_components(path);
     return parts.size() == 2 && (same_text(parts[0], "HKLM") || same_text(parts[0], "HKU"));
 }
 
 // Makes the key and all that is missing above it. Null with the error.
 static KeyRef create_key(const ResolvedKey& from, const std::string& full, bool is_volatile, LSTATUS* error) {
     if ((from.access & KEY_CREATE_SUB_KEY) == 0) {
-        violation("%s: a key below needs the right to create subkeys", from.path.c_str());
+        violation("%s: a key below needs the right to create subkeys", std::string(from.path).c_str());
         *error = ERROR_ACCESS_DENIED;
         return nullptr;
     }
@@ -123,8 +135,9 @@ static KeyRef create_key(const ResolvedKey& from, const std::string& full, bool 
         *error = ERROR_ACCESS_DENIED;
         return nullptr;
     }
-    const std::vector<std::string> missing = path_components(full.substr(deepest.size()));
-    if (is_hive(deepest + "\\" + missing[0])) {
+    const std::vector<std::string_view> missing =
+        path_components(std::string_view(full).substr(deepest.size()));
+    if (is_hive(joined(deepest, std::string(missing[0])))) {
         *error = ERROR_INVALID_PARAMETER;
         return nullptr;
     }
@@ -145,8 +158,9 @@ static KeyRef create_key(const ResolvedKey& from, const std::string& full, bool 
 static LSTATUS path_error(const std::string& path) {
     if (!path.empty() && path[0] == '\\')
         return ERROR_BAD_PATHNAME;
-    for (const std::string& part : path_components(path)) {
-        if (part.size() > LONGEST_KEY_NAME)
+    std::string_view rest = path;
+    for (std::string_view name = next_name(&rest); !name.empty(); name = next_name(&rest)) {
+        if (name.size() > LONGEST_KEY_NAME)
             return ERROR_INVALID_PARAMETER;
     }
     return ERROR_SUCCESS;
@@ -167,7 +181,7 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, Missi
     access = specific_rights(access);
     if (registry_refused(full, access))
         return ERROR_ACCESS_DENIED;
-    KeyRef key = path.empty() ? from.key : find_key(full);
+    KeyRef key = path.empty() || !is_merged(full) ? find_below(from.key, path) : find_key(full);
     const bool created = key == nullptr;
     if (created && missing == Missing::Fails)
         return ERROR_FILE_NOT_FOUND;
@@ -206,7 +220,7 @@ extern "C" {
 
 LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY result) {
     SIM_CALL(ERROR_ACCESS_DENIED, last_error());
-    if (unknown_rights(access, options, "RegOpenKeyExW", narrow(path)))
+    if (unknown_rights(access, options, "RegOpenKeyExW", path))
         return ERROR_INVALID_PARAMETER;
     return open_or_create(key, path, access, Missing::Fails, result, nullptr, "RegOpenKeyExW");
 }
@@ -219,7 +233,7 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR ke
     if (reserved != 0)
         return ERROR_INVALID_PARAMETER;
     const bool is_volatile = options == REG_OPTION_VOLATILE;
-    if (unknown_rights(access, is_volatile ? 0 : options, "RegCreateKeyExW", narrow(path)))
+    if (unknown_rights(access, is_volatile ? 0 : options, "RegCreateKeyExW", path))
         return ERROR_INVALID_PARAMETER;
     if (key_class != nullptr || security != nullptr) {
         violation("RegCreateKeyExW: %s with a class or security attributes: not known here",
@@ -349,13 +363,13 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, 
     OpenedKey& watched = *opened.handle;
     // What the first call on a handle has asked for stays; the platform does not look at it again.
     if (watched.asked && watched.subtree != (subtree != FALSE)) {
-        violation("RegNotifyChangeKeyValue: %s was asked for something else before", opened.path.c_str());
+        violation("RegNotifyChangeKeyValue: %s was asked for something else before", watched.path.c_str());
         return ERROR_INVALID_PARAMETER;
     }
     trace_detail("watch %s", shown_path(opened.path).c_str());
     // Asking again while a wait is under way makes one more of them, and they pile up.
     if (watched.waits.size() >= MOST_WAITS)
-        violation("RegNotifyChangeKeyValue: %s is armed already, %zu times", opened.path.c_str(),
+        violation("RegNotifyChangeKeyValue: %s is armed already, %zu times", watched.path.c_str(),
                   watched.waits.size());
     watched.asked = true;
     watched.subtree = subtree != FALSE;

@@ -126,7 +126,7 @@ static Action compile_expect_open(Tokens& tokens) {
         bool found = false;
         std::string others;
         for (const KeyOpening& opening : registry().openings) {
-            if (opening.at < mark_position() || opening.path != plain_path(path))
+            if (opening.at < mark_position() || plain_path(opening.path) != plain_path(path))
                 continue;
             found = found || opening.access == rights;
             others += format(" 0x%x", opening.access);

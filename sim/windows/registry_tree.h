@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sim/machine/machine.h"
@@ -23,9 +24,9 @@ struct Key {
     std::string name;
     Key* parent = nullptr;
     bool deleted = false;
-    bool is_volatile = false; // gone at the machine's next start
-    std::map<std::string, KeyRef> children;
-    std::map<std::string, KeyValue> values;
+    bool is_volatile = false;                          // gone at the machine's next start
+    std::map<std::string, KeyRef, TextOrder> children; // by name, lower case; so are the values
+    std::map<std::string, KeyValue, TextOrder> values;
 };
 
 struct KeyWait {
@@ -45,8 +46,8 @@ struct OpenedKey {
 
 // One successful opening, for `expect open`.
 struct KeyOpening {
-    size_t at; // in the trace
-    std::string path;
+    size_t at;        // in the trace
+    std::string path; // as the service named it
     REGSAM access;
     const Process* process;
 };
@@ -67,25 +68,28 @@ struct Registry {
 
 Registry& registry();
 
-std::vector<std::string> path_components(const std::string& path);
+// Takes the next name off a path; "" at its end.
+std::string_view next_name(std::string_view* path);
+std::vector<std::string_view> path_components(std::string_view path);
 // "SVC\TMC" or "HKLM\..." to the key; in the merged view the user's before the machine's. A new key of the
 // view is the machine's.
-KeyRef find_key(const std::string& path, bool create = false);
-bool is_merged(const std::string& path); // of HKEY_CLASSES_ROOT
+KeyRef find_key(std::string_view path, bool create = false);
+KeyRef find_below(const KeyRef& key, std::string_view path); // not in the merged view
+bool is_merged(std::string_view path);                       // of HKEY_CLASSES_ROOT
 // The machine's half of such a path.
-std::string machine_classes(const std::string& path);
+std::string machine_classes(std::string_view path);
 // A value as a handle of this path reads it: the merged view has the machine's where the user has none.
-const KeyValue* find_value(const Key& key, const std::string& path, const std::string& name);
+const KeyValue* find_value(const Key& key, std::string_view path, std::string_view name);
 // Writes it; false when the key held the same already.
 bool put_value(Key& key, const std::string& name, RegistryValue data);
 // Whether the account of the current process may not: an ordinary user changes nothing of the machine's.
 bool user_refused(const Key* key, REGSAM access);
 // Whether opening the key with these rights is refused: by its own path, or one that it lies below.
-bool registry_refused(const std::string& path, REGSAM access);
+bool registry_refused(std::string_view path, REGSAM access);
 // All names of a key in one form: lower case, without SVC, each part ended.
-std::string plain_path(const std::string& path);
+std::string plain_path(std::string_view path);
 // As the trace shows it, with SVC for the service key.
-std::string shown_path(const std::string& path);
+std::string shown_path(std::string_view path);
 
 // Notification: to be told of what has changed.
 // `names`: a key has come or gone below it; only the watchers of whole trees ask for that.

@@ -60,22 +60,23 @@ inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& bo
         SCOPED_TRACE("seed " + std::to_string(seed));
         const bool repeated = only != 0 || seed % SEEDS_PER_REPETITION == 0;
         std::uint64_t hash[2] = {};
-        std::vector<std::string> lines[2];
+        std::vector<sim::TraceLine> lines[2];
         for (int round = 0; round < (repeated ? 2 : 1) && !::testing::Test::HasFailure(); ++round) {
             Bench bench(seed);
             bench.machine.hands_over_at_atomics = seed % 4 >= 2;
             body(bench);
             hash[round] = bench.machine.trace_hash;
-            for (const sim::TraceLine& line : bench.machine.trace)
-                lines[round].push_back(line.thread + " " + line.text);
+            lines[round] = std::move(bench.machine.trace);
         }
         if (repeated && hash[0] != hash[1] && !::testing::Test::HasFailure()) {
             size_t at = 0;
-            while (at < lines[0].size() && at < lines[1].size() && lines[0][at] == lines[1][at])
+            const auto shown = [&at](const std::vector<sim::TraceLine>& of) {
+                return at < of.size() ? of[at].thread + " " + of[at].text : "(end)";
+            };
+            while (at < lines[0].size() && shown(lines[0]) == shown(lines[1]))
                 ++at;
             ADD_FAILURE() << "the same seed gave two traces, first difference in line " << at << ": "
-                          << (at < lines[0].size() ? lines[0][at] : "(end)") << " / "
-                          << (at < lines[1].size() ? lines[1][at] : "(end)");
+                          << shown(lines[0]) << " / " << shown(lines[1]);
         }
         if (::testing::Test::HasFailure()) {
             const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
