@@ -348,6 +348,7 @@ TEST(FormFactorLidInhibit, StoppedBeforeTheRunBegins) {
             if (thread->name == "LCDCSTimerThreadProc")
                 thread->suspended = suspended;
         }
+        sim::wake_waiting();
     };
     bench.run(R"(firmware GETLIDSTATUS = 2
                  firmware LCDCSGETSTATE = 3 | start | control 131)");

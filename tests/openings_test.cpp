@@ -36,8 +36,8 @@ static void add_openings(std::set<std::string>* lines) {
     for (const sim::KeyOpening& opening : sim::registry().openings) {
         const sim::Process& process = *opening.process;
         const std::string who = process.is_service ? "service" : process.command_line;
-        const std::string path = opening.path.substr(0, opening.path.size() - 1);
-        const std::string key = sim::shown_path(path);
+        const std::string plain = sim::plain_path(opening.path);
+        const std::string key = sim::shown_path(std::string_view(plain).substr(0, plain.size() - 1));
         lines->insert(who.substr(0, who.find(' ')) + ": " + key + ": " + right_names(opening.access));
     }
 }
