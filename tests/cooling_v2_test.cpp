@@ -113,6 +113,24 @@ const ScriptCase g_inBothPhases[] = {
         registry set SVC\TMCT\Parameters CurrentSetting dword 0 | firmware GOPT(0x200) = 0
         event 0x4013 | expect no request DYTC*
         firmware GOPT(0x200) = 2 | event 0x4012 | expect no request DYTC*)"},
+    {"a setting of 2 is none of disabled", R"(
+        registry set SVC\TMCT\Parameters CurrentSetting dword 2 | firmware GOPT(0x200) = 2
+        event 0x4012 | expect request DYTC(0x201) = 0x0)"},
+    {"the key is made anew to look for the setting", R"(
+        registry delete SVC\TMCT\Parameters | event 0x4012
+        expect registry create SVC\TMCT\Parameters | expect no request DYTC*)"},
+    {"setting refused", R"(
+        registry refuse SVC\TMCT\Parameters | control 134 | expect no request DYTC*)"},
+    {"a mode beyond high performance", R"(
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware DYTC(3) = 0x601
+        firmware GOPT(0x200) = 0 | event 0x4013 | expect no request DYTC(0x101)*)"},
+    {"attached and detached meanwhile: the attach is seen first", R"(
+        registry set SVC\TMCT\Parameters SPCT dword 30 | firmware DYTC(0x201) takes 10s | event 0x4012
+        advance 1s | firmware GOPT(0x200) = 0 | event 0x4013 | event 0x4012 | mark | advance 9s
+        expect request DYTC(0x1) = 0x0 | expect request DYTC(0x101) = 0x0)"},
+    {"ended before it has begun: the start is seen first", R"(
+        control 137 | registry delete SVC\TMCT\Parameters INIT
+        together | control 136 | control 137 | end | check registry SVC\TMCT\Parameters INIT = 20)"},
     {"setting missing", R"(
         registry delete SVC\TMCT\Parameters CurrentSetting | firmware GOPT(0x200) = 2
         event 0x4012 | expect no request DYTC*)"},

@@ -42,6 +42,34 @@ TEST(CoolingVersion3, InitialisationWalksTheAnnouncedFunctions) {
         event 0x4010 | expect request DYTC(0xf8001)*)");
 }
 
+// One capability bit, one function; "" where the function is only recognised.
+TEST(CoolingVersion3, CapabilityBits) {
+    static const char* const keys[] = {"", "", "TIO", "MPH", "", "CQH", "DCC", "", "DMC", "FHP"};
+    for (unsigned bit = 0; bit < std::size(keys); ++bit) {
+        SCOPED_TRACE(bit);
+        Bench bench;
+        bench.run(FIRMWARE + sim::format(R"(
+            firmware DYTC(3) = 0x%x | start | advance 1s)",
+                                         1u | 1u << (16 + bit)));
+        for (const char* key : {"TIO", "MPH", "CQH", "DCC", "DMC", "FHP"})
+            EXPECT_EQ(std::string(key) == keys[bit], sim::registry_has_key(std::string("SVC\\TMC\\") + key));
+    }
+}
+
+TEST(CoolingVersion3, WhatIsForgottenAndWhatIsNot) {
+    run_cases("", {{"a key that is refused: the function does not follow", FIRMWARE + R"(
+        registry refuse SVC\TMC\MPH | registry refuse SVC\TMC\DMC | start | advance 1s
+        expect no request DYTC(0xf3001)* | expect no request DYTC(0xf8001)*)"},
+                   {"what was attached before a restart", "firmware GOPT(0x200) = 2" + START + R"(
+        firmware GOPT(0) fails | control 138 | advance 1s | control 142
+        expect request DYTC(0xf2001)*)"},
+                   {"a function that is announced no more", START + R"(
+        firmware DYTC(3) = 1 | control 138 | advance 1s | event 0x4012 | expect no request DYTC*)"},
+                   {"but flip mode outlives the version", START + R"(
+        firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20000000 | control 138
+        firmware GOPT(0x200) = 0x10001 | event 0x4012 | expect request DYTC(0xf2001)*)"}});
+}
+
 TEST(CoolingVersion3, TheUsersSettingIsKept) {
     const struct {
         const char* setting;

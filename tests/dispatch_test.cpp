@@ -72,6 +72,40 @@ TEST(Pump, DriverSignals) {
         stop | expect status STOPPED 0/0)");
 }
 
+// A paused pump leaves the driver's events as they are set: each has its own name. Then all but the last are
+// reset, and at the driver's Stop the handles are closed.
+TEST(Pump, EventsHaveTheirNames) {
+    Bench bench;
+    bench.started();
+    bench.run("handler 2");
+    static const std::string names[] = {"Start", "Sleep", "Resume", "Stop", "NotifyEvent"};
+    const auto open = [](const std::string& name) {
+        const auto wide = sim::widen("Global\\MestraPowerManagementDriverEventNotify" + name);
+        return CreateEventW(nullptr, TRUE, FALSE, reinterpret_cast<LPCWSTR>(wide.c_str()));
+    };
+    const auto set = [&open](const std::string& name) {
+        bool result = false;
+        sim::run_on_thread([&] {
+            HANDLE event = open(name);
+            result = WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
+            CloseHandle(event);
+        });
+        return result;
+    };
+    HANDLE kept[] = {open("Start"), open("Stop")};
+    for (const std::string& name : names) {
+        EXPECT_FALSE(set(name)) << name;
+        bench.run(name == "NotifyEvent" ? "event 0x7000" : "signal " + name);
+        EXPECT_TRUE(set(name)) << name;
+    }
+    const size_t handles = sim::handle_count(sim::service_process());
+    bench.run("handler 3");
+    EXPECT_EQ(handles - 5, sim::handle_count(sim::service_process()));
+    EXPECT_FALSE(set("Start") || set("Stop"));
+    for (HANDLE event : kept)
+        CloseHandle(event);
+}
+
 TEST(Pump, AMissingEventNeitherSpinsNorStopsTheOthers) {
     // The five notification events are the last that the start creates.
     Bench bench;
@@ -170,6 +204,8 @@ static const ScriptCase g_rowActions[] = {
         expect next request DOCKMODE(0x0) = 0x0
         event 0x4011 | expect registry SVC\Parameters\Notification Type2 = 0xc00
         expect next request DOCKMODE(0x0) = 0x0)"},
+    {"the primary device stays open until the action has ended", R"(
+        firmware DOCKMODE takes 1s | event 0x4010 | check handles 2 | advance 1s | check handles 0)"},
     {"option", R"(
         event 0x4012 | expect request GOPT(0x0) = 0x102 | expect request GOPT(0x200) = 0x0
         expect request GOPT(0x200) = 0x0
@@ -260,7 +296,9 @@ static const ScriptCase g_keysAndPages[] = {
         registry set SVC\Parameters\OverrideSetting @ dword 0x800 | firmware MHKN = 1 | start
         advance 1s | registry set SVC\Parameters\Notification @ dword 0 | event 0x100C
         expect no call* | expect no request MHKV*
-        check registry SVC\Parameters\Notification @ = 0x800)"},
+        check registry SVC\Parameters\Notification @ = 0x800
+        registry set SVC\Parameters\OverrideSetting @ sz "x" | event 0x100C | expect no call*
+        registry set SVC\Parameters\OverrideSetting @ dword 0 | event 0x100C | expect call *)"},
     {"only keys 3 and 12 can be claimed", R"(
         registry set SVC\Parameters\OverrideSetting @ dword 0xfffff7ff | start | advance 1s
         event 0x100C | expect call SetSystemPowerState(0, 0) = 1
@@ -269,10 +307,14 @@ static const ScriptCase g_keysAndPages[] = {
     {"pages notify and do nothing else", R"(
         firmware MHKN(3) = 1 | start | advance 1s | event 0x1303
         check registry SVC\Parameters2\Type10\Notification Type13 = 5
+        registry delete SVC\Parameters2\Type10\Notification Type13 | event 0x1303
+        check registry SVC\Parameters2\Type10\Notification Type13 = 4
         event 0x110C | expect no registry* | expect no call*)"},
     {"page 2 likewise", R"(
         firmware MHKN(2) = 1 | start | advance 1s | event 0x1102
         check registry SVC\Parameters2\Type10\Notification Type12 = 3
+        registry delete SVC\Parameters2\Type10\Notification Type12 | event 0x1102
+        check registry SVC\Parameters2\Type10\Notification Type12 = 2
         event 0x130C | expect no registry* | expect no call*)"},
     {"without pages the code is looked up as a classic one", R"(
         start | advance 1s | firmware MHKV = 0x100 | event 0x130C

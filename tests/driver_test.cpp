@@ -142,9 +142,12 @@ TEST(Driver, SystemFamilyIsBounded) {
     const struct {
         const char* stored;
         BOOL result;
+        const char* family = "";
     } rows[] = {
-        {"sz \"Corbel\"", TRUE}, {"dword 5", FALSE}, {"raw 1 430043004300", TRUE}, // no end
-        {"raw 1 43", TRUE},                                                        // half a character
+        {"sz \"Corbel\"", TRUE, "Corbel"},
+        {"dword 5", FALSE},
+        {"raw 1 430043004300", TRUE, "CCC"}, // no end
+        {"raw 1 43", TRUE},                  // half a character
         {"raw 1", TRUE},
     };
     for (const auto& row : rows) {
@@ -155,7 +158,7 @@ TEST(Driver, SystemFamilyIsBounded) {
         sim::run_on_thread([&row] {
             wchar_t family[SYSTEM_FAMILY_CHARACTERS];
             EXPECT_EQ(row.result, GetSystemFamily(family));
-            EXPECT_GT(8, lstrlenW(family));
+            EXPECT_EQ(row.family, sim::narrow(family));
         });
     }
     Bench bench;

@@ -31,10 +31,10 @@ BOOL press(DWORD*) {
 }
 
 // As if another thread had the indicator open.
-BOOL read_while_open(DWORD* value) {
+template <DWORD ACCESS> BOOL read_while_open(DWORD* value) {
     wchar_t* path =
         GetDevicePath({0x317FC439, 0x3F77, 0x41C8, {0xB0, 0x9E, 0x08, 0xAD, 0x63, 0x27, 0x2A, 0xA3}});
-    HANDLE other = CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE other = CreateFileW(path, ACCESS, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     ReleaseDevicePath(path);
     const BOOL result = GetSystemTransformation(value);
     const DWORD error = GetLastError();
@@ -59,7 +59,8 @@ const DeviceCase g_cases[] = {
     {"device slate missing",               slate, 0, ERROR_NO_MORE_ITEMS, NONE, ""},
     {"device slate missing",               toggle, 0, ERROR_NO_MORE_ITEMS, NONE, ""},
     {"device dock read fails",             dock,  0, ERROR_GEN_FAILURE, NONE, ""},
-    {"",                                   read_while_open, 0, ERROR_SHARING_VIOLATION, NONE, ""},
+    {"",                                   read_while_open<GENERIC_WRITE>, 0, ERROR_SHARING_VIOLATION, NONE, ""},
+    {"",                                   read_while_open<GENERIC_READ>, 0, ERROR_SHARING_VIOLATION, NONE, ""},
     {"",                                   toggle, 1, 0, NONE, "write slate 0;"},
     {"device slate = 0",                   toggle, 1, 0, NONE, "write slate 0;"},
     {"device slate second present",        toggle, 1, 0, NONE, "write slate 0;"},

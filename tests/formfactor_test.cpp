@@ -82,6 +82,22 @@ TEST(FormFactorOptions, EveryRowFromEveryState) {
     }
 }
 
+// A machine with the options of version 0x102 and posture 0, which leaves the indicator to them.
+constexpr char WITH_OPTIONS[] = R"(
+    firmware GMMS = 0 | firmware GOPT(0) = 0x102 | firmware GOPT(0x200) = 3 | start | advance 2s)";
+
+TEST(FormFactorOptions, Steps) {
+    run_cases(THERMAL + std::string(WITH_OPTIONS), {{"slate, dock, cooling", R"(
+        device slate = 1 | device dock = 0 | firmware GOPT(0x200) = 0x10001 | event 0x4012
+        expect write slate 0 | expect next write dock 0 | expect next request DYTC(0xf2001)*)"},
+                                                    {"a state that is neither is left alone", R"(
+        device slate = 7 | device dock = 7 | firmware GOPT(0x200) = 2 | event 0x4012
+        firmware GOPT(0x200) = 1 | event 0x4012 | expect no write *)"},
+                                                    {"without its type nothing is followed", R"(
+        firmware GOPT(0x100) fails | handler power resume | expect request GOPT(0x100) failed
+        expect no request GOPT(0x200)*)"}});
+}
+
 // ---- postures ----
 
 struct PostureCase {
@@ -230,6 +246,28 @@ TEST(FormFactorPostures, WithoutSupport) {
     EXPECT_EQ(thermal_commands(), ENTER_FLIP);
 }
 
+TEST(FormFactorPostures, Refresh) {
+    run_cases("registry set HKLM\\SOFTWARE\\Dolby\\DAX\nstart",
+              {{"without its keys there is no support", R"(
+        registry refuse SVC\Transform\Parameters | firmware GMMS = 3 | handler power resume
+        expect no write *)"},
+               {"a posture that is not written is not passed on", R"(
+        firmware GMMS = 5 | fail RegSetValueExW 6 | event 0x60C0
+        expect no registry HKLM\SOFTWARE\Dolby*)"},
+               {"a short posture counts", R"(
+        registry set SVC\Transform\CurrentStatus MM raw 4 03 | mark | handler power resume
+        expect registry HKLM\SOFTWARE\Dolby\DAX MultimodeFormFactor = 0x3)"}});
+    static const struct {
+        const char* word;
+        unsigned lid;
+    } lids[] = {{"= 2", 1}, {"= 3", 2}, {"= 6", 0}, {"= 7", 0}, {"= 1", 0}, {"fails", 0}};
+    for (const auto& row : lids)
+        run_case(row.word, format(R"(
+            start | firmware GETLIDSTATUS %s | handler power resume
+            check registry SVC\Transform\CurrentStatus Lid = %u)",
+                                  row.word, row.lid));
+}
+
 // ---- rotation ----
 
 // A posture event presses the button when auto-rotation is not as the posture wants it and the posture is
@@ -262,7 +300,8 @@ TEST(FormFactorRotation, Script) {
         {"no auto-rotation: the posture is recorded all the same", R"(
             start | event 0x500A | expect no write *
             check registry SVC\Status LastSystemTransformation = 1
-            check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation absent)"},
+            check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation absent
+            event 0x5009 | expect no write *)"},
         {"no previous posture: nothing is recorded", R"(
             registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
             start | registry delete SVC\Status LastSystemTransformation | event 0x500A
@@ -322,17 +361,37 @@ TEST(FormFactorRotation, LegacyModels) {
 
 // ---- the lid-inhibit limit ----
 
+TEST(FormFactorLidInhibit, Watch) {
+    run_cases("firmware GETLIDSTATUS = 2\nstart", {{"only one state is an inhibit", R"(
+        firmware LCDCSGETSTATE = 1 | control 131 | advance 10m
+        expect no request LCDCSCONTROL(0x2)*)"},
+                                                   {"a watch that could not begin", R"(
+        fail CreateThread | control 131 | control 131 | advance 5s | expect request GETLIDSTATUS*)"},
+                                                   {"an end that was set before", R"(
+        windows object "PMDRVLCDCSWATCHDOG" event | windows object "PMDRVLCDCSWATCHDOG" set
+        control 131 | advance 5s | expect count 5 request GETLIDSTATUS*)"},
+                                                   {"an end that another program sets", R"(
+        control 131 | advance 2s | windows object "PMDRVLCDCSWATCHDOG" event
+        windows object "PMDRVLCDCSWATCHDOG" set | mark | advance 2s | expect no request *
+        together | control 131 | control 132 | end | advance 2s)"}});
+}
+
 TEST(FormFactorLidInhibit, AnotherProgramStartsTheTimer) {
     Bench bench;
     // A run that is told to stop, then one that only the start event's name has begun.
     bench.run(R"(firmware GETLIDSTATUS = 2
-                 firmware LCDCSGETSTATE = 3 | start | control 131 | advance 10s
-                 firmware LCDCSGETSTATE = 2 | advance 1s)");
+                 firmware LCDCSGETSTATE = 3 | start | control 131 | advance 10s)");
+    for (const char* name : {"TIMERSIGNAL", "TIMERRESET", "WATCHDOG", "WATCHDOGTIMERSIGNAL"})
+        EXPECT_NE(nullptr, sim::find_named(std::string("PMDRVLCDCS") + name)) << name;
+    bench.run("firmware LCDCSGETSTATE = 2\nadvance 1s");
     sim::run_on_thread([] {
+        HANDLE signal = CreateEventW(nullptr, TRUE, FALSE, L"Global\\PMDRVLCDCSTIMERSIGNAL");
         HANDLE start = CreateEventW(nullptr, TRUE, FALSE, L"Global\\PMDRVLCDCSTIMERSTART");
         EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+        EXPECT_EQ(WaitForSingleObject(signal, 0), DWORD{WAIT_TIMEOUT}); // no run
         SetEvent(start);
         CloseHandle(start);
+        CloseHandle(signal);
     });
     bench.run(R"(mark
                  advance 299s | expect no request *

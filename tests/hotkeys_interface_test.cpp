@@ -152,6 +152,8 @@ TEST(HotkeyInterface, AStepThatFailsEndsItsOwnPartOnly) {
             script += std::string("\ncheck registry SVC\\Parameters2\\") + row.missing + " absent";
         bench.run(script + "\nstop\ncheck handles 0\n");
     }
+    run_case("what follows page 2 is not asked for", R"(
+        registry refuse SVC\Parameters2\Type10\Capability | start | expect no request MHKA(0x3)*)");
 }
 
 TEST(HotkeyInterface, ARestartKeepsWhatIsTheClientsAndRenewsTheRest) {

@@ -14,22 +14,27 @@ TEST(HotkeyWatch, AWatchWithoutItsEventSleepsForGood) {
     const struct {
         const WCHAR* name;
         const char* script;
+        const char* missing = "";
     } cases[] = {
         {L"Global\\PHThread", R"(
             expect no request MHKM(1, * | expect request MHKM(33, 1)
             expect request MHKM(34, 1))"},
-        {L"Global\\PHOverrideThread", "expect count 3 request MHKM*"},
+        {L"Global\\PHOverrideThread", R"(
+            expect count 3 request MHKM* | registry set SVC\Parameters\OverrideSetting @ dword 0x800
+            event 0x100C | expect call *)"},
         // The extended ones end with the first that cannot be had.
         {L"Global\\PHType12Thread", "expect count 1 request MHKM*\nexpect request MHKM(1, 1)"},
         {L"Global\\PHType12OverrideThread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
         {L"Global\\PHType13Thread", "expect count 2 request MHKM*\nexpect request MHKM(33, 1)"},
-        {L"Global\\PHType13OverrideThread", "expect count 3 request MHKM*"},
+        {L"Global\\PHType13OverrideThread", "expect count 3 request MHKM*", "PHType13OverrideThreadProc"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(sim::narrow(row.name));
         Bench bench;
         HANDLE taken = CreateMutexW(nullptr, FALSE, row.name);
-        bench.run("start\n" + std::string(WRITE_ALL) + row.script + R"(
+        bench.run("start\n" + std::string(WRITE_ALL) + row.script);
+        EXPECT_EQ(0u, live_threads(*row.missing != '\0' ? row.missing : "no such thread"));
+        bench.run(R"(
             advance 1d | stop | check status STOPPED 0/0)");
         CloseHandle(taken);
     }

@@ -66,6 +66,9 @@ TEST(Power, LidBeep) {
     }
     const PowerCase alone[] = {
         {"neither file", "", silent},
+        {"no Windows directory", R"(ini "C:\Desk\LidBeep.ini" LidCloseBeep Status 1
+          fail GetWindowsDirectoryW)",
+         silent},
         {"the desktop file", R"(ini "C:\Desk\LidBeep.ini" LidCloseBeep Status 1)", beeps},
         {"an odd byte at the end", R"(ini "C:\Desk\LidBeep.ini" LidCloseBeep Status 1
           registry set "HKLM\SOFTWARE\Wow6432Node\Mestra\ENERDSK\Path" @ raw 1 43003a005c004400650073006b0099)",
@@ -95,6 +98,9 @@ TEST(Power, SleepAndHibernation) {
             event 0x100C | expect call SetSystemPowerState(0, 0) = 1 | expect count 1 call *)"},
         {"hibernation the privilege refused", "windows privilege SeShutdownPrivilege refused",
          "event 0x100C\nexpect no call *"},
+        {"nor is the file made", "windows hibernate forbidden\nwindows privilege SeShutdownPrivilege refused",
+         "event 0x100C\nexpect no call *"},
+        {"the privilege lost meanwhile", "", "fail AdjustTokenPrivileges 2\nevent 0x100C\nexpect no call *"},
         {"the hibernation file is made", "windows hibernate forbidden", R"(
             event 0x100C | expect call CallNtPowerInformation(10) = 0
             expect call SetSystemPowerState(0, 0) = 1)"},
@@ -191,6 +197,8 @@ static const PowerCase g_returnToSleep[] = {
         advance 1h | expect count 1 call *)"},
     {"without the pause before Vista", "windows version 5.2", R"(
         event 0x2404 | advance 10s | event 0x4003 | expect call SetSystemPowerState(0, 0) = 1)"},
+    {"with it since Vista", "windows version 6.0", R"(
+        event 0x2404 | advance 10s | event 0x4003 | advance 2999ms | expect no call *)"},
     {"a disconnect with nothing armed", "", R"(
         event 0x3003 | advance 1h | expect no call *)"},
     {"a disconnect after the timer", "", R"(

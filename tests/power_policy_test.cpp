@@ -1,9 +1,11 @@
 // The user's power policy: who the user is, where the hive is, what is read and written.
 #include <algorithm>
 
+#include "power/privileges.h"
 #include "power/user_policy.h"
 #include "sim/windows/disk.h"
 #include "sim/windows/power.h"
+#include "sim/windows/security.h"
 #include "tests/support/bench.h"
 
 static std::string text_of_sid(std::vector<BYTE> authority, std::vector<DWORD> sub_authorities) {
@@ -40,6 +42,16 @@ TEST(UserPolicy, SidText) {
         WCHAR text[100];
         DWORD size = 100;
         EXPECT_FALSE(SidToString(bad, text, &size));
+    });
+}
+
+TEST(Privileges, AreGivenUpToo) {
+    Bench bench;
+    sim::run_on_thread([] {
+        for (const BOOL enable : {TRUE, FALSE}) {
+            EXPECT_TRUE(EnablePrivilege(SE_SHUTDOWN_NAME, enable));
+            EXPECT_EQ(enable != FALSE, sim::privilege_enabled("SeShutdownPrivilege", "test"));
+        }
     });
 }
 

@@ -42,11 +42,31 @@ TEST(Service, TheStartsOrderOfSubsystems) {
 
 TEST(Service, TheDriverIsProbedElevenTimes) {
     Bench bench;
+    bench.machine.count_calls = true;
     bench.run(R"(
         driver missing | start | advance 3299ms | check status START_PENDING
         advance 1ms | expect status STOPPED 1066/680002 | check status STOPPED 1066/680002)");
     // The eleven probes are the only device openings.
+    EXPECT_EQ(11u, bench.machine.call_counts["CreateFileW"]);
     EXPECT_EQ(0u, sim::handle_count(sim::Kind::File));
+}
+
+// The disconnect of the driver takes 400 s: nothing that a thread would send comes meanwhile.
+TEST(Service, TheStopEndsEveryThread) {
+    Bench bench;
+    bench.started(R"(
+        firmware QCPULEVELCTRL(0) = 1 | firmware QCPULEVELCTRL(1) = 5 | firmware GETLIDSTATUS = 2
+        firmware LCDCSGETSTATE = 3 | firmware CONNECT(0) takes 400s)");
+    bench.run(R"(
+        control 131 | advance 10s | expect request GETLIDSTATUS* | expect request GETTIMERRESOL*
+        together | control 130 | stop | end)");
+    for (const char* name :
+         {"PHThreadProc", "PHOverrideThreadProc", "CPUStateC3C4MonitorThreadProc", "MonitorOffThreadProc",
+          "LCDCSTimerThreadProc", "LCDCSWatchdogThreadProc", "TerminalThread"})
+        EXPECT_EQ(0u, live_threads(name)) << name;
+    bench.run(R"(
+        mark | registry set SVC\Parameters\CurrentSetting @ dword 1 | event 0x7000 | advance 399s
+        expect no request * | advance 1s | check status STOPPED 0/0)");
 }
 
 TEST(Service, ControlsAcceptedAndWaitHints) {

@@ -185,6 +185,26 @@ TEST(Trace, EveryOperationShowsItsEntryAndItsEnd) {
         EXPECT_TRUE(said.contains("Enter " + name)) << name;
 }
 
+// What lets go of something only says so in the trace.
+TEST(Trace, TheStopsOrder) {
+    Bench bench;
+    bench.machine.keep_details = true;
+    bench.started();
+    const size_t first = bench.machine.trace.size();
+    bench.run("stop");
+    std::string order;
+    for (size_t i = first; i < bench.machine.trace.size(); ++i) {
+        for (const char* name : {"ReportServiceStatus", "MakeConnect", "Close5nitInterface",
+                                 "TerminateAdaptiveCooling", "ClosePMDriver"})
+            order += bench.machine.trace[i].text.starts_with(std::string("says Enter ") + name + "(")
+                         ? std::string(name) + " "
+                         : "";
+    }
+    EXPECT_EQ("ReportServiceStatus ReportServiceStatus ReportServiceStatus MakeConnect Close5nitInterface "
+              "TerminateAdaptiveCooling ReportServiceStatus ClosePMDriver ",
+              order);
+}
+
 namespace {
 
 struct Decision {
