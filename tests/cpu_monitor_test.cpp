@@ -1,68 +1,65 @@
 // The CPU idle-state monitor: what it asks, writes and selects, and when it ends.
+#include <regex>
+
 #include "cpu/cpu_monitor.h"
 #include "tests/support/bench.h"
 
 #define KEY "HKLM\\Software\\ZOR\\ZORPM\\CPUControl"
 
-static const char g_wanted[] = R"(firmware QCPULEVELCTRL(0) = 1
-                                  firmware QCPULEVELCTRL(1) = 5
-                                  firmware QCPULEVELCTRL(2) = 1000)";
+static const char g_wanted[] =
+    "firmware QCPULEVELCTRL(0) = 1\nfirmware QCPULEVELCTRL(1) = 5\nfirmware QCPULEVELCTRL(2) = 1000\n";
+// A key that asks for the control, and whose own values count.
+static const char g_own[] =
+    "registry set " KEY " Workaround dword 1\nregistry set " KEY " UseRegValue dword 1\n";
+
+// CPU stands for the key.
+static void run_cpu_cases(const std::string& beginning, std::initializer_list<ScriptCase> rows) {
+    for (const ScriptCase& row : rows)
+        run_case(row.name, std::regex_replace(beginning + "\n" + row.script, std::regex("\\bCPU\\b"), KEY));
+}
 
 TEST(CpuMonitor, NewKey) {
-    run_cases("", {
-                      {"not wanted", R"(start
-                          advance 1s | expect registry create )" KEY R"(
-                          expect next request QCPULEVELCTRL(0x0) = 0x0
-                          expect next registry delete )" KEY R"(
-                          expect no request GETTIMERRESOL* | check registry )" KEY R"( absent
-                          check handles 0)"},
-                      {"not told", R"(firmware QCPULEVELCTRL(0) fails
-                        start | advance 1s | expect registry delete )" KEY R"(
-                        expect no registry )" KEY R"( Workaround*)"},
-                      {"wanted only when asked first", R"(firmware QCPULEVELCTRL(0) = 2 times 1
-                        start | advance 1s | expect registry )" KEY R"( Workaround = 0x2
-                        expect next request QCPULEVELCTRL(0x1) = 0x0
-                        expect next request QCPULEVELCTRL(0x2) = 0x0 | expect registry )" KEY
-                                                       R"( UseRegValue = 0x0
-                        expect next request QCPULEVELCTRL(0x0) = 0x0
-                        expect no registry delete )" KEY R"(
-                        expect no request GETTIMERRESOL*)"},
-                      {"refused", "registry refuse " KEY R"(
-                        start | advance 1s | check status RUNNING
-                        expect no request QCPULEVELCTRL* | check handles 0
-                        stop | check status STOPPED 0/0)"},
-                  });
+    run_cpu_cases("", {{"not wanted", R"(
+        start | advance 1s | expect registry create CPU | expect next request QCPULEVELCTRL(0x0) = 0x0
+        expect next registry delete CPU | expect no request GETTIMERRESOL*
+        check registry CPU absent | check handles 0)"},
+                       {"not told", R"(
+        firmware QCPULEVELCTRL(0) fails | start | advance 1s | expect registry delete CPU
+        expect no registry CPU Workaround*)"},
+                       {"wanted only when asked first", R"(
+        firmware QCPULEVELCTRL(0) = 2 times 1 | start | advance 1s
+        expect registry CPU Workaround = 0x2 | expect next request QCPULEVELCTRL(0x1) = 0x0
+        expect next request QCPULEVELCTRL(0x2) = 0x0 | expect registry CPU UseRegValue = 0x0
+        expect next request QCPULEVELCTRL(0x0) = 0x0 | expect no registry delete CPU
+        expect no request GETTIMERRESOL*)"},
+                       {"refused", R"(
+        registry refuse CPU | start | advance 1s | check status RUNNING
+        expect no request QCPULEVELCTRL* | check handles 0 | stop | check status STOPPED 0/0)"}});
 }
 
 TEST(CpuMonitor, ExistingKey) {
-    run_cases((std::string(g_wanted) + "\nregistry set " KEY " Workaround dword 1").c_str(),
-              {
-                  {"defaults are refreshed", R"(registry set )" KEY R"( PollingDuration dword 77
-                          start | advance 1s | expect no registry create )" KEY R"(
-                          expect registry )" KEY R"( PollingDuration = 0x5
-                          expect next registry )" KEY R"( C4TimerReso = 0x3e8
-                          expect next registry )" KEY R"( UseRegValue = 0x0)"},
-                  {"defaults that the driver refuses", R"(firmware QCPULEVELCTRL(1) fails
-                          firmware QCPULEVELCTRL(2) fails | start | advance 2ms
-                          expect registry )" KEY R"( PollingDuration = 0x0
-                          expect next registry )" KEY R"( C4TimerReso = 0x0)"},
-                  {"the registry's own", "registry set " KEY R"( UseRegValue dword 1
-                          registry set )" KEY R"( PollingDuration dword 10
-                          registry set )" KEY R"( C4TimerReso dword 20000
-                          start | advance 1s | expect no request QCPULEVELCTRL(0x1)*
-                          expect no registry )" KEY R"( *
-                          expect request GETTIMERRESOL() = 0x2625a
-                          expect no request CSTATEPARAMS*
-                          mark | advance 30s | expect count 3 request GETTIMERRESOL() = 0x2625a)"},
-                  {"turned off by a client", "registry set " KEY R"( Workaround dword 0
-                          start | advance 1s | expect count 1 request QCPULEVELCTRL(0x0) = 0x1
-                          expect no request GETTIMERRESOL*)"},
-                  {"a flag of another type counts as missing", "registry set " KEY R"( Workaround sz "1"
-                          start | advance 1s | expect no request GETTIMERRESOL*)"},
-                  {"no resolution at all", R"(firmware GETTIMERRESOL fails
-                          start | advance 20s | expect count 1 request GETTIMERRESOL() failed
-                          expect no request CSTATESELECT*)"},
-              });
+    run_cpu_cases(g_wanted + std::string("registry set CPU Workaround dword 1"),
+                  {{"defaults are refreshed", R"(
+        registry set CPU PollingDuration dword 77 | start | advance 1s | expect no registry create CPU
+        expect registry CPU PollingDuration = 0x5 | expect next registry CPU C4TimerReso = 0x3e8
+        expect next registry CPU UseRegValue = 0x0)"},
+                   {"defaults that the driver refuses", R"(
+        firmware QCPULEVELCTRL(1) fails | firmware QCPULEVELCTRL(2) fails | start | advance 2ms
+        expect registry CPU PollingDuration = 0x0 | expect next registry CPU C4TimerReso = 0x0)"},
+                   {"the registry's own", R"(
+        registry set CPU UseRegValue dword 1 | registry set CPU PollingDuration dword 10
+        registry set CPU C4TimerReso dword 20000 | start | advance 1s
+        expect no request QCPULEVELCTRL(0x1)* | expect no registry CPU *
+        expect request GETTIMERRESOL() = 0x2625a | expect no request CSTATEPARAMS*
+        mark | advance 30s | expect count 3 request GETTIMERRESOL() = 0x2625a)"},
+                   {"turned off by a client", R"(
+        registry set CPU Workaround dword 0 | start | advance 1s
+        expect count 1 request QCPULEVELCTRL(0x0) = 0x1 | expect no request GETTIMERRESOL*)"},
+                   {"a flag of another type counts as missing", R"(
+        registry set CPU Workaround sz "1" | start | advance 1s | expect no request GETTIMERRESOL*)"},
+                   {"no resolution at all", R"(
+        firmware GETTIMERRESOL fails | start | advance 20s
+        expect count 1 request GETTIMERRESOL() failed | expect no request CSTATESELECT*)"}});
 }
 
 // Threshold, resolution and current selection; what is then selected, if anything.
@@ -70,20 +67,18 @@ TEST(CpuMonitor, Selection) {
     static const struct {
         DWORD threshold, resolution, current;
         const char* selected;
-    } rows[] = {
-        {1000, 156250, 3, "0x4"},
-        {1000, 5000, 4, "0x3"},
-        {1000, 10000, 4, "0x3"},
-        {1000, 10009, 4, "0x3"},
-        {1000, 10010, 3, "0x4"},
-        {1000, 156250, 4, nullptr},
-        {1000, 5000, 3, nullptr},
-        {0, 9, 4, "0x3"},
-        {0, 10, 3, "0x4"},
-        {0, 0, 0, "0x3"},
-        {0xFFFFFFFF, 0xFFFFFFFF, 4, "0x3"},
-        {0x19999998, 0xFFFFFFFF, 3, "0x4"},
-    };
+    } rows[] = {{1000, 156250, 3, "0x4"},
+                {1000, 5000, 4, "0x3"},
+                {1000, 10000, 4, "0x3"},
+                {1000, 10009, 4, "0x3"},
+                {1000, 10010, 3, "0x4"},
+                {1000, 156250, 4, nullptr},
+                {1000, 5000, 3, nullptr},
+                {0, 9, 4, "0x3"},
+                {0, 10, 3, "0x4"},
+                {0, 0, 0, "0x3"},
+                {0xFFFFFFFF, 0xFFFFFFFF, 4, "0x3"},
+                {0x19999998, 0xFFFFFFFF, 3, "0x4"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(
             sim::format("threshold %u resolution %u current %u", row.threshold, row.resolution, row.current));
@@ -105,15 +100,12 @@ TEST(CpuMonitor, PollingDuration) {
         DWORD duration;
         sim::Ms watch;
         unsigned passes;
-    } rows[] = {
-        {1, 10000, 10},           {5000000, 3999999999, 0}, {5000000, 4000000000, 1},
-        {4000000, 4000000000, 1}, {3999999, 3999999000, 1}, {0xFFFFFFFF, 8000000000, 2},
-    };
+    } rows[] = {{1, 10000, 10},           {5000000, 3999999999, 0}, {5000000, 4000000000, 1},
+                {4000000, 4000000000, 1}, {3999999, 3999999000, 1}, {0xFFFFFFFF, 8000000000, 2}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.duration);
         Bench bench;
-        bench.run(std::string(g_wanted) + "\nregistry set " KEY " Workaround dword 1\nregistry set " KEY
-                                          " UseRegValue dword 1");
+        bench.run(std::string(g_wanted) + g_own);
         sim::registry_set_dword(KEY, "PollingDuration", row.duration);
         sim::start_thread(bench.machine.host, "monitor",
                           [] { return CPUStateC3C4MonitorThreadProc(nullptr); });
@@ -128,8 +120,7 @@ TEST(CpuMonitor, PollingDuration) {
 TEST(CpuMonitor, NoPause) {
     Bench bench;
     bench.machine.keep_trace = false;
-    bench.run(std::string(g_wanted) + "\nregistry set " KEY " Workaround dword 1\nregistry set " KEY
-                                      " UseRegValue dword 1");
+    bench.run(std::string(g_wanted) + g_own);
     unsigned passes = 0;
     sim::set_request_hook(
         [&passes](const std::string& method, const DWORD*, DWORD) { passes += method == "GETTIMERRESOL"; });

@@ -12,18 +12,16 @@ static std::string right_names(REGSAM access) {
     static const struct {
         REGSAM rights;
         const char* name;
-    } rows[] = {
-        {KEY_ALL_ACCESS, "all"},
-        {KEY_READ | KEY_WRITE, "read write"},
-        {KEY_READ | KEY_SET_VALUE, "read set"},
-        {KEY_READ, "read"},
-        {KEY_WRITE, "write"},
-        {KEY_QUERY_VALUE, "query"},
-        {KEY_QUERY_VALUE | KEY_SET_VALUE, "query set"},
-        {KEY_QUERY_VALUE | KEY_NOTIFY, "query notify"},
-        {KEY_QUERY_VALUE | KEY_NOTIFY | KEY_SET_VALUE, "query notify set"},
-        {KEY_NOTIFY, "notify"},
-    };
+    } rows[] = {{KEY_ALL_ACCESS, "all"},
+                {KEY_READ | KEY_WRITE, "read write"},
+                {KEY_READ | KEY_SET_VALUE, "read set"},
+                {KEY_READ, "read"},
+                {KEY_WRITE, "write"},
+                {KEY_QUERY_VALUE, "query"},
+                {KEY_QUERY_VALUE | KEY_SET_VALUE, "query set"},
+                {KEY_QUERY_VALUE | KEY_NOTIFY, "query notify"},
+                {KEY_QUERY_VALUE | KEY_NOTIFY | KEY_SET_VALUE, "query notify set"},
+                {KEY_NOTIFY, "notify"}};
     for (const auto& row : rows) {
         if (row.rights == access)
             return row.name;
@@ -216,48 +214,4 @@ TEST(Openings, ADeviceIsOpenedAsItsRequestWants) {
             CloseHandle(device);
         });
     }
-}
-
-TEST(Openings, AKeyIsCreatedPlain) {
-    static wchar_t key_class[] = L"Class";
-    static SECURITY_ATTRIBUTES security = {};
-    static const struct {
-        const char* name;
-        wchar_t* key_class;
-        DWORD options;
-        REGSAM access;
-        SECURITY_ATTRIBUTES* security;
-        const char* violation;
-    } rows[] = {
-        {"plain", nullptr, 0, KEY_READ, nullptr, nullptr},
-        {"for a backup", nullptr, 4, KEY_READ, nullptr, "options 0x4"},
-        {"class", key_class, 0, KEY_READ, nullptr, "class"},
-        {"security", nullptr, 0, KEY_READ, &security, "class or security"},
-        {"32-bit view", nullptr, 0, KEY_READ | 0x200, nullptr, "rights 0x20219"},
-        {"no rights", nullptr, 0, 0, nullptr, "rights 0x0"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        expect_violation(row.violation, [&row] {
-            HKEY key = nullptr;
-            const LSTATUS error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\X", 0, row.key_class,
-                                                  row.options, row.access, row.security, &key, nullptr);
-            EXPECT_EQ(row.violation == nullptr, error == ERROR_SUCCESS);
-            if (key != nullptr)
-                RegCloseKey(key);
-        });
-    }
-}
-
-TEST(Openings, RightsAreRefusedOneByOne) {
-    Bench bench;
-    bench.run("registry refuse HKLM\\SOFTWARE\\X KEY_SET_VALUE|KEY_NOTIFY\nregistry set HKLM\\SOFTWARE\\X\n");
-    sim::run_on_thread([] {
-        HKEY key = nullptr;
-        EXPECT_EQ(ERROR_ACCESS_DENIED,
-                  static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\X", 0, KEY_READ, &key)));
-        EXPECT_EQ(ERROR_SUCCESS, static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\X", 0,
-                                                                  KEY_QUERY_VALUE, &key)));
-        RegCloseKey(key);
-    });
 }

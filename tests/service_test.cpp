@@ -59,14 +59,31 @@ TEST(Service, TheStopEndsEveryThread) {
         firmware LCDCSGETSTATE = 3 | firmware CONNECT(0) takes 400s)");
     bench.run(R"(
         control 131 | advance 10s | expect request GETLIDSTATUS* | expect request GETTIMERRESOL*
-        together | control 130 | stop | end)");
-    for (const char* name :
-         {"PHThreadProc", "PHOverrideThreadProc", "CPUStateC3C4MonitorThreadProc", "MonitorOffThreadProc",
-          "LCDCSTimerThreadProc", "LCDCSWatchdogThreadProc", "TerminalThread"})
+        stop)");
+    for (const char* name : {"PHThreadProc", "PHOverrideThreadProc", "CPUStateC3C4MonitorThreadProc",
+                             "LCDCSTimerThreadProc", "LCDCSWatchdogThreadProc", "TerminalThread"})
         EXPECT_EQ(0u, live_threads(name)) << name;
     bench.run(R"(
         mark | registry set SVC\Parameters\CurrentSetting @ dword 1 | event 0x7000 | advance 399s
         expect no request * | advance 1s | check status STOPPED 0/0)");
+}
+
+// A thread of moments, on many schedules: once it has been ended it looks up no user any more.
+TEST(Service, TheStopEndsAMonitorOffRequest) {
+    run_seeds(60, [](Bench& bench) {
+        bench.run(R"(
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultDomainName sz "X"
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultUserName sz "anna"
+            windows account anna S-1-5-9
+            registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-9" ProfileImagePath expand "C:\Users\A"
+            windows hive "C:\Users\A\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4"
+            start | advance 1s | mark | together | control 130 | stop | end | advance 1s)");
+        bool ended = false;
+        for (const sim::TraceLine& line : bench.machine.trace) {
+            ended |= line.text.ends_with("STOP_PENDING 0/0 checkpoint 2");
+            EXPECT_FALSE(ended && line.text.starts_with("call RegLoadKeyW"));
+        }
+    });
 }
 
 TEST(Service, ControlsAcceptedAndWaitHints) {
@@ -99,71 +116,65 @@ TEST(Service, ALateDriverIsFound) {
 }
 
 TEST(Service, FailedStartsSayWhy) {
-    const ScriptCase cases[] = {
-        {"no stop event", R"(
+    const ScriptCase cases[] = {{"no stop event", R"(
             fail CreateEventW | start | expect status STOPPED 1066/680003
             expect no request CONNECT*)"},
-        {"no notification thread", R"(
+                                {"no notification thread", R"(
             start | advance 1s | stop | fail CreateThread 8 | start | advance 1s
             expect status STOPPED 1066/680001 | expect no status RUNNING*
             expect process "" ended 0)"},
-        {"no handler: nothing can be said", R"(
+                                {"no handler: nothing can be said", R"(
             fail RegisterServiceCtrlHandlerExW | start | advance 1m | expect no status*)"},
-        {"no dispatcher", R"(
+                                {"no dispatcher", R"(
             fail StartServiceCtrlDispatcherW | start | expect next process "" ended 0)"},
-        {"no version", R"(
+                                {"no version", R"(
             fail GetVersionExW | start | expect next process "" ended 0
-            fail GetVersionExW | run "-helper" | expect next process "-helper" ended 0)"},
-    };
+            fail GetVersionExW | run "-helper" | expect next process "-helper" ended 0)"}};
     run_cases("", cases);
 }
 
 TEST(Service, ConnectingStopsAtTheFirstFailureAndTheServiceRunsOn) {
-    const ScriptCase cases[] = {
-        {"kept", R"(
+    const ScriptCase cases[] = {{"kept", R"(
             start | check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 0
             check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
             check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa = 3)"},
-        {"of another type: rewritten", R"(
+                                {"of another type: rewritten", R"(
             registry set HKLM\Software\ZOR\ZORPM HibFileCreation sz "no" | start
             check registry HKLM\Software\ZOR\ZORPM HibFileCreation = 1)"},
-        {"the request fails", R"(
+                                {"the request fails", R"(
             firmware CONNECT fails times 1 | start
             check registry HKLM\Software\ZOR\ZORPM CapaLidBeep absent
             advance 1s | check status RUNNING
             firmware CONNECT fails | stop | expect no registry delete*
             expect status STOPPED 0/0)"},
-        {"the first value cannot be written", R"(
+                                {"the first value cannot be written", R"(
             fail RegSetValueExW | start
             check registry HKLM\Software\ZOR\ZORPM SvcCtrlCodeCapa absent)"},
-        {"the second", R"(
+                                {"the second", R"(
             fail RegSetValueExW 2 | registry delete HKLM\Software\ZOR\ZORPM HibFileCreation
             start | check registry HKLM\Software\ZOR\ZORPM CapaLidBeep = 1
             check registry HKLM\Software\ZOR\ZORPM HibFileCreation absent)"},
-        {"a subkey keeps the key", R"(
+                                {"a subkey keeps the key", R"(
             registry set HKLM\Software\ZOR\ZORPM\CPUControl | start | advance 1s
             registry set HKLM\Software\ZOR\ZORPM\Other | stop
             expect no registry delete HKLM\Software\ZOR\ZORPM
-            check registry HKLM\Software\ZOR\ZORPM present)"},
-    };
+            check registry HKLM\Software\ZOR\ZORPM present)"}};
     run_cases("registry set HKLM\\Software\\ZOR\\ZORPM HibFileCreation dword 0", cases);
 }
 
 TEST(Service, RunModes) {
-    const ScriptCase cases[] = {
-        {"a console start fails silently", R"(
+    const ScriptCase cases[] = {{"a console start fails silently", R"(
             run "" | expect next process "" ended 0)"},
-        {"any other text goes to the dispatcher", R"(
+                                {"any other text goes to the dispatcher", R"(
             run "-helper " | expect next process "-helper " ended 0
             run "-helper x" | expect next process "-helper x" ended 0
             run "-PnPTask -helper" | expect next process "-PnPTask -helper" ended 0)"},
-        {"switches ignore case", R"(
+                                {"switches ignore case", R"(
             run "-HELPER" | expect no process*)"},
-        {"the clean-up run with no owners known leaves all alone", R"(
+                                {"the clean-up run with no owners known leaves all alone", R"(
             run "-pnptask" | expect next process "-pnptask" ended 0)"},
-        {"a helper that cannot have its mutex still runs", R"(
-            fail CreateMutexW | run "-helper" | expect no process*)"},
-    };
+                                {"a helper that cannot have its mutex still runs", R"(
+            fail CreateMutexW | run "-helper" | expect no process*)"}};
     run_cases("", cases);
 }
 
@@ -268,8 +279,7 @@ TEST(Service, TheFirstNotificationDuringTheStart) {
 // The notification thread suspended in the middle of an event: the other threads come through, what the event
 // still has to do is done when it goes on, and the stop does not wait for it.
 TEST(Service, TheNotificationThreadSuspendedInAnEvent) {
-    const ScriptCase cases[] = {
-        {"and continued", R"(
+    const ScriptCase cases[] = {{"and continued", R"(
             handler power monitor 1 | advance 20s | expect request GMMS(0x0) = 0x4
             check status PAUSED 0/0 | check registry SVC\Transform\CurrentStatus MM = 4
             expect no request GETEVENT() = 0x7000*
@@ -278,11 +288,10 @@ TEST(Service, TheNotificationThreadSuspendedInAnEvent) {
             expect request GETEVENT() = 0x7000 0x0
             check registry SVC\Transform\CurrentStatus MM = 4
             check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 4 | check handles 0)"},
-        {"and stopped", R"(
+                                {"and stopped", R"(
             stop | advance 20s | expect status STOPPED 0/0 | check handles 0
             start | advance 1s | check status RUNNING
-            event 0x7000 | expect request GETEVENT() = 0x7000 0x0)"},
-    };
+            event 0x7000 | expect request GETEVENT() = 0x7000 0x0)"}};
     run_cases(R"(
         firmware GMMS = 3 | start | advance 5s | firmware GMMS takes 100ms | event 0x60C0
         advance 50ms | firmware GMMS = 4 | handler 2 | expect status PAUSED 0/0

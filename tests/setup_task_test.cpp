@@ -167,15 +167,13 @@ TEST(PnPTask, Deletions) {
     static const struct {
         const char* setup;
         BOOL pnp, platform;
-    } rows[] = {
-        {"", TRUE, TRUE}, // neither is there, nor the platform's folder
-        {R"(
+    } rows[] = {{"", TRUE, TRUE}, // neither is there, nor the platform's folder
+                {R"(
             windows task "\" "Mestra Power Management Driver PnP Task" present
             windows task "Mestra" "Mestra Platform Task" present)",
-         TRUE, TRUE},
-        {"windows task \"Mestra\" \"Another\" present", TRUE, TRUE},
-        {"windows scheduler missing", FALSE, FALSE},
-    };
+                 TRUE, TRUE},
+                {"windows task \"Mestra\" \"Another\" present", TRUE, TRUE},
+                {"windows scheduler missing", FALSE, FALSE}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.setup);
         Bench bench;
@@ -228,30 +226,4 @@ TEST(PnPTask, SchedulerInTheOwnProcess) {
     with_com([] { EXPECT_TRUE(CreatePnPTask()); });
     EXPECT_LT(0u, details("CoCreateInstance(0x1)"));
     EXPECT_EQ(details("CoCreateInstance(*"), details("CoCreateInstance(0x1)"));
-}
-
-// Whoever asks an object for what it is gets it.
-TEST(PnPTask, ObjectsKnowTheirInterfaces) {
-    Bench bench;
-    with_com([] {
-        ITaskService* service = nullptr;
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_TaskScheduler, nullptr, CLSCTX_INPROC_SERVER, IID_ITaskService,
-                                         reinterpret_cast<void**>(&service)));
-        const IID other = {1, 2, 3, {}};
-        const struct {
-            IID id;
-            HRESULT result;
-        } rows[] = {{IID_ITaskService, S_OK},
-                    {sim::UNKNOWN_INTERFACE, S_OK},
-                    {IID_IExecAction, E_NOINTERFACE},
-                    {other, E_NOINTERFACE}};
-        for (const auto& row : rows) {
-            void* found = service;
-            EXPECT_EQ(row.result, service->QueryInterface(row.id, &found));
-            EXPECT_EQ(row.result == S_OK ? service : nullptr, found);
-            if (row.result == S_OK)
-                service->Release();
-        }
-        service->Release();
-    });
 }
