@@ -4,6 +4,7 @@
 
 #include "setup/pnp_task.h"
 #include "sim/windows/com.h"
+#include "sim/windows/system.h"
 #include "sim/windows/task_scheduler.h"
 #include "tests/support/bench.h"
 
@@ -56,6 +57,14 @@ TEST(PnPTask, Properties) {
     EXPECT_FALSE(task->has_password);
     EXPECT_EQ(5u, task->logon);
     EXPECT_EQ("", task->security);
+}
+
+TEST(PnPTask, LongestPath) {
+    for (const size_t length : {MAX_PATH - 1, MAX_PATH}) {
+        Bench bench;
+        sim::set_executable(std::string(length, 'x'));
+        with_com([length] { EXPECT_EQ(length < MAX_PATH, CreatePnPTask() != FALSE); });
+    }
 }
 
 // The messages of CreatePnPTask in the order of its steps. Every call that can fail does so in turn: the

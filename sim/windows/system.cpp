@@ -17,12 +17,17 @@ struct Installation {
     DWORD minor = 0;
     // Local time at virtual time 0, in seconds since 1970 as if it were UTC: 2021-06-01 09:00:00.
     std::int64_t epoch_seconds = 1622538000;
+    std::string executable = "C:\\Windows\\System32\\zorpmsvc.exe";
 };
 
 } // namespace
 
 static Installation& installation() {
     return machine_state<Installation>();
+}
+
+void set_executable(const std::string& path) {
+    installation().executable = path;
 }
 
 std::int64_t local_seconds() {
@@ -51,7 +56,6 @@ static const Release& told_release(DWORD major, DWORD minor) {
 
 static const char g_windowsFolder[] = "C:\\Windows";
 static const char g_systemFolder[] = "C:\\Windows\\System32";
-static const char g_executable[] = "C:\\Windows\\System32\\zorpmsvc.exe";
 
 // Days since 1970-01-01 of a date of the Gregorian calendar, and back.
 static std::int64_t days_from_date(std::int64_t year, unsigned month, unsigned day) {
@@ -143,8 +147,8 @@ UINT WINAPI GetSystemDirectoryW(LPWSTR buffer, UINT characters) {
 
 DWORD WINAPI GetModuleFileNameW(HMODULE, LPWSTR buffer, DWORD characters) {
     SIM_CALL(0, ERROR_GEN_FAILURE);
-    const std::u16string path = widen(g_executable);
-    if (const DWORD length = put_wide(buffer, characters, g_executable))
+    const std::u16string path = widen(installation().executable);
+    if (const DWORD length = put_wide(buffer, characters, installation().executable))
         return length;
     for (DWORD i = 0; i + 1 < characters; ++i)
         buffer[i] = static_cast<WCHAR>(path[i]);
