@@ -374,7 +374,7 @@ TEST(FormFactorLidInhibit, Watch) {
 
 // Its handle is forgotten with the watch: a request that comes before the next watch has one sets nothing.
 TEST(FormFactorLidInhibit, AnEndThatAnotherProgramSets) {
-    run_seeds(40, [](Bench& bench) {
+    run_seeds(150, [](Bench& bench) {
         bench.run(R"(
             firmware GETLIDSTATUS = 2 | start | advance 1s | control 131 | advance 2s
             windows object "PMDRVLCDCSWATCHDOG" event | windows object "PMDRVLCDCSWATCHDOG" set

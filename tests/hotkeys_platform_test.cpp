@@ -1,7 +1,6 @@
 // Which machines are Harrow platforms, and what is set up on those.
 #include "tests/support/bench.h"
 
-// How often the platform is set up: every set-up ends with publishing the flag.
 // UTF-16 text as hexadecimal digits, without an end.
 static std::string hex(const std::string& text) {
     std::string digits;
@@ -58,6 +57,7 @@ TEST(HotkeyPlatform, TheMarkIsFoundWhereItCounts) {
             script +=
                 "registry set HKLM\\HARDWARE\\DESCRIPTION\\System SystemBiosVersion " + row.system + "\n";
         bench.run(script + "start\n");
+        // Every set-up ends with publishing the flag.
         EXPECT_EQ(row.set_ups, traced("registry SVC\\Configurations\\ScreenRotation HRSPMode = 0x1"));
         EXPECT_EQ(row.set_ups != 0, sim::registry_has_key("SVC\\Configurations"));
         EXPECT_EQ(row.set_ups != 0, sim::registry_has_key("HKLM\\SOFTWARE\\Mestra\\ShortCutKey"));
@@ -67,30 +67,24 @@ TEST(HotkeyPlatform, TheMarkIsFoundWhereItCounts) {
 static const char HARROW[] = "registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion sz \"GD\"\n";
 
 TEST(HotkeyPlatform, TheSetUpInItsOrder) {
-    Bench bench;
-    bench.run(HARROW + std::string(R"(
+    std::string script = HARROW + std::string(R"(
         start | expect registry create SVC\Configurations
         expect next registry create SVC\Configurations\ScreenRotation
         expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x0
         expect next registry create SVC\Status
-        expect next registry SVC\Status LastSystemTransformation = 0x0
-        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C AppType = 0x3
-        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3C\UIAccess Parameters = "TabletToClamshellForHarrow"
-        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E AppType = 0x3
-        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3E\UIAccess Parameters = "FlipButtonForHarrow"
-        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B AppType = 0x3
-        expect next registry create HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess File = "C:\Windows\System32\zorpmctl.exe"
-        expect next registry HKLM\SOFTWARE\Mestra\ShortCutKey\AppLaunch\Ex_3B\UIAccess Parameters = "ClamshellToTabletForHarrow"
-        expect next registry SVC\Configurations\ScreenRotation HRSPMode = 0x1
-    )"));
+        expect next registry SVC\Status LastSystemTransformation = 0x0)");
+    for (const auto& [entry, word] : {std::pair{"Ex_3C", "TabletToClamshellForHarrow"},
+                                      {"Ex_3E", "FlipButtonForHarrow"},
+                                      {"Ex_3B", "ClamshellToTabletForHarrow"}}) {
+        const std::string launch = std::string("HKLM\\SOFTWARE\\Mestra\\ShortCutKey\\AppLaunch\\") + entry;
+        const std::string access = launch + "\\UIAccess";
+        for (const std::string& effect : {"create " + launch, launch + " AppType = 0x3", "create " + access,
+                                          access + R"( File = "C:\Windows\System32\zorpmctl.exe")",
+                                          access + " Parameters = \"" + word + "\""})
+            script += "\nexpect next registry " + effect;
+    }
+    Bench bench;
+    bench.run(script + "\nexpect next registry SVC\\Configurations\\ScreenRotation HRSPMode = 0x1");
     // With its null, as readers of the launch entries need it.
     const std::string key = "HKLM\\SOFTWARE\\Mestra\\ShortCutKey\\AppLaunch\\Ex_3E\\UIAccess";
     EXPECT_EQ(sim::wide_bytes("FlipButtonForHarrow"), sim::registry_value(key, "Parameters")->bytes);

@@ -69,9 +69,10 @@ namespace {
 
 struct UserCase {
     const char* name;
-    std::string script;
-    const char* user;
-    const char* effects; // "" for none
+    std::string script; // behind the user and, where there is one, his profile
+    const char* user = ".DEFAULT";
+    const char* effects = "";
+    bool profile = true;
 };
 
 } // namespace
@@ -83,84 +84,58 @@ static std::string repeated(const char* text, size_t times) {
     return all;
 }
 
-static const std::string g_known = g_winlogon;
-static const std::string g_list =
-    R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001")";
-static const std::string g_logon = R"("HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon")";
+#define SET_LOGON R"(registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" )"
+#define SET_PROFILE                                                                                          \
+    R"(registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\ProfileList\S-1-5-21-1-2-3-1001" ProfileImagePath )"
+static const char g_noLogon[] =
+    R"(registry delete "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon")";
 static const char g_anna[] = "S-1-5-21-1-2-3-1001";
 static const char g_loaded[] = R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 0)";
 // 130 characters, all of them used.
 static const std::string g_full = repeated("6100", 130);
 
 static const UserCase g_users[] = {
-    {"nobody", "", ".DEFAULT", ""},
-    {"no domain", g_known + g_profile + "\nregistry delete " + g_logon + " AltDefaultDomainName", ".DEFAULT",
-     ""},
-    {"no user", g_known + g_profile + "\nregistry delete " + g_logon + " AltDefaultUserName", ".DEFAULT", ""},
-    {"a user's name of another type",
-     g_known + g_profile + "\nregistry set " + g_logon + " AltDefaultUserName multi \"anna\"", ".DEFAULT",
-     ""},
-    {"a name longer than the limit",
-     g_known + g_profile + "\nregistry set " + g_logon + " AltDefaultUserName raw 1 " + g_full + "0000",
-     ".DEFAULT", ""},
+    {"nobody", g_noLogon},
+    {"no domain", g_noLogon + std::string(" AltDefaultDomainName")},
+    {"no user", g_noLogon + std::string(" AltDefaultUserName")},
+    {"a user's name of another type", SET_LOGON R"(AltDefaultUserName multi "anna")"},
+    {"a name longer than the limit", SET_LOGON "AltDefaultUserName raw 1 " + g_full + "0000"},
     {"a name as long as the limit, without an end",
-     g_profile + g_known + "\nregistry set " + g_logon + " AltDefaultUserName raw 1 " + g_full +
-         "\nwindows account " + std::string(130, 'a') + " S-1-5-21-1-2-3-1001",
+     SET_LOGON "AltDefaultUserName raw 1 " + g_full + "\nwindows account " + std::string(130, 'a') +
+         " S-1-5-21-1-2-3-1001",
      g_anna, g_loaded},
-    {"no such account", g_profile + g_known + "\nregistry set " + g_logon + " AltDefaultUserName sz \"bert\"",
-     ".DEFAULT", ""},
-    {"a SID too long for its place", g_known + "\nwindows account anna S-1-5-1-2-3-4-5-6-7-8-9", ".DEFAULT",
-     ""},
-    {"the longest that fits", g_known + R"(
-        windows account anna S-1-5-1-2-3-4-5-6-7-8 | registry set HKU\S-1-5-1-2-3-4-5-6-7-8)",
-     "S-1-5-1-2-3-4-5-6-7-8", ""},
-    {"the hive is loaded already", g_known + g_profile + "\nregistry set HKU\\S-1-5-21-1-2-3-1001", g_anna,
-     ""},
-    {"the hive is loaded from the profile", g_known + g_profile, g_anna, g_loaded},
-    {"the profile's path names the file itself",
-     g_known + g_profile + "\nregistry set " + g_list +
-         R"( ProfileImagePath expand "C:\Users\Anna\ntuser.dat")",
-     g_anna, g_loaded},
-    {"no profile", g_known, ".DEFAULT", ""},
-    {"a profile's path of another type",
-     g_known + g_profile + "\nregistry set " + g_list + R"( ProfileImagePath binary 43003a00)", ".DEFAULT",
-     ""},
+    {"no such account", SET_LOGON R"(AltDefaultUserName sz "bert")"},
+    {"a SID too long for its place", "windows account anna S-1-5-1-2-3-4-5-6-7-8-9"},
+    {"the longest that fits",
+     "windows account anna S-1-5-1-2-3-4-5-6-7-8 | registry set HKU\\S-1-5-1-2-3-4-5-6-7-8",
+     "S-1-5-1-2-3-4-5-6-7-8"},
+    {"the hive is loaded already", "registry set HKU\\S-1-5-21-1-2-3-1001", g_anna},
+    {"the hive is loaded from the profile", "", g_anna, g_loaded},
+    {"the profile's path names the file itself", SET_PROFILE R"(expand "C:\Users\Anna\ntuser.dat")", g_anna,
+     g_loaded},
+    {"no profile", "", ".DEFAULT", "", false},
+    {"a profile's path of another type", SET_PROFILE "binary 43003a00"},
     // Windows would make an empty hive, or follow the link.
-    {"the profile is gone",
-     g_known + g_profile + "\nregistry set " + g_list + R"( ProfileImagePath expand "C:\Users\Gone")",
-     ".DEFAULT", ""},
-    {"the profile has no hive", g_known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" absent",
-     ".DEFAULT", ""},
-    {"a folder of the hive's name", g_known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" directory",
-     ".DEFAULT", ""},
-    {"the hive is a link", g_known + g_profile + "\nfile \"C:\\Users\\Anna\\ntuser.dat\" link", ".DEFAULT",
-     ""},
-    {"the profile is a link", g_known + g_profile + "\nfile \"C:\\Users\\Anna\" link", ".DEFAULT", ""},
+    {"the profile is gone", SET_PROFILE R"(expand "C:\Users\Gone")"},
+    {"the profile has no hive", R"(file "C:\Users\Anna\ntuser.dat" absent)"},
+    {"a folder of the hive's name", R"(file "C:\Users\Anna\ntuser.dat" directory)"},
+    {"the hive is a link", R"(file "C:\Users\Anna\ntuser.dat" link)"},
+    {"the profile is a link", R"(file "C:\Users\Anna" link)"},
     {"the path names a file in a link",
-     g_known + g_profile + "\nfile \"C:\\Users\\Anna\" link\nregistry set " + g_list +
-         R"( ProfileImagePath expand "C:\Users\Anna\\ntuser.dat")",
-     ".DEFAULT", ""},
-    {"a profile on the network",
-     g_known + "\nregistry set " + g_list +
-         R"( ProfileImagePath expand "\\server\Anna"
-            windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
-     ".DEFAULT", ""},
-    {"a path too long once it is expanded",
-     g_known + g_profile + "\nregistry set " + g_list + " ProfileImagePath expand \"" +
-         "%userprofile%%userprofile%%userprofile%%userprofile%%userprofile%"
-         "%userprofile%%userprofile%%userprofile%\"",
-     ".DEFAULT", ""},
-    {"the restore privilege refused", g_known + g_profile + "\nwindows privilege SeRestorePrivilege refused",
-     ".DEFAULT", ""},
-    {"the restore privilege not held", g_known + g_profile + "\nwindows privilege SeRestorePrivilege denied",
-     ".DEFAULT", R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 1314)"},
+     R"(file "C:\Users\Anna" link | )" SET_PROFILE R"(expand "C:\Users\Anna\\ntuser.dat")"},
+    {"a profile on the network", SET_PROFILE R"(expand "\\server\Anna"
+        windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
+    {"a path too long once it is expanded", SET_PROFILE "expand \"" + repeated("%userprofile%", 8) + "\""},
+    {"the restore privilege refused", "windows privilege SeRestorePrivilege refused"},
+    {"the restore privilege not held", "windows privilege SeRestorePrivilege denied", ".DEFAULT",
+     R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Users\Anna\ntuser.dat") = 1314)"},
 };
 
 TEST(UserPolicy, WhoTheUserIs) {
     for (const UserCase& row : g_users) {
         SCOPED_TRACE(row.name);
         Bench bench;
-        bench.run(row.script);
+        bench.run(std::string(g_winlogon) + (row.profile ? g_profile : "") + "\n" + row.script);
         sim::run_on_thread([&row] {
             WCHAR user[SID_STRING_CHARACTERS];
             EXPECT_EQ(std::string(row.user) != ".DEFAULT", GetDefaultUserSidString(user) != FALSE);
