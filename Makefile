@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants coverage page picture clean
+.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants coverage hunt soak fuzz page picture clean
 .DEFAULT_GOAL := help
 
 help:
@@ -16,6 +16,9 @@ help:
 	@echo "make defects    plant every known defect in turn; each must be caught"
 	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample); goes on where it stopped"
 	@echo "make coverage   lines and branches of src/ that the tests reach, and what they do not and why"
+	@echo "make hunt       random machines, scripts and schedules for an hour (or COUNT=N seeds, SECONDS=N); goes on where it stopped"
+	@echo "make soak       a year of random use in one run, one on each processor (COUNT=N years)"
+	@echo "make fuzz       hostile input for five minutes (or COUNT=N, SECONDS=N)"
 	@echo "make page       what zorpmsim's page uses of d3, anew from the pinned modules: sim/page/d3.js"
 	@echo "make picture    docs/timeline.png, taken anew"
 	@echo "make clean      remove build/"
@@ -86,6 +89,19 @@ coverage:
 	@tools/ensure.sh host mutants
 	@$(call build,coverage)
 	@tools/coverage/coverage.py
+
+# What all three take; a failure leaves its script in build/hunt/.
+hunt_limits = $(if $(COUNT),--count $(COUNT)) $(if $(SECONDS),--seconds $(SECONDS)) $(if $(SEED),--seed $(SEED))
+
+hunt soak:
+	@tools/ensure.sh host
+	@$(call build,release,zorpmhunt zorpmsim)
+	@build/release/zorpmhunt $@ $(hunt_limits)
+
+fuzz:
+	@tools/ensure.sh host
+	@$(call build,host,zorpmhunt zorpmsim)
+	@build/host/zorpmhunt fuzz $(hunt_limits)
 
 page:
 	@tools/ensure.sh page

@@ -13,7 +13,8 @@ if(ZORPM_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
-file(GLOB sim_sources CONFIGURE_DEPENDS sim/machine/*.cpp sim/script/*.cpp sim/notebook/*.cpp sim/windows/*.cpp)
+file(GLOB sim_sources CONFIGURE_DEPENDS sim/machine/*.cpp sim/script/*.cpp sim/notebook/*.cpp sim/windows/*.cpp
+     sim/invariants/*.cpp)
 file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/*.cpp)
 list(FILTER tool_sources EXCLUDE REGEX "sanitizer_options|zorpmsim[.]cpp")
 file(GLOB test_sources CONFIGURE_DEPENDS tests/*.cpp tests/sim/*.cpp)
@@ -82,6 +83,9 @@ target_compile_definitions(zorpmsim_views PRIVATE ZORPMSIM_VERSION="${PROJECT_VE
 
 add_host_executable(zorpmsim sim/tool/zorpmsim.cpp)
 target_link_libraries(zorpmsim PRIVATE zorpmsim_views)
+file(GLOB hunt_sources CONFIGURE_DEPENDS sim/hunt/*.cpp)
+add_host_executable(zorpmhunt ${hunt_sources})
+target_link_libraries(zorpmhunt PRIVATE zorpmsim_views)
 foreach(scenario IN LISTS scenarios)
     get_filename_component(name ${scenario} NAME_WE)
     file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${scenario})

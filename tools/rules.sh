@@ -11,7 +11,7 @@ declare -A rank=([common]=0 [driver]=1 [power]=2 [cooling]=3 [formfactor]=3 [hot
                  [display]=3 [setup]=3 [events]=4 [service]=5 [ctl]=4)
 declare -A also=([formfactor]=" cooling hotkeys ")
 # The rooms of sim/ likewise; their includes name them as sim/ROOM/.
-rank+=([sim/machine]=0 [sim/script]=1 [sim/notebook]=2 [sim/windows]=3 [sim/tool]=6)
+rank+=([sim/machine]=0 [sim/script]=1 [sim/notebook]=2 [sim/windows]=3 [sim/invariants]=4 [sim/tool]=6 [sim/hunt]=7)
 
 while IFS=: read -r file line text; do
     from=${file%/*} from=${from#src/}
@@ -24,7 +24,7 @@ while IFS=: read -r file line text; do
         echo "$file:$line: $from must not include $to"
         status=1
     fi
-done < <(grep -nE '^#include "' src/*/*.h src/*/*.cpp sim/{machine,script,notebook,windows,tool}/*.{h,cpp} 2>/dev/null)
+done < <(grep -nE '^#include "' src/*/*.h src/*/*.cpp sim/{machine,script,notebook,windows,invariants,tool,hunt}/*.{h,cpp} 2>/dev/null)
 
 # State is found by its type: two of one name would be one. What a header declares without a body may have it here.
 outside=$(awk '

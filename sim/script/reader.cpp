@@ -9,6 +9,7 @@
 namespace sim {
 
 constexpr unsigned DEEPEST_INCLUDE = 16;
+constexpr size_t MOST_FAULTS = 1000; // told of a script
 
 namespace {
 
@@ -197,6 +198,8 @@ static void read_text(Reader* reader, const std::string& text, const std::string
     while (at < text.size()) {
         const size_t end = std::min(text.find('\n', at), text.size());
         ++reader->place.line;
+        if (reader->faults->size() >= MOST_FAULTS)
+            return reader->fault("more than 1,000 faults: no further line is read");
         read_line(reader, text.substr(at, end - at));
         at = end + 1;
     }

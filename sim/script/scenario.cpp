@@ -1,6 +1,8 @@
 // Running scenarios, and the commands that drive the machine itself.
 #include "sim/script/scenario.h"
 
+#include <utility>
+
 #include "sim/machine/machine.h"
 #include "sim/script/expectations.h"
 #include "sim/script/moments.h"
@@ -90,13 +92,37 @@ static bool run_lines(Running* run, const std::vector<ScriptLine>& lines) {
     return true;
 }
 
+// What runs, for commands that look at the script itself.
+static const Script* g_script = nullptr;
+static size_t g_line = 0;
+
+const Script* running_script(size_t* line) {
+    *line = g_line;
+    return g_script;
+}
+
 ScriptResult run_script(const Script& script) {
     Running run;
     const Place outer = g_place;
-    run_lines(&run, script.lines);
+    const Script* outer_script = std::exchange(g_script, &script);
+    const size_t outer_line = g_line;
+    for (g_line = 0; g_line < script.lines.size() && run_line(&run, script.lines[g_line]);)
+        ++g_line;
     run.result.expectations = run.expectations.held;
     g_place = outer;
+    g_script = outer_script;
+    g_line = outer_line;
     return run.result;
+}
+
+bool run_parts(const std::vector<const ScriptLine*>& lines) {
+    Running run;
+    const Place outer = g_place;
+    bool all = true;
+    for (const ScriptLine* line : lines)
+        all = all && (line->use == Use::Check || run_line(&run, *line));
+    g_place = outer;
+    return all;
 }
 
 ScriptResult run_text(const std::string& text) {

@@ -29,4 +29,9 @@ struct Script {
     size_t expectations = 0;
 };
 
+// The script that runs, and the index of its top line that does; null outside.
+const Script* running_script(size_t* line);
+// Runs lines on the current machine, without their expectations, until one goes wrong; whether none did.
+bool run_parts(const std::vector<const ScriptLine*>& lines);
+
 } // namespace sim

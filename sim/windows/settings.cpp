@@ -107,7 +107,8 @@ extern "C" {
 
 UINT WINAPI GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT otherwise, LPCWSTR path) {
     SIM_VISIT();
-    trace_detail("GetPrivateProfileIntW(%s)", narrow(path).c_str());
+    trace_detail("GetPrivateProfileIntW(%s, %s, %s)", narrow(path).c_str(), narrow(section).c_str(),
+                 narrow(key).c_str());
     const auto& values = machine_state<Settings>().values;
     const auto found = values.find(place(narrow(path), narrow(section), narrow(key)));
     const std::string text = found != values.end() ? without_quotes(found->second) : std::string();

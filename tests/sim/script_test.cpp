@@ -159,6 +159,10 @@ TEST(Script, BoundsOfTextAreSaid) {
     EXPECT_NE(std::string::npos,
               refusal(std::string(size_t{64} * 1024 * 1024 + 1, '#')).find("larger than 64 MiB"));
     EXPECT_NE(std::string::npos, refusal("expect " + std::string(5000, '*')).find("longer than any"));
+    std::string nonsense;
+    for (int i = 0; i < 1002; ++i)
+        nonsense += "x\n";
+    EXPECT_TRUE(refusal(nonsense).ends_with("|line 1001: more than 1,000 faults: no further line is read"));
 }
 
 // Whatever an order of threads or a failing call brings forth: each line has a form.
@@ -208,6 +212,28 @@ TEST(Script, TheLinesAroundAFailure) {
     EXPECT_NE(std::string::npos,
               result.context.find("nearest: 2.000 TerminalThread request GETEVENT() = 0x7101 0x0"))
         << result.context;
+}
+
+// What a check of the machine at rest says at the end of a script; "" when all holds.
+static std::string verdict(const std::string& script) {
+    Bench bench;
+    const std::string thermal =
+        "firmware DYTC(0) = 0x30000001\nfirmware DYTC = 1\nfirmware DYTC(3) = 0x03ff0001\n";
+    return run_text(thermal + "start\nadvance 30s\n" + script).message;
+}
+
+TEST(Script, ResourcesAndOrders) {
+    // The worker of cooling has four events and a thread; without it the handle of the last one stays.
+    EXPECT_EQ("", verdict("check resources\ncontrol 137\ncontrol 136\nadvance 1m\ncheck resources"));
+    EXPECT_TRUE(verdict("check resources\ncontrol 137\nadvance 1m\ncheck resources")
+                    .starts_with("expected resources: "));
+    const std::string two =
+        "together\nfirmware GMMS = 3\nevent 0x60C0\ncontrol 134\nend\nwithin 5ms control 135\n";
+    EXPECT_EQ("", verdict(two + "advance 1m\ncheck orders"));
+    // The answer is still to come, which no order leaves.
+    EXPECT_TRUE(verdict("firmware GMMS takes 10s\n" + two + "advance 5s\ncheck orders")
+                    .starts_with("expected orders: none leaves SVC\\TMC\\MPH CurrentStatus"));
+    EXPECT_NE("", verdict("check orders"));
 }
 
 TEST(Script, MistakesAreRefused) {

@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include "sim/invariants/at_rest.h"
 #include "sim/machine/machine.h"
 #include "sim/notebook/driver.h"
 #include "sim/script/scenario.h"
 #include "sim/windows/registry.h"
 #include "sim/windows/scm.h"
+
+using sim::live_threads;
 
 struct Bench {
     sim::Machine machine;
@@ -62,14 +65,6 @@ inline size_t traced(const std::string& beginning, size_t first = 0) {
     size_t count = 0;
     for (size_t i = first; i < trace.size(); ++i)
         count += trace[i].effect && trace[i].text.starts_with(beginning);
-    return count;
-}
-
-// Threads that have this in their name and have not ended.
-inline size_t live_threads(const std::string& part) {
-    size_t count = 0;
-    for (const auto& thread : sim::machine().threads)
-        count += thread->run != sim::Run::Ended && thread->name.find(part) != std::string::npos;
     return count;
 }
 

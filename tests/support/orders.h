@@ -9,6 +9,7 @@
 #include <numeric>
 #include <optional>
 
+#include "sim/invariants/orders.h"
 #include "sim/notebook/device_interfaces.h"
 #include "tests/support/sweep.h"
 
@@ -25,9 +26,7 @@ struct Change {
         return argument >= 0 ? sim::format("firmware %s(%d) = %u\n", method, argument, value)
                              : sim::format("firmware %s = %u\n", method, value);
     }
-    bool same_answer(const Change& other) const {
-        return std::string(method) == other.method && argument == other.argument;
-    }
+    std::string what() const { return sim::format("%s(%d)", method, argument); }
 };
 
 struct Operation {
@@ -62,74 +61,6 @@ struct Story {
     std::vector<PlayedRound> rounds;
 };
 
-// ---- what stands at rest ----
-
-// Words that command, by what they command: of each the last stands.
-inline std::string commanded(const std::string& request) {
-    static const char* const methods[] = {"DYTC", "MHKM", "LCDCSCONTROL", "SETLIDBEEP"};
-    const size_t bracket = request.find('(');
-    std::string method = request.substr(0, bracket);
-    if (bracket == std::string::npos ||
-        std::find(std::begin(methods), std::end(methods), method) == std::end(methods))
-        return "";
-    const auto word = static_cast<DWORD>(std::strtoull(request.c_str() + bracket + 1, nullptr, 0));
-    if (method == "MHKM")
-        return sim::format("MHKM(%u)", word);
-    if (method != "DYTC")
-        return method;
-    // A function of version 3, or the mode of version 2.
-    return (word & 0xFF) == 1 ? sim::format("DYTC function %u", word >> 12 & 0xF) : "";
-}
-
-inline std::string last_words() {
-    static const std::string request = "request ";
-    std::map<std::string, std::string> last;
-    for (const sim::TraceLine& line : sim::machine().trace) {
-        if (!line.effect || !line.text.starts_with(request))
-            continue;
-        const std::string what = commanded(line.text.substr(request.size()));
-        if (!what.empty())
-            last[what] = line.text;
-    }
-    // A mode that is as it was at the start may have been told, or never: of the hot keys only 32 is on
-    // there.
-    std::erase_if(last, [](const auto& word) {
-        const bool at_start = word.second.ends_with(word.first == "MHKM(32)" ? ", 1)" : ", 0)");
-        return word.first.starts_with("MHKM") && at_start;
-    });
-    std::string text;
-    for (const auto& [what, word] : last)
-        text.append(what).append(": ").append(word).append("\n");
-    return text;
-}
-
-// Without what tells of the way there: the time, and the posture before.
-inline std::string published() {
-    std::string text;
-    for (const char* key : {"SVC", "HKLM\\SOFTWARE\\Mestra", "HKLM\\SOFTWARE\\Dolby", "HKLM\\SOFTWARE\\ZOR",
-                            "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation"}) {
-        const std::string dump = sim::registry_dump(key);
-        for (size_t at = 0; at < dump.size();) {
-            const size_t end = dump.find('\n', at);
-            const std::string line = dump.substr(at, end + 1 - at);
-            if (line.find("TimeStamp") == std::string::npos && line.find("PrevMode") == std::string::npos)
-                text += line;
-            at = end + 1;
-        }
-    }
-    return text;
-}
-
-inline std::string state() {
-    sim::Process* service = sim::service_process();
-    return published() + last_words() +
-           sim::format("indicators %u %u\nwatch %zu\nworkers %zu\nstatus %u\nhandles %zu\nblocks %zu\n",
-                       sim::indicator_state(sim::Interface::Slate),
-                       sim::indicator_state(sim::Interface::Dock), live_threads("LCDCSWatchdog"),
-                       live_threads("AdaptiveCooling"), sim::service_status().dwCurrentState,
-                       sim::handle_count(service), service != nullptr ? service->local_blocks : 0);
-}
-
 // ---- one after another ----
 
 // The driver keeps the inhibit that it is told.
@@ -148,56 +79,23 @@ inline const std::string& serial_state(const std::string& script) {
     sim::set_request_hook(
         [](const std::string& method, const DWORD* in, DWORD) { follow_inhibit(method, in); });
     bench.run(script);
-    return known[script] = state();
+    return known[script] = sim::state_at_rest();
 }
 
-// Calls `visit` with the script of each order until it returns true. First those in which the machine has
-// changed before the first operation; then those in which each change has a place of its own, before its
-// event. (Where nobody listens any more, what was done with an older answer stands.)
+// Calls `visit` with the script of each order until it returns true. (Where nobody listens any more, what was
+// done with an older answer stands.)
 inline bool visit_orders(const PlayedRound& round, const std::function<bool(const std::string&)>& visit) {
-    std::string answers;
+    std::vector<sim::ChangedAnswer> changes;
     for (const size_t change : round.changes)
-        answers += round.operations[change].change->answer();
-    std::vector<size_t> order(round.operations.size());
-    std::iota(order.begin(), order.end(), size_t{0});
-    do {
-        std::string script = answers;
-        for (const size_t i : order)
-            script += round.operations[i].serial();
-        if (visit(script + round.rest + "\n"))
-            return true;
-    } while (std::next_permutation(order.begin(), order.end()));
-    if (round.changes.empty())
-        return false;
-    // Numbers from `events` on stand for the changes, in the order in which they came.
-    const size_t events = round.operations.size();
-    order.resize(events + round.changes.size());
-    std::iota(order.begin(), order.end(), size_t{0});
-    const auto place = [&order](size_t number) { return std::find(order.begin(), order.end(), number); };
-    const auto possible = [&] {
-        for (size_t i = 0; i < round.changes.size(); ++i) {
-            if (place(round.changes[i]) < place(events + i))
-                return false;
-            const Change& change = *round.operations[round.changes[i]].change;
-            for (size_t later = i + 1; later < round.changes.size(); ++later) {
-                if (change.same_answer(*round.operations[round.changes[later]].change) &&
-                    place(events + later) < place(events + i))
-                    return false;
-            }
-        }
-        return true;
-    };
-    do {
-        if (!possible())
-            continue;
+        changes.push_back({change, round.operations[change].change->what()});
+    return sim::visit_orders(round.operations.size(), changes, [&](const std::vector<size_t>& order) {
         std::string script;
         for (const size_t i : order)
-            script += i < events ? round.operations[i].serial()
-                                 : round.operations[round.changes[i - events]].change->answer();
-        if (visit(script + round.rest + "\n"))
-            return true;
-    } while (std::next_permutation(order.begin(), order.end()));
-    return false;
+            script += i < round.operations.size()
+                          ? round.operations[i].serial()
+                          : round.operations[round.changes[i - round.operations.size()]].change->answer();
+        return visit(script + round.rest + "\n");
+    });
 }
 
 // Whether some order of each round's operations leads to what was found after it.
@@ -341,7 +239,7 @@ inline void play(Bench& bench, Story* story, const std::vector<Operation>& opera
     sim::set_request_hook(
         [](const std::string& method, const DWORD* in, DWORD) { follow_inhibit(method, in); });
     bench.run(rest);
-    round.found = state();
+    round.found = sim::state_at_rest();
     story->rounds.push_back(round);
     if (!explained(*story, 0, story->setup))
         ADD_FAILURE() << "no order of the operations leaves what was found:\n" << differences(*story);
