@@ -22,14 +22,18 @@ story:
     *6 $base; $stopped
     $machine; $attack*0-3; $run*1-4; advance 1m
 
+data:
+    *9 raw {1|2|3|4|7|7|0|5|11|4294967295} $hex
+    *2 {sz|expand} $text
+    *5 multi {$text|"%SystemDrive%\x.inf"|"C:\Windows\inf\$word.inf"} $text
+answer_data:
+    *2 $word bytes {0-9|80|4096|65535|4294967295}
+    $word
 attack:
-    *9 registry set $value raw {1|2|3|4|7|7|0|5|11|4294967295} $hex
-    *2 registry set $value {sz|expand} $text
-    *5 registry set $value multi {$text|"%SystemDrive%\x.inf"|"C:\Windows\inf\$word.inf"} $text
+    *16 registry set $value $data
     registry {delete|refuse} $key
     registry delete $value
-    *4 firmware $method = $word bytes {0-9|80|4096|65535|4294967295}
-    *2 firmware $method = $word
+    *6 firmware $method = $answer_data
     firmware $method fails
     firmware $method({0-3|256|512|$word}) = $word
     event $word $word
@@ -295,10 +299,28 @@ static std::string make_value(Draw& draw) {
     return one_of(own ? g_base->values : g_names.values)(draw);
 }
 
+// The same value or answer with other data; other lines stay as they are.
+static std::string with_other_data(std::string line, Draw& draw) {
+    std::vector<sim::RawToken> tokens;
+    std::string text = line;
+    if (!sim::split(&text, &tokens) || tokens.size() < 4)
+        return line;
+    const std::string& word = tokens[0].token.text;
+    if (word == "registry" && tokens.size() > 5)
+        return text.substr(0, tokens[3].end) + " " + draw_row(g_tables, "data", draw);
+    if (word == "firmware" && tokens[2].token.text == "=")
+        return text.substr(0, tokens[2].end) + " " + draw_row(g_tables, "answer_data", draw);
+    return line;
+}
+
 // A known script with attacks anywhere.
 static std::string make_base(Draw& draw) {
     g_base = &g_bases[draw.below(g_bases.size())];
     std::vector<std::string> lines = parts_of(g_base->text, "\n");
+    for (std::string& line : lines) {
+        if (draw.one_in(6))
+            line = with_other_data(line, draw);
+    }
     for (std::uint64_t count = 1 + draw.below(6); count > 0; --count)
         lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(draw.below(lines.size() + 1)),
                      draw_row(g_tables, "attack", draw));
