@@ -115,7 +115,7 @@ static void check_resources() {
             continue;
         const std::string held = held_by(process.get());
         const std::string& first = usual.try_emplace(process->id, held).first->second;
-        expectation(held == first, "resources: " + first + ", there are " + held);
+        expectation(held == first, format("resources: %s, there are %s", first.c_str(), held.c_str()));
     }
 }
 
