@@ -16,7 +16,7 @@ endif()
 file(GLOB sim_sources CONFIGURE_DEPENDS sim/machine/*.cpp sim/script/*.cpp sim/notebook/*.cpp sim/windows/*.cpp
      sim/invariants/*.cpp)
 file(GLOB tool_sources CONFIGURE_DEPENDS sim/tool/*.cpp)
-list(FILTER tool_sources EXCLUDE REGEX "sanitizer_options|zorpmsim[.]cpp")
+list(FILTER tool_sources EXCLUDE REGEX "sanitizer_options|zorpmsim[.]cpp|keyboard[.]cpp")
 file(GLOB test_sources CONFIGURE_DEPENDS tests/*.cpp tests/sim/*.cpp)
 file(GLOB sweep_sources CONFIGURE_DEPENDS tests/sweeps/*.cpp)
 file(GLOB bench_sources CONFIGURE_DEPENDS tests/bench/*.cpp)
@@ -41,30 +41,39 @@ set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim)
 # The machine calls its own functions: otherwise the templates of an executable that is not optimised take their place.
 target_link_options(zorpmsim_lib PRIVATE -Wl,-Bsymbolic-functions)
 
+function(as_image name)
+    target_include_directories(${name} PRIVATE src)
+    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti)
+    set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
+    target_link_options(${name} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
+                        -Wl,--no-undefined)
+    target_link_libraries(${name} PRIVATE zorpmsim_lib)
+endfunction()
+
 add_library(zorpm_image MODULE $<TARGET_OBJECTS:zorpm_objects>)
-set_target_properties(zorpm_image PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
-target_link_options(zorpm_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
-                    -Wl,--no-undefined)
-target_link_libraries(zorpm_image PRIVATE zorpmsim_lib)
+as_image(zorpm_image)
 
 # The product once more, for schedules that hand over between two atomics too: the thread instrumentation makes each
 # access to one a call, which the machine answers. The instrumentation's own library stays out.
 add_library(zorpm_atomics_image MODULE ${product_sources})
-target_include_directories(zorpm_atomics_image PRIVATE src)
-target_compile_options(zorpm_atomics_image PRIVATE -fno-exceptions -fno-rtti -fno-sanitize=all -fsanitize=thread)
-set_target_properties(zorpm_atomics_image PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
-target_link_options(zorpm_atomics_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
-                    -Wl,--no-undefined)
-target_link_libraries(zorpm_atomics_image PRIVATE zorpmsim_lib)
+as_image(zorpm_atomics_image)
+target_compile_options(zorpm_atomics_image PRIVATE -fno-sanitize=all -fsanitize=thread)
+
+# The same image with a race planted in it, for the test of how races are hunted.
+set(raced ${CMAKE_BINARY_DIR}/raced)
+set(raced_source src/cooling/adaptive_cooling.cpp)
+add_custom_command(OUTPUT ${raced}/${raced_source}
+    COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_SOURCE_DIR}/${raced_source} ${raced}/${raced_source}
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/defects/plant.pl plant ${raced} cooling/event_out_of_turn
+    DEPENDS ${raced_source} tests/defects/plant.pl tests/defects/cooling.txt)
+add_library(zorpm_raced_image MODULE ${raced}/${raced_source}
+    $<FILTER:$<TARGET_OBJECTS:zorpm_objects>,EXCLUDE,/adaptive_cooling[.]cpp>)
+as_image(zorpm_raced_image)
+set_target_properties(zorpm_raced_image PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${raced} OUTPUT_NAME zorpm_image)
 
 # The control program, another image.
 add_library(zorpmctl_image MODULE ${ctl_sources} ${ctl_shared})
-target_include_directories(zorpmctl_image PRIVATE src)
-target_compile_options(zorpmctl_image PRIVATE -fno-exceptions -fno-rtti)
-set_target_properties(zorpmctl_image PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
-target_link_options(zorpmctl_image PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
-                    -Wl,--no-undefined)
-target_link_libraries(zorpmctl_image PRIVATE zorpmsim_lib)
+as_image(zorpmctl_image)
 
 # An executable on the simulated machine. It exports no symbols: its variables would take over the images'. The
 # sanitizers read their options from the executable itself.
@@ -81,8 +90,8 @@ add_library(zorpmsim_views STATIC ${tool_sources})
 target_link_libraries(zorpmsim_views PUBLIC zorpmsim_lib)
 target_compile_definitions(zorpmsim_views PRIVATE ZORPMSIM_VERSION="${PROJECT_VERSION}")
 
-add_host_executable(zorpmsim sim/tool/zorpmsim.cpp)
-target_link_libraries(zorpmsim PRIVATE zorpmsim_views)
+add_host_executable(zorpmsim sim/tool/zorpmsim.cpp sim/tool/keyboard.cpp)
+target_link_libraries(zorpmsim PRIVATE zorpmsim_views edit)
 file(GLOB hunt_sources CONFIGURE_DEPENDS sim/hunt/*.cpp)
 add_host_executable(zorpmhunt ${hunt_sources})
 target_link_libraries(zorpmhunt PRIVATE zorpmsim_views)
@@ -93,7 +102,8 @@ foreach(scenario IN LISTS scenarios)
     set_tests_properties(scenario_${name} PROPERTIES LABELS scenario TIMEOUT 120)
 endforeach()
 
-add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>)
+add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>
+         $<TARGET_FILE:zorpm_raced_image>)
 set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 120)
 
 add_test(NAME page_in_browser COMMAND tests/browser/run.sh $<TARGET_FILE:zorpmsim>

@@ -1,7 +1,9 @@
 #!/bin/bash
-# tool_test.sh ZORPMSIM - the command line of zorpmsim: what it prints where, and its exit status.
+# tool_test.sh ZORPMSIM IMAGE - the command line of zorpmsim: what it prints where, and its exit status. IMAGE has a
+# race planted in it.
 set -u
 sim=$1
+image=$2
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 cd "$place" || exit 1
@@ -113,10 +115,31 @@ check "explored"               0 '^two.txt: [0-9]+ schedules hold, complete' -  
 check "cut short"              1 '^two.txt: [0-9]+ schedules hold, not complete' -  "$sim" --explore --limit 5 --jobs 1 two.txt
 check "nothing to explore"     2 - 'nothing to explore'                      "$sim" --explore holds.txt
 printf 'expect next request LCDCSGETSTATE*\n' >>two.txt
-check "explored, fails"        1 'repeat with: zorpmsim --schedule [0-9:,]+ two.txt' -  "$sim" --explore two.txt
+check "explored, fails"        1 'repeat with: zorpmsim --schedule (none|[0-9.:,]+) two.txt' -  "$sim" --explore two.txt
 check "parts"                  1 'the runs part in line'                     -  "$sim" --diff 1 2 two.txt
 check "the same"               0 'both runs are the same'                    nothing "$sim" --diff 3 3 asks_nothing.txt
-check "shrunk"                 1 '^expect request DYTC'                                  -  "$sim" --shrink fails.txt
+check "shrunk"                 1 '^expect request DYTC'                      -  "$sim" --shrink fails.txt
 check "does not fail"          2 - 'it does not fail'                        "$sim" --shrink holds.txt
+
+# A race is found, shrunk, replayed and explored in an image that has one; the product holds.
+mkdir raced
+cp "$sim" "$(dirname "$sim")"/lib*.so raced/ && cp "$image" raced/
+printf '%s\n' 'firmware DYTC = 1' 'firmware DYTC(0) = 0x30000001' 'firmware DYTC(3) = 0x03ff0201' 'firmware GMMS = 3' \
+    'firmware DGPUTEMP takes 5ms..50ms' start 'advance 2s' 'firmware DGPUTEMP = 1' 'event 0x6031' \
+    'within 100ms control 139' 'advance 1s' 'check registry SVC\TMC\DCC CurrentStatus = 0' >race.txt
+check "found"                  1 '^race.txt: seed [0-9]+: race.txt:12: expected registry' -  raced/zorpmsim --seeds 40 race.txt
+seed=$(sed -n 's/^race.txt: seed \([0-9]*\):.*/\1/p' out)
+check "made short"             1 '^# race.txt, seed [0-9]+, in [0-9] commands|in 1[0-2] commands' -  raced/zorpmsim --shrink --seed "$seed" race.txt
+cp out short.txt
+again=$(sed -n 's/^# Repeat with: zorpmsim \(.*\)THIS/\1/p' short.txt)
+check "replayed"               1 '^short.txt:[0-9]+: expected registry.*0x1$' -  raced/zorpmsim $again short.txt
+check "every order"            1 '^short.txt: [0-9]+ of [0-9]+ schedules fail, complete' -  raced/zorpmsim --explore short.txt
+check "no race"                0 '^short.txt: [0-9]+ schedules hold, complete' -  "$sim" --explore short.txt
+
+# From the keyboard, or a pipe: what is wrong is told and ends nothing, the end of input ends the service.
+printf '%s\n' start bogus together 'event 0x60C0' 'control 133' end 'expect request GMMS*' 'expect request DYTC(0x5) = 0x1' >typed
+check "typed"                  2 '^no such command: bogus$'                  -  "$sim" -i <typed
+for line in '^expected request DYTC' '^0.000 ServiceMain status STOPPED 0/0$'; do look "typed" out "$line"; done
+check "behind a file"          0 '^1.000 ServiceMain status STOPPED'         -  "$sim" -i holds.txt </dev/null
 
 exit $failed

@@ -11,6 +11,7 @@ host       g++                              g++
 host       ninja                            ninja-build
 host       git                              git
 host       /usr/include/gtest/gtest.h       libgtest-dev
+host       /usr/include/histedit.h          libedit-dev
 windows    cmake                            cmake
 windows    ninja                            ninja-build
 windows    x86_64-w64-mingw32-g++           g++-mingw-w64-x86-64-win32

@@ -46,6 +46,7 @@ struct Thread {
     bool wait_all = false;
     Ms deadline = NEVER;
     DWORD wait_result = 0;
+    bool in_request = false; // that takes time
     // what it did in this instant
     Ms instant = NEVER;
     unsigned zero_waits = 0;

@@ -1,7 +1,9 @@
 #include "sim/machine/schedule.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <cstring>
 
 #include "sim/machine/machine.h"
 
@@ -25,8 +27,23 @@ Schedule::Schedule(std::uint64_t seed) : random_state(seed * 0x9E3779B97F4A7C15u
     depth = 2 + static_cast<unsigned>(seed / 2 % 2);
 }
 
+bool requests_rest() {
+    const auto& threads = machine().threads;
+    return std::none_of(threads.begin(), threads.end(), [](const std::unique_ptr<Thread>& thread) {
+        return thread->in_request && thread->run != Run::Ended;
+    });
+}
+
+void schedule_block(bool explored) {
+    Schedule& schedule = machine().schedule;
+    schedule.explored = schedule.block_begins = explored && schedule.explorer != nullptr;
+}
+
 void schedule_instant() {
     Schedule& schedule = machine().schedule;
+    if (schedule.explored && !schedule.block_begins && requests_rest())
+        schedule.explored = false;
+    schedule.block_begins = false;
     if (schedule.policy != Policy::Priority)
         return;
     ++schedule.instants; // priorities are drawn when first asked for
@@ -56,24 +73,38 @@ static size_t highest(const std::vector<Thread*>& threads) {
     return best;
 }
 
-static std::uint32_t listed_pick(Schedule* schedule, std::uint64_t point, size_t alternatives) {
-    while (schedule->next_chosen < schedule->chosen.size() &&
-           schedule->chosen[schedule->next_chosen].point < point)
-        ++schedule->next_chosen;
-    if (schedule->next_chosen == schedule->chosen.size() ||
-        schedule->chosen[schedule->next_chosen].point != point)
-        return 0;
-    const std::uint32_t pick = schedule->chosen[schedule->next_chosen].pick;
-    return pick < alternatives ? pick : 0;
+void schedule_line(std::uint32_t line) {
+    Schedule& schedule = machine().schedule;
+    if (schedule.line == line)
+        return;
+    if (schedule.points != 0)
+        schedule.points_of_lines[schedule.line] = schedule.points;
+    const auto before = schedule.points_of_lines.find(line);
+    schedule.line = line;
+    schedule.points = before != schedule.points_of_lines.end() ? before->second : 0;
 }
 
-static void note(Schedule* schedule, Choice choice, size_t alternatives, const char* call,
-                 const Thread* first, const Thread* picked) {
-    if (!schedule->record_all && (!schedule->record_changes || choice.pick == 0))
-        return;
-    schedule->passed.push_back({choice, static_cast<std::uint32_t>(alternatives), call != nullptr,
-                                machine().now, call != nullptr ? call : "", first->name,
-                                choice.pick != 0 ? picked->name : std::string()});
+void note_drawn(std::uint32_t line, Ms value) {
+    if (machine().schedule.records)
+        machine().schedule.drawn.push_back({line, value});
+}
+
+static size_t listed_pick(const Schedule& schedule, const Choice& point, size_t alternatives,
+                          bool overtakes) {
+    if (schedule.explored)
+        return schedule.explorer(point, alternatives, overtakes);
+    for (const Choice& choice : schedule.chosen) {
+        if (choice.line == point.line && choice.point == point.point)
+            return choice.pick < alternatives ? choice.pick : 0;
+    }
+    return 0;
+}
+
+static void note(Schedule* schedule, Choice choice, const char* call, const Thread* first,
+                 const Thread* picked) {
+    if (schedule->records && choice.pick != 0)
+        schedule->passed.push_back(
+            {choice, call != nullptr, machine().now, call != nullptr ? call : "", first->name, picked->name});
 }
 
 void give_way(Thread* thread) {
@@ -84,7 +115,7 @@ void give_way(Thread* thread) {
     thread->priority = --schedule.lowest;
 }
 
-static size_t pick_at_call(Schedule* schedule, std::uint64_t point, const std::vector<Thread*>& others) {
+static size_t pick_at_call(Schedule* schedule, const Choice& point, const std::vector<Thread*>& others) {
     Thread* running = machine().running;
     switch (schedule->policy) {
     case Policy::Uniform:
@@ -97,17 +128,28 @@ static size_t pick_at_call(Schedule* schedule, std::uint64_t point, const std::v
         return priority_of(others[best]) > priority_of(running) ? best + 1 : 0;
     }
     default:
-        return listed_pick(schedule, point, others.size() + 1);
+        return listed_pick(*schedule, point, others.size() + 1, true);
+    }
+}
+
+static size_t pick_next(const Schedule& schedule, const Choice& point, const std::vector<Thread*>& runnable) {
+    switch (schedule.policy) {
+    case Policy::Uniform:
+        return draw(runnable.size());
+    case Policy::Priority:
+        return highest(runnable);
+    default:
+        return listed_pick(schedule, point, runnable.size(), false);
     }
 }
 
 Thread* overtaker(const char* call, const std::vector<Thread*>& others) {
     Schedule& schedule = machine().schedule;
-    const std::uint64_t point = schedule.points++;
-    const size_t pick = pick_at_call(&schedule, point, others);
+    Choice choice = {schedule.line, schedule.points++, 0};
+    const size_t pick = pick_at_call(&schedule, choice, others);
+    choice.pick = static_cast<std::uint32_t>(pick);
     Thread* other = pick != 0 ? others[pick - 1] : nullptr;
-    note(&schedule, {point, static_cast<std::uint32_t>(pick)}, others.size() + 1, call, machine().running,
-         other);
+    note(&schedule, choice, call, machine().running, other);
     return other;
 }
 
@@ -115,39 +157,44 @@ Thread* next_thread(const std::vector<Thread*>& runnable) {
     Schedule& schedule = machine().schedule;
     if (runnable.size() == 1)
         return runnable[0];
-    const std::uint64_t point = schedule.points++;
-    const size_t pick = schedule.policy == Policy::Uniform ? draw(runnable.size())
-                        : schedule.policy == Policy::Priority
-                            ? highest(runnable)
-                            : listed_pick(&schedule, point, runnable.size());
-    note(&schedule, {point, static_cast<std::uint32_t>(pick)}, runnable.size(), nullptr, runnable[0],
-         runnable[pick]);
+    Choice choice = {schedule.line, schedule.points++, 0};
+    const size_t pick = pick_next(schedule, choice, runnable);
+    choice.pick = static_cast<std::uint32_t>(pick);
+    note(&schedule, choice, nullptr, runnable[0], runnable[pick]);
     return runnable[pick];
+}
+
+std::string shown_choice(const Choice& choice) {
+    return std::to_string(choice.line) + "." + std::to_string(choice.point) + ":" +
+           std::to_string(choice.pick);
 }
 
 std::string shown_choices(const std::vector<Choice>& choices) {
     std::string text;
     for (const Choice& choice : choices)
-        text += (text.empty() ? "" : ",") + std::to_string(choice.point) + ":" + std::to_string(choice.pick);
-    return text;
+        text += (text.empty() ? "" : ",") + shown_choice(choice);
+    return text.empty() ? "none" : text;
+}
+
+// A number and the character behind it, which `ends` lists ('\0' is always listed).
+static bool read_number(const char** at, const char* ends, std::uint64_t* value) {
+    char* end = nullptr;
+    *value = std::strtoull(*at, &end, 10);
+    if (end == *at || !std::isdigit(static_cast<unsigned char>(**at)) || std::strchr(ends, *end) == nullptr)
+        return false;
+    *at = *end != 0 ? end + 1 : end;
+    return true;
 }
 
 bool read_choices(const std::string& text, std::vector<Choice>* choices) {
     const char* at = text.c_str();
-    while (*at != 0) {
-        char* end = nullptr;
-        Choice choice;
-        choice.point = std::strtoull(at, &end, 10);
-        if (end == at || *end != ':')
+    while (*at != 0 && text != "none") {
+        std::uint64_t line = 0;
+        std::uint64_t point = 0;
+        std::uint64_t pick = 0;
+        if (!read_number(&at, ".", &line) || !read_number(&at, ":", &point) || !read_number(&at, ",", &pick))
             return false;
-        at = end + 1;
-        choice.pick = static_cast<std::uint32_t>(std::strtoul(at, &end, 10));
-        if (end == at || (*end != ',' && *end != 0))
-            return false;
-        if (!choices->empty() && choices->back().point >= choice.point)
-            return false;
-        choices->push_back(choice);
-        at = *end == ',' ? end + 1 : end;
+        choices->push_back({static_cast<std::uint32_t>(line), point, static_cast<std::uint32_t>(pick)});
     }
     return true;
 }

@@ -53,7 +53,8 @@ struct OpenedDevice { // what a file object refers to
 struct Answers {
     std::deque<Answer> next;
     std::optional<Answer> lasting;
-    Span takes; // chosen anew for each request
+    std::deque<Span> takes; // in turn, the last one for good; chosen anew for each request
+    std::uint32_t line = 0; // of the script, that says so
 };
 
 constexpr std::int64_t EVERY_ARGUMENT = -1;
@@ -183,8 +184,14 @@ void set_answer(const std::string& method, const DWORD* argument, const Answer& 
         answers.next.push_back(answer);
 }
 
+void set_answer_durations(const std::string& method, const DWORD* argument, const std::vector<Span>& spans) {
+    Answers& answers = answers_for(method, argument);
+    answers.takes.assign(spans.begin(), spans.end());
+    answers.line = machine().schedule.line;
+}
+
 void set_answer_duration(const std::string& method, const DWORD* argument, Ms shortest, Ms longest) {
-    answers_for(method, argument).takes = {shortest, std::max(shortest, longest)};
+    set_answer_durations(method, argument, {{shortest, std::max(shortest, longest)}});
 }
 
 void set_answer_hook(std::function<bool(const std::string&, DWORD, Answer*)> hook) {
@@ -231,20 +238,36 @@ static Answer answer_to(const Method& method, DWORD argument) {
     return answer;
 }
 
-// The seed's choice; seed 0 takes the longest.
-static Ms chosen_of(const Span& span) {
-    return machine().seed == 0 ? span.longest
-                               : span.shortest + random_below(span.longest - span.shortest + 1);
+// The next of these durations: the seed's choice; seed 0 takes the longest.
+static Ms next_duration(Answers* answers) {
+    const Span span = answers->takes.front();
+    if (answers->takes.size() > 1)
+        answers->takes.pop_front();
+    const Ms chosen =
+        machine().seed == 0 ? span.longest : span.shortest + random_below(span.longest - span.shortest + 1);
+    note_drawn(answers->line, chosen);
+    return chosen;
 }
 
 static Ms duration_of(const Method& method, DWORD argument) {
     auto& of_method = driver().answers[method.name];
     for (const std::int64_t key : {static_cast<std::int64_t>(argument), EVERY_ARGUMENT}) {
-        auto found = of_method.find(key);
-        if (found != of_method.end() && found->second.takes.longest != 0)
-            return chosen_of(found->second.takes);
+        const auto found = of_method.find(key);
+        if (found == of_method.end() || found->second.takes.empty())
+            continue;
+        if (found->second.takes.size() > 1 || found->second.takes.front().longest != 0)
+            return next_duration(&found->second);
     }
     return 0;
+}
+
+static void pass_request_time(Ms takes) {
+    if (takes == 0)
+        return;
+    Thread* thread = current();
+    thread->in_request = true;
+    sleep_for(takes);
+    thread->in_request = false;
 }
 
 // ---- events ----
@@ -407,8 +430,7 @@ static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, vo
     if ((openings_for(*method, words[0]) & opened.opening) == 0)
         violation("%s: sent on a device opened with access 0x%x, share %u", method->name,
                   file.as<File>().access, file.as<File>().share);
-    if (const Ms takes = duration_of(*method, words[0]); takes != 0)
-        sleep_for(takes);
+    pass_request_time(duration_of(*method, words[0]));
     return answer_request(*method, words, out, returned);
 }
 
@@ -483,8 +505,8 @@ static Action compile_firmware(Tokens& tokens) {
     const std::string name = method != nullptr ? method->name : "";
     auto pointer = [](const std::optional<DWORD>& value) { return value ? &*value : nullptr; };
     if (tokens.accept("takes")) {
-        const Span takes = tokens.span();
-        return [=] { set_answer_duration(name, pointer(argument), takes.shortest, takes.longest); };
+        const std::vector<Span> takes = tokens.spans();
+        return [=] { set_answer_durations(name, pointer(argument), takes); };
     }
     Answer answer;
     if (tokens.accept("fails"))
@@ -574,8 +596,10 @@ static const Shows g_shown("firmware", show_firmware);
 
 static const Commands g_commands({
     {"firmware", Use::Machine, compile_firmware,
-     "METHOD[(ARG)] = VALUE [bytes N] [times N] | fails [times N] | takes DURATION|A..B - answers of the "
-     "firmware"},
+     "METHOD[(ARG)] = VALUE [bytes N] [times N] | fails [times N] | takes DURATION|A..B[,...] - answers of "
+     "the "
+     "firmware",
+     method_names},
     {"driver", Use::Machine, compile_driver,
      "[primary|secondary] missing|present [for DURATION] - the power-management devices"},
     {"device stick", Use::Machine, compile_stick, "missing|present - the pointing stick"},

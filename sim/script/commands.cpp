@@ -1,7 +1,9 @@
 #include "sim/script/commands.h"
 
 #include <algorithm>
+#include <cctype>
 #include <map>
+#include <set>
 
 #include "sim/script/nearest.h"
 
@@ -64,6 +66,50 @@ std::string suggested_command(const std::vector<RawToken>& tokens) {
             return "; did you mean " + found + "?";
     }
     return "";
+}
+
+// The words of a command's help that stand for themselves: in small letters, before the " - ".
+static std::vector<std::string> words_of_help(const std::string& help) {
+    std::vector<std::string> words;
+    std::string word;
+    for (const char c : help.substr(0, help.find("- ")) + ' ') {
+        if (std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '"' || c == '.') {
+            word += c;
+            continue;
+        }
+        if (!word.empty() && std::islower(static_cast<unsigned char>(word[0])))
+            words.push_back(word);
+        word.clear();
+    }
+    return words;
+}
+
+std::vector<std::string> completions(const std::string& text) {
+    std::string line = text;
+    std::vector<RawToken> tokens;
+    split(&line, &tokens);
+    const bool at_end = !tokens.empty() && tokens.back().end == text.size();
+    const std::string begun = at_end ? tokens.back().token.text : "";
+    if (at_end)
+        tokens.pop_back();
+    std::set<std::string> words;
+    auto add = [&](const std::string& word) {
+        if (word.starts_with(begun) && !word.empty())
+            words.insert(word);
+    };
+    const std::string before = joined(tokens, tokens.size()) + (tokens.empty() ? "" : " ");
+    for (const auto& [name, command] : commands()) {
+        if (name.starts_with(before))
+            add(name.substr(before.size(), name.find(' ', before.size()) - before.size()));
+    }
+    if (const Command* command = find_command(tokens); command != nullptr) {
+        for (const std::string& word : words_of_help(command->help))
+            add(word);
+        for (const std::string& word :
+             command->arguments != nullptr ? command->arguments() : std::vector<std::string>())
+            add(word);
+    }
+    return {words.begin(), words.end()};
 }
 
 } // namespace sim

@@ -21,6 +21,8 @@ struct Command {
     Action (*compile)(Tokens&); // reads its arguments; the action runs later
     // For --help: the arguments, then " - " and what it does.
     const char* help = "";
+    // For completion, beside the words of `help`: what its arguments may begin with.
+    std::vector<std::string> (*arguments)() = nullptr;
 };
 
 // `static const sim::Commands g_commands({{"windows hibernate", Use::Machine, compile_hibernate}});`
@@ -35,5 +37,8 @@ size_t words_in(const char* words);
 std::vector<const Command*> sorted_commands();
 // For a line that begins with no command: "; did you mean ...?", or nothing.
 std::string suggested_command(const std::vector<RawToken>& tokens);
+
+// The words that could stand next, behind the text up to the cursor, or begin with what it ends in.
+std::vector<std::string> completions(const std::string& text);
 
 } // namespace sim

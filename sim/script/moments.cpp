@@ -35,15 +35,21 @@ static void pass_to_due(Ms end) {
         pass_to(due);
 }
 
+void pass_to_moment(Ms span) {
+    pass_to(machine().now + span);
+}
+
 void pass_to_a_moment(Ms span) {
     Machine& m = machine();
     const Ms end = m.now + span;
+    const Ms begun = m.now;
     if (m.seed == 0 || span == 0)
         m.advance(span);
     else if (random_below(2) == 0)
         pass_to(m.now + random_below(span + 1));
     else
         pass_to_due(end);
+    note_drawn(m.schedule.line, m.now - begun);
 }
 
 } // namespace sim

@@ -59,6 +59,7 @@ static void read_together(Reader* reader, Tokens&, ScriptLine& line) {
         reader->fault("together inside together");
     line.kind = Kind::Together;
     line.use = Use::Drive;
+    line.at_once = true;
     open_block(reader, line);
 }
 
@@ -94,9 +95,10 @@ static void read_include(Reader* reader, Tokens& tokens, ScriptLine&) {
 
 static void read_command(Reader* reader, const std::vector<RawToken>& raw, const std::string& text);
 
-// `within DURATION COMMAND`: the command is the one line of a block.
-static void read_within(Reader* reader, Tokens& tokens, ScriptLine& line) {
+// `within DURATION COMMAND`, `after DURATION COMMAND`: the command is the one line of a block.
+static void read_moment(Reader* reader, Tokens& tokens, ScriptLine& line, bool exact) {
     line.kind = Kind::Within;
+    line.exact = exact;
     line.use = Use::Machine; // what comes in it marks
     line.span = tokens.duration();
     const std::string duration = tokens.list.empty() ? "" : tokens.list[0].text;
@@ -111,10 +113,20 @@ static void read_within(Reader* reader, Tokens& tokens, ScriptLine& line) {
     split(&text, &raw);
     const Command* inner = find_command(raw);
     if (raw.empty() || (inner != nullptr && (is_looking(inner->use) || inner->use == Use::Structure)))
-        return reader->fault("within takes a command that acts: " + command);
+        return reader->fault("a command that acts expected: " + command);
     open_block(reader, line);
     read_command(reader, raw, text);
+    for (ScriptLine& begun : reader->lines())
+        begun.at_once = exact;
     reader->blocks.pop_back();
+}
+
+static void read_within(Reader* reader, Tokens& tokens, ScriptLine& line) {
+    read_moment(reader, tokens, line, false);
+}
+
+static void read_after(Reader* reader, Tokens& tokens, ScriptLine& line) {
+    read_moment(reader, tokens, line, true);
 }
 
 // clang-format off
@@ -124,6 +136,7 @@ static const struct { const char* word; void (*read)(Reader*, Tokens&, ScriptLin
     {"end",      read_end},
     {"include",  read_include},
     {"within",   read_within},
+    {"after",    read_after},
 };
 // clang-format on
 
@@ -235,6 +248,8 @@ static const Commands g_commands({
     {"include", Use::Structure, nullptr, "FILE - the lines of another file, looked for beside this one"},
     {"within", Use::Structure, nullptr,
      "DURATION COMMAND - the command comes at a moment of that span that the seed chooses"},
+    {"after", Use::Structure, nullptr,
+     "DURATION COMMAND - the command comes then, together with what falls due at that very moment"},
 });
 
 } // namespace sim

@@ -19,7 +19,7 @@ const Place& running_place() {
 namespace {
 
 struct Running {
-    Expectations expectations;
+    Expectations* expectations;
     ScriptResult result;
 };
 
@@ -29,11 +29,10 @@ static void act(const ScriptLine& line, bool marks = true) {
     g_place.line = line.number;
     if (g_place.file != *line.file)
         g_place.file = *line.file;
+    schedule_line(static_cast<std::uint32_t>(line.number));
     if (marks && line.use == Use::Drive) {
         set_mark();
-        // What a block sets off goes on until the next command.
-        machine().schedule.record_all =
-            machine().schedule.explores && line.kind == ScriptLine::Kind::Together;
+        schedule_block(line.at_once);
     }
     if (line.action && line.use != Use::Check && line.use != Use::Note && machine().on_command != nullptr)
         machine().on_command(line.text, line.number);
@@ -43,11 +42,11 @@ static void act(const ScriptLine& line, bool marks = true) {
 
 // Whether nothing has gone wrong so far; else the result says what.
 static bool holds(Running* run) {
-    if (machine().violations.empty() && !run->expectations.failed && !interrupted())
+    if (machine().violations.empty() && !run->expectations->failed && !interrupted())
         return true;
     run->result.exit_code = 1;
     run->result.message = !machine().violations.empty() ? machine().violations.front()
-                          : run->expectations.failed    ? run->expectations.message
+                          : run->expectations->failed   ? run->expectations->message
                                                         : "interrupted";
     run->result.context = lines_around();
     run->result.place = g_place;
@@ -73,7 +72,10 @@ static bool run_line(Running* run, const ScriptLine& line) {
     if (line.kind == Kind::Together)
         act_together(line.block);
     if (line.kind == Kind::Within) {
-        pass_to_a_moment(line.span);
+        if (line.exact)
+            pass_to_moment(line.span);
+        else
+            pass_to_a_moment(line.span);
         return run_lines(run, line.block);
     }
     for (std::uint32_t i = 0; line.kind == Kind::Repeat && i < line.count; ++i) {
@@ -101,22 +103,29 @@ const Script* running_script(size_t* line) {
     return g_script;
 }
 
-ScriptResult run_script(const Script& script) {
-    Running run;
+ScriptResult run_on_script(const Script& script, Expectations* expectations) {
+    Running run = {expectations, {}};
     const Place outer = g_place;
     const Script* outer_script = std::exchange(g_script, &script);
     const size_t outer_line = g_line;
     for (g_line = 0; g_line < script.lines.size() && run_line(&run, script.lines[g_line]);)
         ++g_line;
-    run.result.expectations = run.expectations.held;
+    run.result.rests = requests_rest();
+    run.result.expectations = expectations->held;
     g_place = outer;
     g_script = outer_script;
     g_line = outer_line;
     return run.result;
 }
 
+ScriptResult run_script(const Script& script) {
+    Expectations expectations;
+    return run_on_script(script, &expectations);
+}
+
 bool run_parts(const std::vector<const ScriptLine*>& lines) {
-    Running run;
+    Expectations expectations;
+    Running run = {&expectations, {}};
     const Place outer = g_place;
     bool all = true;
     for (const ScriptLine* line : lines)

@@ -15,6 +15,7 @@ struct ScriptResult {
     std::string message; // what went wrong; of an expectation "expected ..."
     std::string context; // the trace lines since the mark, each behind a line break
     Place place;
+    bool rests = false; // at its end no thread was in the midst of a request that takes time
 };
 
 struct Script; // a compiled script
@@ -26,6 +27,9 @@ std::shared_ptr<Script> compile_script(const std::string& text, const std::strin
 size_t expectations_in(const Script& script);
 // Runs a compiled script on the current machine.
 ScriptResult run_script(const Script& script);
+// The same behind others, told line by line: with their expectations, and their mark.
+struct Expectations;
+ScriptResult run_on_script(const Script& script, Expectations* expectations);
 // Where it runs now (line 0: nowhere); for reports of a crash.
 const Place& running_place();
 // Both, on the current machine.

@@ -19,6 +19,8 @@ struct ScriptLine {
     std::string text;        // of Command, without its comment
     std::uint32_t count = 0; // of Repeat
     Ms span = 0;             // of Within
+    bool exact = false;      // it passes whole, up to what falls due at its very end
+    bool at_once = false;    // what it begins is a race: `together`, or the command of an exact Within
     Action action;
     std::vector<ScriptLine> block;
 };

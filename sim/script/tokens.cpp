@@ -88,15 +88,24 @@ Ms Tokens::duration() {
     return value;
 }
 
-Span Tokens::span() {
-    Span value;
-    const std::string text = word();
+static bool read_span(const std::string& text, Span* span) {
     const size_t dots = text.find("..");
-    if (!read_duration(text.substr(0, dots), &value.shortest) ||
-        !read_duration(dots == std::string::npos ? text : text.substr(dots + 2), &value.longest) ||
-        value.longest < value.shortest)
-        fail("duration, or A..B, expected: " + text);
-    return value;
+    return read_duration(text.substr(0, dots), &span->shortest) &&
+           read_duration(dots == std::string::npos ? text : text.substr(dots + 2), &span->longest) &&
+           span->shortest <= span->longest;
+}
+
+std::vector<Span> Tokens::spans() {
+    std::vector<Span> list;
+    const std::string text = word();
+    for (size_t at = 0; at <= text.size();) {
+        const size_t end = std::min(text.find(',', at), text.size());
+        list.emplace_back();
+        if (!read_span(text.substr(at, end - at), &list.back()))
+            fail("duration, or A..B, expected: " + text);
+        at = end + 1;
+    }
+    return list;
 }
 
 bool Tokens::accept(const char* wanted) {

@@ -10,11 +10,6 @@
 
 namespace sim {
 
-struct Span {
-    Ms shortest = 0;
-    Ms longest = 0;
-};
-
 struct Token {
     std::string text;
     bool quoted = false;
@@ -35,7 +30,7 @@ struct Tokens {
     std::uint32_t number();                                  // decimal or 0x, of 32 bits
     std::uint64_t long_number(int bits = 64);                // of so many
     Ms duration();                                           // number and ms, s, m, h or d
-    Span span();                                             // a duration, or A..B
+    std::vector<Span> spans();                               // durations, or A..B, with commas between
     bool accept(const char* word);                           // takes the next token if it is this word
     size_t choice(std::initializer_list<const char*> words); // index of the next token among these
 };

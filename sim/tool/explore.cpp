@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 
 #include "sim/tool/output.h"
@@ -17,169 +18,196 @@ namespace {
 
 // Shared by the processes of one exploration.
 struct Exploration {
-    std::atomic<std::uint64_t>
-        next; // first point at which a schedule differs from the usual one, for whoever is free
+    std::atomic<std::uint64_t> points;  // passed in the blocks
     std::atomic<std::uint64_t> tried;   // schedules
     std::atomic<std::uint64_t> failing; // of them
-    std::atomic<bool> cut_short;        // by the limit, or a crash
-    std::atomic_flag lock;              // of what follows
-    std::uint64_t first_failing;        // by its first point
-    char choices[LONGEST_CHOICES];      // of that one
+    std::atomic<std::int64_t> free_jobs;
+    std::atomic<bool> cut_short;   // by the limit, or for want of a process
+    std::atomic_flag lock;         // of what follows
+    std::uint64_t fewest;          // choices of a schedule that fails
+    char choices[LONGEST_CHOICES]; // these
 };
 
-struct Tried {
-    sim::ScriptResult result;
-    std::vector<PassedPoint> passed;
+// Of the process at hand: it runs one schedule.
+struct Path {
+    Exploration* shared = nullptr;
+    std::uint64_t limit = 0;
+    unsigned overtakings = 0;
+    std::uint64_t count = 0;
+    char choices[LONGEST_CHOICES] = ""; // as text: a crashed process allocates nothing
+    bool holds_job = false;             // that becomes free with its end
 };
 
 } // namespace
 
-static Tried try_schedule(const Source& source, const Options& options, const std::vector<Choice>& choices) {
-    sim::Machine machine(options.seed);
-    Options chosen = options;
-    chosen.scheduled = true;
-    chosen.choices = choices;
-    machine.schedule.explores = true;
-    Tried tried;
-    tried.result = run_on(machine, source, chosen);
-    tried.passed = std::move(machine.schedule.passed);
-    return tried;
+static Path g_path;
+
+// ---- a process for each schedule ----
+
+static void reap_all() {
+    int status = 0;
+    for (;;) {
+        const pid_t process = waitpid(-1, &status, 0);
+        if (process < 0 && errno != EINTR)
+            return;
+        if (process > 0 && status != 0)
+            g_path.shared->cut_short = true;
+    }
 }
 
-// Leaves it noted as failing until it is known to hold, so that a crash is seen.
-static Tried count_schedule(Exploration* shared, const Source& source, const Options& options,
-                            std::uint64_t first, const std::vector<Choice>& choices) {
+[[noreturn]] static void end_schedule(bool holds) {
+    Exploration* shared = g_path.shared;
     ++shared->tried;
-    Tried tried = try_schedule(source, options, choices);
-    if (tried.result.exit_code == EXIT_HOLDS || sim::interrupted())
-        return tried;
-    ++shared->failing;
-    while (shared->lock.test_and_set()) {
+    if (!holds) {
+        ++shared->failing;
+        while (shared->lock.test_and_set()) {
+        }
+        if (g_path.count < shared->fewest ||
+            (g_path.count == shared->fewest && std::strcmp(g_path.choices, shared->choices) < 0)) {
+            shared->fewest = g_path.count;
+            std::memcpy(shared->choices, g_path.choices, LONGEST_CHOICES);
+        }
+        shared->lock.clear();
     }
-    const std::string text = sim::shown_choices(choices);
-    if (first < shared->first_failing && text.size() < LONGEST_CHOICES) {
-        shared->first_failing = first;
-        std::memcpy(shared->choices, text.c_str(), text.size() + 1);
-    }
-    shared->lock.clear();
-    return tried;
+    reap_all();
+    shared->free_jobs += g_path.holds_job;
+    _exit(0);
 }
 
-static bool may_go_on(Exploration* shared, const Options& options) {
-    if (!sim::interrupted() && (options.limit == 0 || shared->tried < options.limit))
-        return true;
-    shared->cut_short = true;
+static void end_crashed(int) {
+    end_schedule(false);
+}
+
+static bool take_job() {
+    std::int64_t free = g_path.shared->free_jobs;
+    while (free > 0) {
+        if (g_path.shared->free_jobs.compare_exchange_weak(free, free - 1))
+            return true;
+    }
     return false;
 }
 
-// The choices that lead to the next schedule behind this one, of those that begin alike up to `fixed` points;
-// empty when there is none.
-static std::vector<Choice> next_choices(const std::vector<PassedPoint>& passed, size_t fixed) {
-    std::vector<unsigned> overtakings(passed.size() + 1); // before each point
-    for (size_t i = 0; i < passed.size(); ++i)
-        overtakings[i + 1] = overtakings[i] + (passed[i].overtakes && passed[i].choice.pick != 0);
-    for (size_t i = passed.size(); i-- > fixed;) {
-        const PassedPoint& point = passed[i];
-        if (point.choice.pick + 1 >= point.alternatives ||
-            overtakings[i] + point.overtakes > MOST_OVERTAKINGS)
-            continue;
-        std::vector<Choice> choices;
-        for (size_t k = 0; k < i; ++k) {
-            if (passed[k].choice.pick != 0)
-                choices.push_back(passed[k].choice);
+// A process that goes on from here with another choice: true in that one. With a job of its own it runs
+// beside, otherwise it comes first.
+static bool branch() {
+    const bool beside = take_job();
+    const pid_t process = fork();
+    if (process == 0) {
+        end_with_parent();
+        g_path.holds_job = beside;
+        return true;
+    }
+    int status = process < 0 ? -1 : 0;
+    while (process > 0 && !beside && waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (status != 0)
+        g_path.shared->cut_short = true;
+    return false;
+}
+
+static void choose(const Choice& choice, bool overtakes) {
+    const std::string text = (g_path.count == 0 ? "" : ",") + sim::shown_choice(choice);
+    const size_t length = std::strlen(g_path.choices);
+    if (length + text.size() < LONGEST_CHOICES)
+        std::memcpy(g_path.choices + length, text.c_str(), text.size() + 1);
+    ++g_path.count;
+    g_path.overtakings += overtakes;
+}
+
+static bool may_branch() {
+    if (!sim::interrupted() && (g_path.limit == 0 || g_path.shared->tried < g_path.limit))
+        return true;
+    g_path.shared->cut_short = true;
+    return false;
+}
+
+// The Explorer: this process goes on as usual, and one more with each other choice.
+static std::uint32_t explore_point(const Choice& point, size_t alternatives, bool overtakes) {
+    ++g_path.shared->points;
+    if (overtakes && g_path.overtakings == MOST_OVERTAKINGS)
+        return 0;
+    for (std::uint32_t pick = 1; pick < alternatives && may_branch(); ++pick) {
+        if (branch()) {
+            choose({point.line, point.point, pick}, overtakes);
+            return pick;
         }
-        choices.push_back({point.choice.point, point.choice.pick + 1});
-        return choices;
     }
-    return {};
+    return 0;
 }
 
-// All schedules that differ from the usual one at this point for the first time.
-static void explore_from(Exploration* shared, const Source& source, const Options& options,
-                         const PassedPoint& point, size_t index) {
-    for (std::uint32_t pick = 1; pick < point.alternatives; ++pick) {
-        std::vector<Choice> choices = {{point.choice.point, pick}};
-        while (!choices.empty() && may_go_on(shared, options)) {
-            const Tried tried = count_schedule(shared, source, options, index + 1, choices);
-            choices = next_choices(tried.passed, index + 1);
-        }
-    }
+[[noreturn]] static void explore(Exploration* shared, const Source& source, const Options& options) {
+    watch_for_crashes(end_crashed);
+    g_path.shared = shared;
+    g_path.limit = options.limit;
+    sim::Machine machine(options.seed);
+    machine.schedule.explorer = explore_point;
+    Options chosen = options;
+    chosen.scheduled = true;
+    end_schedule(run_on(machine, source, chosen).exit_code == EXIT_HOLDS || sim::interrupted());
 }
 
-static void explore_points(Exploration* shared, const Source& source, const Options& options) {
-    const std::vector<PassedPoint> usual = try_schedule(source, options, {}).passed;
-    while (may_go_on(shared, options)) {
-        const std::uint64_t index = shared->next++;
-        if (index >= usual.size())
-            return;
-        explore_from(shared, source, options, usual[index], index);
-    }
-}
-
-static void end_silently(int) {
-    _exit(EXIT_FAILS);
-}
-
-static bool run_jobs(Exploration* shared, const Source& source, const Options& options) {
-    std::vector<pid_t> processes;
-    for (unsigned job = 0; job < jobs_of(options); ++job) {
-        processes.push_back(start_process([&] {
-            watch_for_crashes(end_silently);
-            explore_points(shared, source, options);
-        }));
-    }
-    bool all_well = true;
-    for (const pid_t process : processes)
-        all_well = process > 0 && exit_status_of(process) == 0 && all_well;
-    return all_well;
-}
+// ---- what is told ----
 
 std::string shown_schedule(const std::vector<PassedPoint>& passed, const char* beginning) {
     std::string text;
-    for (const PassedPoint& point : passed) {
-        if (point.choice.pick == 0)
-            continue;
-        text += beginning + sim::format("%.3f ", static_cast<double>(point.time) / 1000) + point.other +
+    for (const PassedPoint& point : passed)
+        text += beginning +
+                sim::format("line %u, %.3f: ", point.choice.line, static_cast<double>(point.time) / 1000) +
+                point.other +
                 (point.overtakes ? " overtakes " + point.thread + " before its " + point.where
                                  : " goes on before " + point.thread) +
                 "\n";
-    }
     return text;
 }
 
 static void tell_failure(const Exploration& shared, const Source& source, const Options& options) {
-    std::vector<Choice> choices;
-    sim::read_choices(shared.choices, &choices);
-    const Tried tried = try_schedule(source, options, choices);
-    say(source.path + ": schedule " + shared.choices + ": " + shown_failure(tried.result) +
-        tried.result.context + "\n" + shown_schedule(tried.passed, "    "));
-    say("    repeat with: zorpmsim --schedule " + std::string(choices.empty() ? "0:0" : shared.choices) +
-        " " + source.path + "\n");
+    Options chosen = options;
+    chosen.scheduled = true;
+    sim::read_choices(shared.choices, &chosen.choices);
+    const std::string choices = sim::shown_choices(chosen.choices);
+    const pid_t process = start_process([&] {
+        watch_for_crashes();
+        set_crash_beginning(source.path + ": schedule " + choices + ": ");
+        sim::Machine machine(options.seed);
+        machine.schedule.records = true;
+        const sim::ScriptResult result = run_on(machine, source, chosen);
+        say(source.path + ": schedule " + choices + ": " + shown_failure(result) + result.context + "\n" +
+            shown_schedule(machine.schedule.passed, "    "));
+    });
+    if (process > 0)
+        exit_status_of(process);
+    say("    repeat with: zorpmsim --schedule " + choices + " " + source.path + "\n");
+}
+
+static int tell_result(const Exploration& shared, const Source& source, const Options& options) {
+    const bool holds = shared.failing == 0;
+    if (!holds)
+        tell_failure(shared, source, options);
+    const std::string count = std::to_string(shared.tried);
+    say(source.path + ": " +
+        (holds ? count + " schedules hold"
+               : std::to_string(shared.failing) + " of " + count + " schedules fail") +
+        (shared.cut_short ? ", not complete\n" : ", complete (at most two overtakings)\n"));
+    return holds && !shared.cut_short ? EXIT_HOLDS : EXIT_FAILS;
 }
 
 static int explore_source(const Source& source, const Options& options) {
     auto* shared = share<Exploration>();
     if (shared == nullptr)
         return EXIT_UNUSABLE;
-    shared->first_failing = ~0ull;
-    const Tried usual = count_schedule(shared, source, options, 0, {});
-    if (usual.passed.empty() && usual.result.exit_code == EXIT_HOLDS) {
-        std::fprintf(stderr, "%s: no together in it whose commands wake two threads: nothing to explore\n",
+    shared->fewest = ~0ull;
+    shared->free_jobs = jobs_of(options) - 1;
+    const pid_t process = start_process([&] { explore(shared, source, options); });
+    if (process < 0 || exit_status_of(process) != 0)
+        shared->cut_short = true;
+    int exit_code = EXIT_UNUSABLE;
+    if (shared->points == 0 && shared->failing == 0)
+        std::fprintf(stderr, "%s: no together or after in it that wakes two threads: nothing to explore\n",
                      source.path.c_str());
-        unshare(shared);
-        return EXIT_UNUSABLE;
-    }
-    const bool whole = run_jobs(shared, source, options) && !shared->cut_short;
-    const bool holds = shared->failing == 0;
-    if (!holds)
-        tell_failure(*shared, source, options);
-    const std::string count = std::to_string(shared->tried);
-    say(source.path + ": " +
-        (holds ? count + " schedules hold"
-               : std::to_string(shared->failing) + " of " + count + " schedules fail") +
-        (whole ? ", complete (at most two overtakings)\n" : ", not complete\n"));
+    else
+        exit_code = tell_result(*shared, source, options);
     unshare(shared);
-    return holds && whole ? EXIT_HOLDS : EXIT_FAILS;
+    return exit_code;
 }
 
 int explore_sources(const std::vector<Source>& sources, const Options& options) {

@@ -156,6 +156,20 @@ std::string event_words(std::uint32_t code) {
     return code == 0 ? "no event" : "no event that is known";
 }
 
+std::vector<std::string> known_events() {
+    std::vector<std::string> codes;
+    for (const Word& row : g_events)
+        codes.push_back(format("0x%x", row.value));
+    return codes;
+}
+
+std::vector<std::string> known_controls() {
+    std::vector<std::string> codes;
+    for (const Word& row : g_controls)
+        codes.push_back(std::to_string(row.value));
+    return codes;
+}
+
 std::string event_name(std::uint32_t code) {
     for (const Word& row : g_events) {
         if (row.value == code)

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "sim/machine/trace.h"
 
@@ -76,6 +77,9 @@ Meaning request_meaning(std::string_view text, MeaningMemory* memory);
 Meaning registry_meaning(std::string_view text, MeaningMemory* memory);
 Meaning call_meaning(std::string_view text);
 std::string event_words(std::uint32_t code);
+// The codes that the service knows, for `event` and for `control`.
+std::vector<std::string> known_events();
+std::vector<std::string> known_controls();
 std::string event_name(std::uint32_t code); // in the service's own trace; "" when it has no row
 std::string control_words(std::uint32_t code);
 std::string posture_words(std::uint32_t posture);

@@ -134,15 +134,16 @@ template <Mode Wanted> static bool set_mode(const std::string&, Options* options
 
 // clang-format off
 static const Option g_options[] = {
+    {"-i",          "",          set_mode<Mode::Interactive>, "commands from the keyboard (or a pipe), one after the other, behind those of the files"},
     {"--seed",      "N",         read_seed,                "the threads run in another, repeatable order"},
     {"--seeds",     "N|A..B",    read_seeds,               "each file under each of these seeds, quiet; the first that fails is named"},
     {"--jobs",      "N",         read_jobs,                "with so many processes at once (as many as there are processors)"},
     {"--all",       "",          set<&Options::every_seed>, "behind the first seed that fails too: they are counted"},
-    {"--explore",   "",          set_mode<Mode::Explore>,  "every schedule of each `together` that overtakes twice at most"},
+    {"--explore",   "",          set_mode<Mode::Explore>,  "every schedule of each `together` and `after` that overtakes twice at most"},
     {"--limit",     "N",         read_limit,               "so many schedules of them"},
     {"--shrink",    "",          set_mode<Mode::Shrink>,   "the shortest script that fails as this one does under --seed"},
     {"--diff",      "A B",       read_diff,                "where the runs of two seeds part"},
-    {"--schedule",  "POINT:PICK,...", read_schedule,       "the threads run as a search has printed it"},
+    {"--schedule",  "LINE.POINT:PICK,...", read_schedule,       "the threads run as a search has printed it"},
     {"--strict",    "",          set<&Options::strict>,    "a file that expects nothing fails"},
     {"--trace-all", "",          set_trace_all, "shows reads, opens, closes, waits and the service's own messages too"},
     {"--read",      "",       set_read,       "the trace for people: with meanings, folded; so on a terminal"},
@@ -235,6 +236,7 @@ bool read_options(int count, char** arguments, Options* options) {
     }
     if ((!options->page.empty() || !options->perfetto.empty()) && options->files.size() > 1)
         return unusable("--page and --perfetto take one script");
-    const bool no_files = options->mode == Mode::Help || options->mode == Mode::Version;
+    const bool no_files =
+        options->mode == Mode::Help || options->mode == Mode::Version || options->mode == Mode::Interactive;
     return no_files || !options->files.empty() || usage();
 }

@@ -9,7 +9,7 @@
 #include "sim/tool/timeline.h"
 
 // What is done with each file.
-enum class Mode { Run, Seeds, Explore, Shrink, Diff, Help, Version };
+enum class Mode { Run, Interactive, Seeds, Explore, Shrink, Diff, Help, Version };
 
 struct Options {
     Mode mode = Mode::Run;

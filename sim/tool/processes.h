@@ -15,12 +15,16 @@ constexpr unsigned MOST_JOBS = 1024;
 // How many processes run at once.
 unsigned jobs_of(const Options& options);
 
+// Ends this process when the one that has started it ends.
+void end_with_parent();
+
 // A process of its own for `work`; -1 when there can be none. It leaves in order, so that its images go.
 template <class Work> pid_t start_process(const Work& work) {
     std::fflush(stdout);
     const pid_t process = fork();
     if (process != 0)
         return process;
+    end_with_parent();
     work();
     std::exit(0);
 }

@@ -444,14 +444,19 @@ void begin_timeline(const ViewOptions& options) {
     record(&g_view.moments, options.quiet ? [](const Moment&) {} : options.read ? take_for_people : take_raw);
 }
 
-void end_timeline() {
+void flush_timeline() {
     for (const auto& [thread, idle] : g_view.idle) {
         if (g_view.options.read)
             g_view.block.push_back(idle);
         else
             put_raw(idle);
     }
+    g_view.idle.clear();
     flush_block();
+}
+
+void end_timeline() {
+    flush_timeline();
     stop_recording();
 }
 

@@ -39,6 +39,8 @@ bool wants_details(const ViewOptions& options);
 // Shows the current machine's run on standard output until `end_timeline`.
 void begin_timeline(const ViewOptions& options);
 void end_timeline();
+// Shows what is kept back so far, for repeats of it that may come.
+void flush_timeline();
 // All that the run has told, from its beginning.
 const std::vector<Moment>& moments_of_run();
 // Of a run that has crashed: what is not shown yet, as it is. Allocates nothing.

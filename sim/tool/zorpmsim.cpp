@@ -5,6 +5,7 @@
 #include "sim/tool/diff.h"
 #include "sim/tool/explore.h"
 #include "sim/tool/help.h"
+#include "sim/tool/keyboard.h"
 #include "sim/tool/output.h"
 #include "sim/tool/run.h"
 #include "sim/tool/search.h"
@@ -23,6 +24,7 @@ static int run_sources(const std::vector<Source>& sources, const Options& option
 // clang-format off
 static const struct { Mode mode; int (*run)(const std::vector<Source>&, const Options&); } g_modes[] = {
     {Mode::Run,     run_sources},
+    {Mode::Interactive, run_keyboard},
     {Mode::Seeds,   search_seeds},
     {Mode::Explore, explore_sources},
     {Mode::Shrink,  shrink_sources},

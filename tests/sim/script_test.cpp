@@ -1,8 +1,11 @@
 // The scenario language: what the seed chooses, blocks, and what is refused.
 #include <algorithm>
+#include <filesystem>
 #include <set>
 
+#include "sim/script/commands.h"
 #include "sim/script/grammar.h"
+#include "sim/script/source.h"
 #include "tests/support/bench.h"
 
 using namespace sim;
@@ -127,6 +130,8 @@ static const Refused g_refused[] = {
     {"within 1s together\nend", "a command that acts|end without"},
     {"within 1s", "a command that acts"},
     {"within start", "duration expected"},
+    {"firmware DYTC takes 5ms,", "A..B"},
+    {"after 5ms mark", "a command that acts"},
     {"include /nowhere/at/all", "/nowhere/at/all: No such file or directory"},
     {"include -", "standard input"},
     {"check registry HKML\\X absent", "a registry path expected: HKML\\X; did you mean HKLM?"},
@@ -175,6 +180,39 @@ TEST(Script, PatternsThatSomeLineMatches) {
         const std::string line = pattern;
         EXPECT_EQ("", impossible_pattern(line.starts_with("no ") ? line.substr(3) : line));
     }
+}
+
+// What a line says that the grammar does not know, no script can expect.
+TEST(Script, EveryLineOfTheScenariosIsInTheGrammar) {
+    std::set<std::string> lines;
+    for (const auto& entry : std::filesystem::directory_iterator(ZORPM_SOURCE_DIR "/scenarios")) {
+        std::string text;
+        ASSERT_EQ("", read_script(entry.path(), &text));
+        Bench bench;
+        bench.run(text);
+        for (const TraceLine& line : bench.machine.trace)
+            lines.insert(line.text);
+    }
+    EXPECT_LT(300u, lines.size());
+    for (const std::string& line : lines)
+        EXPECT_EQ("", impossible_pattern(line)) << line;
+}
+
+TEST(Script, Completions) {
+    using Words = std::vector<std::string>;
+    EXPECT_EQ(Words{"GMMS"}, completions("firmware GM"));
+    EXPECT_EQ(Words{"firmware"}, completions("fir"));
+    EXPECT_EQ((Words{"allowed", "forbidden"}), completions("windows hibernate "));
+    EXPECT_EQ((Words{"hiberfile", "hibernate"}), completions("windows hib"));
+    EXPECT_EQ(Words{}, completions("bogus "));
+}
+
+TEST(Script, DurationsInTurn) {
+    const std::string takes = "firmware GETEVENT takes 10ms,20ms\n";
+    const std::string other = "event 0x1\nadvance 1s\n";
+    EXPECT_EQ(10u, fetched_at(0, takes + "event 0x5001\nadvance 1s"));
+    EXPECT_EQ(1020u, fetched_at(0, takes + other + "event 0x5001\nadvance 1s"));
+    EXPECT_EQ(2025u, fetched_at(0, takes + other + other + "after 5ms event 0x5001\nadvance 1s"));
 }
 
 TEST(Script, ManyEventsInOneInstant) {
