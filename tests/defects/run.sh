@@ -13,7 +13,7 @@ cd "$(dirname "$0")/../.."
 root=$PWD
 work=$root/build/defects
 plant=$root/tests/defects/plant.pl
-limit_s=60 # for one run of the tests; a defect may hang them
+limit_s=60 # of processor, for one run of the tests; a defect may hang them, and a busy machine is no hang
 
 if [ "${1:-}" = --check ]; then
     shift
@@ -38,23 +38,27 @@ make_tree() { # TREE
         -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >"$1/build.log" 2>&1 && build "$1" || { tail -n 20 "$1/build.log"; return 1; }
 }
 
+limited() { # SECONDS COMMAND...
+    (ulimit -t "$1" && exec timeout -k 5 $((20 * $1)) "${@:2}") >test.log 2>&1
+}
+
 # Runs the tests in a tree; prints the first failure and returns 1 when there is one.
 run_tests() { # TREE SWEEPS (a filter, or none)
     local status found
     cd "$1" || exit 1
-    timeout -k 5 $limit_s build/zorpm_tests --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
+    limited $limit_s build/zorpm_tests --gtest_fail_fast --gtest_brief=1
     status=$?
     if [ $status -eq 0 ]; then
-        timeout -k 5 $limit_s build/zorpmsim scenarios/*.txt >test.log 2>&1
+        limited $limit_s build/zorpmsim scenarios/*.txt
         status=$?
     fi
     if [ $status -eq 0 ] && [ "$2" != none ]; then
-        timeout -k 5 $((5 * limit_s)) build/zorpm_sweeps --gtest_filter="$2" --gtest_fail_fast --gtest_brief=1 >test.log 2>&1
+        limited $((5 * limit_s)) build/zorpm_sweeps --gtest_filter="$2" --gtest_fail_fast --gtest_brief=1
         status=$?
     fi
     [ $status -ne 0 ] || return 0
     found=$(grep -m1 -oE '^\[  FAILED  \] [A-Za-z0-9_./]+|^scenarios/[^:]*:[0-9]+: .*' test.log | cut -c1-70)
-    if [ $status -eq 124 ] || [ $status -eq 137 ]; then found="hangs"; fi
+    case $status in 124 | 137 | 152) found="hangs" ;; esac
     echo "${found:-exit status $status}" | sed 's/^\[  FAILED  \] //'
     return 1
 }
