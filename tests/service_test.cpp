@@ -245,7 +245,11 @@ TEST(Service, LidInhibitWithoutItsEvents) {
                    windows object "PMDRVLCDCSWATCHDOG" event denied | start | control 131
                    advance 1h | expect no request GETLIDSTATUS*
                    windows object "PMDRVLCDCSWATCHDOG" free | control 131 | advance 302s
-                   expect request LCDCSCONTROL(0x2)*)"}});
+                   expect request LCDCSCONTROL(0x2)*)"},
+               {"a wait that fails costs a period", R"(
+                   firmware GETLIDSTATUS = 3 | start | control 131 | fail SignalObjectAndWait
+                   advance 1s | mark | advance 1999ms | expect no request GETLIDSTATUS*
+                   advance 1ms | expect request GETLIDSTATUS*)"}});
 }
 
 // The first monitor notification may come while the service's own refresh runs, on the handler's thread: in

@@ -157,6 +157,7 @@ void end_process(Process* process, DWORD exit_code) {
         if (thread->process == process && thread.get() != m.running)
             end_thread(thread.get(), exit_code);
     }
+    process->handles_left = handle_count(process);
     close_handles_of(process);
     process->state.clear();
     process->local_blocks = 0;

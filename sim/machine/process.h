@@ -25,6 +25,7 @@ struct Process {
     ObjectRef object;
     StateSlots state;
     size_t local_blocks = 0; // LocalAlloc blocks alive
+    size_t handles_left = 0; // once it has ended: those that it had not closed
     Image* image = nullptr;  // null: no process of the product
 };
 

@@ -87,6 +87,18 @@ inline const ScriptCase g_orderScripts[] = {
         check registry SVC\Transform\CurrentStatus MM = 4
         check registry HKLM\SOFTWARE\Mestra\MultiMode CurrentMode = 4 | check device slate = 0
         check status RUNNING)"},
+    // What was done while two overtake is undone by the one that ends last, and done again then.
+    {"repeated while another still overtakes", g_thermalVersion3 + R"(
+        start | advance 30s | firmware DOCKMODE takes 60s | control 138 | advance 2s
+        mark | firmware GOPT(0x200) takes 90s | event 0x4012 | advance 1s | control 134 | advance 5m
+        check registry SVC\TMC\TIO CurrentSetting = 0
+        expect request DYTC(0x1f2001)* | expect request DYTC(0xf2001)*
+        expect count 1 request DYTC(0x1f2001)*)"},
+    // The inhibit that a client asks for at the limit of the one before lasts.
+    {"the limit in the midst of a request", R"(
+        firmware LCDCSGETSTATE = 3 | firmware GETLIDSTATUS = 2 | start | control 131 | advance 298s
+        firmware LCDCSCONTROL(1) takes 12s | control 131 | advance 30s
+        expect request LCDCSCONTROL(0x2)* | expect count 1 request LCDCSCONTROL(0x2)*)"},
     // An initialisation that has waited in vain does not wait again for what its functions do.
     {"an initialisation that is overtaken", g_thermalVersion3 + R"(
         start | advance 30s | control 138 | advance 500ms | firmware DOCKMODE takes 60s

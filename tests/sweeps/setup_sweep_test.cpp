@@ -22,7 +22,7 @@ static const char g_oldRelease[] =
 static void clean_up_left_nothing(const std::string& failed) {
     sim::Process* process = sim::machine().processes.back().get();
     EXPECT_TRUE(process->ended) << failed;
-    EXPECT_EQ(0u, sim::handle_count()) << failed;
+    EXPECT_EQ(0u, process->handles_left) << failed;
     EXPECT_EQ(0u, process->local_blocks) << failed;
     EXPECT_EQ(0u, sim::com_references(process)) << failed;
     EXPECT_EQ(0u, sim::com_strings(process)) << failed;
