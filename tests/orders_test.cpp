@@ -14,7 +14,7 @@ TEST(Orders, Scripts) {
 TEST(Orders, AWatchEndsAsItBegins) {
     run_seeds(800, [](Bench& bench) {
         bench.started("firmware LCDCSGETSTATE = 3 | firmware GETLIDSTATUS = 3");
-        bench.run("control 131 | control 132 | advance 5s | control 131 | advance 5s");
+        bench.run("together | control 131 | control 132 | end | advance 5s | control 131 | advance 5s");
         sim::signal_object(*sim::machine().named.at("PMDRVLCDCSWATCHDOG").lock());
         bench.run("control 132 | control 131 | advance 5s");
         EXPECT_EQ(live_threads("LCDCSWatchdog"), 1u);

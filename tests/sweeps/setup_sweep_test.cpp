@@ -20,7 +20,10 @@ static const char g_oldRelease[] =
 // The clean-up run has ended with nothing left, whatever failed; a started uninstall has a whole copy to work
 // on.
 static void clean_up_left_nothing(const std::string& failed) {
-    sim::Process* process = sim::machine().processes.back().get();
+    const auto& processes = sim::machine().processes;
+    sim::Process* process = std::find_if(processes.begin(), processes.end(), [](const auto& one) {
+                                return one->command_line == "-PnPTask";
+                            })->get();
     EXPECT_TRUE(process->ended) << failed;
     EXPECT_EQ(0u, process->handles_left) << failed;
     EXPECT_EQ(0u, process->local_blocks) << failed;
