@@ -37,8 +37,9 @@ demo:
 test:
 	@tools/ensure.sh host windows package browser
 	@$(call build,host)
+	@$(call build,release,zorpm_sweeps)
 	@$(call build,windows)
-	@tools/run_tests.sh host windows
+	@tools/run_tests.sh host release windows
 
 test-host:
 	@tools/ensure.sh host
@@ -64,7 +65,7 @@ release:
 
 bench:
 	@tools/ensure.sh host windows
-	@$(call build,release,zorpm_bench zorpm_image)
+	@$(call build,release,zorpm_bench zorpm_sweeps zorpmsim)
 	@$(call build,windows,zorpmsvc)
 	@build/release/zorpm_bench
 	@tests/wine/imports.sh build/windows/zorpmsvc.exe 104

@@ -33,7 +33,10 @@ struct Machine {
 
     std::vector<TraceLine> trace;
     bool keep_trace = true;
+    bool forget_trace = false; // each mark drops what was before it
+    size_t forgotten = 0;      // lines dropped so far
     bool keep_details = false;
+    TraceLine noted_call; // that nothing has told of yet; no text: none
     std::uint64_t trace_hash = HASH_START;
     void (*on_line)(const TraceLine&) = nullptr;
     void (*on_command)(const std::string& text, int line) = nullptr; // of a script, before it acts

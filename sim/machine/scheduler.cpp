@@ -287,6 +287,7 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
         end_thread(thread, 0);
     }
     may_hand_over(name);
+    note_call(name);
     if (!can_fail || !chosen_to_fail(m, name))
         return true;
     m.failed_call = name;
@@ -315,7 +316,7 @@ static void run_ready() {
     while (!interrupted()) {
         Thread* thread = take_next();
         if (thread == nullptr)
-            return;
+            return show_noted_call();
         m.running = thread;
         fiber_resume(thread->fiber);
         m.running = nullptr;

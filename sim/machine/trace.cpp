@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <utility>
 
 #include "sim/machine/machine.h"
 
@@ -20,18 +21,44 @@ static void mix(std::string_view text) {
     machine().trace_hash = hash;
 }
 
+static std::string running_name() {
+    const Thread* thread = machine().running;
+    return thread != nullptr ? thread->name : "machine";
+}
+
+static void put_line(TraceLine line) {
+    Machine& m = machine();
+    if (m.on_line != nullptr)
+        m.on_line(line);
+    if (m.keep_trace)
+        m.trace.push_back(std::move(line));
+}
+
+void show_noted_call() {
+    TraceLine& noted = machine().noted_call;
+    if (!noted.text.empty())
+        put_line(std::exchange(noted, {}));
+}
+
+void note_call(const char* name) {
+    if (!machine().keep_details)
+        return;
+    show_noted_call();
+    machine().noted_call = {machine().now, running_name(), name, false};
+}
+
 static void add_line(std::string text, bool effect) {
     Machine& m = machine();
-    TraceLine line{m.now, m.running != nullptr ? m.running->name : "machine", std::move(text), effect};
+    TraceLine line{m.now, running_name(), std::move(text), effect};
+    if (m.noted_call.thread == line.thread)
+        m.noted_call = {};
+    show_noted_call();
     if (effect) {
         m.trace_hash = (m.trace_hash ^ line.time) * HASH_PRIME;
         mix(line.thread);
         mix(line.text);
     }
-    if (m.on_line != nullptr)
-        m.on_line(line);
-    if (m.keep_trace)
-        m.trace.push_back(std::move(line));
+    put_line(std::move(line));
 }
 
 void trace(const char* pattern, ...) {

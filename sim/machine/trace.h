@@ -20,6 +20,9 @@ void add_detail(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 // Evaluates its arguments only where details are kept.
 #define trace_detail(...) (::sim::keeps_details() ? ::sim::add_detail(__VA_ARGS__) : void())
 bool keeps_details();
+// A platform call by its name: shown unless the call tells of itself.
+void note_call(const char* name);
+void show_noted_call();
 // The product did what no correct program does; fails the run.
 void violation(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 

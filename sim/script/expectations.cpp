@@ -94,11 +94,16 @@ static std::uint64_t count_lines(const std::string& pattern) {
 }
 
 void set_mark() {
-    g_expectations->mark = g_expectations->cursor = machine().trace.size();
+    Machine& m = machine();
+    if (m.forget_trace && g_expectations->outer == nullptr) {
+        m.forgotten += m.trace.size();
+        m.trace.clear();
+    }
+    g_expectations->mark = g_expectations->cursor = m.trace.size();
 }
 
 size_t mark_position() {
-    return g_expectations != nullptr ? g_expectations->mark : 0;
+    return machine().forgotten + (g_expectations != nullptr ? g_expectations->mark : 0);
 }
 
 constexpr size_t LINES_SHOWN = 20;

@@ -25,7 +25,7 @@ struct Expectations {
 };
 
 void set_mark();        // here and now
-size_t mark_position(); // in the trace
+size_t mark_position(); // among all lines of the run
 // The lines since the mark, each behind a line break: those around the one that is nearest to the pattern
 // that failed, or around where it was looked for.
 std::string lines_around();

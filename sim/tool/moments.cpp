@@ -9,7 +9,8 @@ namespace sim {
 namespace {
 
 struct Recording {
-    std::vector<Moment>* moments = nullptr;
+    std::vector<Moment>* moments = nullptr; // null: they are not kept
+    size_t seen = 0;
     void (*more)(const Moment&) = nullptr;
     MeaningMemory memory;
     std::map<std::string, size_t> causes; // by thread
@@ -23,8 +24,10 @@ struct Recording {
 static Recording g_recording;
 
 static void add(Moment moment) {
-    g_recording.moments->push_back(std::move(moment));
-    g_recording.more(g_recording.moments->back());
+    ++g_recording.seen;
+    g_recording.more(moment);
+    if (g_recording.moments != nullptr)
+        g_recording.moments->push_back(std::move(moment));
 }
 
 static bool only_time(const std::string& command) {
@@ -41,7 +44,7 @@ static void take_command(const std::string& command, int line) {
     moment.meaning = meaning_of_command(command, &r.memory);
     r.time_passes = only_time(command);
     if (!r.time_passes)
-        r.command = r.moments->size();
+        r.command = r.seen;
     add(std::move(moment));
 }
 

@@ -25,7 +25,7 @@ struct Moment {
     unsigned count = 1;      // this often in a row
 };
 
-// Begins to record the machine's run. `more` is called for each moment that has been added to the list.
+// Begins to record the machine's run. `more` is called for each moment, and the list gets it; null: none.
 void record(std::vector<Moment>* moments, void (*more)(const Moment& moment));
 void stop_recording();
 

@@ -87,6 +87,7 @@ ScriptResult run_on(Machine& machine, const Source& source, const Options& optio
 
 ScriptResult run_quietly(const Source& source, const Options& options, std::uint64_t seed) {
     Machine machine(seed);
+    machine.forget_trace = true;
     return run_on(machine, source, options);
 }
 
@@ -114,7 +115,10 @@ static int write_files(const Source& source, const Options& options) {
 int run_source(const Source& source, const Options& options) {
     Machine machine(options.seed);
     machine.keep_details = wants_details(options.view);
-    begin_timeline(options.view);
+    machine.forget_trace = true;
+    ViewOptions view = options.view;
+    view.keep = !options.page.empty() || !options.perfetto.empty();
+    begin_timeline(view);
     machine.on_show = print_shown;
     const ScriptResult result = run_on(machine, source, options);
     end_timeline();

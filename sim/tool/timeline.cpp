@@ -17,7 +17,7 @@ namespace {
 
 struct View {
     ViewOptions options;
-    std::vector<Moment> moments; // all, for their causes
+    std::vector<Moment> moments; // all, where they are kept
     std::vector<Moment> block;   // what one command has led to, not yet shown
     std::map<std::string, std::string> last_of_thread;
     std::map<std::string, Moment> idle; // waits that go on, by thread
@@ -441,7 +441,9 @@ static void take_raw(const Moment& moment) {
 void begin_timeline(const ViewOptions& options) {
     g_view = {};
     g_view.options = options;
-    record(&g_view.moments, options.quiet ? [](const Moment&) {} : options.read ? take_for_people : take_raw);
+    record(options.keep ? &g_view.moments : nullptr, options.quiet  ? [](const Moment&) {}
+                                                     : options.read ? take_for_people
+                                                                    : take_raw);
 }
 
 void flush_timeline() {

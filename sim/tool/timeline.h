@@ -22,6 +22,7 @@ struct ViewOptions {
     std::string thread; // only this one's lines, by its long or its short name
     TimeBound from;
     TimeBound to;
+    bool keep = false;    // all moments, for a file
     bool quiet = false;   // nothing is shown: for a run that is written to a file
     unsigned width = 120; // of a line
     bool colour = false;
@@ -41,7 +42,7 @@ void begin_timeline(const ViewOptions& options);
 void end_timeline();
 // Shows what is kept back so far, for repeats of it that may come.
 void flush_timeline();
-// All that the run has told, from its beginning.
+// All that the run has told, from its beginning, where the view keeps it.
 const std::vector<Moment>& moments_of_run();
 // Of a run that has crashed: what is not shown yet, as it is. Allocates nothing.
 void write_rest();

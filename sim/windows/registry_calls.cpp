@@ -89,7 +89,7 @@ static void note_opening(const std::string& path, REGSAM access) {
     std::vector<KeyOpening>& openings = registry().openings;
     if (openings.size() >= MOST_OPENINGS && openings.size() == openings.capacity())
         std::erase_if(openings, [](const KeyOpening& opening) { return opening.at < mark_position(); });
-    openings.push_back({machine().trace.size(), path, access, current_process()});
+    openings.push_back({machine().forgotten + machine().trace.size(), path, access, current_process()});
 }
 
 static HKEY open_key(const KeyRef& key, const std::string& path, REGSAM access) {

@@ -46,7 +46,7 @@ struct OpenedKey {
 
 // One successful opening, for `expect open`.
 struct KeyOpening {
-    size_t at;        // in the trace
+    size_t at;        // among all lines of the run
     std::string path; // as the service named it
     REGSAM access;
     const Process* process;

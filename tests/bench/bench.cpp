@@ -1,7 +1,13 @@
-// Figures that are measured, not asserted: calls per event, speed of the pump, idle time, switches.
+// Figures that are measured, not asserted: calls per event; speed and memory, beside what they were.
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <map>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "sim/machine/machine.h"
 #include "sim/notebook/driver.h"
@@ -96,6 +102,13 @@ static void calls_per_event() {
     }
 }
 
+// ---- the table ----
+
+static void put_row(const char* what, const char* unit, double now, const char* before) {
+    std::printf("  %-46s %12.*f   %-14s %s\n", what, now < 10 ? 2 : 0, now, before, unit);
+    std::fflush(stdout);
+}
+
 static void pump_speed() {
     Machine machine;
     start_machine();
@@ -110,21 +123,15 @@ static void pump_speed() {
         machine.settle();
         machine.advance(10);
     }
-    const double seconds = seconds_since(start);
-    std::printf("\nevents through the pump                  %10.0f per second\n", events / seconds);
+    put_row("events through the pump", "per second", events / seconds_since(start), "100000-110000");
 }
 
 static void idle_year() {
     Machine machine;
     start_machine();
     const auto start = Clock::now();
-    const std::uint64_t switches = machine.switches;
     machine.advance(Ms{365} * 86400 * 1000);
-    const double seconds = seconds_since(start);
-    std::printf("a year with the service idle             %10.2f s\n", seconds);
-    std::printf("simulated time per real second, idle     %10.1f days\n", 365 / seconds);
-    std::printf("fiber switches while idle                %10.0f per second\n",
-                static_cast<double>(machine.switches - switches) / seconds);
+    put_row("a year with the service idle", "seconds", seconds_since(start), "3.6");
 }
 
 static void switch_speed() {
@@ -140,14 +147,107 @@ static void switch_speed() {
             return DWORD{0};
         });
     machine.settle();
-    std::printf("fiber switches, two threads handing over %10.0f per second\n",
-                static_cast<double>(machine.switches) / seconds_since(start));
+    put_row("fiber switches, two threads handing over", "per second",
+            static_cast<double>(machine.switches) / seconds_since(start), "-");
 }
 
-int main() {
+namespace {
+
+struct Cost {
+    double wall_s = 0;
+    double user_s = 0; // of processor
+    long megabytes = 0;
+};
+
+} // namespace
+
+static std::string g_directory; // of the programs
+
+// Runs one of the programs, silently.
+static Cost cost_of(const std::string& command) {
+    const auto start = Clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string line = "exec " + g_directory + command + " >/dev/null 2>&1";
+        execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage = {};
+    if (child < 0 || wait4(child, &status, 0, &usage) != child || status != 0)
+        std::printf("  it fails: %s\n", command.c_str());
+    const double user_s =
+        static_cast<double>(usage.ru_utime.tv_sec) + static_cast<double>(usage.ru_utime.tv_usec) / 1e6;
+    return {seconds_since(start), user_s, usage.ru_maxrss / 1024};
+}
+
+static std::string script_file(const char* text) {
+    const std::string path = g_directory + "bench_script.txt";
+    std::ofstream(path) << text;
+    return path;
+}
+
+static void seeds_per_second() {
+    static const struct {
+        const char* name;
+        const char* test;
+        double seeds;
+        const char* before;
+    } rows[] = {
+        {"seeds of the core sweep", "CoreSweep.AThousandSchedules", 1000, "270-304"},
+        {"seeds of cooling's", "CoolingSweep.ManySchedules", 1000, "271"},
+        {"seeds of the form factor's", "FormFactorSweep.RefreshAgainstEvents", 1000, "227"},
+        {"seeds of lid inhibit's", "FormFactorSweep.LidInhibit", 200, "54"},
+        {"seeds of the hot keys'", "HotkeySweep.TheLastMaskReachesTheFirmware", 1000, "410"},
+    };
+    for (const auto& row : rows)
+        put_row(row.name, "per second of processor",
+                row.seeds / cost_of(std::string("zorpm_sweeps --gtest_filter=") + row.test).user_s,
+                row.before);
+}
+
+static void searches() {
+    const std::string race = script_file("start\nadvance 5s\ntogether\ncontrol 133\nevent 0x60C0\nend\n"
+                                         "advance 1h\ncheck status RUNNING\n");
+    constexpr unsigned seeds = 4000;
+    const std::string search = format("zorpmsim --seeds %u %s", seeds, race.c_str());
+    const double one = cost_of(search + " --jobs 1").wall_s;
+    put_row("zorpmsim --seeds, one processor", "seeds per second", seeds / one, "-");
+    put_row("  all processors against one (aim: 1.8 of two)", "times", one / cost_of(search).wall_s, "-");
+    script_file("start\nadvance 5s\nrepeat 1000000\nevent 0x7000\nend\ncheck status RUNNING\n");
+    put_row("memory at a million events", "MB", static_cast<double>(cost_of("zorpmsim " + race).megabytes),
+            "512");
+}
+
+// Schedules a second, of a block that `--explore` runs to its end.
+static void exploration() {
+    const std::string block = script_file("start\nadvance 5s\ntogether\ncontrol 133\nevent 0x60C0\nend\n"
+                                          "advance 1s\ncheck status RUNNING\n");
+    const auto start = Clock::now();
+    FILE* answer = popen((g_directory + "zorpmsim --explore --limit 500 " + block).c_str(), "r");
+    unsigned long schedules = 0;
+    char line[512];
+    while (answer != nullptr && std::fgets(line, sizeof(line), answer) != nullptr) {
+        const char* colon = std::strstr(line, ": ");
+        if (colon != nullptr && std::strstr(line, " schedules") != nullptr)
+            schedules = std::strtoul(colon + 2, nullptr, 10);
+    }
+    if (answer != nullptr)
+        pclose(answer);
+    put_row("schedules explored", "per second", static_cast<double>(schedules) / seconds_since(start), "-");
+}
+
+int main(int, char** arguments) {
+    const std::string own = arguments[0];
+    g_directory = own.substr(0, own.rfind('/') + 1);
     calls_per_event();
+    std::printf("\n  %-46s %12s   %s\n\n", "", "now", "before");
     pump_speed();
     idle_year();
     switch_speed();
+    seeds_per_second();
+    searches();
+    exploration();
+    std::remove((g_directory + "bench_script.txt").c_str());
     return 0;
 }

@@ -1,6 +1,7 @@
 // What the sweeps share: every call failing once, many seeds, and the figures they print.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -8,6 +9,8 @@
 
 // One line of the table of figures that `make test` shows at its end.
 inline void figure(const char* what, const std::string& value) {
+    if (std::getenv("ZORPM_SHARE") != nullptr)
+        return;
     std::printf("figure: %-80s %s\n", what, value.c_str());
     if (const char* path = std::getenv("ZORPM_FIGURES")) {
         if (FILE* file = std::fopen(path, "a")) {
@@ -15,6 +18,12 @@ inline void figure(const char* what, const std::string& value) {
             std::fclose(file);
         }
     }
+}
+
+// With ZORPM_SHARE=N, one of N of the failing calls and seeds alone: what the sanitizers see of a sweep.
+inline std::uint64_t share() {
+    const char* text = std::getenv("ZORPM_SHARE");
+    return text != nullptr ? std::max(1ul, std::strtoul(text, nullptr, 10)) : 1;
 }
 
 // Runs `script` (no expectations in it: only acts) once to count its platform calls, then once per call with
@@ -28,7 +37,7 @@ inline std::uint64_t sweep_failures(const std::string& script,
         bench.run(script);
         calls = bench.machine.calls;
     }
-    for (std::uint64_t number = 1; number <= calls; ++number) {
+    for (std::uint64_t number = 1; number <= calls; number += share()) {
         Bench bench;
         bench.machine.fail_at = number;
         bench.run(script);
@@ -47,8 +56,8 @@ inline std::uint64_t sweep_failures(const std::string& script,
 constexpr std::uint64_t SEEDS_PER_REPETITION = 10;
 
 // How often run_seeds runs its body.
-constexpr std::uint64_t runs_of(std::uint64_t seeds) {
-    return seeds + seeds / SEEDS_PER_REPETITION;
+inline std::uint64_t runs_of(std::uint64_t seeds) {
+    return share() == 1 ? seeds + seeds / SEEDS_PER_REPETITION : (seeds + share() - 1) / share();
 }
 
 // Runs `body` on a machine of each seed from 1 to `seeds`, half of them with overtaking between two atomics.
@@ -56,7 +65,7 @@ constexpr std::uint64_t runs_of(std::uint64_t seeds) {
 inline void run_seeds(std::uint64_t seeds, const std::function<void(Bench&)>& body) {
     const char* chosen = std::getenv("ZORPM_SEED");
     const std::uint64_t only = chosen != nullptr ? std::strtoull(chosen, nullptr, 0) : 0;
-    for (std::uint64_t seed = only != 0 ? only : 1; seed <= (only != 0 ? only : seeds); ++seed) {
+    for (std::uint64_t seed = only != 0 ? only : 1; seed <= (only != 0 ? only : seeds); seed += share()) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const bool repeated = only != 0 || seed % SEEDS_PER_REPETITION == 0;
         std::uint64_t hash[2] = {};

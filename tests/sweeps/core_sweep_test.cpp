@@ -82,7 +82,7 @@ static std::uint64_t expect_no_leak(const std::string& round) {
         calls = bench.machine.calls - before;
         EXPECT_EQ(usual, held());
     }
-    for (std::uint64_t number = 1; number <= calls && !testing::Test::HasFailure(); ++number) {
+    for (std::uint64_t number = 1; number <= calls && !testing::Test::HasFailure(); number += share()) {
         Bench bench;
         bench.run(g_start + round);
         bench.machine.fail_at = bench.machine.calls + number;

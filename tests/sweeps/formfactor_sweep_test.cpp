@@ -45,7 +45,7 @@ const char g_limit[] = R"(
 // Fails each call of `acts` once, behind a `beginning` that goes well. Nothing stays behind, the next day is
 // a normal one, and the service still stops.
 std::uint64_t fail_every_call(const char* beginning, const char* acts) {
-    for (std::uint64_t number = 1;; ++number) {
+    for (std::uint64_t number = 1;; number += share()) {
         Bench bench;
         bench.run(format("%s start\n advance 5s\n %s", g_setup, g_day));
         const size_t handles = sim::handle_count(sim::service_process());

@@ -75,7 +75,7 @@ TEST(SetupSweep, TaskRegistration) {
 // One report per ended attempt; the next event puts everything right.
 TEST(SetupSweep, PanelFrequency) {
     std::uint64_t number = 1;
-    for (bool more = true; more; ++number) {
+    for (bool more = true; more; number += share()) {
         Bench bench;
         bench.run(R"(
             firmware PWMGET = 200
@@ -110,7 +110,7 @@ TEST(SetupSweep, PanelFrequency) {
 // The monitor's thread alone: it sleeps with its two devices open, or has ended with none.
 TEST(SetupSweep, IdleStateMonitor) {
     std::uint64_t number = 1;
-    for (bool more = true; more; ++number) {
+    for (bool more = true; more; number += share()) {
         Bench bench;
         bench.run(R"(
             firmware QCPULEVELCTRL(0) = 1
