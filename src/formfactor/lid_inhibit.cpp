@@ -23,10 +23,11 @@ static std::atomic<DWORD> g_dwLCDCSTimerStopped{0};
 // The present run's five minutes are over, and nobody has acted on it yet.
 static std::atomic<bool> g_bLCDCSLimitReached{false};
 
-// The watchdog's stop event. Whoever takes it out of here sets it, once and in the same turn; the watchdog
-// closes it after that, or when it has taken it back. Only a thread that is suspended between the two for
-// longer than others wait for a turn could still set a closed handle, which fails.
+// The watchdog's stop event. Whoever takes it out of here sets it, once; the watchdog closes it after that,
+// or when it has taken it back. Another program may have ended the watch just then, by the event's name: so
+// the watchdog waits for those who are between the two.
 static std::atomic<HANDLE> g_hLCDCSWatchdogStop{nullptr};
+static std::atomic<DWORD> g_dwLCDCSWatchdogStopping{0};
 
 namespace {
 
@@ -61,9 +62,11 @@ static void StopWatchdog() {
     while (state == WATCH_ON || state == WATCH_ON_AGAIN) {
         if (!g_dwLCDCSWatch.compare_exchange_weak(state, WATCH_ENDS))
             continue;
+        ++g_dwLCDCSWatchdogStopping;
         HANDLE stop = g_hLCDCSWatchdogStop.exchange(nullptr);
         if (stop != nullptr)
             SetEvent(stop);
+        --g_dwLCDCSWatchdogStopping;
         return;
     }
 }
@@ -219,6 +222,8 @@ static OPERATION(DWORD WINAPI, LCDCSWatchdogThreadProc, ([[maybe_unused]] void* 
         Trace(L"LCDCSWatchdogThreadProc(): Error: events not created.\n");
         g_dwLCDCSWatch = WATCH_NONE;
     }
+    while (g_dwLCDCSWatchdogStopping != 0)
+        Sleep(1);
     signal.Release();
     stop.Release();
     Trace(L"Exit LCDCSWatchdogThreadProc()\n");
