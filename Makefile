@@ -71,7 +71,7 @@ bench:
 	@tests/wine/imports.sh build/windows/zorpmsvc.exe 104
 
 lint:
-	@tools/ensure.sh lint
+	@tools/ensure.sh host lint
 	@tools/lint.sh
 
 format:

@@ -376,7 +376,7 @@ static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWO
         return request_failed(method, shown);
     if (driver().request_hook)
         driver().request_hook(method.name, in, method.in_bytes);
-    if (method.code == REGISTEREVENTS)
+    if (method.code == REGISTEREVENTS && in != nullptr)
         take_registration(in);
     if (method.code == UNREGISTEREVENTS)
         take_unregistration(in);
