@@ -182,7 +182,7 @@ static Cost cost_of(const std::string& command) {
 }
 
 static std::string script_file(const char* text) {
-    const std::string path = g_directory + "bench_script.txt";
+    std::string path = g_directory + "bench_script.txt";
     std::ofstream(path) << text;
     return path;
 }
