@@ -1,11 +1,11 @@
 #include "sim/invariants/at_rest.h"
 
 #include <algorithm>
-#include <iterator>
 #include <map>
 
 #include "sim/machine/machine.h"
 #include "sim/notebook/device_interfaces.h"
+#include "sim/notebook/driver.h"
 #include "sim/script/commands.h"
 #include "sim/script/expectations.h"
 #include "sim/windows/registry.h"
@@ -22,42 +22,15 @@ size_t live_threads(const std::string& part) {
 
 // ---- published and commanded ----
 
-// Words that command, by what they command: of each the last stands.
-static std::string commanded(const std::string& request) {
-    static const char* const methods[] = {"DYTC", "MHKM", "LCDCSCONTROL", "SETLIDBEEP"};
-    const size_t bracket = request.find('(');
-    std::string method = request.substr(0, bracket);
-    if (bracket == std::string::npos ||
-        std::find(std::begin(methods), std::end(methods), method) == std::end(methods))
-        return "";
-    const auto word = static_cast<DWORD>(std::strtoull(request.c_str() + bracket + 1, nullptr, 0));
-    if (method == "MHKM")
-        return format("MHKM(%u)", word);
-    if (method != "DYTC")
-        return method;
-    // A function of version 3, or the mode of version 2.
-    return (word & 0xFF) == 1 ? format("DYTC function %u", word >> 12 & 0xF) : "";
-}
-
 static std::string last_words() {
-    static const std::string request = "request ";
-    std::map<std::string, std::string> last;
-    for (const TraceLine& line : machine().trace) {
-        if (!line.effect || !line.text.starts_with(request))
-            continue;
-        const std::string what = commanded(line.text.substr(request.size()));
-        if (!what.empty())
-            last[what] = line.text;
-    }
-    // A mode that is as it was at the start may have been told, or never: of the hot keys only 32 is on
-    // there.
-    std::erase_if(last, [](const auto& word) {
-        const bool at_start = word.second.ends_with(word.first == "MHKM(32)" ? ", 1)" : ", 0)");
-        return word.first.starts_with("MHKM") && at_start;
-    });
     std::string text;
-    for (const auto& [what, word] : last)
-        text.append(what).append(": ").append(word).append("\n");
+    for (const auto& [what, word] : last_commands()) {
+        // A mode that is as it was at the start may have been told, or never: of the hot keys only 32 is on
+        // there.
+        const bool at_start = word.ends_with(what == "MHKM(32)" ? ", 1)" : ", 0)");
+        if (!what.starts_with("MHKM") || !at_start)
+            text.append(what).append(": ").append(word).append("\n");
+    }
     return text;
 }
 

@@ -6,7 +6,19 @@
 #include "sim/machine/scheduler.h"
 
 // The instrumentation's own names. Orders of memory do not matter: one thread runs at a time.
+#define CHANGE(bits, type, name, result)                                                                     \
+    extern "C" type __tsan_atomic##bits##_##name(volatile type* at, type value, int) {                       \
+        sim::may_hand_over("an atomic");                                                                     \
+        const type old = *at;                                                                                \
+        *at = static_cast<type>(result);                                                                     \
+        return old;                                                                                          \
+    }
 #define ATOMIC(bits, type)                                                                                   \
+    CHANGE(bits, type, exchange, value)                                                                      \
+    CHANGE(bits, type, fetch_add, old + value)                                                               \
+    CHANGE(bits, type, fetch_sub, old - value)                                                               \
+    CHANGE(bits, type, fetch_and, old& value)                                                                \
+    CHANGE(bits, type, fetch_or, old | value)                                                                \
     extern "C" type __tsan_atomic##bits##_load(const volatile type* at, int) {                               \
         sim::may_hand_over("an atomic");                                                                     \
         return *at;                                                                                          \
@@ -14,36 +26,6 @@
     extern "C" void __tsan_atomic##bits##_store(volatile type* at, type value, int) {                        \
         sim::may_hand_over("an atomic");                                                                     \
         *at = value;                                                                                         \
-    }                                                                                                        \
-    extern "C" type __tsan_atomic##bits##_exchange(volatile type* at, type value, int) {                     \
-        sim::may_hand_over("an atomic");                                                                     \
-        const type old = *at;                                                                                \
-        *at = value;                                                                                         \
-        return old;                                                                                          \
-    }                                                                                                        \
-    extern "C" type __tsan_atomic##bits##_fetch_add(volatile type* at, type value, int) {                    \
-        sim::may_hand_over("an atomic");                                                                     \
-        const type old = *at;                                                                                \
-        *at = static_cast<type>(old + value);                                                                \
-        return old;                                                                                          \
-    }                                                                                                        \
-    extern "C" type __tsan_atomic##bits##_fetch_sub(volatile type* at, type value, int) {                    \
-        sim::may_hand_over("an atomic");                                                                     \
-        const type old = *at;                                                                                \
-        *at = static_cast<type>(old - value);                                                                \
-        return old;                                                                                          \
-    }                                                                                                        \
-    extern "C" type __tsan_atomic##bits##_fetch_and(volatile type* at, type value, int) {                    \
-        sim::may_hand_over("an atomic");                                                                     \
-        const type old = *at;                                                                                \
-        *at = static_cast<type>(old & value);                                                                \
-        return old;                                                                                          \
-    }                                                                                                        \
-    extern "C" type __tsan_atomic##bits##_fetch_or(volatile type* at, type value, int) {                     \
-        sim::may_hand_over("an atomic");                                                                     \
-        const type old = *at;                                                                                \
-        *at = static_cast<type>(old | value);                                                                \
-        return old;                                                                                          \
     }                                                                                                        \
     extern "C" int __tsan_atomic##bits##_compare_exchange_strong(volatile type* at, type* expected,          \
                                                                  type value, int, int) {                     \

@@ -80,6 +80,7 @@ struct Driver {
     std::deque<EventRecord> events;
     ObjectRef notify[DRIVER_EVENTS];
     std::map<const Method*, LastRequest> last;
+    std::map<std::string, std::string> commands; // the last of each kind, by what it commands
     std::function<bool(const std::string&, DWORD, Answer*)> answer_hook;
     std::function<void(const std::string&, const DWORD*, DWORD)> request_hook;
 };
@@ -331,9 +332,30 @@ static std::string shown_request(const Method& method, const DWORD* in) {
     return format("request %s(0x%x)", method.name, in[0]);
 }
 
+// What a request commands; empty for one that asks. A word of DYTC commands a function of version 3, or the
+// mode of version 2.
+static std::string commanded(const std::string& method, const std::string& line) {
+    static const char* const methods[] = {"DYTC", "MHKM", "LCDCSCONTROL", "SETLIDBEEP"};
+    if (std::find(std::begin(methods), std::end(methods), method) == std::end(methods))
+        return "";
+    const auto word = static_cast<DWORD>(std::strtoull(line.c_str() + line.find('(') + 1, nullptr, 0));
+    if (method == "MHKM")
+        return format("MHKM(%u)", word);
+    if (method == "DYTC")
+        return (word & 0xFF) == 1 ? format("DYTC function %u", word >> 12 & 0xF) : "";
+    return method;
+}
+
+const std::map<std::string, std::string>& last_commands() {
+    return driver().commands;
+}
+
 // The request's line in the trace; `show firmware` has the last of each method.
 static void trace_request(const Method& method, const std::string& line) {
     driver().last[&method] = {line, machine().now};
+    const std::string what = commanded(method.name, line);
+    if (!what.empty())
+        driver().commands[what] = line;
     trace("%s", line.c_str());
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 
 #include "sim/machine/machine.h"
@@ -27,6 +28,10 @@ void set_answer_durations(const std::string& method, const DWORD* argument, cons
 void set_answer_hook(std::function<bool(const std::string& method, DWORD argument, Answer* answer)> hook);
 // Called for each request carried out, with its input words.
 void set_request_hook(std::function<void(const std::string& method, const DWORD* in, DWORD in_bytes)> hook);
+
+// The last command of each kind as the trace shows it, by what it commands: the trace itself may be
+// forgotten.
+const std::map<std::string, std::string>& last_commands();
 
 void post_event(DWORD code, DWORD second = 0);
 size_t pending_events();
