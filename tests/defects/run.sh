@@ -27,7 +27,7 @@ export GIT_CEILING_DIRECTORIES=$work # the copies are no part of this repository
 export CCACHE_NOHASHDIR=1
 
 build() { # TREE
-    CCACHE_BASEDIR=$1 cmake --build "$1/build" >"$1/build.log" 2>&1
+    CCACHE_BASEDIR=$1 cmake --build "$1/build" --target zorpm_tests zorpm_sweeps zorpmsim >"$1/build.log" 2>&1
 }
 
 make_tree() { # TREE
