@@ -302,7 +302,7 @@ int run_generator(const Generator& generator, const Limits& limits) {
     g_shared->next = first;
     g_shared->end = count != 0 ? first + count : ~std::uint64_t{0};
     if (generator.begin != nullptr)
-        generator.begin();
+        generator.begin(limits);
     std::vector<Failure> failures;
     const auto begun = Clock::now();
     const auto end = seconds != 0 ? begun + std::chrono::seconds(seconds) : Clock::time_point::max();

@@ -15,10 +15,17 @@ struct Case {
     std::string failure; // "": none so far
 };
 
+struct Limits {
+    std::uint64_t seed = 0;  // first; 0: where the run before ended
+    std::uint64_t count = 0; // 0 and 0: the generator's own
+    unsigned seconds = 0;
+    unsigned jobs = 0;
+};
+
 struct Generator {
     const char* name;
     const char* help;
-    void (*begin)(); // once, before all cases; may be null
+    void (*begin)(const Limits& limits); // once, before all cases; may be null
     void (*run)(Case& seed);
     unsigned longest_s;  // of one seed; behind that it spins
     std::uint64_t count; // unless told otherwise, of seeds
@@ -36,13 +43,6 @@ bool play(Case& seed, const std::string& text);
 void play_bytes(Case& seed, const std::string& bytes, bool runs);
 // Counts what has been reached, by its hash; whether it is new.
 bool note_kind(std::uint64_t hash);
-
-struct Limits {
-    std::uint64_t seed = 0;  // first; 0: where the run before ended
-    std::uint64_t count = 0; // 0 and 0: the generator's own
-    unsigned seconds = 0;
-    unsigned jobs = 0;
-};
 
 // An exit status.
 int run_generator(const Generator& generator, const Limits& limits);

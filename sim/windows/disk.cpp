@@ -64,17 +64,41 @@ bool file_has_folder(const std::string& path) {
     return found != nullptr && found->directory;
 }
 
-// Whether the parts of a path, behind its drive, are as Windows stores them.
-static bool plain_parts(const std::string& path) {
-    size_t start = 3;
-    while (start <= path.size()) {
+// The parts of a path behind its drive: "." and ".." are walked, a dot ends no part, nor blanks the last.
+static std::vector<std::string> parts_of_path(const std::string& path) {
+    std::vector<std::string> parts;
+    for (size_t start = 3; start < path.size();) {
         const size_t end = std::min(path.find('\\', start), path.size());
-        const std::string part = path.substr(start, end - start);
-        if (part.empty() || part.back() == '.' || part.back() == ' ' || part.find(':') != std::string::npos)
-            return false;
+        std::string part = path.substr(start, end - start);
         start = end + 1;
+        if (part == "..") {
+            if (!parts.empty())
+                parts.pop_back();
+            continue;
+        }
+        if (end == path.size())
+            part.erase(part.find_last_not_of(". ") + 1);
+        else if (part.ends_with('.'))
+            part.pop_back();
+        if (!part.empty())
+            parts.push_back(part);
     }
-    return true;
+    return parts;
+}
+
+// The one form of a full path. A colon parts the name of a stream from that of its file, the last part.
+static DWORD walk_parts(const char* call, std::string* path) {
+    const std::string whole = *path;
+    path->resize(2);
+    for (const std::string& part : parts_of_path(whole)) {
+        if (path->find(':', 2) != std::string::npos || part.ends_with(':'))
+            return ERROR_INVALID_NAME;
+        *path += "\\" + part;
+    }
+    if (path->find(':', 2) == std::string::npos)
+        return ERROR_SUCCESS;
+    violation("%s: %s: the disk of this machine keeps no streams", call, path->c_str());
+    return ERROR_INVALID_NAME;
 }
 
 DWORD resolve_path(const char* call, std::string* path, bool* as_folder) {
@@ -91,8 +115,10 @@ DWORD resolve_path(const char* call, std::string* path, bool* as_folder) {
     *as_folder = path->size() > 3 && path->back() == '\\';
     if (path->back() == '\\')
         path->pop_back();
-    if ((path->size() == 2 && (*path)[1] == ':') || (path->substr(1, 2) == ":\\" && plain_parts(*path)))
+    if (path->size() == 2 && (*path)[1] == ':')
         return ERROR_SUCCESS;
+    if (path->substr(1, 2) == ":\\")
+        return walk_parts(call, path);
     violation("%s: %s is not spelled as the names of this machine's disk are", call, path->c_str());
     return ERROR_INVALID_NAME;
 }

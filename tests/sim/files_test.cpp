@@ -33,6 +33,11 @@ TEST(FileSim, Paths) {
         {L"C:\\x.txt\\", 123, 123, 123},
         {L"C:\\X.TXT", 0, 0, FILE_ATTRIBUTE_ARCHIVE},
         {L"C:\\\\x.txt", 0, 0, FILE_ATTRIBUTE_ARCHIVE},
+        {L"C:\\.\\none\\..\\..\\x.txt. .", 0, 0, FILE_ATTRIBUTE_ARCHIVE},
+        {L"C:\\Windows.\\INF.", 5, 5, FILE_ATTRIBUTE_DIRECTORY},
+        {L"C:\\Windows \\INF", 3, 3, 3},
+        {L"C:\\Windows\\C:\\x.txt", 123, 123, 123},
+        {L"C:\\Windows\\C:\\", 123, 123, 123},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(narrow(row.path));
@@ -47,12 +52,11 @@ TEST(FileSim, Paths) {
             EXPECT_EQ(row.deletion, DeleteFileW(row.path) ? 0 : GetLastError());
         });
     }
-    for (const wchar_t* path :
-         {L"C:x.txt", L"C:\\.\\x.txt", L"C:\\Windows\\..\\x.txt", L"C:\\x.txt.", L"C:\\x.txt ",
-          L"C:\\x.txt:stream", L"\\\\?\\C:\\x.txt", L"\\\\server\\x.txt", L"\\x.txt"}) {
+    for (const wchar_t* path : {L"C:x.txt", L"\\\\?\\C:\\x.txt", L"\\\\server\\x.txt", L"\\x.txt"}) {
         SCOPED_TRACE(narrow(path));
         expect_violation("is not spelled", [path] { GetFileAttributesW(path); });
     }
+    expect_violation("no streams", [] { GetFileAttributesW(L"C:\\x.txt:stream"); });
 }
 
 TEST(FileSim, ShareModesBetweenOpeners) {
