@@ -19,20 +19,10 @@ TEST(FileSim, Paths) {
         DWORD deletion;
         DWORD attributes; // or the error
     } rows[] = {
-        {L"", 3, 3, 3},
-        {L"C:\\Windows\\*.inf", 123, 123, 123},
-        {L"C:\\Windows\\a?", 123, 123, 123},
-        {L"C:\\Windows\\none.txt", 2, 2, 2},
-        {L"C:\\None\\none.txt", 3, 3, 3},
         {L"D:\\none.txt", 3, 3, 3},
-        {L"C:\\x.txt\\below.txt", 3, 3, 3},
-        {L"C:\\Windows", 5, 5, FILE_ATTRIBUTE_DIRECTORY},
         {L"C:\\windows\\", 5, 5, FILE_ATTRIBUTE_DIRECTORY},
         {L"C:/Windows//INF/", 5, 5, FILE_ATTRIBUTE_DIRECTORY},
         {L"C:\\", 5, 5, FILE_ATTRIBUTE_DIRECTORY},
-        {L"C:\\x.txt\\", 123, 123, 123},
-        {L"C:\\X.TXT", 0, 0, FILE_ATTRIBUTE_ARCHIVE},
-        {L"C:\\\\x.txt", 0, 0, FILE_ATTRIBUTE_ARCHIVE},
         {L"C:\\.\\none\\..\\..\\x.txt. .", 0, 0, FILE_ATTRIBUTE_ARCHIVE},
         {L"C:\\Windows.\\INF.", 5, 5, FILE_ATTRIBUTE_DIRECTORY},
         {L"C:\\Windows \\INF", 3, 3, 3},
@@ -57,85 +47,6 @@ TEST(FileSim, Paths) {
         expect_violation("is not spelled", [path] { GetFileAttributesW(path); });
     }
     expect_violation("no streams", [] { GetFileAttributesW(L"C:\\x.txt:stream"); });
-}
-
-TEST(FileSim, ShareModesBetweenOpeners) {
-    constexpr DWORD R = GENERIC_READ, W = GENERIC_WRITE, SR = FILE_SHARE_READ, SW = FILE_SHARE_WRITE;
-    const struct {
-        DWORD access[2];
-        DWORD share[2];
-        bool opens;
-    } rows[] = {
-        {{R, R}, {0, SR}, false},
-        {{R, R}, {SR, 0}, false},
-        {{R, R}, {SR, SR}, true},
-        {{R, W}, {SR, SR}, false},
-        {{R, W}, {SW, SR}, true},
-        {{W, R}, {SR, SW}, true},
-        {{W, R}, {SR, SR}, false},
-        {{W, W}, {SW, SW}, true},
-        {{GENERIC_ALL, R}, {7, 7}, true},
-        {{GENERIC_ALL, R}, {7, SR | SW}, false},
-        {{R, DELETE}, {SR | SW, 7}, false},
-        {{0, R}, {0, 0}, true},
-        {{0, 0}, {7, 7}, true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        expect_violation(nullptr, [&row] {
-            set_file("C:\\x.txt", FileState::Present);
-            HANDLE first = open_as(L"C:\\x.txt", row.access[0], row.share[0]);
-            EXPECT_NE(INVALID_HANDLE_VALUE, first);
-            HANDLE second = open_as(L"C:\\x.txt", row.access[1], row.share[1]);
-            EXPECT_EQ(row.opens, second != INVALID_HANDLE_VALUE);
-            EXPECT_EQ(row.opens ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION, GetLastError());
-            EXPECT_FALSE(row.share[0] != 7 && DeleteFileW(L"C:\\x.txt"));
-            CloseHandle(first);
-            CloseHandle(second);
-            EXPECT_TRUE(DeleteFileW(L"C:\\x.txt"));
-        });
-    }
-}
-
-TEST(FileSim, Dispositions) {
-    const struct {
-        DWORD disposition;
-        bool present;
-        bool opens;
-        DWORD error; // the last one, of a success too
-        const char* content;
-        const char* effect;
-    } rows[] = {
-        {CREATE_NEW, false, true, ERROR_SUCCESS, "new", "file create \"C:\\x.txt\""},
-        {CREATE_NEW, true, false, ERROR_FILE_EXISTS, "former", nullptr},
-        {CREATE_ALWAYS, false, true, ERROR_SUCCESS, "new", "file create \"C:\\x.txt\""},
-        {CREATE_ALWAYS, true, true, ERROR_ALREADY_EXISTS, "new", "file overwrite \"C:\\x.txt\""},
-        {OPEN_EXISTING, true, true, ERROR_SUCCESS, "newmer", nullptr},
-        {OPEN_EXISTING, false, false, ERROR_FILE_NOT_FOUND, nullptr, nullptr},
-    };
-    const auto write = [](DWORD disposition, const char* text) {
-        HANDLE file = open_as(L"C:\\x.txt", GENERIC_WRITE, 0, disposition, FILE_ATTRIBUTE_NORMAL);
-        const DWORD error = GetLastError();
-        DWORD written = 0;
-        if (file != INVALID_HANDLE_VALUE)
-            WriteFile(file, text, static_cast<DWORD>(strlen(text)), &written, nullptr);
-        EXPECT_EQ(file != INVALID_HANDLE_VALUE, written != 0 && CloseHandle(file));
-        return error;
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        expect_violation(nullptr, [&] {
-            if (row.present)
-                write(CREATE_NEW, "former");
-            const size_t from = machine().trace.size();
-            EXPECT_EQ(row.error, write(row.disposition, "new"));
-            EXPECT_EQ(row.effect != nullptr ? 1u : 0u, traced("file ", from));
-            EXPECT_TRUE(row.effect == nullptr || traced(row.effect, from) == 1);
-            const PlainFile* file = find_file("C:\\x.txt");
-            EXPECT_STREQ(row.content != nullptr ? row.content : "",
-                         file != nullptr ? file->bytes.c_str() : "");
-        });
-    }
 }
 
 TEST(FileSim, WhatIsNotKnownIsRefusedLoudly) {
@@ -209,48 +120,6 @@ TEST(HandleSim, Rights) {
             });
         }
     }
-}
-
-TEST(HandleSim, Names) {
-    const struct {
-        const wchar_t* name;
-        DWORD error; // of creating it beside the event X
-    } rows[] = {
-        {L"X", ERROR_ALREADY_EXISTS},
-        {L"x", ERROR_SUCCESS},
-        {L"Local\\X", ERROR_ALREADY_EXISTS},
-        {L"LOCAL\\X", ERROR_PATH_NOT_FOUND},
-        {L"Global\\X", ERROR_SUCCESS},
-        {L"Global\\", ERROR_INVALID_NAME},
-        {L"A\\X", ERROR_PATH_NOT_FOUND},
-        {L"\\X", ERROR_BAD_PATHNAME},
-        {nullptr, ERROR_SUCCESS},
-        {L"", ERROR_SUCCESS},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(narrow(row.name));
-        expect_violation(nullptr, [&row] {
-            current_process()->session = 1;
-            HANDLE first = CreateEventW(nullptr, TRUE, FALSE, L"X");
-            CreateEventW(nullptr, TRUE, FALSE, row.name);
-            EXPECT_EQ(row.error, GetLastError());
-            CloseHandle(first);
-        });
-    }
-}
-
-TEST(HandleSim, AThreadIsSuspendedAtMost127Times) {
-    expect_violation(nullptr, [] {
-        HANDLE thread = CreateThread(
-            nullptr, 0, [](LPVOID) -> DWORD { return 0; }, nullptr, CREATE_SUSPENDED, nullptr);
-        for (DWORD count = 1; count < 127; ++count)
-            EXPECT_EQ(count, SuspendThread(thread));
-        EXPECT_EQ(~0u, SuspendThread(thread));
-        EXPECT_EQ(ERROR_SIGNAL_REFUSED, GetLastError());
-        for (DWORD count = 127; count > 0; --count)
-            EXPECT_EQ(count, ResumeThread(thread));
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 1));
-    });
 }
 
 TEST(HandleSim, AStartedProcessIsSignalledWhenItEnds) {

@@ -3,23 +3,7 @@
 
 using namespace sim;
 
-TEST(Sim, MisuseIsAViolationAndNullHandlesAreNone) {
-    expect_violation("CloseHandle", [] {
-        HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        EXPECT_TRUE(CloseHandle(event));
-        EXPECT_FALSE(CloseHandle(event));
-        EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
-    });
-    expect_violation("SetEvent", [] { SetEvent(CreateMutexW(nullptr, FALSE, nullptr)); });
-    expect_violation("RegSetValueExW", [] {
-        HKEY key = nullptr;
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\ZORPMSVC", 0, KEY_READ,
-                      &key);
-        const DWORD value = 1;
-        EXPECT_EQ(static_cast<LSTATUS>(ERROR_ACCESS_DENIED),
-                  RegSetValueExW(key, L"x", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), 4));
-        RegCloseKey(key);
-    });
+TEST(Sim, MisuseIsAViolation) {
     expect_violation("buffers of", [] {
         HANDLE device = CreateFileW(L"\\\\.\\ZORPmDrv", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                     0, nullptr);
@@ -31,91 +15,6 @@ TEST(Sim, MisuseIsAViolationAndNullHandlesAreNone) {
     expect_violation("without a wait", [] {
         while (true)
             GetCurrentProcess(), CreateFileW(L"x", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    });
-    Bench bench;
-    run_on_thread([] {
-        EXPECT_FALSE(CloseHandle(nullptr));
-        EXPECT_FALSE(SetEvent(nullptr));
-        EXPECT_TRUE(CloseHandle(INVALID_HANDLE_VALUE)); // the process itself: no effect
-        EXPECT_FALSE(SetEvent(INVALID_HANDLE_VALUE));
-        EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(INVALID_HANDLE_VALUE, 0));
-        EXPECT_FALSE(TerminateThread(nullptr, 0));
-        EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(nullptr, 0));
-        EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
-    });
-}
-
-namespace {
-
-struct Shared {
-    HANDLE events[3];
-    HANDLE mutex;
-    int order;
-};
-
-} // namespace
-
-TEST(Sim, Waits) {
-    Bench bench;
-    run_on_thread([] {
-        HANDLE events[3];
-        for (HANDLE& event : events)
-            event = CreateEventW(nullptr, &event == &events[2], FALSE, nullptr);
-        const Ms start = machine().now;
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForMultipleObjects(3, events, FALSE, 2000));
-        EXPECT_EQ(start + 2000, machine().now);
-        SetEvent(events[2]);
-        SetEvent(events[1]);
-        EXPECT_EQ(WAIT_OBJECT_0 + 1, WaitForMultipleObjects(3, events, FALSE, INFINITE)); // lowest index
-        EXPECT_EQ(WAIT_OBJECT_0 + 2,
-                  WaitForMultipleObjects(3, events, FALSE, INFINITE));             // auto-reset took it
-        EXPECT_EQ(WAIT_OBJECT_0 + 2, WaitForMultipleObjects(3, events, FALSE, 0)); // manual stays
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForMultipleObjects(3, events, TRUE, 0));
-        SetEvent(events[0]);
-        SetEvent(events[1]);
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(3, events, TRUE, 0));
-        EXPECT_EQ(WAIT_TIMEOUT, SignalObjectAndWait(events[0], events[1], 10, FALSE));
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(events[0], 0));
-    });
-}
-
-TEST(Sim, SuspensionTerminationAndAbandonedMutexes) {
-    Bench bench;
-    static Shared shared;
-    shared = {};
-    run_on_thread([] {
-        shared.events[0] = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-        shared.mutex = CreateMutexW(nullptr, FALSE, nullptr);
-        HANDLE thread = CreateThread(
-            nullptr, 0,
-            [](LPVOID) -> DWORD {
-                WaitForSingleObject(shared.mutex, INFINITE);
-                WaitForSingleObject(shared.events[0], INFINITE);
-                shared.order = 1;
-                Sleep(INFINITE);
-                return 0;
-            },
-            nullptr, 0, nullptr);
-        Sleep(1);
-        EXPECT_EQ(0u, SuspendThread(thread));
-        SetEvent(shared.events[0]);
-        Sleep(1000);
-        EXPECT_EQ(0, shared.order); // it cannot take the event while suspended
-        EXPECT_EQ(1u, ResumeThread(thread));
-        Sleep(1);
-        EXPECT_EQ(1, shared.order);
-        DWORD code = 0;
-        EXPECT_TRUE(GetExitCodeThread(thread, &code));
-        EXPECT_EQ(STILL_ACTIVE, code);
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(shared.mutex, 5));
-        TerminateThread(thread, 7);
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 0));
-        EXPECT_TRUE(GetExitCodeThread(thread, &code));
-        EXPECT_EQ(7u, code);
-        EXPECT_EQ(WAIT_ABANDONED, WaitForSingleObject(shared.mutex, 0));
-        EXPECT_TRUE(ReleaseMutex(shared.mutex));
-        CloseHandle(thread);
     });
 }
 
@@ -129,32 +28,10 @@ TEST(Sim, WaitsOfNoLengthMoveTheClock) {
     });
 }
 
-TEST(Sim, RegistryRules) {
+// Refusing a key makes neither it nor what it would lie below, and takes away none that is there.
+TEST(Sim, RefusedKeys) {
     Bench bench;
-    run_on_thread([] {
-        HKEY key = nullptr;
-        DWORD disposition = 0;
-        EXPECT_EQ(0, RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"Software\\A\\B", 0, nullptr, 0, KEY_ALL_ACCESS,
-                                     nullptr, &key, &disposition));
-        EXPECT_EQ(REG_CREATED_NEW_KEY, disposition);
-        BYTE data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-        EXPECT_EQ(0, RegSetValueExW(key, nullptr, 0, REG_BINARY, data, 8));
-        DWORD size = 4;
-        EXPECT_EQ(static_cast<LSTATUS>(ERROR_MORE_DATA),
-                  RegQueryValueExW(key, L"", nullptr, nullptr, data, &size));
-        EXPECT_EQ(8u, size);
-        EXPECT_EQ(static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND),
-                  RegQueryValueExW(key, L"x", nullptr, nullptr, nullptr, nullptr));
-        EXPECT_EQ(static_cast<LSTATUS>(ERROR_ACCESS_DENIED),
-                  RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\a"));
-        EXPECT_EQ(0, RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\a\\b"));
-        // A handle outlives its key, and says so.
-        EXPECT_EQ(static_cast<LSTATUS>(ERROR_KEY_DELETED), RegSetValueExW(key, L"y", 0, REG_BINARY, data, 8));
-        RegCloseKey(key);
-        EXPECT_EQ(static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND),
-                  RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\a\\b", 0, KEY_READ, &key));
-    });
-    // Refusing a key makes neither it nor what it would lie below, and takes away none that is there.
+    registry_create("HKLM\\Software\\A");
     registry_refuse("HKLM\\Software\\C\\D");
     registry_refuse("HKLM\\software\\A");
     EXPECT_FALSE(registry_has_key("HKLM\\Software\\C"));

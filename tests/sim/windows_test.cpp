@@ -38,14 +38,6 @@ TEST(PowerSim, Libraries) {
 }
 
 TEST(PowerSim, Privileges) {
-    expect_violation("the right to adjust", [] {
-        HANDLE token = nullptr;
-        TOKEN_PRIVILEGES state = {1, {}};
-        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token));
-        EXPECT_TRUE(LookupPrivilegeValueW(nullptr, SE_SHUTDOWN_NAME, &state.Privileges[0].Luid));
-        EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &state, 0, nullptr, nullptr));
-        CloseHandle(token);
-    });
     expect_violation("the former state", [] {
         HANDLE token = nullptr;
         TOKEN_PRIVILEGES state = {1, {}};
@@ -77,11 +69,6 @@ static HWND make_window() {
     window_class.lpfnWndProc = count_timers;
     window_class.lpszClassName = L"Test";
     EXPECT_NE(0, RegisterClassExW(&window_class));
-    EXPECT_EQ(0, RegisterClassExW(&window_class));
-    EXPECT_EQ(ERROR_CLASS_ALREADY_EXISTS, GetLastError());
-    EXPECT_EQ(nullptr,
-              CreateWindowExW(0, L"Other", nullptr, 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(ERROR_CANNOT_FIND_WND_CLASS, GetLastError());
     return CreateWindowExW(0, L"test", nullptr, 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
 }
 
@@ -98,29 +85,6 @@ TEST(PowerSim, MissedTimersAreNotMadeUpFor) {
         }
         EXPECT_EQ(3u, g_timers);
         EXPECT_EQ(1200u, machine().now);
-        EXPECT_TRUE(KillTimer(window, 1));
-        EXPECT_FALSE(KillTimer(window, 1));
-        EXPECT_TRUE(DestroyWindow(window));
-        EXPECT_FALSE(DestroyWindow(window));
-        EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
-    });
-}
-
-TEST(PowerSim, Desktops) {
-    expect_violation("CloseDesktop", [] {
-        const HDESK own = GetThreadDesktop(GetCurrentThreadId());
-        EXPECT_FALSE(SetCursorPos(1, 1)); // not on the input desktop
-        EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
-        const HDESK input = OpenInputDesktop(0, FALSE, 0x1FF);
-        EXPECT_TRUE(SetThreadDesktop(input));
-        EXPECT_FALSE(CloseDesktop(input)); // in use
-        EXPECT_EQ(ERROR_BUSY, GetLastError());
-        const HWND window = make_window();
-        EXPECT_FALSE(SetThreadDesktop(own)); // with a window
-        EXPECT_EQ(ERROR_BUSY, GetLastError());
         DestroyWindow(window);
-        EXPECT_TRUE(SetThreadDesktop(own));
-        EXPECT_TRUE(CloseDesktop(input));
-        EXPECT_FALSE(CloseDesktop(own)); // was never opened
     });
 }
