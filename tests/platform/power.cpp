@@ -19,14 +19,8 @@ static void probe_information() {
     fact("policy", ask(SystemPowerPolicyCurrent, nullptr, 0, &policy, sizeof(policy)));
     fact("policy-revision", policy.Revision);
     fact("policy-lid-action", policy.LidClose.Action <= PowerActionShutdownOff);
-    fact("policy-short", ask(SystemPowerPolicyCurrent, nullptr, 0, &policy, sizeof(policy) - 1));
-    fact("policy-no-output", ask(SystemPowerPolicyCurrent, nullptr, 0, nullptr, 0));
-    fact("policy-with-input", ask(SystemPowerPolicyCurrent, &on, 1, &policy, sizeof(policy)));
     switch_privilege(L"SeCreatePagefilePrivilege", false);
     fact("reserve-without-privilege", ask(SystemReserveHiberFile, &on, 1, nullptr, 0));
-    fact("reserve-no-input", ask(SystemReserveHiberFile, nullptr, 0, nullptr, 0));
-    fact("reserve-large-input", ask(SystemReserveHiberFile, &policy, 4, nullptr, 0));
-    fact("unknown-level", ask(static_cast<POWER_INFORMATION_LEVEL>(15), nullptr, 0, nullptr, 0));
 }
 
 static void probe_schemes() {
