@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "sim/windows/modules.h"
 #include "tests/support/bench.h"
 
 // One line of the table of figures that `make test` shows at its end.
@@ -50,6 +51,40 @@ inline std::uint64_t sweep_failures(const std::string& script,
         }
     }
     return calls;
+}
+
+// Runs `begin`, then `acts` with one of its platform calls failing, each on a new machine, until none is left
+// to fail; `after` asks what must hold then. Returns how many calls were failed.
+inline std::uint64_t fail_each_call(const std::string& begin, const std::string& acts,
+                                    const std::function<void(Bench&)>& after) {
+    for (std::uint64_t number = 1;; number += share()) {
+        Bench bench;
+        bench.run(begin);
+        bench.machine.fail_at = bench.machine.calls + number;
+        bench.run(acts);
+        bench.machine.fail_at = 0;
+        if (bench.machine.failed_call.empty())
+            return number - 1;
+        SCOPED_TRACE("call " + std::to_string(number) + " failed: " + bench.machine.failed_call);
+        after(bench);
+        if (::testing::Test::HasFailure())
+            return number;
+    }
+}
+
+// Handles, memory and libraries that all processes hold.
+inline size_t held() {
+    size_t blocks = 0;
+    for (const auto& process : sim::machine().processes)
+        blocks += process->local_blocks;
+    return sim::handle_count() + blocks + sim::loaded_modules();
+}
+
+// The same behind a script.
+inline size_t held_after(const std::string& script) {
+    Bench bench;
+    bench.run(script);
+    return held();
 }
 
 // Every so many seeds are run twice, and the two traces compared.

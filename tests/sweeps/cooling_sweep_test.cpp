@@ -164,27 +164,22 @@ TEST(CoolingSweep, RepeatedStarts) {
     }
 }
 
-// Fails the calls of one act, one after the other, each on a new machine. Afterwards a restart and one
-// request must bring everything to what the driver reports. Returns the number of calls failed.
-std::uint64_t fail_each_call(const std::string& version, const char* act) {
-    for (std::uint64_t number = 1;; number += share()) {
-        Bench bench;
-        bench.run(FIRMWARE + version + R"(
-            registry set SVC\TMCT\Parameters SPCT dword 3
-            start
-            advance 30s
-            control 137
-        )");
-        const size_t handles = sim::handle_count(sim::service_process());
-        bench.run(R"(
-            control 136
-            advance 30s
-            firmware GOPT(0x200) = 2)");
-        bench.machine.fail_at = bench.machine.calls + number;
-        bench.run(std::string(act) + "\nadvance 1m\n");
-        if (bench.machine.failed_call.empty())
-            return number - 1;
-        SCOPED_TRACE(sim::format("%s: call %lu fails, %s", act, number, bench.machine.failed_call.c_str()));
+// Fails the calls of one act. Afterwards a restart and one request must bring everything to what the driver
+// reports. Returns the number of calls failed.
+std::uint64_t fail_each_call_of(const std::string& version, const std::string& act) {
+    SCOPED_TRACE(act);
+    const std::string begin = FIRMWARE + version + R"(
+        registry set SVC\TMCT\Parameters SPCT dword 3
+        start
+        advance 30s
+        control 137
+    )";
+    const size_t usual = held_after(begin);
+    const std::string started = begin + R"(
+        control 136
+        advance 30s
+        firmware GOPT(0x200) = 2)";
+    return fail_each_call(started, act + "\nadvance 1m\n", [&](Bench& bench) {
         bench.run(R"(
             control 138
             advance 1m
@@ -193,14 +188,12 @@ std::uint64_t fail_each_call(const std::string& version, const char* act) {
         EXPECT_LE(live_threads("Cooling"), 1u);
         bench.run("control 137\nadvance 1m\n");
         EXPECT_EQ(live_threads("Cooling"), 0u);
-        EXPECT_EQ(sim::handle_count(sim::service_process()), handles);
+        EXPECT_EQ(held(), usual);
         bench.run(R"(
             stop
             advance 1m
             check status STOPPED)");
-        if (::testing::Test::HasFailure())
-            return number;
-    }
+    });
 }
 
 TEST(CoolingSweep, EveryCallFails) {
@@ -212,45 +205,13 @@ TEST(CoolingSweep, EveryCallFails) {
     std::uint64_t failed = 0;
     for (const char* act : {"control 136\nadvance 21s", "control 138\nadvance 21s", "control 137",
                             "control 134", "control 135", "event 0x4012", detach_and_attach})
-        failed += fail_each_call(VERSION_2, act);
+        failed += fail_each_call_of(VERSION_2, act);
     for (const char* act :
          {"control 136\nadvance 2s", "control 138\nadvance 2s", "control 137", "control 134", "control 135",
           "control 139", "control 140", "control 141", "control 142", "event 0x4012", "event 0x4013",
           "event 0x4010", "event 0x6031", "event 0x60c0", "event 0x60f0"})
-        failed += fail_each_call(VERSION_3, act);
+        failed += fail_each_call_of(VERSION_3, act);
     figure("cooling: platform calls failed, each once", sim::format("%lu", failed));
-}
-
-// What one event or control costs, the whole way from the driver's signal: requests to the driver, registry
-// calls.
-TEST(CoolingSweep, CallsPerEvent) {
-    const struct {
-        const char* what;
-        const std::string& version;
-        const char* act;
-    } rows[] = {
-        {"option attached, version 2", VERSION_2, "event 0x4012"},
-        {"option attached, version 3", VERSION_3, "event 0x4012"},
-        {"hinge posture", VERSION_3, "event 0x60c0"},
-        {"hinge thermal mode", VERSION_3, "event 0x60f0"},
-        {"graphics temperature", VERSION_3, "firmware DGPUTEMP = 2\nevent 0x6031"},
-        {"dock", VERSION_3, "event 0x4010"},
-        {"held in the hand (control)", VERSION_3, "control 142"},
-        {"enable Two In One (control)", VERSION_3, "control 135"},
-    };
-    for (const auto& row : rows) {
-        Bench bench;
-        bench.run(FIRMWARE + row.version + "start\nadvance 30s\n");
-        bench.machine.count_calls = true;
-        bench.machine.call_counts.clear();
-        bench.run(row.act);
-        std::uint64_t registry = 0;
-        for (const auto& [name, count] : bench.machine.call_counts)
-            registry += name.rfind("Reg", 0) == 0 ? count : 0;
-        figure((std::string("cooling: ") + row.what).c_str(),
-               sim::format("%lu requests, %lu registry calls", bench.machine.call_counts["DeviceIoControl"],
-                           registry));
-    }
 }
 
 } // namespace

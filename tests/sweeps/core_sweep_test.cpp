@@ -63,38 +63,19 @@ TEST(CoreSweep, EveryCallFailingOnceInAStartWithANotification) {
            std::to_string(failed));
 }
 
-static size_t held() {
-    const size_t blocks = sim::service_process() != nullptr ? sim::service_process()->local_blocks : 0;
-    return sim::handle_count() + blocks;
-}
-
 // No operation may hold more afterwards than before, also when one of its calls fails: the handles in use
 // after a failed round and a good one are those after a good round.
 static std::uint64_t expect_no_leak(const std::string& round) {
-    std::uint64_t calls = 0;
-    size_t usual = 0;
-    {
-        Bench bench;
-        bench.run(g_start + round + round);
-        usual = held();
-        const std::uint64_t before = bench.machine.calls;
+    const size_t usual = held_after(g_start + round + round);
+    EXPECT_EQ(usual, held_after(g_start + round + round + round));
+    return fail_each_call(g_start + round, round, [&](Bench& bench) {
         bench.run(round);
-        calls = bench.machine.calls - before;
         EXPECT_EQ(usual, held());
-    }
-    for (std::uint64_t number = 1; number <= calls && !testing::Test::HasFailure(); number += share()) {
-        Bench bench;
-        bench.run(g_start + round);
-        bench.machine.fail_at = bench.machine.calls + number;
-        bench.run(round);
-        bench.run(round);
-        EXPECT_EQ(usual, held()) << "call " << number << " failed: " << bench.machine.failed_call;
         bench.run(round + R"(
             stop
             advance 1s
             check status STOPPED)");
-    }
-    return calls;
+    });
 }
 
 TEST(CoreSweep, AFailedCallLeaksNothing) {
@@ -113,16 +94,9 @@ TEST(CoreSweep, AFailedCallLeaksNothing) {
 
 // The driver's Stop closes what the pump holds, whatever else fails.
 TEST(CoreSweep, TheDriversStopLeaksNothing) {
-    size_t left = 0;
-    for (std::uint64_t number = 0; number <= 40 && !testing::Test::HasFailure(); ++number) {
-        Bench bench;
-        bench.run(g_start);
-        bench.machine.fail_at = number != 0 ? bench.machine.calls + number : 0;
-        bench.run("signal Stop\nadvance 3s");
-        if (number == 0)
-            left = held();
-        EXPECT_EQ(left, held()) << "call " << number << " failed: " << bench.machine.failed_call;
-    }
+    const std::string stop = "signal Stop\nadvance 3s";
+    const size_t left = held_after(g_start + "\n" + stop);
+    fail_each_call(g_start, stop, [left](Bench&) { EXPECT_EQ(left, held()); });
 }
 
 // Controls, events, client writes and the stop in one instant, threads in any order.

@@ -45,21 +45,11 @@ const char g_limit[] = R"(
 // Fails each call of `acts` once, behind a `beginning` that goes well. Nothing stays behind, the next day is
 // a normal one, and the service still stops.
 std::uint64_t fail_every_call(const char* beginning, const char* acts) {
-    for (std::uint64_t number = 1;; number += share()) {
-        Bench bench;
-        bench.run(format("%s start\n advance 5s\n %s", g_setup, g_day));
-        const size_t handles = sim::handle_count(sim::service_process());
-        const size_t blocks = sim::service_process()->local_blocks;
-        bench.run(beginning);
-        bench.machine.fail_at = bench.machine.calls + number;
-        bench.run(acts);
-        const std::string failed = bench.machine.failed_call;
-        if (failed.empty())
-            return number - 1;
-        SCOPED_TRACE(format("call %u: %s", static_cast<unsigned>(number), failed.c_str()));
+    const std::string started = format("%s start\n advance 5s\n %s", g_setup, g_day);
+    const size_t usual = held_after(started);
+    return fail_each_call(started + beginning, acts, [usual](Bench& bench) {
         bench.run(g_day);
-        EXPECT_EQ(sim::service_process()->local_blocks, blocks);
-        EXPECT_EQ(sim::handle_count(sim::service_process()), handles);
+        EXPECT_EQ(held(), usual);
         bench.run(R"(
             handler power resume
             check device slate = 0
@@ -68,9 +58,7 @@ std::uint64_t fail_every_call(const char* beginning, const char* acts) {
             stop
             advance 10s
             check status STOPPED)");
-        if (::testing::Test::HasFailure())
-            return number;
-    }
+    });
 }
 
 TEST(FormFactorSweep, EveryCallFailsOnce) {

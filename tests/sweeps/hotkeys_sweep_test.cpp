@@ -148,30 +148,6 @@ TEST(HotkeySweep, WithoutTheKernelsMemoryTheLastMaskMayComeLate) {
            sim::format("%lu of %lu, all sent with the next change", totals.behind, 2 * runs_of(300)));
 }
 
-TEST(HotkeySweep, CallsOfAMaskChange) {
-    const struct {
-        const char* what;
-        const char* act;
-    } cases[] = {
-        {"one hot key", "registry set SVC\\Parameters\\CurrentSetting @ dword 1"},
-        {"32 hot keys", "registry set SVC\\Parameters\\CurrentSetting @ dword 0xffffffff"},
-        {"override", "registry set SVC\\Parameters\\OverrideSetting @ dword 1"},
-        {"one hot key of page 2 (page 3 looks, too)",
-         "registry set SVC\\Parameters2\\Type10\\CurrentSetting @ dword 1"},
-    };
-    for (const auto& row : cases) {
-        Bench bench;
-        bench.started();
-        bench.machine.count_calls = true;
-        bench.run(row.act);
-        std::uint64_t calls = 0;
-        for (const auto& [call, count] : bench.machine.call_counts)
-            calls += call == "OutputDebugStringW" ? 0 : count;
-        figure(sim::format("hot keys: platform calls of a change, %s", row.what).c_str(),
-               std::to_string(calls));
-    }
-}
-
 TEST(HotkeySweep, EveryCallFails) {
     const std::uint64_t calls = sweep_failures(R"(
         registry set HKLM\HARDWARE\DESCRIPTION\System\BIOS BIOSVersion sz "GD"

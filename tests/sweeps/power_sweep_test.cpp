@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 
-#include "sim/windows/modules.h"
 #include "tests/support/sweep.h"
 
 // The user's hive is not loaded at first; hibernation needs its file.
@@ -70,48 +69,28 @@ static const Round g_rounds[] = {
      {"CloseDesktop", "SetThreadDesktop"}},
 };
 
-static size_t held() {
-    size_t blocks = 0;
-    for (const auto& process : sim::machine().processes)
-        blocks += process->local_blocks;
-    return sim::handle_count() + blocks + sim::loaded_modules();
-}
-
 TEST(PowerSweep, EveryCallFailingOnceLeaksNothing) {
     for (const Round& round : g_rounds) {
         SCOPED_TRACE(round.name);
-        std::uint64_t calls = 0;
-        size_t usual = 0;
-        {
-            Bench bench;
-            bench.run(round.setup + "\n" + round.acts + "\n" + round.acts);
-            usual = held();
-            const std::uint64_t before = bench.machine.calls;
-            bench.run(round.acts);
-            calls = bench.machine.calls - before;
-            EXPECT_EQ(usual, held());
-        }
-        for (std::uint64_t number = 1; number <= calls && !HasFailure(); number += share()) {
-            Bench bench;
-            bench.run(round.setup + "\n" + round.acts);
-            bench.machine.fail_at = bench.machine.calls + number;
-            bench.run(round.acts);
+        const std::string begin = round.setup + "\n" + round.acts;
+        const size_t usual = held_after(begin + "\n" + round.acts);
+        const std::uint64_t calls = fail_each_call(begin, round.acts, [&](Bench& bench) {
             bench.run(round.acts);
             const std::string& failed = bench.machine.failed_call;
             // A failed wait for messages ends the helper, as it should.
             if (sim::service_process() == nullptr && sim::find_process("-helper", 1) == nullptr) {
                 EXPECT_EQ("GetMessageW", failed);
-                continue;
+                return;
             }
             const bool excused = std::any_of(round.excuses.begin(), round.excuses.end(),
                                              [&failed](const char* name) { return failed == name; });
-            EXPECT_TRUE(excused || usual == held()) << "call " << number << " failed: " << failed;
+            EXPECT_TRUE(excused || usual == held());
             if (sim::service_process() != nullptr)
                 bench.run(R"(
                     stop
                     advance 10s
                     check status STOPPED)");
-        }
+        });
         figure((std::string("power: platform calls failed once, ") + round.name).c_str(),
                std::to_string(calls));
     }

@@ -74,37 +74,27 @@ TEST(SetupSweep, TaskRegistration) {
 
 // One report per ended attempt; the next event puts everything right.
 TEST(SetupSweep, PanelFrequency) {
-    std::uint64_t number = 1;
-    for (bool more = true; more; number += share()) {
-        Bench bench;
-        bench.run(R"(
+    const std::uint64_t calls =
+        fail_each_call(R"(
             firmware PWMGET = 200
             windows graphics present
             start
-            advance 2s)");
-        bench.machine.fail_at = bench.machine.calls + number;
-        const size_t before = bench.machine.trace.size();
-        bench.run("event 0x5010");
-        bench.machine.fail_at = 0;
-        more = !bench.machine.failed_call.empty();
-        size_t reports = 0;
-        for (size_t i = before; i < bench.machine.trace.size(); ++i)
-            reports += bench.machine.trace[i].text.starts_with("request PWMSET");
-        EXPECT_LE(reports, 1u) << bench.machine.failed_call;
-        static const std::set<std::string> of_a_request = {"CreateFileW", "DeviceIoControl",
-                                                           "WaitForMultipleObjects"};
-        EXPECT_TRUE(reports == 1 || of_a_request.count(bench.machine.failed_call) != 0)
-            << bench.machine.failed_call;
-        SCOPED_TRACE(bench.machine.failed_call);
-        bench.run(R"(
+            advance 2s)",
+                       "event 0x5010", [](Bench& bench) {
+                           static const std::set<std::string> of_a_request = {
+                               "CreateFileW", "DeviceIoControl", "WaitForMultipleObjects"};
+                           const size_t reports = traced("request PWMSET");
+                           EXPECT_LE(reports, 1u);
+                           EXPECT_TRUE(reports == 1 || of_a_request.count(bench.machine.failed_call) != 0);
+                           bench.run(R"(
             advance 3s
             event 0x5010
             expect request PWMSET(0xc8) = 0x0)");
-        EXPECT_EQ(200u, sim::inverter().frequency);
-        EXPECT_EQ(1u, sim::com_references(sim::service_process()));
-        EXPECT_EQ(1u, sim::com_initialisations(sim::service_process()));
-    }
-    figure("display: calls of a frequency change, each failed once", std::to_string(number));
+                           EXPECT_EQ(200u, sim::inverter().frequency);
+                           EXPECT_EQ(1u, sim::com_references(sim::service_process()));
+                           EXPECT_EQ(1u, sim::com_initialisations(sim::service_process()));
+                       });
+    figure("display: calls of a frequency change, each failed once", std::to_string(calls));
 }
 
 // The monitor's thread alone: it sleeps with its two devices open, or has ended with none.
