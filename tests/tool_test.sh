@@ -51,6 +51,8 @@ check "no such option"         2 - 'no such option: --sed; did you mean --seed\?
 check "no number"              2 - '--seed takes N, not "5x"'                "$sim" --seed 5x holds.txt
 check "no number of 64 bits"   2 - '--seed takes N, not "18446744073709551616"' "$sim" --seed 18446744073709551616 holds.txt
 check "no range"               2 - '--seeds takes N|A..B, not "5..4"'        "$sim" --seeds 5..4 holds.txt
+check "a page of two scripts"  2 - '--page and --perfetto take one script'   "$sim" --page x.html holds.txt fails.txt
+check "a page nowhere"         3 . 'none/x.html: cannot be written'          "$sim" --page none/x.html holds.txt
 check "nothing behind"         2 - '--seed takes N$'                         "$sim" holds.txt --seed
 check "no value wanted"        2 - '--trace-all takes no value'              "$sim" --trace-all=1 holds.txt
 check "seeds hold"             0 '^holds.txt: 12 seeds hold$'                -  "$sim" --seeds 12 --jobs 3 holds.txt

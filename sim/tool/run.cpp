@@ -102,13 +102,18 @@ static void print_failure(const ScriptResult& result) {
     say(shown_failure(result) + "\n");
 }
 
+static bool told(bool written, const std::string& path) {
+    if (!written)
+        std::fprintf(stderr, "zorpmsim: %s: cannot be written\n", path.c_str());
+    return written;
+}
+
 // The run in the files that are asked for; an exit status.
 static int write_files(const Source& source, const Options& options) {
     const std::vector<Moment>& moments = moments_of_run();
-    const bool written = (options.page.empty() || write_page(options.page, moments, source.path)) &&
-                         (options.perfetto.empty() || write_trace_events(options.perfetto, moments));
-    if (!written)
-        std::fprintf(stderr, "zorpmsim: the file cannot be written\n");
+    const bool written =
+        (options.page.empty() || told(write_page(options.page, moments, source.path), options.page)) &&
+        (options.perfetto.empty() || told(write_trace_events(options.perfetto, moments), options.perfetto));
     return written ? EXIT_HOLDS : EXIT_OUTPUT;
 }
 
