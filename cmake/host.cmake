@@ -116,6 +116,10 @@ target_link_libraries(zorpmsim PRIVATE zorpmsim_views edit)
 file(GLOB hunt_sources CONFIGURE_DEPENDS sim/hunt/*.cpp)
 add_host_executable(zorpmhunt ${hunt_sources})
 target_link_libraries(zorpmhunt PRIVATE zorpmsim_views)
+# Scripts on real Win32: tools/scenario-on-wine.
+file(GLOB wine_sources CONFIGURE_DEPENDS sim/wine/*.cpp)
+add_host_executable(zorpmwine ${wine_sources})
+target_link_libraries(zorpmwine PRIVATE zorpmsim_views)
 # The optimised build runs the sweeps alone, with every seed; all other tests, and a share of the seeds, are the
 # sanitizers'.
 if(NOT ZORPM_SANITIZE)

@@ -262,6 +262,16 @@ static Ms duration_of(const Method& method, DWORD argument) {
     return 0;
 }
 
+Answer scripted_answer(const std::string& method, DWORD argument) {
+    const Method* row = method_named(method);
+    return row != nullptr ? answer_to(*row, argument) : Answer{};
+}
+
+Ms scripted_duration(const std::string& method, DWORD argument) {
+    const Method* row = method_named(method);
+    return row != nullptr ? duration_of(*row, argument) : 0;
+}
+
 static void pass_request_time(Ms takes) {
     if (takes == 0)
         return;

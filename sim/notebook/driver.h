@@ -29,6 +29,11 @@ void set_answer_hook(std::function<bool(const std::string& method, DWORD argumen
 // Called for each request carried out, with its input words.
 void set_request_hook(std::function<void(const std::string& method, const DWORD* in, DWORD in_bytes)> hook);
 
+// What the script lets a request be answered next, and how long that takes: for whoever carries it out
+// elsewhere.
+Answer scripted_answer(const std::string& method, DWORD argument);
+Ms scripted_duration(const std::string& method, DWORD argument);
+
 // The last command of each kind as the trace shows it, by what it commands: the trace itself may be
 // forgotten.
 const std::map<std::string, std::string>& last_commands();

@@ -19,6 +19,7 @@ void set_power_settings_at_registration(bool at_registration);
 SERVICE_STATUS service_status();
 Process* service_process(); // null while it does not run
 
+bool read_guid(const std::string& text, GUID* guid); // with or without its braces; false for anything else
 extern const GUID g_monitorPowerOn;
 extern const char* const g_stateNames[SERVICE_PAUSED + 1];
 

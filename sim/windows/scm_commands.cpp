@@ -19,7 +19,7 @@ static Action compile_stop(Tokens&) {
     return service_stop;
 }
 
-static bool read_guid(const std::string& text, GUID* guid) {
+bool read_guid(const std::string& text, GUID* guid) {
     unsigned b[8];
     unsigned d1 = 0, d2 = 0, d3 = 0;
     const char* at = text.c_str() + (text[0] == '{');

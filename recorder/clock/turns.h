@@ -1,0 +1,49 @@
+// Virtual time in this process. One of its threads runs at a time; who waits gives its turn back, and the
+// clock goes to the next deadline when nobody can run. The objects that are waited for are Windows' own.
+//
+// The driving thread (that of main) runs the others by settle() and advance(). Every other thread begins by
+// start_thread(). Only who has the turn touches what is kept here, so nothing is locked.
+#pragma once
+
+#include <windows.h>
+#include <cstdint>
+
+namespace turns {
+
+using Ms = std::uint64_t;
+constexpr Ms NEVER = ~Ms{0};
+
+// ---- for the driving thread ----
+
+void begin();              // makes the calling thread the driving one
+void settle();             // every thread runs until all wait
+void advance(Ms duration); // time passes; what falls due at its very end is included
+Ms now();                  // since begin()
+void set_now(Ms time);     // in a process that begins later
+// The time passes, and the last of it falls due together with what comes before the next settle().
+void pass(Ms duration);
+void stop_all(); // no thread gets a turn any more
+// A thread that does not come back within so many real seconds ends the process, by this.
+void on_stuck(void (*stuck)(const char* thread));
+
+// ---- for every thread: in the place of the calls of these names, with their results ----
+
+HANDLE start_thread(const char* name, LPTHREAD_START_ROUTINE procedure, LPVOID parameter, DWORD flags,
+                    DWORD* id);
+[[noreturn]] void exit_thread(DWORD code);
+BOOL terminate_thread(HANDLE thread, DWORD code);
+DWORD suspend_thread(HANDLE thread);
+DWORD resume_thread(HANDLE thread);
+DWORD wait(DWORD count, const HANDLE* handles, BOOL all, DWORD timeout_ms);
+DWORD signal_and_wait(HANDLE signal, HANDLE object, DWORD timeout_ms);
+void sleep(DWORD duration_ms);
+BOOL get_message(MSG* message, HWND window, UINT first, UINT last);
+UINT_PTR set_timer(HWND window, UINT_PTR id, UINT period_ms, TIMERPROC procedure);
+BOOL kill_timer(HWND window, UINT_PTR id);
+
+// Somebody has signalled an object: whoever waits for it comes next, in the order of signals.
+void signalled();
+// The name of the calling thread; "" of one that was not started here.
+const char* thread_name();
+
+} // namespace turns

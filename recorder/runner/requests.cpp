@@ -1,0 +1,293 @@
+#include "recorder/runner/requests.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "recorder/clock/real.h"
+#include "recorder/clock/turns.h"
+#include "recorder/runner/driver.h"
+#include "recorder/runner/manager.h"
+#include "recorder/runner/notebook.h"
+#include "recorder/runner/output.h"
+#include "recorder/runner/settings.h"
+#include "recorder/runner/wrapped.h"
+
+namespace runner {
+
+std::uint32_t number(const std::string& field) {
+    return static_cast<std::uint32_t>(std::strtoul(field.c_str(), nullptr, 10));
+}
+
+static std::uint64_t long_number(const std::string& field) {
+    return std::strtoull(field.c_str(), nullptr, 10);
+}
+
+// ---- time and the service ----
+
+static void begin(const Fields& fields) {
+    turns::set_now(long_number(fields[0]));
+    set_service_status({SERVICE_WIN32_OWN_PROCESS, number(fields[1]), number(fields[2]), number(fields[3]),
+                        number(fields[4]), 0, 0});
+}
+
+static void advance(const Fields& fields) {
+    turns::advance(long_number(fields[0]));
+}
+
+static void pass(const Fields& fields) {
+    turns::pass(long_number(fields[0]));
+}
+
+static void settle(const Fields&) {
+    turns::signalled();
+    turns::settle();
+}
+
+static void start(const Fields&) {
+    service_start();
+}
+
+static void stop(const Fields&) {
+    service_stop();
+}
+
+static Via via(const std::string& field) {
+    return field == "handler" ? Via::Handler : Via::Manager;
+}
+
+static void control(const Fields& fields) {
+    service_control(number(fields[1]), via(fields[0]));
+}
+
+static void power_event(const Fields& fields) {
+    service_power_event(number(fields[1]), via(fields[0]));
+}
+
+// The sixteen bytes of a GUID in hexadecimal, and a value.
+static void power_setting(const Fields& fields) {
+    GUID guid = {};
+    for (size_t i = 0; i < sizeof(guid); ++i)
+        reinterpret_cast<BYTE*>(&guid)[i] =
+            static_cast<BYTE>(std::strtoul(fields[1].substr(2 * i, 2).c_str(), nullptr, 16));
+    service_power_setting(guid, number(fields[2]), via(fields[0]));
+}
+
+static void power_settings(const Fields& fields) {
+    set_power_settings_at_registration(fields[0] == "1");
+}
+
+static void status(const Fields&) {
+    const SERVICE_STATUS& now = service_status();
+    say_line(std::string("value ") + g_stateNames[now.dwCurrentState] + " " +
+             std::to_string(now.dwWin32ExitCode) + "/" + std::to_string(now.dwServiceSpecificExitCode));
+}
+
+static void time(const Fields& fields) {
+    SYSTEMTIME time = {};
+    WORD* const parts[] = {&time.wYear, &time.wMonth, &time.wDay, &time.wHour, &time.wMinute, &time.wSecond};
+    for (size_t i = 0; i < std::size(parts); ++i)
+        *parts[i] = static_cast<WORD>(number(fields[i]));
+    set_local_time(time);
+}
+
+// ---- the registry, as another program ----
+
+struct OpenKey {
+    HKEY key = nullptr;
+    ~OpenKey() {
+        if (key != nullptr)
+            REAL(RegCloseKey)(key);
+    }
+};
+
+// A path with its root's name; SVC is the service's key.
+static HKEY root_of(std::string path, std::wstring* below) {
+    if (_strnicmp(path.c_str(), "SVC", 3) == 0 && (path.size() == 3 || path[3] == '\\'))
+        path = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\ZORPMSVC" + path.substr(3);
+    const size_t slash = std::min(path.find('\\'), path.size());
+    *below = widen(slash < path.size() ? path.substr(slash + 1) : "");
+    const std::string root = path.substr(0, slash);
+    return _stricmp(root.c_str(), "HKCR") == 0   ? HKEY_CLASSES_ROOT
+           : _stricmp(root.c_str(), "HKCU") == 0 ? HKEY_CURRENT_USER
+           : _stricmp(root.c_str(), "HKU") == 0  ? HKEY_USERS
+                                                 : HKEY_LOCAL_MACHINE;
+}
+
+static const DWORD g_options[] = {REG_OPTION_NON_VOLATILE, REG_OPTION_VOLATILE};
+
+// Made where it is missing; a key below a volatile one is volatile too.
+static bool make_key(const std::string& path, OpenKey* opened) {
+    std::wstring below;
+    HKEY root = root_of(path, &below);
+    return std::any_of(std::begin(g_options), std::end(g_options), [&](DWORD option) {
+        return REAL(RegCreateKeyExW)(root, below.c_str(), 0, nullptr, option, KEY_ALL_ACCESS, nullptr,
+                                     &opened->key, nullptr) == ERROR_SUCCESS;
+    });
+}
+
+static void set_key(const Fields& fields) {
+    OpenKey opened;
+    if (!make_key(fields[0], &opened))
+        broken("the key " + fields[0] + " cannot be made");
+}
+
+static std::wstring name_of(const std::string& field) {
+    return field == "@" ? L"" : widen(field);
+}
+
+static void set_value(const Fields& fields) {
+    OpenKey opened;
+    std::vector<BYTE> bytes;
+    for (size_t i = 0; i + 1 < fields[3].size(); i += 2)
+        bytes.push_back(static_cast<BYTE>(std::strtoul(fields[3].substr(i, 2).c_str(), nullptr, 16)));
+    if (!make_key(fields[0], &opened) ||
+        REAL(RegSetValueExW)(opened.key, name_of(fields[1]).c_str(), 0, number(fields[2]), bytes.data(),
+                             static_cast<DWORD>(bytes.size())) != ERROR_SUCCESS)
+        broken("the value " + fields[0] + " " + fields[1] + " cannot be set");
+}
+
+static void delete_key(const Fields& fields) {
+    std::wstring below;
+    HKEY root = root_of(fields[0], &below);
+    RegDeleteTreeW(root, below.c_str());
+}
+
+static void delete_value(const Fields& fields) {
+    std::wstring below;
+    OpenKey opened;
+    HKEY root = root_of(fields[0], &below);
+    if (REAL(RegOpenKeyExW)(root, below.c_str(), 0, KEY_ALL_ACCESS, &opened.key) == ERROR_SUCCESS)
+        RegDeleteValueW(opened.key, name_of(fields[1]).c_str());
+}
+
+static void has_key(const Fields& fields) {
+    std::wstring below;
+    OpenKey opened;
+    HKEY root = root_of(fields[0], &below);
+    const bool there = REAL(RegOpenKeyExW)(root, below.c_str(), 0, KEY_READ, &opened.key) == ERROR_SUCCESS;
+    say_line(there ? "value present" : "value absent");
+}
+
+// The type in decimal and the bytes in hexadecimal, or "absent".
+static void query_value(const Fields& fields) {
+    std::wstring below;
+    OpenKey opened;
+    HKEY root = root_of(fields[0], &below);
+    DWORD type = 0;
+    DWORD bytes = 0;
+    if (REAL(RegOpenKeyExW)(root, below.c_str(), 0, KEY_READ, &opened.key) != ERROR_SUCCESS ||
+        REAL(RegQueryValueExW)(opened.key, name_of(fields[1]).c_str(), nullptr, &type, nullptr, &bytes) !=
+            ERROR_SUCCESS)
+        return say_line("value absent");
+    std::vector<BYTE> data(bytes + 1);
+    REAL(RegQueryValueExW)(opened.key, name_of(fields[1]).c_str(), nullptr, &type, data.data(), &bytes);
+    std::string text = "value " + std::to_string(type) + " ";
+    for (DWORD i = 0; i < bytes; ++i) {
+        static const char digits[] = "0123456789abcdef";
+        text += {digits[data[i] >> 4], digits[data[i] & 15]};
+    }
+    say_line(text);
+}
+
+// ---- settings ----
+
+static void set(const Fields& fields) {
+    set_setting(fields[0], number(fields[1]));
+}
+
+static void refuse(const Fields& fields) {
+    refuse_key(fields[0], number(fields[1]));
+}
+
+// ---- the notebook ----
+
+static void reset_notebook(const Fields&) {
+    ask_notebook(NOTEBOOK_RESET);
+}
+
+static void event(const Fields& fields) {
+    ask_notebook(NOTEBOOK_EVENT, number(fields[0]), number(fields[1]));
+}
+
+static void signal(const Fields& fields) {
+    static const char* const names[] = {"Start", "Stop", "Sleep", "Resume", "NotifyEvent"};
+    const DWORD index = number(fields[0]);
+    if (ask_notebook(NOTEBOOK_SIGNAL, index) == 0)
+        effect("refused signal %s", names[index]);
+}
+
+static void set_indicator(const Fields& fields) {
+    ask_notebook(NOTEBOOK_SET_STATE, number(fields[0]), number(fields[1]));
+}
+
+static void indicator(const Fields& fields) {
+    say_line("value " + std::to_string(ask_notebook(NOTEBOOK_STATE, number(fields[0]))));
+}
+
+static void failures(const Fields& fields) {
+    ask_notebook(NOTEBOOK_FAILURES, number(fields[0]), number(fields[1]), number(fields[2]));
+}
+
+static void present(const Fields& fields) {
+    ask_notebook(NOTEBOOK_PRESENT, number(fields[0]), number(fields[1]));
+}
+
+// After so many milliseconds.
+static void present_later(const Fields& fields) {
+    const LPTHREAD_START_ROUTINE change = [](LPVOID parameter) -> DWORD {
+        const std::unique_ptr<Fields> later(static_cast<Fields*>(parameter));
+        turns::sleep(number((*later)[0]));
+        ask_notebook(NOTEBOOK_PRESENT, number((*later)[1]), number((*later)[2]));
+        return 0;
+    };
+    CloseHandle(turns::start_thread("machine", change, new Fields(fields), 0, nullptr));
+}
+
+static void handles(const Fields&) {
+    say_line("value " + std::to_string(ask_notebook(NOTEBOOK_HANDLES)));
+}
+
+// clang-format off
+static const Request g_requests[] = {
+    {"begin",          5, begin},          // milliseconds, and the status that an earlier process left
+    {"settle",         0, settle},
+    {"advance",        1, advance},
+    {"pass",           1, pass},
+    {"time",           6, time},
+    {"start",          0, start},
+    {"stop",           0, stop},
+    {"control",        2, control},        // manager|handler, code
+    {"power-event",    2, power_event},    // manager|handler, type
+    {"power-setting",  3, power_setting},  // manager|handler, GUID, value
+    {"power-settings", 1, power_settings}, // 1: told at registration
+    {"status",         0, status},
+    {"key",            1, set_key},
+    {"value",          4, set_value},      // path, name, type, bytes
+    {"delete-key",     1, delete_key},
+    {"delete-value",   2, delete_value},
+    {"has-key",        1, has_key},
+    {"query",          2, query_value},
+    {"set",            2, set},            // name, number
+    {"refuse",         2, refuse},         // path, rights
+    {"new-notebook",   0, reset_notebook},
+    {"event",          2, event},          // code, second word
+    {"signal",         1, signal},         // number of the driver's event
+    {"set-indicator",  2, set_indicator},  // indicator, byte
+    {"indicator",      1, indicator},
+    {"failures",       3, failures},       // interface, 0 reads or 1 writes, how many
+    {"present",        2, present},        // device, 1 or 0
+    {"present-later",  3, present_later},  // milliseconds, device, 1 or 0
+    {"handles",        0, handles},
+};
+// clang-format on
+
+const Request* find_request(const std::string& word) {
+    for (const Request& request : g_requests) {
+        if (word == request.word)
+            return &request;
+    }
+    return nullptr;
+}
+
+} // namespace runner

@@ -1,0 +1,18 @@
+// What the script says of the machine, by name; each with its value on a new machine.
+#pragma once
+
+#include <windows.h>
+#include <string>
+
+namespace runner {
+
+DWORD setting(const std::string& name, DWORD otherwise);
+void set_setting(const std::string& name, DWORD value);
+
+std::string small(std::string text); // in small letters
+
+// A key that cannot be opened or created, and all below it.
+void refuse_key(const std::string& path, DWORD rights); // MAXDWORD: whatever rights
+bool key_refused(const std::string& path, REGSAM access);
+
+} // namespace runner

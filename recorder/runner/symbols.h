@@ -1,0 +1,11 @@
+// Names of the functions in this executable, from its own table of symbols.
+#pragma once
+
+#include <string>
+
+namespace runner {
+
+// The function's plain name, without its namespaces and types; "thread" for an address that is none.
+std::string symbol_at(const void* address);
+
+} // namespace runner

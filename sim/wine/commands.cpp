@@ -1,0 +1,460 @@
+#include "sim/wine/commands.h"
+
+#include <cstdio>
+
+#include "recorder/runner/notebook.h"
+#include "sim/machine/machine.h"
+#include "sim/script/expectations.h"
+#include "sim/windows/registry.h"
+#include "sim/windows/registry_commands.h"
+#include "sim/windows/scm.h"
+#include "sim/wine/runner.h"
+
+namespace sim {
+
+static std::string decimal(std::uint64_t number) {
+    return std::to_string(number);
+}
+
+static std::string hexadecimal(const void* data, size_t bytes) {
+    std::string text;
+    for (size_t i = 0; i < bytes; ++i)
+        text += format("%02x", static_cast<const BYTE*>(data)[i]);
+    return text;
+}
+
+static Step asks(const std::string& text) {
+    return [text] { ask(text); };
+}
+
+static Step asks_every(const std::string& text) {
+    return [text] { ask_every(text); };
+}
+
+// ---- the service ----
+
+static Step on_start(Tokens&) {
+    return asks("start");
+}
+
+static Step on_stop(Tokens&) {
+    return asks("stop");
+}
+
+static Step on_power(Tokens& tokens, const std::string& via) {
+    enum { RESUME, MONITOR, SETTING, EVENT };
+    const size_t what = tokens.choice({"resume", "monitor", "setting", "event"});
+    if (what == RESUME)
+        return asks(request({"power-event", via, decimal(PBT_APMRESUMESUSPEND)}));
+    GUID guid = g_monitorPowerOn;
+    if (what == SETTING)
+        read_guid(tokens.word(), &guid);
+    const std::string number = decimal(tokens.number());
+    return what == EVENT ? asks(request({"power-event", via, number}))
+                         : asks(request({"power-setting", via, hexadecimal(&guid, sizeof(guid)), number}));
+}
+
+static Step on_control(Tokens& tokens) {
+    return asks(request({"control", "manager", decimal(tokens.number())}));
+}
+
+static Step on_manager_power(Tokens& tokens) {
+    return on_power(tokens, "manager");
+}
+
+static Step on_handler(Tokens& tokens) {
+    if (tokens.accept("power"))
+        return on_power(tokens, "handler");
+    return asks(request({"control", "handler", decimal(tokens.number())}));
+}
+
+static Step on_power_settings(Tokens& tokens) {
+    return asks_every(request({"power-settings", decimal(tokens.choice({"later", "at-registration"}))}));
+}
+
+static Step on_check_status(Tokens& tokens) {
+    const std::string state = tokens.word();
+    const std::string codes = tokens.done() ? "" : tokens.word();
+    return [=] {
+        const std::string now = ask("status"); // STATE WIN32/SPECIFIC
+        const std::string is = now.substr(0, now.find(' '));
+        const std::string has = now.substr(now.find(' ') + 1);
+        expectation(same_text(is, state) && (codes.empty() || codes == has),
+                    "status " + state + " " + codes + ", it is " + now);
+    };
+}
+
+// ---- time ----
+
+static Step on_advance(Tokens& tokens) {
+    const Ms duration = tokens.duration();
+    return [duration] {
+        const Ms end = machine().now + duration;
+        ask(request({"advance", decimal(duration)}));
+        machine().now = end;
+    };
+}
+
+static Step on_time(Tokens& tokens) {
+    const std::string text = tokens.text();
+    unsigned parts[6] = {};
+    std::sscanf(text.c_str(), "%u-%u-%u %u:%u:%u", &parts[0], &parts[1], &parts[2], &parts[3], &parts[4],
+                &parts[5]);
+    std::string asked = "time";
+    for (const unsigned part : parts)
+        asked += "\t" + decimal(part);
+    return asks_every(asked);
+}
+
+// ---- settings ----
+
+static Step sets(const std::string& name, std::uint64_t value) {
+    return asks_every(request({"set", name, decimal(value)}));
+}
+
+static Step on_hibernate(Tokens& tokens) {
+    return sets("hibernate", tokens.choice({"forbidden", "allowed"}));
+}
+
+static Step on_hiberfile(Tokens& tokens) {
+    return sets("hiberfile", tokens.choice({"fails", "works"}));
+}
+
+// N, or "fails".
+static Step number_or_fails(Tokens& tokens, const std::string& name) {
+    const bool fails = tokens.accept("fails");
+    const std::uint64_t number = fails ? 0 : tokens.number();
+    return [=] {
+        ask_every(request({"set", name + "-fails", decimal(fails)}));
+        if (!fails)
+            ask_every(request({"set", name, decimal(number)}));
+    };
+}
+
+static Step on_lid_action(Tokens& tokens) {
+    return number_or_fails(tokens, "lid-action");
+}
+
+static Step on_scheme(Tokens& tokens) {
+    return number_or_fails(tokens, "scheme");
+}
+
+static Step on_suspend(Tokens& tokens) {
+    enum { WORKS, FAILS, TAKES };
+    const size_t what = tokens.choice({"works", "fails", "takes"});
+    if (what == TAKES)
+        return sets("suspend-takes", tokens.duration());
+    if (what == FAILS && tokens.accept("times"))
+        return sets("suspend-failures", tokens.number());
+    return [what] {
+        ask_every(request({"set", "suspend-fails", decimal(what == FAILS)}));
+        ask_every(request({"set", "suspend-failures", "0"}));
+    };
+}
+
+static Step on_powrprof(Tokens& tokens) {
+    const size_t what = tokens.choice({"missing", "present", "without"});
+    return what == 2 ? sets("without " + tokens.word(), 1) : sets("powrprof", what);
+}
+
+static Step on_privilege(Tokens& tokens) {
+    const std::string name = lower(tokens.word());
+    return sets("privilege " + name, tokens.choice({"granted", "denied", "refused"}));
+}
+
+static Step on_version(Tokens& tokens) {
+    unsigned major = 0;
+    unsigned minor = 0;
+    std::sscanf(tokens.word().c_str(), "%u.%u", &major, &minor);
+    return [=] {
+        ask_every(request({"set", "major", decimal(major)}));
+        ask_every(request({"set", "minor", decimal(minor)}));
+    };
+}
+
+static Step on_registry_refuse(Tokens& tokens) {
+    const std::string path = tokens.word();
+    if (!tokens.done())
+        tokens.fail("rights are not told apart");
+    return asks_every(request({"refuse", path, decimal(EVERY_RIGHT)}));
+}
+
+// ---- the notebook ----
+
+static Step on_event(Tokens& tokens) {
+    const std::string code = decimal(tokens.number());
+    return asks(request({"event", code, tokens.done() ? "0" : decimal(tokens.number())}));
+}
+
+static Step on_signal(Tokens& tokens) {
+    return asks(
+        request({"signal", decimal(tokens.choice({"Start", "Stop", "Sleep", "Resume", "NotifyEvent"}))}));
+}
+
+static Step on_driver(Tokens& tokens) {
+    const bool no_secondary = tokens.accept("primary");
+    const bool no_primary = !no_secondary && tokens.accept("secondary");
+    const size_t present = tokens.choice({"missing", "present"});
+    const std::string later = tokens.accept("for") ? decimal(tokens.duration()) : "";
+    return [=] {
+        for (const int device : {NOTEBOOK_PRIMARY, NOTEBOOK_SECONDARY}) {
+            if (device == NOTEBOOK_PRIMARY ? no_primary : no_secondary)
+                continue;
+            ask(request({"present", decimal(device), decimal(present)}));
+            if (!later.empty())
+                ask(request({"present-later", later, decimal(device), decimal(1 - present)}));
+        }
+    };
+}
+
+static Step on_stick(Tokens& tokens) {
+    return asks(
+        request({"present", decimal(NOTEBOOK_STICK), decimal(tokens.choice({"missing", "present"}))}));
+}
+
+template <int which> static Step on_device(Tokens& tokens) {
+    if (tokens.accept("="))
+        return asks(request({"set-indicator", decimal(which), decimal(tokens.number())}));
+    const size_t word = tokens.choice({"missing", "present", "second", "read", "write"});
+    if (word <= 1)
+        return asks(request({"present", decimal(which), decimal(word)}));
+    if (word == 2)
+        tokens.fail("no second interface");
+    tokens.accept("fails");
+    const std::string times = decimal(tokens.accept("times") ? tokens.number() : NOTEBOOK_ALL_BYTES);
+    tokens.at = tokens.list.size();
+    return asks(request({"failures", decimal(which), decimal(word - 3), times}));
+}
+
+static Step on_check_device(Tokens& tokens) {
+    const size_t which = tokens.choice({"slate", "dock"});
+    tokens.accept("=");
+    const std::string wanted = decimal(tokens.number());
+    return [=] {
+        const std::string state = ask(request({"indicator", decimal(which)}));
+        expectation(state == wanted, format("device %s = %s, it is %s", which == 0 ? "slate" : "dock",
+                                            wanted.c_str(), state.c_str()));
+    };
+}
+
+static Step on_check_handles(Tokens& tokens) {
+    const std::string wanted = decimal(tokens.number());
+    return [=] {
+        const std::string open = ask("handles");
+        expectation(open == wanted, "handles " + wanted + ", there are " + open);
+    };
+}
+
+// ---- the registry ----
+
+static Step on_registry_set(Tokens& tokens) {
+    const std::string path = tokens.word();
+    if (tokens.done())
+        return asks(request({"key", path}));
+    const std::string name = tokens.word();
+    const RegistryValue data = read_registry_data(tokens);
+    return asks(request(
+        {"value", path, name, decimal(data.type), hexadecimal(data.bytes.data(), data.bytes.size())}));
+}
+
+static Step on_registry_delete(Tokens& tokens) {
+    const std::string path = tokens.word();
+    return tokens.done() ? asks(request({"delete-key", path}))
+                         : asks(request({"delete-value", path, tokens.word()}));
+}
+
+// What the registry holds there now, into the machine's own, where the check looks.
+static void mirror_value(const std::string& path, const std::string& name) {
+    const std::string found = ask(request({"query", path, name}));
+    if (found == "absent") {
+        registry_delete_value(path, name);
+        return;
+    }
+    const std::string hex = found.substr(found.find(' ') + 1);
+    std::vector<BYTE> bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(static_cast<BYTE>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+    registry_set(path, name, static_cast<DWORD>(std::stoul(found)), bytes);
+}
+
+static void mirror_key(const std::string& path) {
+    if (ask(request({"has-key", path})) == "present")
+        registry_create(path);
+    else
+        registry_delete(path);
+}
+
+static Step on_check_registry(Tokens& tokens, const Action& check) {
+    const std::string path = tokens.word();
+    const std::string name = tokens.word();
+    const bool key = tokens.done();
+    return [=] {
+        if (key)
+            mirror_key(path);
+        else
+            mirror_value(path, name);
+        if (broken().empty())
+            check();
+    };
+}
+
+// ---- the table ----
+
+namespace {
+
+// One of: steps of its own; the bench's action, behind what it looks at; the bench's action alone; or why
+// not.
+struct Row {
+    const char* words;
+    Step (*step)(Tokens&);
+    Step (*check)(Tokens&, const Action&);
+    const char* reason;
+};
+
+constexpr Step (*SAME)(Tokens&) = nullptr;
+
+} // namespace
+
+// clang-format off
+static const Row g_rows[] = {
+    {"start",                  on_start,           nullptr, nullptr},
+    {"stop",                   on_stop,            nullptr, nullptr},
+    {"control",                on_control,         nullptr, nullptr},
+    {"power",                  on_manager_power,   nullptr, nullptr},
+    {"handler",                on_handler,         nullptr, nullptr},
+    {"windows power-settings", on_power_settings,  nullptr, nullptr},
+    {"check status",           on_check_status,    nullptr, nullptr},
+    {"advance",                on_advance,         nullptr, nullptr},
+    {"windows time",           on_time,            nullptr, nullptr},
+    {"firmware",               SAME,               nullptr, nullptr}, // the runner asks the bench for answers
+    {"event",                  on_event,           nullptr, nullptr},
+    {"signal",                 on_signal,          nullptr, nullptr},
+    {"driver",                 on_driver,          nullptr, nullptr},
+    {"device stick",           on_stick,           nullptr, nullptr},
+    {"device slate",           on_device<NOTEBOOK_SLATE>, nullptr, nullptr},
+    {"device dock",            on_device<NOTEBOOK_DOCK>, nullptr, nullptr},
+    {"device button",          on_device<NOTEBOOK_BUTTON>, nullptr, nullptr},
+    {"check device",           on_check_device,    nullptr, nullptr},
+    {"check handles",          on_check_handles,   nullptr, nullptr},
+    {"windows hibernate",      on_hibernate,       nullptr, nullptr},
+    {"windows hiberfile",      on_hiberfile,       nullptr, nullptr},
+    {"windows lid-action",     on_lid_action,      nullptr, nullptr},
+    {"windows scheme",         on_scheme,          nullptr, nullptr},
+    {"windows suspend",        on_suspend,         nullptr, nullptr},
+    {"windows powrprof",       on_powrprof,        nullptr, nullptr},
+    {"windows privilege",      on_privilege,       nullptr, nullptr},
+    {"windows version",        on_version,         nullptr, nullptr},
+    {"registry refuse",        on_registry_refuse, nullptr, nullptr},
+    {"registry set",           on_registry_set,    nullptr, nullptr},
+    {"registry delete",        on_registry_delete, nullptr, nullptr},
+    {"check registry",         SAME,               on_check_registry, nullptr},
+    {"mark",                   SAME,               nullptr, nullptr},
+    {"say",                    SAME,               nullptr, nullptr},
+    {"expect",                 SAME,               nullptr, nullptr},
+    {"expect next",            SAME,               nullptr, nullptr},
+    {"expect no",              SAME,               nullptr, nullptr},
+    {"expect count",           SAME,               nullptr, nullptr},
+    {"expect open",            SAME,               nullptr, "openings are not told there"},
+    {"fail call",              SAME,               nullptr, "no call can be made to fail"},
+    {"fail",                   SAME,               nullptr, "no call can be made to fail"},
+    {"show",                   SAME,               nullptr, "the machine's state is the bench's own"},
+    {"windows account",        SAME,               nullptr, "accounts are Wine's own"},
+    {"windows hive",           SAME,               nullptr, "no user hive can be loaded"},
+};
+// clang-format on
+
+// The command's words behind its own.
+static Tokens arguments_of(const std::vector<RawToken>& raw, size_t words) {
+    Tokens tokens;
+    for (size_t i = words; i < raw.size(); ++i)
+        tokens.list.push_back(raw[i].token);
+    return tokens;
+}
+
+static const Row* row_of(const Command& command) {
+    for (const Row& row : g_rows) {
+        if (std::string_view(row.words) == command.words)
+            return &row;
+    }
+    return nullptr;
+}
+
+Step step_on_wine(const ScriptLine& line, std::string* reason) {
+    std::string text = line.text;
+    std::vector<RawToken> raw;
+    split(&text, &raw);
+    const Command* command = find_command(raw);
+    const Row* row = row_of(*command);
+    *reason = row == nullptr           ? std::string("nothing answers `") + command->words + "`"
+              : row->reason != nullptr ? row->reason
+                                       : "";
+    if (!reason->empty())
+        return nullptr;
+    Tokens tokens = arguments_of(raw, words_in(command->words));
+    const Step step = row->step != nullptr    ? row->step(tokens)
+                      : row->check != nullptr ? row->check(tokens, line.action)
+                                              : Step(line.action);
+    *reason = tokens.error;
+    return step;
+}
+
+// ---- a new machine ----
+
+std::vector<std::string> keys_set_by(const ScriptLine& line) {
+    std::string text = line.text;
+    std::vector<RawToken> raw;
+    split(&text, &raw);
+    if (raw.size() < 3 || raw[0].token.text != "registry" || raw[1].token.text != "set")
+        return {};
+    return {raw[2].token.text};
+}
+
+// Keys of which nothing may be left from an earlier run, and those that Wine needs and only their values go.
+static const char* const g_ownKeys[] = {
+    "SVC",
+    "HKLM\\SOFTWARE\\ZOR",
+    "HKLM\\SOFTWARE\\Mestra",
+    "HKLM\\SOFTWARE\\Dolby",
+    "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation",
+};
+static const char* const g_winesKeys[] = {
+    "HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS",
+    "HKLM\\HARDWARE\\DESCRIPTION\\System",
+    "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion",
+};
+static const struct {
+    const char* key;
+    const char* name;
+} g_values[] = {
+    {"HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS", "BIOSVersion"},
+    {"HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS", "SystemFamily"},
+    {"HKLM\\HARDWARE\\DESCRIPTION\\System", "SystemBiosVersion"},
+    {"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "CurrentBuildNumber"},
+    {"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "ReleaseId"},
+};
+
+static bool is_wines(const std::string& key) {
+    for (const char* wines : g_winesKeys) {
+        if (same_text(key, wines))
+            return true;
+    }
+    return false;
+}
+
+void reset_wine(const std::vector<std::string>& keys_of_script) {
+    ask("new-notebook");
+    for (const char* key : g_ownKeys)
+        ask(request({"delete-key", key}));
+    for (const std::string& key : keys_of_script) {
+        if (!is_wines(key))
+            ask(request({"delete-key", key}));
+    }
+    ask(request({"key", "SVC"}));
+    for (const auto& row : g_values) {
+        const RegistryValue* value = registry_value(row.key, row.name);
+        ask(request({"value", row.key, row.name, decimal(value->type),
+                     hexadecimal(value->bytes.data(), value->bytes.size())}));
+    }
+}
+
+} // namespace sim
