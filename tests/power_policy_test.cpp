@@ -31,7 +31,7 @@ TEST(UserPolicy, SidText) {
         const DWORD most = 0xFFFFFFFF;
         EXPECT_EQ("S-1-5-21-1-2-3-1001", text_of_sid({0, 0, 0, 0, 0, 5}, {21, 1, 2, 3, 1001}));
         EXPECT_EQ("S-1-5", text_of_sid({0, 0, 0, 0, 0, 5}, {}));
-        EXPECT_EQ("S-1-4294967295-4294967295", text_of_sid({0, 0, 255, 255, 255, 255}, {most}));
+        EXPECT_EQ("S-1-2168595480-4294967295", text_of_sid({0, 0, 0x81, 0x42, 0x24, 0x18}, {most}));
         EXPECT_EQ("S-1-0x01000000000a-7", text_of_sid({1, 0, 0, 0, 0, 10}, {7}));
         EXPECT_EQ("S-1-0x00ff00000000", text_of_sid({0, 255, 0, 0, 0, 0}, {}));
         std::string longest = "S-1-0xffffffffffff";
@@ -125,6 +125,9 @@ static const UserCase g_users[] = {
      R"(file "C:\Users\Anna" link | )" SET_PROFILE R"(expand "C:\Users\Anna\\ntuser.dat")"},
     {"a profile on the network", SET_PROFILE R"(expand "\\server\Anna"
         windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
+    {"a path that is not full is no network path", SET_PROFILE R"(expand "A\Anna"
+        windows hive "C:\Windows\system32\A\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+     ".DEFAULT", R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "A\Anna\ntuser.dat") = 3)"},
     {"a path too long once it is expanded", SET_PROFILE "expand \"" + repeated("%userprofile%", 8) + "\""},
     {"the restore privilege refused", "windows privilege SeRestorePrivilege refused"},
     {"the restore privilege not held", "windows privilege SeRestorePrivilege denied", ".DEFAULT",

@@ -111,7 +111,8 @@ TEST(Cleanup, NotStarted) {
         {"the copy's path does not fit",
          [] { sim::set_folder(CSIDL_SYSTEM, "C:\\" + std::string(244, 'x')); }},
         {"a directory of the copy's name", [] { sim::set_file(g_inf, sim::FileState::Directory); }},
-        {"disk full", [] { sim::set_disk_full(true); }},
+        {"disk full", [] { sim::set_writing(sim::Writing::DiskFull); }},
+        {"the copy cut short", [] { sim::set_writing(sim::Writing::Short); }},
         // Twice the folder, and 58 characters beside it, in 260 with the null.
         {"the command line does not fit",
          [] { sim::set_folder(CSIDL_SYSTEM, "C:\\" + std::string(93, 'x')); }},

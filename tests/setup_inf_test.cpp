@@ -243,6 +243,20 @@ TEST_F(InfTest, Devices) {
     }
 }
 
+// As the device manager and the list of services show them.
+TEST_F(InfTest, NamesThatAUserSees) {
+    std::string names;
+    for (const Entry& entry : inf.sections["strings"])
+        names += entry.key + ": " + entry.fields[0] + "\n";
+    EXPECT_TRUE(names.starts_with("Manufacturer: Mestra\nDiskName: Mestra Power Management Driver Disk\n"
+                                  "DeviceName: Mestra Power Management Driver\n"
+                                  "SecondaryDriverName: Mestra Power Management Event Driver\n"
+                                  "ServiceName: Mestra Power Management Service\n"
+                                  "ServiceDescription: Handles hot keys, power events, posture and adaptive "
+                                  "cooling of the notebook.\nPlatformServiceName: Mestra Platform Service\n"))
+        << names;
+}
+
 // Started in each session by Windows; not any more once the device is uninstalled.
 TEST_F(InfTest, HelperAtLogon) {
     const std::string run = "HKLM,SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run,";

@@ -48,6 +48,56 @@ TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
     });
 }
 
+// What a watch that begins before the service tells of cooling: the first state of each value.
+TEST(ControlProgram, AWatchOfTheWholeStart) {
+    static const struct {
+        const char* firmware;
+        const char* told;
+    } rows[] = {
+        {"firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20010000 | firmware DYTC(3) = 0x201 | "
+         "firmware GOPT(0) = 0x103 | firmware GOPT(0x100) = 4 | firmware GOPT(0x200) = 3",
+         "TMCT.Capability=1 TMCT.CurrentSetting=1 "},
+        {"firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001 | "
+         "firmware GOPT(0) = 0x100 | firmware GOPT(0x100) = 1 | firmware GOPT(0x200) = 2",
+         "TIO.CurrentSetting=1 TIO.CurrentStatus=1 MPH.CurrentSetting=1 MPH.CurrentStatus=1 "
+         "CQH.CurrentSetting=1 CQH.CurrentStatus=0 DCC.CurrentSetting=1 DCC.CurrentStatus=0 "
+         "DMC.CurrentSetting=1 DMC.CurrentStatus=0 FHP.CurrentSetting=1 FHP.CurrentStatus=0 "
+         "TIO.CurrentOptionStatus=2 "}};
+    for (const auto& row : rows) {
+        Bench bench;
+        bench.run(std::string(row.firmware) + R"(
+            windows console redirected | run "zorpmctl" watch all --json --timeout 9 | advance 1s
+            start | advance 8s | expect process "zorpmctl watch *" ended 0)");
+        std::string told;
+        for (const sim::TraceLine& line : bench.machine.trace) {
+            char function[8];
+            char value[32];
+            unsigned number = 0;
+            const size_t at = line.text.find("\"function\"");
+            if (at != std::string::npos &&
+                std::sscanf(line.text.c_str() + at, R"("function":"%7[^"]","value":"%31[^"]","number":%u)",
+                            function, value, &number) == 3)
+                told += sim::format("%s.%s=%u ", function, value, number);
+        }
+        EXPECT_EQ(row.told, told);
+    }
+}
+
+// What a command opens it closes, although its process ends at once.
+TEST(ControlProgram, CommandsCloseWhatTheyOpen) {
+    for (const char* command :
+         {"status --inhibit", "hotkey notify 5", "inhibit-lid --timeout 1", "cooling graphics off",
+          "cooling status", "watch --timeout 1", "FlipButtonForHarrow"}) {
+        SCOPED_TRACE(command);
+        Bench bench;
+        bench.started("firmware MHKV = 0x100\nfirmware MHKA = 0xFFFFFFFF");
+        bench.machine.count_calls = true;
+        bench.run(sim::format("run \"zorpmctl\" %s\nadvance 4s", command));
+        auto& counts = bench.machine.call_counts;
+        EXPECT_EQ(counts["OpenSCManagerW"] + counts["OpenServiceW"], counts["CloseServiceHandle"]);
+    }
+}
+
 namespace {
 
 struct Notification {

@@ -46,6 +46,7 @@ static BOOL write_output(Object&, const void* buffer, DWORD bytes, DWORD* writte
 }
 
 static const FileOps g_outputOps = {nullptr, write_output, nullptr, nullptr};
+static const HANDLE STALE_HANDLE = reinterpret_cast<HANDLE>(0xFFFFF54);
 static const char g_consoleName[] = "CONOUT$";
 
 static bool open_console(const OpenRequest& request, ObjectRef* file) {
@@ -66,10 +67,11 @@ using namespace sim;
 
 extern "C" {
 
-HANDLE WINAPI GetStdHandle(DWORD) {
+HANDLE WINAPI GetStdHandle(DWORD which) {
     SIM_VISIT();
     if (consoles().output != Output::Redirected)
-        return nullptr; // of a program without a console of its own
+        return which == STD_ERROR_HANDLE ? STALE_HANDLE
+                                         : nullptr; // of a program without a console of its own
     Console& console = process_state<Console>();
     if (console.redirected == nullptr) {
         const OpenRequest request = {"output", GENERIC_WRITE, 0, OPEN_EXISTING, 0, nullptr};
@@ -80,7 +82,7 @@ HANDLE WINAPI GetStdHandle(DWORD) {
 
 DWORD WINAPI GetFileType(HANDLE file) {
     SIM_VISIT();
-    return file == nullptr ? FILE_TYPE_UNKNOWN : FILE_TYPE_DISK;
+    return file == nullptr || file == STALE_HANDLE ? FILE_TYPE_UNKNOWN : FILE_TYPE_DISK;
 }
 
 BOOL WINAPI AttachConsole(DWORD) {

@@ -34,7 +34,7 @@ struct Disk {
     };
     std::map<int, std::string> folders = {{CSIDL_WINDOWS, "C:\\Windows"},
                                           {CSIDL_SYSTEM, "C:\\Windows\\system32"}};
-    bool full = false;
+    Writing writing = Writing::Works;
 };
 
 } // namespace
@@ -164,8 +164,8 @@ const PlainFile* find_file(const std::string& path) {
     return found != disk().files.end() ? &found->second : nullptr;
 }
 
-void set_disk_full(bool full) {
-    disk().full = full;
+void set_writing(Writing writing) {
+    disk().writing = writing;
 }
 
 void set_folder(int csidl, const std::string& path) {
@@ -193,10 +193,12 @@ static BOOL read_plain(Object& object, void* buffer, DWORD bytes, DWORD* read) {
 }
 
 static BOOL write_plain(Object& object, const void* buffer, DWORD bytes, DWORD* written) {
-    if (disk().full) {
+    if (disk().writing == Writing::DiskFull) {
         set_last_error(ERROR_DISK_FULL);
         return FALSE;
     }
+    if (disk().writing == Writing::Short && bytes > 0)
+        --bytes;
     std::string& content = disk().files[lower(object.name)].bytes;
     const size_t start = position(object);
     content.resize(std::max(content.size(), start + bytes));

@@ -26,7 +26,9 @@ bool file_has_folder(const std::string& path);       // whether it could be made
 // Leaves the one form of a path: absolute, backslashes, none at its end, where it means a folder. Another
 // spelling is a violation of the call. An error, or 0.
 DWORD resolve_path(const char* call, std::string* path, bool* as_folder);
-void set_disk_full(bool full); // writing fails
+
+enum class Writing { Works, DiskFull, Short }; // Short: all but the last byte, and no error
+void set_writing(Writing writing);
 
 // The system folders that SHGetFolderPathW knows; "" for one that cannot be found.
 void set_folder(int csidl, const std::string& path);

@@ -13,7 +13,7 @@ static HANDLE g_hErrors = nullptr;
 // A standard handle that leads somewhere. One of a program without console is null or stale.
 static HANDLE StandardHandle(DWORD which) {
     HANDLE handle = GetStdHandle(which);
-    return handle != INVALID_HANDLE_VALUE && GetFileType(handle) != FILE_TYPE_UNKNOWN ? handle : nullptr;
+    return GetFileType(handle) != FILE_TYPE_UNKNOWN ? handle : nullptr;
 }
 
 void OpenOutput() {

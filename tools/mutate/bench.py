@@ -5,6 +5,7 @@ compiles the changed file from there, links what holds it - the image, and those
 functions from the archive - and runs the tests, the likeliest first.
 """
 
+import concurrent.futures
 import fnmatch
 import glob
 import hashlib
@@ -19,10 +20,12 @@ import time
 
 PROGRAMS = ["zorpm_tests", "zorpmsim", "zorpm_sweeps"]
 IMAGE = "zorpm_image"
-SHORT_SWEEP_S = 2   # a sweep's test that takes no longer looks at the mutants of its folder that are still alive
-QUICK_SWEEP_S = 0.5 # one that takes no longer, at those of every folder
+SHORT_SWEEP_S = 1   # a sweep's test that takes no longer looks at the mutants of its folder that are still alive
+QUICK_SWEEP_S = 0.25 # one that takes no longer, at those of every folder
 MEMORY_KB = 3_000_000
 KILLERS = 5         # of a file, tried first
+SLOW_TEST_S = 0.05  # a unit test that takes longer comes after the others
+ATOMICS = "zorpm_atomics_image"  # which the sweeps alone load
 
 
 def sha(text):
@@ -37,7 +40,8 @@ class Finished:
 
 def run(words, directory, cpu_s, log, memory_kb=MEMORY_KB):
     """Runs a program with a limit of processor time - the clock says nothing on a busy machine - and of memory."""
-    limits = f"ulimit -c 0; ulimit -t {int(cpu_s) + 1}; ulimit -v {memory_kb}; exec \"$@\""
+    share = "export ZORPM_SHARE=7; " if words[0].endswith("zorpm_sweeps") else ""
+    limits = share + f"ulimit -c 0; ulimit -t {int(cpu_s) + 1}; ulimit -v {memory_kb}; exec \"$@\""
     with open(log, "wb") as output:
         process = subprocess.Popen(["bash", "-c", limits, "bash", *words], cwd=directory, stdout=output,
                                    stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
@@ -60,10 +64,15 @@ class Bench:
         self.build = os.path.join(work, name)
         self.options = options
         self.compiles, self.links, self.sources, self.deps = {}, {}, {}, {}
-        self.pulled = {}
+        self.pulled, self.texts = {}, {}
         self.tests, self.scenarios, self.sweeps = {}, [], {}
         self.lock = threading.Lock()
         self.memory_kb = MEMORY_KB  # "unlimited" where a sanitizer reserves its shadow
+        self.own = {}  # {object: the file that takes its place}
+
+    def built(self, name):
+        """The path of something that the build makes."""
+        return os.path.join(self.build, name)
 
     # ---- the build ----
 
@@ -95,6 +104,11 @@ class Bench:
         self._read_commands()
         self._read_deps()
 
+    def words_of(self, name):
+        """The command that compiles an object."""
+        words = shlex.split(self.compiles[name])
+        return words[1:] if words[0].endswith("ccache") else words
+
     def _ninja(self, *words):
         return subprocess.run(["ninja", "-C", self.build, "-t", *words], check=True, capture_output=True,
                               text=True).stdout
@@ -108,7 +122,7 @@ class Bench:
                 self.compiles[compiled.group(1)] = command
                 self.sources[compiled.group(1)] = os.path.normpath(os.path.join(self.build, compiled.group(2)))
             elif linked and not re.search(r"\bar q?c", command):
-                words = shlex.split(linked.group(1))
+                words = [word.replace("\\$", "$") for word in shlex.split(linked.group(1))]
                 self.links[linked.group(2)] = words[:words.index("&&")] if "&&" in words else words
 
     def _read_deps(self):
@@ -123,14 +137,42 @@ class Bench:
                 if path.startswith(self.tree):
                     self.deps[current].add(os.path.relpath(path, self.tree))
 
-    def objects_of(self, path):
-        """The objects that change with the file `path` of the tree."""
-        if path.endswith((".cpp", ".h")):
+    def objects_of(self, mutant):
+        """The objects that may change with the mutant."""
+        path = mutant.file
+        if path.endswith(".h"):
+            users = [o for o in self.compiles if path in self.deps.get(o, ())]
+            names = self._names(mutant)
+            return [o for o in users if not names or any(self._mentions(f, names) for f in self.deps[o] - {path})]
+        if path.endswith(".cpp"):
             full = os.path.join(self.tree, path)
             return [o for o in self.compiles if self.sources[o] == full or path in self.deps.get(o, ())]
         name = os.path.basename(path)  # data that an assembler directive embeds
         return [o for o, source in self.sources.items() if os.path.isfile(source) and source.endswith(".cpp") and
-                re.search(r"incbin[^;]*" + re.escape(name), open(source, encoding="utf-8").read())]
+                re.search(r"incbin[^;]*" + re.escape(name), self._text(source))]
+
+    def _names(self, mutant):
+        """What a change of a constant or a table's row in a header is known by elsewhere; none: everywhere."""
+        line = mutant.before
+        macro = re.findall(r"^#define (\w+)\(", mutant.text[:mutant.start], re.M)
+        if not re.match(r"(X\(|constexpr \w+ [A-Z_0-9]+ =|[A-Z_0-9]+ =|#define [A-Z_0-9]+ )", line):
+            return []
+        names = set(re.findall(r"\b[A-Z][A-Z_0-9]{3,}\b", re.sub(r'"[^"]*"', "", line))) - {"DWORD", "BYTE", "WORD"}
+        if line.startswith("X("):
+            names.add(macro[-1] if macro else "")
+        rest = mutant.text[:mutant.start] + mutant.text[mutant.end:]
+        used = [row for row in rest.split("\n") if any(n in row for n in names) and not row.strip().startswith(("#define", "X(", "//"))
+                and " ".join(row.split()) not in (line, mutant.after) and not re.match(r"\s*(enum : \w+ \{ )?\w+\(\w+\)( \};)?$", row)]
+        return [] if used or "" in names else names
+
+    def _mentions(self, file, names):
+        return any(name in self._text(os.path.join(self.tree, file)) for name in names)
+
+    def _text(self, path):
+        if path not in self.texts:
+            with open(path, encoding="utf-8", errors="replace") as file:
+                self.texts[path] = file.read()
+        return self.texts[path]
 
     def takes(self, program, name):
         """Whether a program takes the object `name` from an archive."""
@@ -145,7 +187,7 @@ class Bench:
 
     def learn(self, known):
         """Runs everything once on the unchanged tree: all must pass; the times give the limits and the short sweeps."""
-        tests = run([os.path.join(self.build, "zorpm_tests"), "--gtest_brief=1",
+        tests = run([self.built("zorpm_tests"), "--gtest_brief=1",
                      "--gtest_output=json:" + os.path.join(self.work, "tests.json")], self.tree, 600,
                     os.path.join(self.work, "learn.log"), self.memory_kb)
         if tests.status != 0:
@@ -153,17 +195,19 @@ class Bench:
         with open(os.path.join(self.work, "tests.json"), encoding="utf-8") as file:
             for suite in json.load(file)["testsuites"]:
                 for test in suite["testsuite"]:
+                    if "tests/sim/" in test.get("file", ""):  # of the machine
+                        continue
                     self.tests[f"{suite['name']}.{test['name']}"] = float(test["time"].rstrip("s"))
         self.scenarios = sorted(os.path.relpath(p, self.tree) for p in
                                 glob.glob(os.path.join(self.tree, "scenarios", "**", "*.txt"), recursive=True))
-        told = run([os.path.join(self.build, "zorpmsim"), *self.scenarios], self.tree, 300,
+        told = run([self.built("zorpmsim"), *self.scenarios], self.tree, 300,
                    os.path.join(self.work, "learn.log"), self.memory_kb)
         if told.status != 0:
             raise SystemExit(f"mutate: the scenarios fail without any change:\n{told.output[-2000:]}")
         self.sweeps = known if known is not None else self._learn_sweeps()
 
     def _learn_sweeps(self):
-        listed = subprocess.run([os.path.join(self.build, "zorpm_sweeps"), "--gtest_list_tests"], cwd=self.tree,
+        listed = subprocess.run([self.built("zorpm_sweeps"), "--gtest_list_tests"], cwd=self.tree,
                                 capture_output=True, text=True, check=True).stdout
         names, suite = [], ""
         for line in listed.split("\n"):
@@ -176,7 +220,7 @@ class Bench:
         def measure(number):
             for name in names[number::os.cpu_count() or 1]:
                 before = time.monotonic()
-                result = run([os.path.join(self.build, "zorpm_sweeps"), "--gtest_filter=" + name], self.tree,
+                result = run([self.built("zorpm_sweeps"), "--gtest_filter=" + name], self.tree,
                              SHORT_SWEEP_S, os.path.join(self.work, f"sweep{number}.log"))
                 if result.status == 0:
                     times[name] = min(time.monotonic() - before, SHORT_SWEEP_S)
@@ -187,6 +231,59 @@ class Bench:
         for thread in threads:
             thread.join()
         return dict(sorted(times.items()))
+
+
+class HostBench(Bench):
+    """The tree itself and its host build, which the tests have already, and src/ once more without its sanitizers:
+    these would take most of a mutant's time."""
+
+    def __init__(self, root, work):
+        super().__init__(root, work, "host", [])
+        self.tree, self.build = root, os.path.join(root, "build", "host")
+        self.plain = os.path.join(work, "unsanitized")
+        self.memory_kb = "unlimited"
+        os.environ["ASAN_OPTIONS"] = "hard_rss_limit_mb=3000"
+
+    def copy_tree(self):
+        pass
+
+    def built(self, name):
+        own = os.path.join(self.plain, name)
+        return own if os.path.exists(own) else super().built(name)
+
+    def words_of(self, name):
+        words = super().words_of(name)
+        return [w for w in words if not re.match(r"-g$|-fsanitize|-fno-sanitize", w)] if self._is_plain(name) else words
+
+    def _is_plain(self, name):
+        return "zorpm_objects.dir" in name or "zorpmctl_image.dir" in name
+
+    def make(self):
+        for words in (["cmake", "--preset", "host"], ["cmake", "--build", "--preset", "host", "--target", IMAGE, *PROGRAMS]):
+            if subprocess.run(words, cwd=self.root, stdout=subprocess.DEVNULL).returncode != 0:
+                raise SystemExit("mutate: the host build fails")
+        self._read_commands()
+        self._read_deps()
+        self.own = {name: os.path.join(self.plain, name) for name in self.compiles if self._is_plain(name)}
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            list(pool.map(self._compile_plain, self.own))
+        for output, words in self.links.items():
+            if any(w in self.own for w in words):
+                words = [self.own.get(w, w) for w in words]
+                words[words.index("-o") + 1] = os.path.join(self.plain, output)
+                subprocess.run(words, cwd=self.build, check=True)
+
+    def _compile_plain(self, name):
+        target = self.own[name]
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        words = self.words_of(name)
+        words[words.index("-o") + 1] = target
+        words = [w for k, w in enumerate(words) if w not in ("-MD", "-MT", "-MF") and words[k - 1] not in ("-MT", "-MF")]
+        subprocess.run(["ccache", *words] if shutil.which("ccache") else words, cwd=self.build, check=True)
+
+
+class DoesNotLink(Exception):
+    pass
 
 
 class Worker:
@@ -209,8 +306,8 @@ class Worker:
             path = os.path.join(self.place, name)
             if os.path.lexists(path):
                 os.unlink(path)
-            os.link(os.path.join(self.bench.build, name), path)
-        self.replaced = set()
+            os.link(self.bench.built(name), path)
+        self.replaced, self.linked = set(), set()
 
     def judge(self, mutant, killers):
         """(verdict, by whom): invalid, same, noticed or survived."""
@@ -219,25 +316,29 @@ class Worker:
         os.makedirs(os.path.dirname(overlay))
         with open(overlay, "w", encoding="utf-8") as file:
             file.write(mutant.changed_text())
-        objects = self._compile(mutant.file, overlay)
-        if objects is None:
+        self.objects = self._compile(mutant, overlay, False)
+        if self.objects is None:
             return "invalid", "compiler"
-        if not objects:
+        if not self.objects:
             return "same", "compiler"
-        if not self._link(objects):
+        if not all(self._link(output) for output in self.bench.links if output.endswith(".so") and ATOMICS not in output):
             return "invalid", "linker"
-        return self._look(mutant, killers)
+        try:
+            return self._look(mutant, killers, overlay)
+        except DoesNotLink:
+            return "invalid", "linker"
 
-    def _compile(self, path, overlay):
+    def _compile(self, mutant, overlay, atomics):
         """The objects that differ from the unchanged ones: {object: its new file}; None when one does not compile."""
-        changed = {}
+        changed, path = {}, mutant.file
         headers = os.path.join(self.place, "overlay", "src")
-        for name in self.bench.objects_of(path):
+        names = [name for name in self.bench.objects_of(mutant) if (ATOMICS in name) == atomics]
+        for name in sorted(names, key=lambda n: "/src/" not in n):
+            if path.endswith(".h") and "/src/" not in name and not changed:
+                break  # the product is the same
             target = os.path.join(self.place, "objects", name)
             os.makedirs(os.path.dirname(target), exist_ok=True)
-            words = shlex.split(self.bench.compiles[name])
-            if words[0].endswith("ccache"):
-                words = words[1:]
+            words = self.bench.words_of(name)
             own = self.bench.sources[name] == os.path.join(self.bench.tree, path)
             words[words.index("-o") + 1] = target
             if own:
@@ -249,7 +350,7 @@ class Worker:
                 words[1:1] = ['-DZORPM_SOURCE_DIR="%s"' % os.path.join(self.place, "overlay")]
             if subprocess.run(words, cwd=self.bench.build, capture_output=True, timeout=300).returncode != 0:
                 return None
-            with open(target, "rb") as new, open(os.path.join(self.bench.build, name), "rb") as old:
+            with open(target, "rb") as new, open(self.bench.own.get(name, self.bench.built(name)), "rb") as old:
                 if new.read() != old.read():
                     changed[name] = target
         return changed
@@ -269,39 +370,48 @@ class Worker:
                 result.append(word)
         return result
 
-    def _link(self, objects):
-        for output, words in self.bench.links.items():
-            direct = [o for o in objects if o in words]
-            taken = []
-            if not direct and os.path.basename(output) in PROGRAMS:
-                taken = [o for o in objects if self._in_archive(o) and self.bench.takes(output, o)]
-            if not direct and not taken:
-                continue
-            target = os.path.join(self.place, output)
-            if os.path.lexists(target):
-                os.unlink(target)
-            self.replaced.add(output)
-            words = [objects.get(w, w) for w in words]
-            words[words.index("-o") + 1] = target
-            first = next(k for k, w in enumerate(words) if w.endswith(".o"))
-            words[first:first] = [objects[o] for o in taken]
-            if subprocess.run(words, cwd=self.bench.build, capture_output=True, timeout=300).returncode != 0:
-                return False
-        return True
+    def _link(self, output):
+        """Links `output` anew where it holds a changed object; FALSE when that fails."""
+        words, objects = self.bench.links[output], self.objects
+        taken = []
+        if not any(o in words for o in objects) and output in PROGRAMS:
+            taken = [o for o in objects if self._in_archive(o) and self.bench.takes(output, o)]
+        if not taken and not any(o in words for o in objects):
+            return True
+        target = os.path.join(self.place, output)
+        if os.path.lexists(target):
+            os.unlink(target)
+        self.replaced.add(output)
+        words = [objects.get(w, self.bench.own.get(w, w)) for w in words]
+        words[words.index("-o") + 1] = target
+        first = next(k for k, w in enumerate(words) if w.endswith(".o"))
+        words[first:first] = [objects[o] for o in taken]
+        return subprocess.run(words, cwd=self.bench.build, capture_output=True, timeout=300).returncode == 0
+
+    def _program(self, name):
+        """The path of a program, linked when it is needed first."""
+        if name not in self.linked:
+            self.linked.add(name)
+            if not self._link(name):
+                raise DoesNotLink
+        return os.path.join(self.place, name)
 
     def _in_archive(self, name):
         return "zorpm_objects.dir" in name
 
     # ---- the tests ----
 
-    def _look(self, mutant, killers):
+    def _look(self, mutant, killers, overlay):
         bench = self.bench
         first = [k for k in killers if k in bench.tests][:KILLERS]
         folder = mutant.folder[:6]
-        own = [t for t in bench.tests if t.lower().startswith(folder) and t not in first]
-        rest = [t for t in bench.tests if t not in first and t not in own]
+        rest = [t for t in bench.tests if t not in first]
+        own = [t for t in rest if t.lower().startswith(folder) and bench.tests[t] <= SLOW_TEST_S]
+        quick = [t for t in rest if t not in own and bench.tests[t] <= SLOW_TEST_S]
+        slow = [t for t in rest if bench.tests[t] > SLOW_TEST_S]
         by = self._unit(first) or self._scenarios([k for k in killers if k in bench.scenarios]) or \
-            self._scenarios(bench.scenarios) or self._unit(own) or self._unit(rest) or self._sweeps(folder)
+            self._scenarios(bench.scenarios) or self._unit(own) or self._unit(quick) or self._unit(slow) or \
+            self._sweeps(mutant, folder, overlay)
         return ("noticed", by) if by else ("survived", "")
 
     def _unit(self, tests, program="zorpm_tests", times=None, slow=2):
@@ -311,31 +421,38 @@ class Worker:
         with open(os.path.join(self.place, "filter"), "w", encoding="utf-8") as file:
             file.write(f"--gtest_filter={':'.join(tests)}\n")
         cpu_s = 2 + slow * 2 * sum(times[t] for t in tests)
-        result = run([os.path.join(self.place, program), "--gtest_fail_fast", "--gtest_flagfile=" + os.path.join(self.place, "filter")], self.bench.tree, cpu_s, self.log,
+        result = run([self._program(program), "--gtest_fail_fast",
+                      "--gtest_flagfile=" + os.path.join(self.place, "filter")], self.bench.tree, cpu_s, self.log,
                      self.bench.memory_kb)
         return self._noticed(result, r"^\[  FAILED  \] ([\w./]+)")
 
     def _scenarios(self, names):
         if not names:
             return None
-        result = run([os.path.join(self.place, "zorpmsim"), *names], self.bench.tree, 10, self.log,
+        result = run([self._program("zorpmsim"), *names], self.bench.tree, 10, self.log,
                      self.bench.memory_kb)
         return self._noticed(result, r"^(scenarios/[^:]*):\d+: ")
 
-    def _sweeps(self, folder):
+    def _sweeps(self, mutant, folder, overlay):
+        self.objects.update(self._compile(mutant, overlay, True) or {})
+        for output in self.bench.links:
+            if ATOMICS in output and not self._link(output):
+                raise DoesNotLink
         short = self.bench.sweeps
         own = [t for t in short if t.lower().startswith(folder)]
         rest = [t for t in short if t not in own and (self.thorough or short[t] <= QUICK_SWEEP_S)]
         by = self._unit(own, "zorpm_sweeps", short) or self._unit(rest, "zorpm_sweeps", short)
         if by or not self.thorough:
             return by
-        result = run([os.path.join(self.place, "zorpm_sweeps"), "--gtest_fail_fast"], self.bench.tree, 600,
+        result = run([self._program("zorpm_sweeps"), "--gtest_fail_fast"], self.bench.tree, 600,
                      self.log, self.bench.memory_kb)
         return self._noticed(result, r"^\[  FAILED  \] ([\w./]+)")
 
     def _noticed(self, result, pattern):
         if result.status == 0:
             return None
+        if result.status == 127:  # a symbol is missing
+            raise DoesNotLink
         found = re.search(pattern, result.output, re.M)
         running = re.findall(r"^\[ RUN      \] ([\w./]+)", result.output, re.M)
         by = found.group(1) if found else running[-1] if running else ""

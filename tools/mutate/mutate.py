@@ -4,7 +4,8 @@
 Options: --count N (a sample of N, drawn by --seed S in parts by folder; 0: all), --only TEXT (files whose path has it),
 --list (print the mutants, build nothing), --fresh (forget earlier verdicts), --fail (fail when a survivor is not listed),
 --minutes M (stop after that long; the next run goes on), --thorough (whole sweeps too, and survivors once more under the
-sanitizers), --try-listed (also those in the list of equivalents).
+sanitizers), --try-listed (also those in the list of equivalents), --host (use the host build, as it is, instead of a copy of the
+tree with a build of its own).
 
 Verdicts are kept in build/mutants/verdicts.jsonl, by the mutant's own text: a run can be stopped and goes on, a changed
 file loses its own, and changed tests lose the survivors. See docs/development.md.
@@ -26,7 +27,7 @@ import time
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-from bench import Bench, Worker, remove_left_images, sha  # noqa: E402
+from bench import Bench, HostBench, Worker, remove_left_images, sha  # noqa: E402
 from operators import changes, inf_changes  # noqa: E402
 from source import Source  # noqa: E402
 
@@ -48,6 +49,7 @@ class Mutant:
         first = text.rfind("\n", 0, start) + 1
         last = text.find("\n", max(start, end - 1))
         last = len(text) if last < 0 else last
+        self.above = " ".join(text[text.rfind("\n", 0, max(0, first - 1)) + 1:first].split())
         self.before = " ".join(text[first:last].split())
         self.after = " ".join((text[first:start] + replacement + text[end:last]).split())
         self.key = ""
@@ -96,31 +98,34 @@ def mutants_of(file, text):
 
 
 class Equivalent:
-    def __init__(self, file, operator, reason, before, after):
+    def __init__(self, file, operator, reason, above, before, after):
         self.file, self.operator, self.reason = file, operator, reason
-        self.texts = before, after
+        self.texts = above, before, after
         self.patterns = [re.compile(".*".join(re.escape(p) for p in t.split("..."))) for t in self.texts]
         self.matched = 0
 
     def matches(self, mutant):
         return fnmatch.fnmatch(mutant.file, self.file) and self.operator in ("", mutant.operator) and \
-            all(p.fullmatch(t) for p, t in zip(self.patterns, (mutant.before, mutant.after)))
+            all(p.fullmatch(t) for p, t in zip(self.patterns, (mutant.above, mutant.before, mutant.after)))
 
 
 def read_equivalents():
-    """"FILE [OPERATOR]: reason", then pairs of "- before" and "+ after" lines; "..." stands for anything."""
-    rows, head, before = [], None, None
+    """"FILE [OPERATOR]: reason", then pairs of "- before" and "+ after" lines, behind "@ the line above" where these
+    do not tell it from others; "..." stands for anything."""
+    rows, head, above, before = [], None, "...", None
     with open(EQUIVALENT, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
             line = line.rstrip("\n")
             match = re.match(r"^(\S+)(?: \[(\w+)\])?: (\S.*)$", line)
             if not line.strip() or line.startswith("#"):
                 continue
-            if line.startswith("- ") and head:
+            if line.startswith("@ ") and head:
+                above = " ".join(line[2:].split())
+            elif line.startswith("- ") and head:
                 before = " ".join(line[2:].split())
             elif line.startswith("+") and head and before is not None:
-                rows.append(Equivalent(*head, before, " ".join(line[1:].split())))
-                before = None
+                rows.append(Equivalent(*head, above, before, " ".join(line[1:].split())))
+                above, before = "...", None
             elif match:
                 head = match.group(1), match.group(2) or "", match.group(3)
             else:
@@ -305,7 +310,7 @@ class Progress:
 
 
 def try_all(queue, verdicts, options, learnt_path, tests_hash):
-    bench = Bench(ROOT, WORK, "plain", PLAIN)
+    bench = HostBench(ROOT, WORK) if options.host else Bench(ROOT, WORK, "plain", PLAIN)
     bench.copy_tree()
     bench.make()
     bench.learn(learnt_sweeps(learnt_path, tests_hash))
@@ -375,7 +380,7 @@ def report(queue, progress, rows, options):
                          f"{mutant.after}")
     stale = [r for r in rows if not r.matched] if not options.only else []
     for row in stale:
-        lines.append(f"tools/mutate/equivalent.txt: matches nothing any more: {row.file}: - {row.texts[0]}")
+        lines.append(f"tools/mutate/equivalent.txt: matches nothing any more: {row.file}: - {row.texts[1]}")
     with open(os.path.join(WORK, "report.txt"), "w", encoding="utf-8") as file:
         file.write("\n".join(lines) + "\n")
     print("\n".join(lines))
@@ -391,7 +396,7 @@ def main():
     parser.add_argument("--only", default="")
     parser.add_argument("--minutes", type=float, default=0)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
-    for name in ("list", "fresh", "fail", "thorough", "try-listed"):
+    for name in ("list", "fresh", "fail", "thorough", "try-listed", "host"):
         parser.add_argument("--" + name, action="store_true")
     options = parser.parse_args()
     mutants, hashes = all_mutants(options.only)

@@ -89,7 +89,7 @@ class Source:
         for i, token in enumerate(self.tokens):
             following = self.tokens[i + 1].text if i + 1 < len(self.tokens) else ""
             if token.kind == "name" and following == "(" and i + 1 in self.partner and \
-                    (token.text in ("static_assert", "alignas") or self.is_trace(i)):
+                    (token.text in ("static_assert", "alignas", "TRACE_NAME") or self.is_trace(i)):
                 self.untouchable.append((token.start, self.tokens[self.partner[i + 1]].end))
             if token.text == "extern" and i + 1 < len(self.tokens) and self.tokens[i + 1].kind == "text":
                 self.untouchable.append((token.start, self.tokens[i + 1].end))
