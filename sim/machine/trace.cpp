@@ -41,10 +41,16 @@ void show_noted_call() {
 }
 
 void note_call(const char* name) {
-    if (!machine().keep_details)
+    if (!machine().keep_details || machine().running == nullptr)
         return;
     show_noted_call();
     machine().noted_call = {machine().now, running_name(), name, false};
+}
+
+void drop_noted_call(const char* name) {
+    TraceLine& noted = machine().noted_call;
+    if (noted.text == name && noted.thread == running_name())
+        noted = {};
 }
 
 static void add_line(std::string text, bool effect) {

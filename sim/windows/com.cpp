@@ -65,12 +65,12 @@ void com_use(const ComObject& object, const char* method) {
 }
 
 ULONG com_add_reference(ComObject& object) {
-    SIM_VISIT();
+    enter_call("AddRef", false, 0);
     return static_cast<ULONG>(++object.references);
 }
 
 ULONG com_release(ComObject& object) {
-    SIM_VISIT();
+    enter_call("Release", false, 0);
     return static_cast<ULONG>(object.references > 0 ? --object.references : 0);
 }
 

@@ -226,7 +226,7 @@ BOOL WINAPI SystemParametersInfoW(UINT action, UINT, PVOID data, UINT) {
 
 HDESK WINAPI GetThreadDesktop(DWORD thread) {
     SIM_CALL(nullptr, ERROR_ACCESS_DENIED);
-    if (thread != GetCurrentThreadId())
+    if (current() == nullptr || thread != current()->id)
         violation("GetThreadDesktop: of another thread");
     const HDESK desktop = thread_desktop();
     return desktop != nullptr ? desktop : first_desktop();

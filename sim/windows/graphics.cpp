@@ -34,6 +34,7 @@ static CuiDouble& object_of(void* self) {
 }
 
 static HRESULT STDMETHODCALLTYPE cui_query_interface(void* self, REFIID wanted, void** object) {
+    note_call("QueryInterface");
     com_use(object_of(self), "QueryInterface");
     const bool known = wanted == CUI_EXTERNAL || wanted == UNKNOWN_INTERFACE;
     *object = known ? self : nullptr;

@@ -117,10 +117,13 @@ using namespace sim;
 extern "C" {
 
 DWORD WINAPI GetLastError() {
+    SIM_NOTE();
     return last_error();
 }
 
 void WINAPI SetLastError(DWORD code) {
+    if (code != last_error()) // else the trace routine has kept it
+        SIM_NOTE();
     set_last_error(code);
 }
 
@@ -313,18 +316,22 @@ BOOL WINAPI GetExitCodeThread(HANDLE handle, LPDWORD exit_code) {
 }
 
 HANDLE WINAPI GetCurrentProcess() {
+    SIM_NOTE();
     return INVALID_HANDLE_VALUE; // the platform's pseudo handle
 }
 
 HANDLE WINAPI GetCurrentThread() {
+    SIM_NOTE();
     return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2));
 }
 
 DWORD WINAPI GetCurrentProcessId() {
+    SIM_NOTE();
     return current_process()->id;
 }
 
 DWORD WINAPI GetCurrentThreadId() {
+    SIM_NOTE();
     return current() != nullptr ? current()->id : 0;
 }
 

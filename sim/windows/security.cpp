@@ -91,7 +91,7 @@ extern "C" {
 
 BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    if (process != GetCurrentProcess()) {
+    if (process != INVALID_HANDLE_VALUE) {
         violation("OpenProcessToken: of another process");
         return fail_with(ERROR_INVALID_HANDLE);
     }
@@ -160,14 +160,17 @@ BOOL WINAPI IsValidSid(PSID sid) {
 }
 
 BYTE* WINAPI GetSidSubAuthorityCount(PSID sid) {
+    SIM_NOTE();
     return &static_cast<SID*>(sid)->SubAuthorityCount;
 }
 
 DWORD* WINAPI GetSidSubAuthority(PSID sid, DWORD index) {
+    SIM_NOTE();
     return reinterpret_cast<DWORD*>(static_cast<BYTE*>(sid) + offsetof(SID, SubAuthority)) + index;
 }
 
 SID_IDENTIFIER_AUTHORITY* WINAPI GetSidIdentifierAuthority(PSID sid) {
+    SIM_NOTE();
     return &static_cast<SID*>(sid)->IdentifierAuthority;
 }
 

@@ -96,6 +96,8 @@ extern "C" {
 void WINAPI OutputDebugStringW(LPCWSTR text) {
     if (!machine().keep_details)
         return;
+    drop_noted_call("GetLastError"); // the trace routine keeps the error: no call of the service's own
+    SIM_NOTE();
     std::string line = narrow(text);
     while (!line.empty() && line.back() == '\n')
         line.pop_back();
