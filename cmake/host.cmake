@@ -89,6 +89,13 @@ add_library(zorpm_raced_image MODULE ${raced}/${raced_source}
 as_image(zorpm_raced_image)
 set_target_properties(zorpm_raced_image PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${raced} OUTPUT_NAME zorpm_image)
 
+# An image that crashes or runs on when told to, for the test of how such scripts are made short.
+add_library(zorpm_ending_image MODULE tests/support/ending_image.cpp)
+as_image(zorpm_ending_image)
+target_compile_options(zorpm_ending_image PRIVATE -fno-sanitize=all)
+set_target_properties(zorpm_ending_image PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/ending
+                      OUTPUT_NAME zorpm_image)
+
 # The control program, another image.
 add_library(zorpmctl_image MODULE ${ctl_sources} ${ctl_shared})
 as_image(zorpmctl_image)
@@ -134,7 +141,7 @@ endforeach()
 
 if(ZORPM_SANITIZE)
     add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>
-             $<TARGET_FILE:zorpm_raced_image>)
+             $<TARGET_FILE:zorpm_raced_image> $<TARGET_FILE:zorpm_ending_image>)
     set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 120)
 
     add_test(NAME page_in_browser COMMAND tests/browser/run.sh $<TARGET_FILE:zorpmsim>

@@ -1,9 +1,10 @@
 #!/bin/bash
-# tool_test.sh ZORPMSIM IMAGE - the command line of zorpmsim: what it prints where, and its exit status. IMAGE has a
-# race planted in it.
+# tool_test.sh ZORPMSIM RACED ENDING - the command line of zorpmsim: what it prints where, and its exit status. Of the two
+# images one has a race planted in it, the other crashes or runs on when told to.
 set -u
 sim=$1
-image=$2
+raced=$2
+ending=$3
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 cd "$place" || exit 1
@@ -91,6 +92,7 @@ printf 'start\nshow threads\n' >asks_nothing.txt
 check "expects nothing"        0 '^asks_nothing.txt: 0 expectations hold$'   '^asks_nothing.txt: it expects nothing$' "$sim" asks_nothing.txt
 check "shown"                  0 'TerminalThread \(service\): waits for'   'nothing' "$sim" asks_nothing.txt
 check "strict"                 1 '^asks_nothing.txt:0: it expects nothing'   nothing "$sim" --strict asks_nothing.txt
+check "repeated with atomics"  1 'repeat with: zorpmsim --atomics --seed 1 fails.txt' -  "$sim" --atomics --seeds 2 fails.txt
 check "strict seeds"           1 '^asks_nothing.txt: seed 1: .* expects nothing' nothing "$sim" --strict --seeds 2 asks_nothing.txt
 
 # The verdict comes last, behind the lines around it and the state.
@@ -120,23 +122,40 @@ printf 'expect next request LCDCSGETSTATE*\n' >>two.txt
 check "explored, fails"        1 'repeat with: zorpmsim --schedule (none|[0-9.:,]+) two.txt' -  "$sim" --explore two.txt
 check "parts"                  1 'the runs part in line'                     -  "$sim" --diff 1 2 two.txt
 check "the same"               0 'both runs are the same'                    nothing "$sim" --diff 3 3 asks_nothing.txt
-check "shrunk"                 1 '^expect request DYTC'                      -  "$sim" --shrink fails.txt
+check "shrunk"                 1 '^expect request DYTC'    '^fails.txt: 4 commands: expected' "$sim" --shrink fails.txt
 check "does not fail"          2 - 'it does not fail'                        "$sim" --shrink holds.txt
 
 # A race is found, shrunk, replayed and explored in an image that has one; the product holds.
 mkdir raced
-cp "$sim" "$(dirname "$sim")"/lib*.so raced/ && cp "$image" raced/
+cp "$sim" "$(dirname "$sim")"/lib*.so raced/ && cp "$raced" raced/
 printf '%s\n' 'firmware DYTC = 1' 'firmware DYTC(0) = 0x30000001' 'firmware DYTC(3) = 0x03ff0201' 'firmware GMMS = 3' \
     'firmware DGPUTEMP takes 5ms..50ms' start 'advance 2s' 'firmware DGPUTEMP = 1' 'event 0x6031' \
     'within 100ms control 139' 'advance 1s' 'check registry SVC\TMC\DCC CurrentStatus = 0' >race.txt
 check "found"                  1 '^race.txt: seed [0-9]+: race.txt:12: expected registry' -  raced/zorpmsim --seeds 40 race.txt
 seed=$(sed -n 's/^race.txt: seed \([0-9]*\):.*/\1/p' out)
-check "made short"             1 '^# race.txt, seed [0-9]+, in [0-9] commands|in 1[0-2] commands' -  raced/zorpmsim --shrink --seed "$seed" race.txt
+check "made short"             1 '^# race.txt, seed [0-9]+, in [0-9] commands|in 1[0-2] commands' . raced/zorpmsim --shrink --seed "$seed" race.txt
 cp out short.txt
 again=$(sed -n 's/^# Repeat with: zorpmsim \(.*\)THIS/\1/p' short.txt)
 check "replayed"               1 '^short.txt:[0-9]+: expected registry.*0x1$' -  raced/zorpmsim $again short.txt
 check "every order"            1 '^short.txt: [0-9]+ of [0-9]+ schedules fail, complete' -  raced/zorpmsim --explore short.txt
 check "no race"                0 '^short.txt: [0-9]+ schedules hold, complete' -  "$sim" --explore short.txt
+
+# What ends its process is made short too; an interruption leaves the shortest so far.
+mkdir ending
+cp "$sim" "$(dirname "$sim")"/lib*.so ending/ && cp "$ending" ending/
+printf '%s\n' 'firmware GMMS = 3' 'advance 1s' 'run "-crash"' 'advance 1s' 'expect no call *' >crashes.txt
+sed 's/crash/run-on/' crashes.txt >runs_on.txt
+check "a crash is made short"  1 '^# crashes.txt, seed 0, in 1 commands .*: the product crashed \(signal 11\)$' . ending/zorpmsim --shrink crashes.txt
+check "what runs on as well"   1 '^# runs_on.txt, seed 0, in 1 commands .*: the product runs on'    . ending/zorpmsim --shrink runs_on.txt
+[[ $(head -1 out) == 'run "-run-on"' ]] || { echo "not the shortest: $(head -1 out)"; failed=1; }
+coproc LONG { exec ending/zorpmsim --shrink runs_on.txt 2>&1; }
+exec {trace}<&"${LONG[0]}"
+long=$LONG_PID
+read -r line <&$trace # it begins
+kill -INT "$long"
+cat <&$trace >out
+look "made short, interrupted" out '^# Interrupted: it may not be the shortest.$'
+look "made short, interrupted" out '^run "-run-on"$'
 
 # From the keyboard, or a pipe: what is wrong is told and ends nothing, the end of input ends the service.
 printf '%s\n' start bogus together 'event 0x60C0' 'control 133' end 'expect request GMMS*' 'expect request DYTC(0x5) = 0x1' >typed

@@ -51,11 +51,14 @@ static pid_t g_directoryOwner = 0;
     std::exit(2);
 }
 
-static void remove_copies() {
+void image_remove_copies() {
     if (g_directoryOwner != getpid())
         return; // a fork of the process that made them
-    for (size_t i = 0; i < g_images.size(); ++i)
-        unlink((g_directory + "/image-" + std::to_string(i) + ".so").c_str());
+    char path[64];
+    for (size_t i = 0; i < g_images.size(); ++i) {
+        std::snprintf(path, sizeof(path), "%s/image-%zu.so", g_directory.c_str(), i);
+        unlink(path);
+    }
     rmdir(g_directory.c_str());
 }
 
@@ -173,7 +176,7 @@ static void load(Image* image, size_t number) {
             give_up("no place for the images");
         g_directory = pattern;
         g_directoryOwner = getpid();
-        std::atexit(remove_copies);
+        std::atexit(image_remove_copies);
     }
     const std::string path = g_directory + "/image-" + std::to_string(number) + ".so";
     const std::vector<char>& file = image->program->file;

@@ -176,7 +176,8 @@ static void tell_failure(const Exploration& shared, const Source& source, const 
     });
     if (process > 0)
         exit_status_of(process);
-    say("    repeat with: zorpmsim --schedule " + choices + " " + source.path + "\n");
+    say("    repeat with: zorpmsim" + atomics_option(options) + " --schedule " + choices + " " + source.path +
+        "\n");
 }
 
 static int tell_result(const Exploration& shared, const Source& source, const Options& options) {

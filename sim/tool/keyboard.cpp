@@ -174,6 +174,7 @@ static int run_typed(sim::Expectations* expectations) {
 
 int run_keyboard(const std::vector<Source>& sources, const Options& options) {
     sim::Machine machine(options.seed);
+    machine.hands_over_at_atomics = options.atomics;
     machine.keep_details = sim::wants_details(options.view);
     sim::begin_timeline(options.view);
     machine.on_show = print_shown;

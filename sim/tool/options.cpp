@@ -144,6 +144,7 @@ static const Option g_options[] = {
     {"--shrink",    "",          set_mode<Mode::Shrink>,   "the shortest script that fails as this one does under --seed"},
     {"--diff",      "A B",       read_diff,                "where the runs of two seeds part"},
     {"--schedule",  "LINE.POINT:PICK,...", read_schedule,       "the threads run as a search has printed it"},
+    {"--atomics",   "",          set<&Options::atomics>,   "threads are overtaken between two atomics too, as half the sweeps do"},
     {"--strict",    "",          set<&Options::strict>,    "a file that expects nothing fails"},
     {"--trace-all", "",          set_trace_all, "shows reads, opens, closes, waits and the service's own messages too"},
     {"--read",      "",       set_read,       "the trace for people: with meanings, folded; so on a terminal"},
@@ -185,6 +186,10 @@ std::string shown_options() {
         text +=
             sim::format("  %-26s %s\n", (std::string(option.name) + " " + option.takes).c_str(), option.help);
     return text;
+}
+
+std::string atomics_option(const Options& options) {
+    return options.atomics ? " --atomics" : "";
 }
 
 static bool usage() {

@@ -19,6 +19,7 @@ struct Options {
     unsigned jobs = 0;       // processes at once; 0: one for each processor
     std::uint64_t limit = 0; // of schedules that an exploration tries; 0: none
     bool strict = false;
+    bool atomics = false;   // threads are overtaken between two atomics too
     bool scheduled = false; // by `choices`
     std::vector<sim::Choice> choices;
     std::string command;     // of --help
@@ -37,5 +38,7 @@ constexpr int EXIT_INTERRUPTED = 130;
 
 // One line for each option.
 std::string shown_options();
+// " --atomics" where it was given, for a command that repeats a run.
+std::string atomics_option(const Options& options);
 // False, and the reason on standard error, for a command line that cannot be used.
 bool read_options(int count, char** arguments, Options* options);

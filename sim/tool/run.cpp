@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include "sim/machine/image.h"
 #include "sim/machine/machine.h"
 #include "sim/script/show.h"
 #include "sim/script/source.h"
@@ -24,6 +25,7 @@ static void crashed(int signal_number) {
                                      g_crashBeginning.c_str(), place.file.c_str(), place.line, signal_number);
     if (length > 0 && write(STDOUT_FILENO, text, static_cast<size_t>(length)) < 0)
         _exit(EXIT_OUTPUT);
+    image_remove_copies();
     _exit(EXIT_FAILS);
 }
 
@@ -72,6 +74,7 @@ bool read_sources(const Options& options, std::vector<Source>* sources) {
 }
 
 ScriptResult run_on(Machine& machine, const Source& source, const Options& options) {
+    machine.hands_over_at_atomics = options.atomics;
     if (options.scheduled) {
         machine.schedule.policy = Policy::Chosen;
         machine.schedule.chosen = options.choices;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sim/machine/image.h"
 #include "sim/machine/machine.h"
 #include "sim/tool/output.h"
 #include "sim/tool/processes.h"
@@ -50,6 +51,7 @@ static void run_seeds(Search* search, unsigned job, const Source& source, const 
 }
 
 static void end_silently(int) {
+    sim::image_remove_copies();
     _exit(EXIT_FAILS);
 }
 
@@ -87,7 +89,8 @@ static void tell_failure(const Source& source, const Options& options, std::uint
     });
     if (process > 0)
         exit_status_of(process);
-    say("    repeat with: zorpmsim --seed " + std::to_string(seed) + " " + source.path + "\n");
+    say("    repeat with: zorpmsim" + atomics_option(options) + " --seed " + std::to_string(seed) + " " +
+        source.path + "\n");
 }
 
 static int tell_result(const Search& search, const Source& source, const Options& options) {

@@ -1,8 +1,8 @@
 #include "sim/tool/shrink.h"
 
 #include <algorithm>
-#include <csignal>
 
+#include "sim/tool/apart.h"
 #include "sim/tool/explore.h"
 #include "sim/tool/output.h"
 #include "sim/tool/processes.h"
@@ -24,7 +24,9 @@ struct Failing {
     Lines lines;
     Choices choices;
     std::uint64_t seed = 0; // 0: nothing is left for it to choose
+    bool atomics = false;
     std::string message;
+    bool ends_process = false;   // it crashes, or runs on
     bool rests = false;          // at its end
     bool holds_in[FORMS] = {};   // told so, under seed 0; so must a shorter one
     bool holds_unchosen = false; // when nobody is overtaken
@@ -35,13 +37,10 @@ struct Answer {
     bool fails;
     size_t moved; // choice, that was found
     int by;       // so many points away
+    End end;
 };
 
 } // namespace
-
-static void end_silently(int) {
-    _exit(EXIT_FAILS);
-}
 
 // ---- trying ----
 
@@ -54,15 +53,23 @@ static Source source_of(const Failing& failing, Form form) {
     return source;
 }
 
-static sim::ScriptResult run_chosen(const Source& source, const Choices& choices, std::uint64_t seed) {
+static Options chosen(const Failing& failing, const Choices& choices, std::uint64_t seed) {
     Options options;
+    options.seed = seed;
+    options.atomics = failing.atomics;
     options.scheduled = true;
     options.choices = choices;
-    return run_quietly(source, options, seed);
+    return options;
 }
 
+static sim::ScriptResult run_chosen(const Failing& failing, const Source& source, const Choices& choices,
+                                    std::uint64_t seed) {
+    return run_quietly(source, chosen(failing, choices, seed), seed);
+}
+
+// Does not return when it fails by ending this process.
 static bool fails_alike(const Failing& failing, const Source& source, const Choices& choices) {
-    const sim::ScriptResult result = run_chosen(source, choices, failing.seed);
+    const sim::ScriptResult result = run_chosen(failing, source, choices, failing.seed);
     return result.exit_code != EXIT_HOLDS && result.message == failing.message &&
            (result.rests || !failing.rests);
 }
@@ -80,7 +87,7 @@ static void look_beside(const Failing& failing, const Source& source, Answer* an
     for (int by = 1; by <= POINTS_BESIDE; ++by) {
         for (size_t i = 0; i < failing.choices.size(); ++i) {
             for (const int way : {by, -by}) {
-                *answer = {false, i, way};
+                *answer = {false, i, way, {}};
                 answer->fails = fails_alike(failing, source, moved(failing.choices, i, way));
                 if (answer->fails)
                     return;
@@ -96,32 +103,44 @@ static bool holds_at_rest(const sim::ScriptResult& result) {
 // Told at leisure, or with nobody overtaken, it must hold where the script at the beginning does: otherwise
 // it is no race any more.
 static bool holds_otherwise(const Failing& failing, const Source& source) {
-    if (failing.holds_unchosen && !holds_at_rest(run_chosen(source, {}, failing.seed)))
+    if (failing.holds_unchosen && !holds_at_rest(run_chosen(failing, source, {}, failing.seed)))
         return false;
     for (const Form form : {LONGEST, SHORTEST, DRAWN}) {
-        if (failing.holds_in[form] && !holds_at_rest(run_chosen(source_of(failing, form), {}, 0)))
+        if (failing.holds_in[form] && !holds_at_rest(run_chosen(failing, source_of(failing, form), {}, 0)))
             return false;
     }
     return true;
 }
 
-// In a process of its own, which may crash or run on.
 static void try_candidate(const Failing& candidate, const Source& source, Answer* answer) {
-    watch_for_crashes(end_silently);
-    alarm(LONGEST_TRIAL_S);
     answer->fails = fails_alike(candidate, source, candidate.choices);
     if (!answer->fails)
         look_beside(candidate, source, answer);
     answer->fails = answer->fails && holds_otherwise(candidate, source);
 }
 
+// What fails by ending its process leaves it to another one to look where it holds.
+static bool fails_apart(const Failing& candidate, const Source& source, Answer* answer) {
+    const bool ended =
+        run_apart([&] { try_candidate(candidate, source, answer); }, &answer->end, LONGEST_TRIAL_S);
+    if (!candidate.ends_process)
+        return ended && answer->fails;
+    if (candidate.message != answer->end.text)
+        return false;
+    answer->fails = false;
+    return run_apart([&] { answer->fails = holds_otherwise(candidate, source); }, &answer->end,
+                     LONGEST_TRIAL_S) &&
+           answer->fails;
+}
+
 static bool take_if_failing(Failing* failing, Failing candidate) {
+    if (stopped())
+        return false;
     const Source source = source_of(candidate, AS_IT_FAILS);
-    auto* answer = source.script != nullptr && !sim::interrupted() ? share<Answer>() : nullptr;
+    auto* answer = source.script != nullptr ? share<Answer>() : nullptr;
     if (answer == nullptr)
         return false;
-    const pid_t process = start_process([&] { try_candidate(candidate, source, answer); });
-    const bool taken = process > 0 && exit_status_of(process) == 0 && answer->fails;
+    const bool taken = fails_apart(candidate, source, answer);
     if (taken) {
         candidate.choices = moved(candidate.choices, answer->moved, answer->by);
         *failing = candidate;
@@ -145,26 +164,35 @@ static bool begin(Failing* failing, const Source& source, const Options& options
     failing->path = source.path;
     failing->lines = lines_of(source.text, source.path);
     failing->seed = options.seed;
-    sim::Machine machine(options.seed);
-    machine.schedule.records = true;
-    const sim::ScriptResult result = run_on(machine, source_of(*failing, AS_IT_FAILS), options);
-    failing->message = result.message;
-    failing->rests = result.rests;
-    failing->choices = choices_in(machine.schedule.passed);
+    failing->atomics = options.atomics;
+    const Outcome outcome = outcome_apart(source_of(*failing, AS_IT_FAILS), options);
+    if (!outcome.known || outcome.exit_code == EXIT_HOLDS)
+        return false;
+    failing->message = outcome.message;
+    failing->ends_process = outcome.ended_process;
+    failing->rests = outcome.rests;
+    failing->choices = choices_in(outcome.passed);
     Failing fixed = *failing;
     fixed.seed = 0;
     for (const bool together : {true, false}) {
-        fixed.lines = with_drawn(failing->lines, machine.schedule.drawn, together);
+        fixed.lines = with_drawn(failing->lines, outcome.drawn, together);
         if (take_if_failing(failing, fixed))
             break;
     }
-    return result.exit_code != EXIT_HOLDS && !sim::interrupted();
+    return true;
+}
+
+static bool holds_apart(const Failing& failing, Form form, std::uint64_t seed) {
+    if (stopped())
+        return false;
+    const Outcome outcome = outcome_apart(source_of(failing, form), chosen(failing, {}, seed));
+    return outcome.known && outcome.exit_code == EXIT_HOLDS && outcome.rests;
 }
 
 static void note_where_it_holds(Failing* failing) {
     for (const Form form : {LONGEST, SHORTEST, DRAWN})
-        failing->holds_in[form] = holds_at_rest(run_chosen(source_of(*failing, form), {}, 0));
-    failing->holds_unchosen = holds_at_rest(run_chosen(source_of(*failing, AS_IT_FAILS), {}, failing->seed));
+        failing->holds_in[form] = holds_apart(*failing, form, 0);
+    failing->holds_unchosen = holds_apart(*failing, AS_IT_FAILS, failing->seed);
 }
 
 // ---- left out ----
@@ -173,7 +201,7 @@ static void note_where_it_holds(Failing* failing) {
 template <class LeaveOut> static bool by_halves(size_t size, const LeaveOut& leave_out) {
     bool any = false;
     for (size_t count = std::max<size_t>(size / 2, 1); count > 0 && size > 0; count /= 2) {
-        for (size_t end = size; end > 0; end -= std::min(end, count))
+        for (size_t end = size; end > 0 && !stopped(); end -= std::min(end, count))
             any = leave_out(end - std::min(end, count), std::min(end, count)) || any;
     }
     return any;
@@ -206,7 +234,7 @@ static bool leave_out_choices(Failing* failing) {
 
 static bool open_blocks(Failing* failing) {
     bool any = false;
-    for (size_t at = failing->lines.size(); at-- > 0;) {
+    for (size_t at = failing->lines.size(); at-- > 0 && !stopped();) {
         const size_t end = end_of_block(failing->lines, at);
         if (end == 0)
             continue;
@@ -231,11 +259,11 @@ static bool make_smaller(Failing* failing, size_t at) {
 static void shrink(Failing* failing) {
     bool any = true;
     leave_out_choices(failing);
-    while (any && !sim::interrupted()) {
+    while (any && !stopped()) {
         any = leave_out_lines(failing);
         any = open_blocks(failing) || any;
         any = leave_out_choices(failing) || any;
-        for (size_t at = failing->lines.size(); at-- > 0;) {
+        for (size_t at = failing->lines.size(); at-- > 0 && !stopped();) {
             while (make_smaller(failing, at))
                 any = true;
         }
@@ -259,7 +287,7 @@ static std::string shown_remedies(const Failing& failing) {
 }
 
 static std::string repeating_command(const Failing& failing) {
-    std::string command = "zorpmsim";
+    std::string command = failing.atomics ? "zorpmsim --atomics" : "zorpmsim";
     if (failing.seed != 0)
         command += " --seed " + std::to_string(failing.seed);
     if (failing.seed != 0 || !failing.choices.empty())
@@ -268,27 +296,32 @@ static std::string repeating_command(const Failing& failing) {
 }
 
 static void print_shrunk(const Failing& failing, std::uint64_t seed) {
-    Options options;
-    options.scheduled = true;
-    options.choices = failing.choices;
-    sim::Machine machine(failing.seed);
-    machine.schedule.records = true;
-    run_on(machine, source_of(failing, AS_IT_FAILS), options);
+    const bool in_time = !stopped();
+    const Outcome outcome =
+        outcome_apart(source_of(failing, AS_IT_FAILS), chosen(failing, failing.choices, failing.seed));
     say(joined(failing.lines) + "# " + failing.path + ", seed " + std::to_string(seed) + ", in " +
         std::to_string(commands_in(failing.lines)) + " commands and " +
         std::to_string(failing.choices.size()) + " choices of the schedule: " + failing.message + "\n" +
-        shown_schedule(machine.schedule.passed, "#   ") + shown_remedies(failing) +
+        shown_schedule(outcome.passed, "#   ") + shown_remedies(failing) +
+        (in_time ? "" : "# Interrupted: it may not be the shortest.\n") +
         "# Repeat with: " + repeating_command(failing) + "\n");
     flush_output();
 }
 
 static int shrink_source(const Source& source, const Options& options) {
     Failing failing;
-    if (!begin(&failing, source, options)) {
+    const bool fails = begin(&failing, source, options);
+    if (!fails && stopped()) {
+        std::fprintf(stderr, "%s: interrupted before it failed\n", source.path.c_str());
+        return EXIT_INTERRUPTED;
+    }
+    if (!fails) {
         std::fprintf(stderr, "%s: it does not fail under seed %llu\n", source.path.c_str(),
                      static_cast<unsigned long long>(options.seed));
         return EXIT_UNUSABLE;
     }
+    std::fprintf(stderr, "%s: %u commands: %s\n", source.path.c_str(),
+                 static_cast<unsigned>(commands_in(failing.lines)), failing.message.c_str());
     note_where_it_holds(&failing);
     shrink(&failing);
     print_shrunk(failing, options.seed);
@@ -297,7 +330,10 @@ static int shrink_source(const Source& source, const Options& options) {
 
 int shrink_sources(const std::vector<Source>& sources, const Options& options) {
     int exit_code = EXIT_HOLDS;
-    for (const Source& source : sources)
-        exit_code = std::max(exit_code, shrink_source(source, options));
+    watch_for_stop();
+    for (const Source& source : sources) {
+        if (!stopped())
+            exit_code = std::max(exit_code, shrink_source(source, options));
+    }
     return exit_code;
 }
