@@ -151,9 +151,10 @@ void end_process(Process* process, DWORD exit_code) {
         return;
     process->ended = true;
     process->exit_code = exit_code;
-    if (process->image != nullptr)
+    if (process->image != nullptr) {
         show_noted_call(); // the last one does not tell of the end
-    trace("process \"%s\" ended %u", process->command_line.c_str(), exit_code);
+        trace("process \"%s\" ended %u", process->command_line.c_str(), exit_code);
+    }
     for (auto& thread : m.threads) {
         if (thread->process == process && thread.get() != m.running)
             end_thread(thread.get(), exit_code);
