@@ -36,6 +36,8 @@ function(add_shipped_executable name description)
 endfunction()
 
 add_shipped_executable(zorpmsvc "Mestra Power Management Service" ${product_sources} ${resource_scripts})
+# The SDK's headers are most of what is compiled: they are read once for each kind of compiler options.
+target_precompile_headers(zorpmsvc PRIVATE <windows.h> <atomic>)
 target_link_libraries(zorpmsvc PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
 # Size and imports: powrprof.dll is loaded when needed and must never be linked.
 add_test(NAME executable COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmsvc> 104 ${PROJECT_VERSION})
@@ -45,6 +47,7 @@ set_tests_properties(executable PROPERTIES LABELS windows
 # zorpmctl.exe: of the Windows subsystem, so that no console window opens when a key starts it.
 if(ctl_sources)
     add_shipped_executable(zorpmctl "Mestra Power Management Control" ${ctl_sources} ${ctl_shared})
+    target_precompile_headers(zorpmctl REUSE_FROM zorpmsvc)
     target_link_libraries(zorpmctl PRIVATE advapi32 user32 setupapi)
     add_test(NAME control_program COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/imports.sh $<TARGET_FILE:zorpmctl> 200 ${PROJECT_VERSION})
     set_tests_properties(control_program PROPERTIES LABELS windows
@@ -61,22 +64,24 @@ add_executable(client docs/examples/client.c)
 target_compile_options(client PRIVATE -municode -Wall -Wextra -Wconversion)
 target_link_libraries(client PRIVATE advapi32)
 
-# The probes: each tests/wine/NAME.cpp is one console program tests/NAME.exe (entry wmain) that a Wine test starts.
-file(GLOB probes CONFIGURE_DEPENDS tests/wine/*.cpp)
-foreach(probe IN LISTS probes)
-    get_filename_component(name ${probe} NAME_WE)
-    add_executable(${name} ${probe})
-    target_link_libraries(${name} PRIVATE advapi32 user32 ole32 oleaut32 shell32 taskschd uuid)
-    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-endforeach()
-
 # zorpmprobe.exe: tells the facts of the platform that it runs on; the host build makes its counterpart.
 file(GLOB probe_sources CONFIGURE_DEPENDS tests/platform/*.cpp)
 list(FILTER probe_sources EXCLUDE REGEX main_host)
 add_executable(zorpmprobe ${probe_sources} ${resource_scripts})
 target_include_directories(zorpmprobe PRIVATE ${CMAKE_SOURCE_DIR})
+target_precompile_headers(zorpmprobe PRIVATE <windows.h> <atomic>)
 target_link_libraries(zorpmprobe PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
 set_target_properties(zorpmprobe PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
+# The probes: each tests/wine/NAME.cpp is one console program tests/NAME.exe (entry wmain) that a Wine test starts.
+file(GLOB probes CONFIGURE_DEPENDS tests/wine/*.cpp)
+foreach(probe IN LISTS probes)
+    get_filename_component(name ${probe} NAME_WE)
+    add_executable(${name} ${probe})
+    target_precompile_headers(${name} REUSE_FROM zorpmprobe)
+    target_link_libraries(${name} PRIVATE advapi32 user32 ole32 oleaut32 shell32 taskschd uuid)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+endforeach()
 
 # A stand-in for both drivers, which Wine loads as it would a real one.
 add_executable(stand_in tests/wine/stand_in.c)
@@ -85,14 +90,6 @@ target_compile_options(stand_in PRIVATE -Wall -Wextra)
 target_link_options(stand_in PRIVATE -shared -nostdlib -Wl,--subsystem,native -Wl,--entry,DriverEntry)
 target_link_libraries(stand_in PRIVATE ntoskrnl)
 set_target_properties(stand_in PROPERTIES SUFFIX .sys RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-
-# The notebook of the runner below.
-add_executable(notebook recorder/runner/notebook.c)
-target_include_directories(notebook PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_FIND_ROOT_PATH}/include/ddk)
-target_compile_options(notebook PRIVATE -Wall -Wextra)
-target_link_options(notebook PRIVATE -shared -nostdlib -Wl,--subsystem,native -Wl,--entry,DriverEntry)
-target_link_libraries(notebook PRIVATE ntoskrnl)
-set_target_properties(notebook PROPERTIES SUFFIX .sys RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
 # The Wine tests: each tests/wine/run_*.sh, run by the harness tests/wine/run.sh.
 file(GLOB wine_tests CONFIGURE_DEPENDS tests/wine/run_*.sh)
@@ -103,12 +100,3 @@ foreach(script IN LISTS wine_tests)
     set_tests_properties(${name} PROPERTIES LABELS wine RESOURCE_LOCK wine TIMEOUT 300 COST 2000
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endforeach()
-
-# The runner: the product's sources with virtual time and a service control manager of their own; for scripts on real
-# Win32 (tools/scenario-on-wine). It keeps its symbols, which name the threads.
-file(GLOB runner_sources CONFIGURE_DEPENDS recorder/clock/*.cpp recorder/runner/*.cpp)
-add_executable(zorpmrunner ${runner_sources} ${product_sources} ${resource_scripts})
-add_dependencies(zorpmrunner notebook)
-target_include_directories(zorpmrunner PRIVATE ${CMAKE_SOURCE_DIR})
-target_link_libraries(zorpmrunner PRIVATE ntdll advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
-set_target_properties(zorpmrunner PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
