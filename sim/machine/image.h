@@ -21,8 +21,8 @@ HINSTANCE image_instance(const Image* image);
 // The name of the function at an address of the image, "" when unknown.
 std::string image_symbol(const Image* image, const void* address);
 
-// Removes this process's copies of the images from the disk; whoever ends without exit() calls it, also from a
-// signal handler.
+// Removes this process's copies of the images from the disk; whoever ends without exit() calls it, also from
+// a signal handler.
 void image_remove_copies();
 
 } // namespace sim
