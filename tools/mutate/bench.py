@@ -178,7 +178,7 @@ class Bench:
         """Whether a program takes the object `name` from an archive."""
         with self.lock:
             if program not in self.pulled:
-                words = self.links[program] + ["-Wl,--trace", "-o", os.path.join(self.work, "trace.out")]
+                words = self.links[program] + ["-Wl,--trace,--trace", "-o", os.path.join(self.work, "trace.out")]
                 listed = subprocess.run(words, cwd=self.build, capture_output=True, text=True).stdout
                 self.pulled[program] = set(re.findall(r"\(?([\w.+-]+\.o)\)?$", listed, re.M))
         return os.path.basename(name) in self.pulled[program]
