@@ -42,14 +42,27 @@ HANDLE open_handle(const ObjectRef& object, DWORD access) {
     return reinterpret_cast<HANDLE>(value);
 }
 
+// Null: not open, in any process.
+static HandleEntry* find_handle(std::uintptr_t value) {
+    Machine& m = machine();
+    auto& recent = m.recent_handles[value / 4 % std::size(m.recent_handles)];
+    if (recent.value == value)
+        return recent.entry;
+    const auto found = m.handles.find(value);
+    if (found == m.handles.end())
+        return nullptr;
+    recent = {value, &found->second};
+    return recent.entry;
+}
+
 HandleEntry* any_handle(HANDLE handle, const char* call) {
     if (handle == INVALID_HANDLE_VALUE) {
         machine().own_process = {current_process()->object, EVERY_ACCESS, current_process()};
         return &machine().own_process;
     }
-    auto found = machine().handles.find(reinterpret_cast<std::uintptr_t>(handle));
-    if (found != machine().handles.end() && found->second.process == current_process())
-        return &found->second;
+    HandleEntry* entry = handle != nullptr ? find_handle(reinterpret_cast<std::uintptr_t>(handle)) : nullptr;
+    if (entry != nullptr && entry->process == current_process())
+        return entry;
     set_last_error(ERROR_INVALID_HANDLE);
     if (handle != nullptr)
         violation("%s: handle %p is not open", call, handle);
@@ -74,9 +87,13 @@ HandleEntry* handle_entry(HANDLE handle, Kind kind, const char* call, DWORD need
 }
 
 static void drop_handle(std::uintptr_t value) {
-    auto found = machine().handles.find(value);
+    Machine& m = machine();
+    auto found = m.handles.find(value);
     const ObjectRef object = found->second.object;
-    machine().handles.erase(found);
+    m.handles.erase(found);
+    auto& recent = m.recent_handles[value / 4 % std::size(m.recent_handles)];
+    if (recent.value == value)
+        recent = {};
     if (--object->handles != 0)
         return;
     if (object->on_last_close != nullptr)

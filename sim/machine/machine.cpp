@@ -9,18 +9,11 @@
 
 namespace sim {
 
-static Machine* g_machine = nullptr;
+Machine* g_currentMachine = nullptr;
 
-Machine& machine() {
-    if (g_machine == nullptr) {
-        std::fprintf(stderr, "platform call without a machine\n");
-        std::abort();
-    }
-    return *g_machine;
-}
-
-bool have_machine() {
-    return g_machine != nullptr;
+void no_machine() {
+    std::fprintf(stderr, "platform call without a machine\n");
+    std::abort();
 }
 
 static volatile std::sig_atomic_t g_interrupted = 0;
@@ -60,12 +53,12 @@ void StateSlots::clear() {
 }
 
 Machine::Machine(std::uint64_t chosen_seed)
-    : seed(chosen_seed), random_state(chosen_seed), schedule(chosen_seed), outer(g_machine) {
+    : seed(chosen_seed), random_state(chosen_seed), schedule(chosen_seed), outer(g_currentMachine) {
     if (outer != nullptr && outer->running != nullptr) {
         std::fprintf(stderr, "two machines at once\n");
         std::abort();
     }
-    g_machine = this;
+    g_currentMachine = this;
     processes.push_back(std::make_unique<Process>());
     host = processes.back().get();
     host->id = 4;
@@ -86,7 +79,7 @@ Machine::~Machine() {
         if (thread->fiber != nullptr)
             fiber_release(thread->fiber);
     }
-    g_machine = outer;
+    g_currentMachine = outer;
 }
 
 } // namespace sim

@@ -58,6 +58,10 @@ struct Machine {
     std::vector<Thread*> waiting;  // in the order in which they began to wait
     std::vector<Thread*> runnable; // as last looked for
     std::unordered_map<std::uintptr_t, HandleEntry> handles;
+    struct {
+        std::uintptr_t value;
+        HandleEntry* entry;
+    } recent_handles[64] = {}; // by their lowest bits: most calls are about these
     std::uintptr_t next_handle = 0x100;
     HandleEntry own_process; // what INVALID_HANDLE_VALUE stands for, while a call looks at it
     DWORD next_id = 1000;
@@ -80,8 +84,23 @@ struct Machine {
     Ms next_deadline() const;  // NEVER when nobody waits for the clock
 };
 
-Machine& machine();
-bool have_machine();
+extern Machine* g_currentMachine; // the current one
+[[noreturn]] void no_machine();
+inline Machine& machine() {
+    if (g_currentMachine == nullptr)
+        no_machine();
+    return *g_currentMachine;
+}
+inline bool have_machine() {
+    return g_currentMachine != nullptr;
+}
+inline Thread* current() {
+    return machine().running;
+}
+inline Process* current_process() {
+    const Machine& m = machine();
+    return m.running != nullptr ? m.running->process : m.host;
+}
 template <class T> T& machine_state() {
     return machine().state.get<T>();
 }

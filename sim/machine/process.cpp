@@ -9,15 +9,6 @@
 
 namespace sim {
 
-Thread* current() {
-    return machine().running;
-}
-
-Process* current_process() {
-    Machine& m = machine();
-    return m.running != nullptr ? m.running->process : m.host;
-}
-
 DWORD last_error() {
     Machine& m = machine();
     return m.running != nullptr ? m.running->last_error : m.host_last_error;

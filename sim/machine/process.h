@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <vector>
 
 #include "sim/machine/clock.h"
@@ -43,7 +44,8 @@ struct Thread {
     std::function<DWORD()> body;
     StateSlots state;
     // the wait it is in
-    std::vector<ObjectRef> objects; // alive while it lasts
+    std::vector<ObjectRef> last_objects; // of the last one, kept alive: a thread mostly waits for the same
+    std::span<const ObjectRef> objects;  // these, while it lasts
     bool wait_all = false;
     Ms deadline = NEVER;
     DWORD wait_result = 0;
@@ -61,8 +63,8 @@ struct Thread {
     std::vector<Object*> owned; // mutexes
 };
 
-Thread* current();          // null outside the simulated threads
-Process* current_process(); // of the current thread; outside, a process "host" of its own
+inline Thread* current();          // null outside the simulated threads
+inline Process* current_process(); // of the current thread; outside, a process "host" of its own
 DWORD last_error();
 void set_last_error(DWORD code);
 BOOL fail_with(DWORD code); // sets it; FALSE

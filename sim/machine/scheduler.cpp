@@ -92,7 +92,7 @@ static bool take(Object& object, Thread* thread) {
 
 // Whether the wait can end now; then it takes its objects and writes the result.
 static bool satisfy(Thread* thread) {
-    const std::vector<ObjectRef>& objects = thread->objects;
+    const std::span<const ObjectRef> objects = thread->objects;
     if (objects.empty())
         return false;
     if (thread->wait_all) {
@@ -117,7 +117,7 @@ static bool satisfy(Thread* thread) {
 }
 
 static void end_wait(Thread* thread) {
-    thread->objects.clear();
+    thread->objects = {};
     thread->deadline = NEVER;
 }
 
@@ -165,6 +165,7 @@ void unschedule(Thread* thread) {
     remove_from(machine().waiting, thread);
     thread->run = Run::Ended;
     end_wait(thread);
+    thread->last_objects.clear();
 }
 
 void leave_for_good(Thread* thread) {
@@ -225,13 +226,19 @@ static void count_satisfied_wait(Thread* thread) {
 }
 
 DWORD wait_for(std::vector<ObjectRef> objects, bool all, DWORD timeout_ms) {
-    Machine& m = machine();
-    Thread* thread = m.running;
+    Thread* thread = machine().running;
     if (thread == nullptr) {
         violation("a wait outside the simulated threads");
         return WAIT_FAILED;
     }
-    thread->objects = std::move(objects);
+    thread->last_objects = std::move(objects);
+    return wait_for_last(all, timeout_ms);
+}
+
+DWORD wait_for_last(bool all, DWORD timeout_ms) {
+    Machine& m = machine();
+    Thread* thread = m.running;
+    thread->objects = thread->last_objects;
     thread->wait_all = all;
     const bool satisfied = satisfy(thread);
     if (satisfied || timeout_ms == 0) {

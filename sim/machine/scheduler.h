@@ -11,7 +11,8 @@ namespace sim {
 
 // As WaitForMultipleObjects; timeout INFINITE waits for good. The current thread hands over.
 DWORD wait_for(std::vector<ObjectRef> objects, bool all, DWORD timeout_ms);
-void sleep_for(Ms duration); // 0: hands over
+DWORD wait_for_last(bool all, DWORD timeout_ms); // the running thread, for its last_objects
+void sleep_for(Ms duration);                     // 0: hands over
 // Wakes every thread whose wait can end now (after a change that is no signal, such as a resumption).
 void wake_waiting();
 // Wakes whoever waits for it.

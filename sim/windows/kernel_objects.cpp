@@ -26,10 +26,10 @@ static Object* waitable(HANDLE handle, ObjectRef* keep, const char* call) {
         violation("%s: handle %p is nothing to wait for", call, handle);
         return nullptr;
     }
-    entry = handle_entry(handle, kind, call, SYNCHRONIZE);
-    if (entry == nullptr)
+    if ((entry->access & SYNCHRONIZE) == 0 && handle_entry(handle, kind, call, SYNCHRONIZE) == nullptr)
         return nullptr;
-    *keep = entry->object;
+    if (*keep != entry->object)
+        *keep = entry->object;
     return entry->object.get();
 }
 
@@ -45,13 +45,17 @@ static DWORD wait_on_handles(DWORD count, const HANDLE* handles, BOOL all, DWORD
         set_last_error(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
-    std::vector<ObjectRef> objects(count);
+    Thread* thread = current();
+    std::vector<ObjectRef> none;
+    std::vector<ObjectRef>& objects = thread != nullptr ? thread->last_objects : none;
+    objects.resize(count);
     for (DWORD i = 0; i < count; ++i) {
         if (waitable(handles[i], &objects[i], call) == nullptr)
             return WAIT_FAILED;
     }
     trace_detail("%s(%u handles, %d ms)", call, count, static_cast<int>(timeout));
-    return wait_for(std::move(objects), all != FALSE, timeout);
+    return thread != nullptr ? wait_for_last(all != FALSE, timeout)
+                             : wait_for(std::move(objects), all != FALSE, timeout);
 }
 
 static Thread* thread_of(HANDLE handle, DWORD needed, const char* call) {
