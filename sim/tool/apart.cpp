@@ -166,7 +166,8 @@ static void read_record(std::FILE* file, Outcome* outcome) {
     std::rewind(file);
     while (const size_t length = std::fread(part, 1, sizeof(part), file))
         text.append(part, length);
-    for (size_t at = 0, end = 0; !outcome->known && (end = text.find('\n', at)) != text.npos; at = end + 1) {
+    for (size_t at = 0, end = 0; !outcome->known && (end = text.find('\n', at)) != std::string::npos;
+         at = end + 1) {
         const std::vector<std::string> f = fields_of(text.substr(at, end - at));
         auto number = [&f](size_t i) { return std::strtoull(f[i].c_str(), nullptr, 10); };
         auto word = [&number](size_t i) { return static_cast<std::uint32_t>(number(i)); };
