@@ -91,6 +91,14 @@ target_link_options(stand_in PRIVATE -shared -nostdlib -Wl,--subsystem,native -W
 target_link_libraries(stand_in PRIVATE ntoskrnl)
 set_target_properties(stand_in PROPERTIES SUFFIX .sys RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
+# The notebook of the runner below.
+add_executable(notebook recorder/runner/notebook.c)
+target_include_directories(notebook PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_FIND_ROOT_PATH}/include/ddk)
+target_compile_options(notebook PRIVATE -Wall -Wextra)
+target_link_options(notebook PRIVATE -shared -nostdlib -Wl,--subsystem,native -Wl,--entry,DriverEntry)
+target_link_libraries(notebook PRIVATE ntoskrnl)
+set_target_properties(notebook PROPERTIES SUFFIX .sys RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
 # The Wine tests: each tests/wine/run_*.sh, run by the harness tests/wine/run.sh.
 file(GLOB wine_tests CONFIGURE_DEPENDS tests/wine/run_*.sh)
 foreach(script IN LISTS wine_tests)
@@ -100,3 +108,12 @@ foreach(script IN LISTS wine_tests)
     set_tests_properties(${name} PROPERTIES LABELS wine RESOURCE_LOCK wine TIMEOUT 300 COST 2000
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endforeach()
+
+# The runner: the product's sources with virtual time and a service control manager of their own; for scripts on real
+# Win32 (tools/scenario-on-wine). It keeps its symbols, which name the threads.
+file(GLOB runner_sources CONFIGURE_DEPENDS recorder/clock/*.cpp recorder/runner/*.cpp)
+add_executable(zorpmrunner ${runner_sources} ${product_sources} ${resource_scripts})
+add_dependencies(zorpmrunner notebook)
+target_include_directories(zorpmrunner PRIVATE ${CMAKE_SOURCE_DIR})
+target_link_libraries(zorpmrunner PRIVATE ntdll advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+set_target_properties(zorpmrunner PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)

@@ -50,8 +50,8 @@ static Step on_power(Tokens& tokens, const std::string& via) {
     if (what == SETTING)
         read_guid(tokens.word(), &guid);
     const std::string number = decimal(tokens.number());
-    return what == EVENT ? asks(request({"power-event", via, number}))
-                         : asks(request({"power-setting", via, hexadecimal(&guid, sizeof(guid)), number}));
+    return asks(what == EVENT ? request({"power-event", via, number})
+                              : request({"power-setting", via, hexadecimal(&guid, sizeof(guid)), number}));
 }
 
 static Step on_control(Tokens& tokens) {
@@ -154,7 +154,8 @@ static Step on_suspend(Tokens& tokens) {
 
 static Step on_powrprof(Tokens& tokens) {
     const size_t what = tokens.choice({"missing", "present", "without"});
-    return what == 2 ? sets("without " + tokens.word(), 1) : sets("powrprof", what);
+    const bool one_call = what == 2;
+    return sets(one_call ? "without " + tokens.word() : "powrprof", one_call ? 1 : what);
 }
 
 static Step on_privilege(Tokens& tokens) {
@@ -385,15 +386,16 @@ Step step_on_wine(const ScriptLine& line, std::string* reason) {
     split(&text, &raw);
     const Command* command = find_command(raw);
     const Row* row = row_of(*command);
-    *reason = row == nullptr           ? std::string("nothing answers `") + command->words + "`"
-              : row->reason != nullptr ? row->reason
-                                       : "";
-    if (!reason->empty())
+    if (row == nullptr)
+        *reason = std::string("nothing answers `") + command->words + "`";
+    else if (row->reason != nullptr)
+        *reason = row->reason;
+    if (row == nullptr || !reason->empty())
         return nullptr;
     Tokens tokens = arguments_of(raw, words_in(command->words));
-    const Step step = row->step != nullptr    ? row->step(tokens)
-                      : row->check != nullptr ? row->check(tokens, line.action)
-                                              : Step(line.action);
+    Step step = row->step != nullptr    ? row->step(tokens)
+                : row->check != nullptr ? row->check(tokens, line.action)
+                                        : Step(line.action);
     *reason = tokens.error;
     return step;
 }
