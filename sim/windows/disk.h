@@ -23,8 +23,9 @@ enum class FileState { Absent, Present, Directory, Link };
 void set_file(const std::string& path, FileState state);
 const PlainFile* find_file(const std::string& path); // null: absent; names in any case
 bool file_has_folder(const std::string& path);       // whether it could be made there
-// Leaves the one form of a path: absolute, backslashes, none at its end, where it means a folder. Another
-// spelling is a violation of the call. An error, or 0.
+// Leaves the one form of a path: absolute, backslashes, none at its end, where it means a folder; "." and
+// ".." are walked. One of a device, a server or below the folder of a drive is a violation of the call, and
+// so is a stream's. An error, or 0.
 DWORD resolve_path(const char* call, std::string* path, bool* as_folder);
 
 enum class Writing { Works, DiskFull, Short }; // Short: all but the last byte, and no error

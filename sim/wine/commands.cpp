@@ -80,7 +80,7 @@ static Step on_check_status(Tokens& tokens) {
     return [wanted, whole] {
         const std::string now = ask("status"); // STATE WIN32/SPECIFIC
         const std::string is = whole ? now : now.substr(0, now.find(' '));
-        expectation(same_text(is, std::string(wanted)), "status " + wanted + ", it is " + now);
+        expectation(same_text(is, wanted), "status " + wanted + ", it is " + now);
     };
 }
 
