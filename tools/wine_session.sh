@@ -1,6 +1,6 @@
-# wine_session.sh - sourced: a Wine session of this build folder ($build), headless. Sets $wine; at the shell's end what
-# was started here is ended.
-export WINEPREFIX=$build/wine-prefix
+# wine_session.sh - sourced: a Wine session in the prefix $WINEPREFIX, which is made when it is not there, headless. Sets
+# $wine; at the shell's end what was started here is ended. What does not come about ends the shell with 2.
+export WINEPREFIX
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=" # no offers to download, no menus in the home folder
 export WINEARCH=win64

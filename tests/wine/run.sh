@@ -22,26 +22,6 @@ EXE=$build/zorpmsvc.exe
 PROBES=$build/tests
 SCRATCH=$build/wine-scratch/$(basename "$script" .sh)
 
-export WINEPREFIX=$(dirname "$build")/wine-prefix
-export WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=" # no offers to download, no menus in the home folder
-export WINEARCH=win64
-unset DISPLAY
-PATH=$PATH:/usr/lib/wine # where Debian keeps wine64 and wineserver
-wine=$(command -v wine64 || command -v wine) || { echo "wine is not installed"; exit 1; }
-
-xvfb=
-finish() {
-    local status=$?
-    # Wine's own services end soon after the last program, and what was written is kept only then. Both commands
-    # reach the processes of this prefix only.
-    timeout 20 wineserver -w >/dev/null 2>&1 || timeout 20 wineserver -k >/dev/null 2>&1
-    [ -z "$xvfb" ] || { kill "$xvfb" && wait "$xvfb"; } 2>/dev/null
-    exit $status
-}
-trap finish EXIT
-trap 'exit 1' INT TERM
-
 fail() {
     echo "FAILED: $*"
     exit 1
@@ -61,21 +41,8 @@ start() { # PROGRAM [ARGUMENT...]
 }
 
 rm -rf "$SCRATCH"
-mkdir -p "$SCRATCH" "$WINEPREFIX"
-
-# A display on a number that the server itself finds free.
-exec 7<>"$(t=$SCRATCH/display; mkfifo "$t"; echo "$t")"
-Xvfb -displayfd 7 -screen 0 640x480x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-read -r -t 30 -u 7 number || fail "Xvfb does not start"
-export DISPLAY=:$number
-
-if [ ! -e "$WINEPREFIX/made" ]; then
-    timeout -k 5 240 "$wine" wineboot -i </dev/null >/dev/null 2>&1 || fail "the Wine prefix cannot be made"
-    # Some services do not start before the session that made it has ended.
-    timeout 60 wineserver -w || wineserver -k
-    touch "$WINEPREFIX/made"
-fi
-
+mkdir -p "$SCRATCH"
+WINEPREFIX=$(dirname "$build")/wine-prefix
+source "$(dirname "$0")/../../tools/wine_session.sh"
 source "$script"
 exit 0
