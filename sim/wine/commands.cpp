@@ -267,6 +267,8 @@ static Step on_registry_delete(Tokens& tokens) {
 // What the registry holds there now, into the machine's own, where the check looks.
 static void mirror_value(const std::string& path, const std::string& name) {
     const std::string found = ask(request({"query", path, name}));
+    if (!broken().empty())
+        return;
     if (found == "absent") {
         registry_delete_value(path, name);
         return;
