@@ -107,6 +107,27 @@ static DWORD WINAPI watch_answers(LPVOID) {
     }
 }
 
+static void end_process() {
+    g_ended = true;
+    turns::stop_all(); // with the process all its threads end
+}
+
+static std::string g_commandLine; // of a process that is no service
+
+static DWORD WINAPI run_program(LPVOID) {
+    std::wstring line = widen(g_commandLine);
+    const int code = wWinMain(GetModuleHandleW(nullptr), nullptr, line.data(), 0);
+    effect("process \"%s\" ended %d", g_commandLine.c_str(), code);
+    end_process();
+    return 0;
+}
+
+void start_program(const std::string& command_line) {
+    g_commandLine = command_line;
+    const std::string name = command_line.empty() ? "main" : command_line.substr(command_line[0] == '-');
+    CloseHandle(turns::start_thread(name.c_str(), run_program, nullptr, 0, nullptr));
+}
+
 static DWORD WINAPI run_service(LPVOID) {
     wchar_t nothing[] = L"";
     const int code = wWinMain(GetModuleHandleW(nullptr), nullptr, nothing, 0);
@@ -116,10 +137,9 @@ static DWORD WINAPI run_service(LPVOID) {
         g_status.dwControlsAccepted = 0;
         g_status.dwWin32ExitCode = ERROR_PROCESS_ABORTED;
     }
-    g_ended = true;
     while (g_asked != nullptr)
         settle_control(g_asked, false);
-    turns::stop_all(); // with the process all its threads end
+    end_process();
     return 0;
 }
 

@@ -3,12 +3,15 @@
 #pragma once
 
 #include <windows.h>
+#include <string>
 
 namespace runner {
 
 enum class Via { Manager, Handler };
 
 void service_start(); // a thread that runs the service's entry
+// The same of another process of the executable: a thread named so, given this command line.
+void start_program(const std::string& command_line);
 void service_stop();
 void service_control(DWORD code, Via via);
 void service_power_event(DWORD type, Via via);

@@ -6,6 +6,7 @@
 
 #include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/runner/com.h"
 #include "recorder/runner/driver.h"
 #include "recorder/runner/manager.h"
 #include "recorder/runner/notebook.h"
@@ -46,6 +47,10 @@ static void settle(const Fields&) {
 
 static void start(const Fields&) {
     service_start();
+}
+
+static void run(const Fields& fields) {
+    start_program(fields[0]);
 }
 
 static void stop(const Fields&) {
@@ -200,6 +205,47 @@ static void refuse(const Fields& fields) {
     refuse_key(fields[0], number(fields[1]));
 }
 
+static void task(const Fields& fields) {
+    add_task(fields[0], fields[1]);
+}
+
+static void check_task(const Fields& fields) {
+    say_line(has_task(fields[0], fields[1]) ? "value present" : "value absent");
+}
+
+// ---- files ----
+
+// The folders above a file.
+static void make_folders(const std::wstring& path) {
+    for (size_t slash = path.find(L'\\', 3); slash != std::wstring::npos; slash = path.find(L'\\', slash + 1))
+        CreateDirectoryW(path.substr(0, slash).c_str(), nullptr);
+}
+
+static void write_setting(const Fields& fields) {
+    make_folders(widen(fields[0]));
+    if (!WritePrivateProfileStringW(widen(fields[1]).c_str(), widen(fields[2]).c_str(),
+                                    widen(fields[3]).c_str(), widen(fields[0]).c_str()))
+        broken("the file " + fields[0] + " cannot be written");
+}
+
+static void make_file(const Fields& fields) {
+    make_folders(widen(fields[0]));
+    HANDLE file =
+        REAL(CreateFileW)(widen(fields[0]).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        broken("the file " + fields[0] + " cannot be made");
+    REAL(CloseHandle)(file);
+}
+
+static void delete_file(const Fields& fields) {
+    REAL(DeleteFileW)(widen(fields[0]).c_str());
+}
+
+static void has_file(const Fields& fields) {
+    const bool there = REAL(GetFileAttributesW)(widen(fields[0]).c_str()) != INVALID_FILE_ATTRIBUTES;
+    say_line(there ? "value present" : "value absent");
+}
+
 // ---- the notebook ----
 
 static void reset_notebook(const Fields&) {
@@ -270,6 +316,13 @@ static const Request g_requests[] = {
     {"query",          2, query_value},
     {"set",            2, set},            // name, number
     {"refuse",         2, refuse},         // path, rights
+    {"task",           2, task},           // folder, name: registered already
+    {"has-task",       2, check_task},
+    {"ini",            4, write_setting},  // path, section, key, value
+    {"file",           1, make_file},
+    {"delete-file",    1, delete_file},
+    {"has-file",       1, has_file},
+    {"run",            1, run},            // the command line
     {"new-notebook",   0, reset_notebook},
     {"event",          2, event},          // code, second word
     {"signal",         1, signal},         // number of the driver's event

@@ -9,6 +9,7 @@
 #include "driver/ioctl.h"
 #include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/runner/com.h"
 #include "recorder/runner/driver.h"
 #include "recorder/runner/manager.h"
 #include "recorder/runner/output.h"
@@ -396,6 +397,8 @@ WRAP(GetProcAddress,                   runner::find_function)
 WRAP(GetVersionExW,                    runner::get_version)
 WRAP(SetSystemPowerState,              runner::set_system_power_state)
 WRAP(ExitWindowsEx,                    runner::exit_windows)
+WRAP(CLSIDFromProgID, runner::class_of_name)
+WRAP(CoCreateInstance, runner::create_instance)
 WRAP(AdjustTokenPrivileges,            runner::adjust_privileges)
 WRAP(WaitForSingleObject,              runner::wait_for_one)
 WRAP(WaitForMultipleObjects,           runner::wait_for_many)

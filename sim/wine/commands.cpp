@@ -180,6 +180,83 @@ static Step on_registry_refuse(Tokens& tokens) {
     return asks_every(request({"refuse", path, decimal(EVERY_RIGHT)}));
 }
 
+static Step on_graphics(Tokens& tokens) {
+    return sets("graphics", tokens.choice({"missing", "present"}));
+}
+
+static Step on_inverter(Tokens& tokens) {
+    if (tokens.accept("get-fails"))
+        return sets("inverter-get-fails", 1);
+    if (tokens.accept("set-fails"))
+        return sets("inverter-set-fails", 1);
+    const std::string type = decimal(tokens.number());
+    const std::string frequency = decimal(tokens.number());
+    return [=] {
+        ask_every(request({"set", "inverter-get-fails", "0"}));
+        ask_every(request({"set", "inverter-set-fails", "0"}));
+        ask_every(request({"set", "inverter-type", type}));
+        ask_every(request({"set", "inverter-frequency", frequency}));
+    };
+}
+
+static Step on_scheduler(Tokens& tokens) {
+    return sets("scheduler", tokens.choice({"missing", "present"}));
+}
+
+static Step on_task(Tokens& tokens) {
+    const std::string folder = tokens.text();
+    const std::string name = tokens.text();
+    tokens.accept("present");
+    return asks_every(request({"task", folder, name}));
+}
+
+// present or absent, as the runner says.
+static Step looks_for(const std::string& question, const std::string& wanted, const std::string& what) {
+    return [=] { expectation(ask(question) == wanted, what + " " + wanted); };
+}
+
+static Step on_check_task(Tokens& tokens) {
+    const std::string folder = tokens.text();
+    const std::string name = tokens.text();
+    return looks_for(request({"has-task", folder, name}), tokens.word(),
+                     format("task \"%s\" \"%s\"", folder.c_str(), name.c_str()));
+}
+
+// ---- files ----
+
+static Step on_ini(Tokens& tokens) {
+    const std::string path = tokens.text();
+    const std::string section = tokens.word();
+    const std::string key = tokens.word();
+    return asks(request({"ini", path, section, key, tokens.word()}));
+}
+
+static Step on_file(Tokens& tokens) {
+    const std::string path = tokens.text();
+    enum { PRESENT, ABSENT, OTHER };
+    const size_t what = tokens.choice({"present", "absent"});
+    return asks(request({what == PRESENT ? "file" : "delete-file", path}));
+}
+
+static Step on_check_file(Tokens& tokens) {
+    const std::string path = tokens.text();
+    return looks_for(request({"has-file", path}), tokens.word(), format("file \"%s\"", path.c_str()));
+}
+
+// ---- other processes ----
+
+static Step on_run(Tokens& tokens) {
+    const std::string line = tokens.text();
+    if (same_text(line, "-PnPTask"))
+        tokens.fail("what the clean-up run asks of services and programs is not answered yet");
+    if (same_text(line, "-helper"))
+        tokens.fail("a helper's window is the bench's own");
+    if (line == "zorpmctl")
+        tokens.fail("the control program asks the real service control manager");
+    tokens.at = tokens.list.size();
+    return [line] { run_program(line); };
+}
+
 // ---- the notebook ----
 
 static Step on_event(Tokens& tokens) {
@@ -348,6 +425,15 @@ static const Row g_rows[] = {
     {"windows privilege",      on_privilege,       nullptr, nullptr},
     {"windows version",        on_version,         nullptr, nullptr},
     {"registry refuse",        on_registry_refuse, nullptr, nullptr},
+    {"windows graphics",       on_graphics,        nullptr, nullptr},
+    {"windows inverter",       on_inverter,        nullptr, nullptr},
+    {"windows scheduler",      on_scheduler,       nullptr, nullptr},
+    {"windows task",           on_task,            nullptr, nullptr},
+    {"check task",             on_check_task,      nullptr, nullptr},
+    {"ini",                    on_ini,             nullptr, nullptr},
+    {"file",                   on_file,            nullptr, nullptr},
+    {"check file",             on_check_file,      nullptr, nullptr},
+    {"run",                    on_run,             nullptr, nullptr},
     {"registry set",           on_registry_set,    nullptr, nullptr},
     {"registry delete",        on_registry_delete, nullptr, nullptr},
     {"check registry",         SAME,               on_check_registry, nullptr},
@@ -404,6 +490,14 @@ Step step_on_wine(const ScriptLine& line, std::string* reason) {
 
 // ---- a new machine ----
 
+std::string file_made_by(const ScriptLine& line) {
+    std::string text = line.text;
+    std::vector<RawToken> raw;
+    split(&text, &raw);
+    const bool named = raw.size() > 1 && raw[1].token.quoted;
+    return named && (raw[0].token.text == "ini" || raw[0].token.text == "file") ? raw[1].token.text : "";
+}
+
 std::vector<std::string> keys_set_by(const ScriptLine& line) {
     std::string text = line.text;
     std::vector<RawToken> raw;
@@ -445,7 +539,9 @@ static bool is_wines(const std::string& key) {
     return false;
 }
 
-void reset_wine(const std::vector<std::string>& keys_of_script) {
+void reset_wine(const std::vector<std::string>& keys_of_script, const std::vector<std::string>& files) {
+    for (const std::string& file : files)
+        ask(request({"delete-file", file}));
     ask("new-notebook");
     for (const char* key : g_ownKeys)
         ask(request({"delete-key", key}));

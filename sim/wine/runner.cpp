@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 #include "sim/machine/machine.h"
 #include "sim/notebook/driver.h"
@@ -17,11 +18,21 @@ constexpr int ANSWER_LIMIT_MS = 90000; // real time, longer than the runner wait
 
 static std::string g_wine;
 static std::string g_executable;
-static pid_t g_process = 0;
+
+namespace {
+
+struct RunnerProcess {
+    pid_t id = 0; // 0: there is none
+    int input = -1;
+    int output = -1;
+    std::string read; // of its output, not yet a whole line
+};
+
+} // namespace
+
+static RunnerProcess g_process; // the service's, or another one while that is asked
 static pid_t g_keeper = 0;
-static int g_input = -1;   // of the process
-static int g_output = -1;  //
-static std::string g_read; // of its output, not yet a whole line
+static bool g_other = false; // that is asked
 static std::string g_status = "1\t0\t0\t0";
 static std::vector<std::string> g_settings; // for every process
 static std::string g_broken;
@@ -48,14 +59,13 @@ static void break_off(const std::string& what) {
 }
 
 static void forget_process() {
-    if (g_process == 0)
+    if (g_process.id == 0)
         return;
-    close(g_input);
-    close(g_output);
+    close(g_process.input);
+    close(g_process.output);
     int status = 0;
-    waitpid(g_process, &status, 0);
-    g_process = 0;
-    g_read.clear();
+    waitpid(g_process.id, &status, 0);
+    g_process = {};
 }
 
 // Wine ends its services, the stand-in driver among them, with the last program: this one stays, and asks
@@ -88,32 +98,32 @@ static void start_process() {
     int out[2];
     if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
         return break_off(std::string("no pipe: ") + std::strerror(errno));
-    g_process = fork();
-    if (g_process == 0)
+    g_process.id = fork();
+    if (g_process.id == 0)
         become_runner(in, out);
     close(in[0]);
     close(out[1]);
-    g_input = in[1];
-    g_output = out[0];
+    g_process.input = in[1];
+    g_process.output = out[0];
     exchange("begin\t" + std::to_string(machine().now) + "\t" + g_status);
     for (const std::string& setting : g_settings)
         exchange(setting);
 }
 
 static bool read_line(std::string* line) {
-    size_t end = g_read.find('\n');
+    size_t end = g_process.read.find('\n');
     while (end == std::string::npos) {
-        pollfd waiting = {g_output, POLLIN, 0};
+        pollfd waiting = {g_process.output, POLLIN, 0};
         char block[4096];
         const ssize_t count =
-            poll(&waiting, 1, ANSWER_LIMIT_MS) == 1 ? read(g_output, block, sizeof(block)) : 0;
+            poll(&waiting, 1, ANSWER_LIMIT_MS) == 1 ? read(g_process.output, block, sizeof(block)) : 0;
         if (count <= 0)
             return false;
-        g_read.append(block, static_cast<size_t>(count));
-        end = g_read.find('\n');
+        g_process.read.append(block, static_cast<size_t>(count));
+        end = g_process.read.find('\n');
     }
-    *line = g_read.substr(0, end);
-    g_read.erase(0, end + 1);
+    *line = g_process.read.substr(0, end);
+    g_process.read.erase(0, end + 1);
     return true;
 }
 
@@ -142,7 +152,7 @@ static void take_effect(const std::string& line) {
 
 static void send_line(const std::string& text) {
     const std::string line = text + "\n";
-    if (write(g_input, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+    if (write(g_process.input, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
         break_off("the runner has gone");
 }
 
@@ -179,7 +189,8 @@ static std::string exchange(const std::string& text) {
         else if (words[0] == "done")
             break;
         else if (words[0] == "ended") {
-            g_status = words[1];
+            if (!g_other)
+                g_status = words[1];
             for (char& c : g_status)
                 c = c == ' ' ? '\t' : c;
             forget_process();
@@ -190,9 +201,22 @@ static std::string exchange(const std::string& text) {
 }
 
 std::string ask(const std::string& text) {
-    if (g_broken.empty() && g_process == 0)
+    if (g_broken.empty() && g_process.id == 0)
         start_process();
     return g_broken.empty() ? exchange(text) : "";
+}
+
+void run_program(const std::string& command_line) {
+    RunnerProcess service = std::exchange(g_process, RunnerProcess());
+    g_other = true;
+    ask(request({"run", command_line}));
+    ask("settle");
+    if (g_process.id != 0) {
+        break_off("a process \"" + command_line + "\" that stays");
+        forget_process();
+    }
+    g_other = false;
+    g_process = std::move(service);
 }
 
 void ask_every(const std::string& text) {

@@ -13,6 +13,8 @@ std::string request(std::initializer_list<std::string> fields);
 // into the current machine's trace. Returns the answer's value, "" for none. After something has broken,
 // nothing is asked any more.
 std::string ask(const std::string& text);
+// Another process of the executable, with this command line, which must end by itself at once.
+void run_program(const std::string& command_line);
 // Asked now, and of every process that is started later.
 void ask_every(const std::string& text);
 // "" while all is well.

@@ -32,8 +32,9 @@ namespace {
 struct Prepared {
     Steps steps;
     std::vector<std::string> keys; // that the script sets
-    Place place;                   // of the first line that cannot be on Wine
-    std::string reason;            // "" when all can
+    std::vector<std::string> files;
+    Place place;        // of the first line that cannot be on Wine
+    std::string reason; // "" when all can
 };
 
 } // namespace
@@ -44,6 +45,8 @@ static void prepare(const std::vector<ScriptLine>& lines, Prepared* prepared) {
             prepared->steps[&line] = step_on_wine(line, &prepared->reason);
             for (const std::string& key : keys_set_by(line))
                 prepared->keys.push_back(key);
+            if (const std::string file = file_made_by(line); !file.empty())
+                prepared->files.push_back(file);
             prepared->place = place_of(line);
         }
         if (prepared->reason.empty())
@@ -124,7 +127,7 @@ static Effects effects_of(const Machine& machine) {
 static ScriptResult run_on_wine(const Source& source, const Prepared& prepared) {
     Expectations expectations;
     OnWine run = {&prepared.steps, &expectations, {}};
-    reset_wine(prepared.keys);
+    reset_wine(prepared.keys, prepared.files);
     run_lines(&run, source.script->lines, false);
     run.result.expectations = expectations.held;
     end_runner();

@@ -1,6 +1,8 @@
 // The bench of the tests: one simulated machine, driven by scripts in the scenario language and by C++.
 #pragma once
 
+#include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 
 #include "sim/invariants/at_rest.h"
@@ -12,8 +14,21 @@
 
 using sim::live_threads;
 
+// Where the scripts of the tests are kept, a file for each bench, when ZORPM_SCRIPTS names a folder: they run
+// on real Win32 too (tests/wine/run_scenarios.sh).
+inline std::string kept_script() {
+    static unsigned number = 0;
+    const char* folder = std::getenv("ZORPM_SCRIPTS");
+    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+    if (folder == nullptr || test == nullptr)
+        return "";
+    return std::string(folder) + "/" + test->test_suite_name() + "." + test->name() + "." +
+           std::to_string(++number) + ".txt";
+}
+
 struct Bench {
     sim::Machine machine;
+    std::string kept = kept_script();
 
     explicit Bench(std::uint64_t seed = 0) : machine(seed) {}
     // Whatever a test forgets to look at: no violation, ever.
@@ -32,6 +47,8 @@ struct Bench {
             else if (!quoted && script.compare(at, 3, " | ") == 0)
                 script[at + 1] = '\n';
         }
+        if (!kept.empty())
+            std::ofstream(kept, std::ios::app) << script << "\n";
         const sim::ScriptResult result = sim::run_text(script);
         EXPECT_EQ(0, result.exit_code)
             << "line " << result.place.line << " of the script: " << result.message << result.context;
