@@ -83,7 +83,7 @@ foreach(probe IN LISTS probes)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
 
-# A stand-in for both drivers, which Wine loads as it would a real one.
+# A stand-in for the notebook's drivers, which Wine loads as it would real ones.
 add_executable(stand_in tests/wine/stand_in.c)
 target_include_directories(stand_in PRIVATE ${CMAKE_FIND_ROOT_PATH}/include/ddk)
 target_compile_options(stand_in PRIVATE -Wall -Wextra)

@@ -29,7 +29,6 @@ said() { # STATUS TEXT ARGUMENT...: exit status and a piece of what is said
     echo "ok: zorpmctl $*"
 }
 
-tell() { run 60 0 "$PROBES/tell_stand_in.exe" "$@"; }
 seen() { # FILE TEXT: within ten seconds
     for ((i = 0; i < 40; ++i)); do
         grep -aqF -- "$2" "$1" && return
@@ -53,6 +52,17 @@ run 60 0 regedit /S "Z:$(dirname "$script")/devices.reg"
 run 60 0 reg add 'HKLM\HARDWARE\DESCRIPTION\System\BIOS' /v BIOSVersion /d GDET40W /f # of the platform with HRSPMode 1
 run 60 0 sc create stand_in type= kernel start= demand binPath= "$sys"
 run 60 0 sc start stand_in
+tell() { run 60 0 "$PROBES/tell_stand_in.exe" "$@"; }
+# A notebook with hot keys 3, 8 and 12, lid inhibit on and cooling interface 3 with all functions; no keyboard attached.
+while read -r answer; do
+    tell answer $answer
+done <<<"MHKA 884
+LCDCSGETSTATE 3
+DYTC 1
+DYTC(0) 30000001
+DYTC(3) 03ff0001
+GOPT(0) 100
+GOPT(100) 1"
 run 60 0 sc create ZORPMSVC type= own start= demand binPath= "Z:${EXE//\//\\}"
 run 60 0 sc start ZORPMSVC
 wait_for_state ZORPMSVC RUNNING
@@ -77,14 +87,14 @@ said 0 "" cooling restart
 said 0 "running" watch all --timeout 3
 said 7 "lid inhibit on" inhibit-lid cmd /c exit 7
 run 60 0 "$PROBES/interrupt_probe.exe" "$ctl" inhibit-lid
-tell last 965 2 # off
+tell last LCDCSCONTROL 2 # off
 run 60 0 "$build/client.exe"
 
 # A hardware event becomes what the firmware, Windows and clients are told.
-tell answer 9c0 5
+tell answer GMMS 5
 press "posture  tent" 60c0 watch events
-tell last 9c3 113001 # hinge: tent
-tell state 7e0 0     # a slate
+tell last DYTC 113001 # hinge: tent
+tell state slate 0       # a slate
 said 0 "tent; before: LAPTOP" status
 press "lid  closed" 5001 watch all
 said 0 "" hotkey notify 8
@@ -93,13 +103,12 @@ press "hot key 8  pressed" 1008 watch hotkeys
 # The words of the launch entries press the rotation lock, down and up, where Windows' setting is not theirs.
 said 1 "no auto-rotation setting" FlipButtonForHarrow
 run 60 0 reg add "$rotation" /v Enable /t REG_DWORD /d 1 /f
-tell answer 7e2 0
 said 0 "" ClamshellToTabletForHarrow
-tell state 7e2 0
+tell writes button 0
 said 0 "" FlipButtonForHarrow
-tell state 7e2 2
+tell writes button 2
 said 0 "" TabletToClamshellForHarrow
-tell state 7e2 6 # and once more, since nothing has changed the setting
+tell writes button 6 # and once more, since nothing has changed the setting
 
 run 60 0 sc stop ZORPMSVC
 wait_for_state ZORPMSVC STOPPED
