@@ -79,7 +79,7 @@ foreach(probe IN LISTS probes)
     get_filename_component(name ${probe} NAME_WE)
     add_executable(${name} ${probe})
     target_precompile_headers(${name} REUSE_FROM zorpmprobe)
-    target_link_libraries(${name} PRIVATE advapi32 user32 ole32 oleaut32 shell32 taskschd uuid)
+    target_link_libraries(${name} PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
 

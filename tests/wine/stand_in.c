@@ -191,14 +191,16 @@ static int same_which(const struct StandInWhich *one, const struct StandInWhich 
 
 static NTSTATUS add_answer(const struct StandInAnswer *told)
 {
+    const int lasting = told->times == 0 && told->which.code != GETEVENT;
     ULONG i = answered;
-    if (told->times == 0)
+    if (lasting)
         for (i = 0; i < answered && !(answers[i].times == 0 && same_which(&answers[i].which, &told->which)); ++i)
             ;
     if (i == COUNT(answers))
         return STATUS_INSUFFICIENT_RESOURCES;
     answers[i] = *told;
     answers[i].which.every = told->which.every != 0;
+    answers[i].times += !lasting && told->times == 0; /* of an event: the next fetch */
     answered += i == answered;
     return STATUS_SUCCESS;
 }
