@@ -111,7 +111,7 @@ endforeach()
 
 # The runner: the product's sources with virtual time and a service control manager of their own; for scripts on real
 # Win32 (tools/scenario-on-wine). It keeps its symbols, which name the threads.
-file(GLOB runner_sources CONFIGURE_DEPENDS recorder/clock/*.cpp recorder/runner/*.cpp)
+file(GLOB runner_sources CONFIGURE_DEPENDS recorder/*.cpp recorder/clock/*.cpp recorder/runner/*.cpp)
 add_executable(zorpmrunner ${runner_sources} ${product_sources} ${resource_scripts})
 add_dependencies(zorpmrunner notebook)
 target_include_directories(zorpmrunner PRIVATE ${CMAKE_SOURCE_DIR})

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "recorder/clock/real.h"
+#include "recorder/real.h"
 
 namespace turns {
 

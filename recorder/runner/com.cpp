@@ -8,7 +8,7 @@
 #include <taskschd.h>
 #include <utility>
 
-#include "recorder/clock/real.h"
+#include "recorder/real.h"
 #include "recorder/runner/output.h"
 #include "recorder/runner/settings.h"
 

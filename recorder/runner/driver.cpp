@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-#include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/real.h"
 #include "recorder/runner/notebook.h"
 #include "recorder/runner/output.h"
 

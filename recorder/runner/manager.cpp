@@ -30,8 +30,6 @@ using ControlRef = std::shared_ptr<Control>;
 constexpr DWORD START_WAIT_HINT_MS = 2000;
 constexpr DWORD ANSWER_LIMIT_MS = 30000;
 const GUID g_monitorPowerOn = {0x02731015, 0x4510, 0x4526, {0x99, 0xE6, 0xE5, 0xA1, 0x7E, 0xBD, 0x1A, 0xEA}};
-const char* const g_stateNames[SERVICE_PAUSED + 1] = {
-    "", "STOPPED", "START_PENDING", "STOP_PENDING", "RUNNING", "CONTINUE_PENDING", "PAUSE_PENDING", "PAUSED"};
 static const auto g_statusHandle = reinterpret_cast<SERVICE_STATUS_HANDLE>(ULONG_PTR{0x5EE1});
 
 static SERVICE_STATUS g_status = {SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, 0, 0, 0, 0, 0};

@@ -22,7 +22,6 @@ void set_service_status(const SERVICE_STATUS& status); // of a process before th
 bool process_ended();
 
 extern const GUID g_monitorPowerOn;
-extern const char* const g_stateNames[SERVICE_PAUSED + 1];
 
 // The wrapped calls.
 BOOL start_dispatcher(const SERVICE_TABLE_ENTRYW* table);

@@ -3,8 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/real.h"
 
 namespace runner {
 
@@ -54,24 +54,6 @@ void effect(const char* pattern, ...) {
 void broken(const std::string& what) {
     say_line("broken " + what);
     ExitProcess(1);
-}
-
-std::string narrow(const wchar_t* text) {
-    if (text == nullptr)
-        return "";
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    std::string result(static_cast<size_t>(bytes), 0);
-    WideCharToMultiByte(CP_UTF8, 0, text, -1, result.data(), bytes, nullptr, nullptr);
-    result.resize(static_cast<size_t>(bytes) - 1);
-    return result;
-}
-
-std::wstring widen(const std::string& text) {
-    const int letters = MultiByteToWideChar(CP_UTF8, 0, text.c_str(), -1, nullptr, 0);
-    std::wstring result(static_cast<size_t>(letters), 0);
-    MultiByteToWideChar(CP_UTF8, 0, text.c_str(), -1, result.data(), letters);
-    result.resize(static_cast<size_t>(letters) - 1);
-    return result;
 }
 
 } // namespace runner

@@ -10,15 +10,16 @@
 #include <windows.h>
 #include <string>
 
+#include "recorder/lines.h"
+
 namespace runner {
+
+using namespace lines;
 
 void effect(const char* pattern, ...) __attribute__((format(gnu_printf, 1, 2)));
 void effect_of(const char* thread, const std::string& text);
 void say_line(const std::string& line);
 bool read_line(std::string* line); // of what the tool says; false at its end
 [[noreturn]] void broken(const std::string& what);
-
-std::string narrow(const wchar_t* text);
-std::wstring widen(const std::string& text);
 
 } // namespace runner

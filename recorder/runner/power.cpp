@@ -5,8 +5,8 @@
 #include <powrprof.h>
 #include <string>
 
-#include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/real.h"
 #include "recorder/runner/output.h"
 #include "recorder/runner/settings.h"
 

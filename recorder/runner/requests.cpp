@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <memory>
 
-#include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/real.h"
 #include "recorder/runner/com.h"
 #include "recorder/runner/driver.h"
 #include "recorder/runner/manager.h"

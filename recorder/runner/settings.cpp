@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <map>
 
+#include "recorder/lines.h"
+
 namespace runner {
+
+using lines::small;
 
 static std::map<std::string, DWORD> g_settings;
 static std::map<std::string, DWORD>
@@ -16,12 +20,6 @@ DWORD setting(const std::string& name, DWORD otherwise) {
 
 void set_setting(const std::string& name, DWORD value) {
     g_settings[name] = value;
-}
-
-std::string small(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c); });
-    return text;
 }
 
 static std::string plain_path(const std::string& path) {

@@ -9,8 +9,6 @@ namespace runner {
 DWORD setting(const std::string& name, DWORD otherwise);
 void set_setting(const std::string& name, DWORD value);
 
-std::string small(std::string text); // in small letters
-
 // A key that cannot be opened or created, and all below it.
 void refuse_key(const std::string& path, DWORD rights); // MAXDWORD: whatever rights
 bool key_refused(const std::string& path, REGSAM access);

@@ -6,30 +6,18 @@
 #include <map>
 #include <vector>
 
-#include "driver/ioctl.h"
-#include "recorder/clock/real.h"
 #include "recorder/clock/turns.h"
+#include "recorder/real.h"
 #include "recorder/runner/com.h"
 #include "recorder/runner/driver.h"
 #include "recorder/runner/manager.h"
 #include "recorder/runner/output.h"
 #include "recorder/runner/power.h"
 #include "recorder/runner/settings.h"
-#include "recorder/runner/symbols.h"
-
-// In the place of a call: what the product's objects import is a pointer of ours, and the name itself goes by
-// it.
-#define WRAP(name, wrapper)                                                                                  \
-    extern "C" void* const __imp_##name = reinterpret_cast<void*>(wrapper);                                  \
-    asm(".text\n.globl " #name "\n" #name ":\n\tjmp *__imp_" #name "(%rip)\n");
+#include "recorder/symbols.h"
+#include "recorder/wrap.h"
 
 namespace runner {
-
-static std::string format(const char* pattern, unsigned long long value) {
-    char text[64];
-    std::snprintf(text, sizeof(text), pattern, value);
-    return text;
-}
 
 // ---- waits and threads ----
 
@@ -51,7 +39,7 @@ static void WINAPI sleep(DWORD duration) {
 
 static HANDLE WINAPI create_thread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE procedure,
                                    LPVOID parameter, DWORD flags, DWORD* id) {
-    const std::string name = symbol_at(reinterpret_cast<void*>(procedure));
+    const std::string name = symbols::name_at(reinterpret_cast<void*>(procedure));
     return turns::start_thread(name.c_str(), procedure, parameter, flags, id);
 }
 
@@ -119,39 +107,19 @@ static void WINAPI get_local_time(SYSTEMTIME* time) {
 // ---- the service control manager ----
 
 static BOOL WINAPI set_status_told(SERVICE_STATUS_HANDLE service, SERVICE_STATUS* status) {
-    std::string line = std::string("status ") + g_stateNames[status->dwCurrentState % (SERVICE_PAUSED + 1)] +
-                       " " + std::to_string(status->dwWin32ExitCode) + "/" +
-                       std::to_string(status->dwServiceSpecificExitCode);
-    if (status->dwCheckPoint != 0)
-        line += " checkpoint " + std::to_string(status->dwCheckPoint);
-    effect("%s", line.c_str());
+    effect("%s", status_line(*status).c_str());
     return set_status(service, status);
 }
 
 // ---- devices ----
 
 static std::map<HANDLE, const char*> g_devices; // open ones; those of the driver have no name
-// clang-format off
-static const struct { const wchar_t* part; const char* name; } g_devicePaths[] = {
-    {L"317fc439-3f77-41c8-b09e-08ad63272aa3", "slate"},
-    {L"a84e689b-0dce-493a-a164-acde05478fc3", "dock"},
-    {L"30ebfbf8-df5f-4d4d-9fc5-a26c7fd1df4a", "button"},
-    {L"\\\\.\\zorpmdrv", ""},
-    {L"\\\\.\\pmdrvs", ""},
-    {L"\\\\.\\sx4track", ""},
-};
-// clang-format on
-
 static HANDLE WINAPI create_file(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                                  DWORD disposition, DWORD flags, HANDLE pattern) {
     HANDLE file = REAL(CreateFileW)(path, access, share, security, disposition, flags, pattern);
     const DWORD error = GetLastError();
-    std::wstring lower = path;
-    CharLowerW(lower.data());
-    for (const auto& row : g_devicePaths) {
-        if (file != INVALID_HANDLE_VALUE && lower.find(row.part) != std::wstring::npos)
-            g_devices[file] = row.name;
-    }
+    if (const char* name = device_name(path); file != INVALID_HANDLE_VALUE && name != nullptr)
+        g_devices[file] = name;
     SetLastError(error);
     return file;
 }
@@ -174,43 +142,6 @@ static BOOL WINAPI close_handle(HANDLE handle) {
 
 // ---- the driver ----
 
-// clang-format off
-static const struct { DWORD code; const char* name; } g_requests[] = {
-#define REQUEST_NAME(name, device, function, in, out) {PmdrvCode(function), #name},
-    PMDRV_IOCTL_CATALOGUE(REQUEST_NAME)
-#undef REQUEST_NAME
-    {IOCTL_POINTING_STICK_MOUSE_DATA, "MOUSEDATA"},
-};
-// clang-format on
-
-static std::string method_of(DWORD code) {
-    for (const auto& row : g_requests) {
-        if (row.code == code)
-            return row.name;
-    }
-    return format("0x%llx", code);
-}
-
-static std::string shown_request(DWORD code, const DWORD* in, DWORD in_bytes) {
-    const std::string name = "request " + method_of(code);
-    const bool optional = code == IOCTL_PMDRV_GETLIDSTATUS || code == IOCTL_PMDRV_LCDCSGETSTATE;
-    if (in_bytes > 8)
-        return name + "(" + std::to_string(in_bytes) + " bytes)";
-    if (in_bytes == 8)
-        return name + "(" + std::to_string(in[0]) + ", " + std::to_string(in[1]) + ")";
-    return name + (in_bytes == 0 || optional ? "()" : format("(0x%llx)", in[0]));
-}
-
-static std::string shown_answer(DWORD code, const DWORD* out, DWORD out_bytes, DWORD returned) {
-    if (out_bytes != 4 && code != IOCTL_PMDRV_GETEVENT)
-        return "";
-    const unsigned bits = 8 * std::min<DWORD>(returned, 4);
-    std::string text = format(" = 0x%llx", out_bytes == 4 ? out[0] & ((1ull << bits) - 1) : out[0]);
-    if (code == IOCTL_PMDRV_GETEVENT)
-        text += format(" 0x%llx", out[1]);
-    return returned != out_bytes ? text + " bytes " + std::to_string(returned) : text;
-}
-
 static BOOL WINAPI device_control(HANDLE device, DWORD code, LPVOID in, DWORD in_bytes, LPVOID out,
                                   DWORD out_bytes, DWORD* returned, OVERLAPPED* overlapped) {
     DWORD words[12] = {};
@@ -232,42 +163,12 @@ static BOOL WINAPI device_control(HANDLE device, DWORD code, LPVOID in, DWORD in
 
 // ---- the registry ----
 
-static std::map<HKEY, std::string> g_keys;
-// clang-format off
-static const struct { HKEY key; const char* name; } g_roots[] = {
-    {HKEY_CLASSES_ROOT, "HKCR"}, {HKEY_CURRENT_USER, "HKCU"}, {HKEY_LOCAL_MACHINE, "HKLM"}, {HKEY_USERS, "HKU"},
-};
-// clang-format on
-
-std::string key_path(HKEY key) {
-    for (const auto& root : g_roots) {
-        if (root.key == key)
-            return root.name;
-    }
-    const auto found = g_keys.find(key);
-    return found != g_keys.end() ? found->second : "?";
-}
-
-static std::string joined(HKEY key, LPCWSTR path) {
-    const std::string below = narrow(path);
-    return key_path(key) + (below.empty() ? "" : "\\" + below);
-}
-
-static std::string shown_path(const std::string& path) {
-    static const char service[] = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\ZORPMSVC";
-    constexpr size_t length = sizeof(service) - 1;
-    if (path.size() >= length && _strnicmp(path.c_str(), service, length) == 0 &&
-        (path.size() == length || path[length] == '\\'))
-        return "SVC" + path.substr(length);
-    return path;
-}
-
 static LSTATUS WINAPI open_key(HKEY key, LPCWSTR path, DWORD options, REGSAM access, HKEY* result) {
     if (key_refused(joined(key, path), access))
         return ERROR_ACCESS_DENIED;
     const LSTATUS error = REAL(RegOpenKeyExW)(key, path, options, access, result);
     if (error == ERROR_SUCCESS)
-        g_keys[*result] = joined(key, path);
+        keep_key(*result, joined(key, path));
     return error;
 }
 
@@ -283,9 +184,9 @@ static LSTATUS WINAPI create_key(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR 
         return error;
     if (disposition != nullptr)
         *disposition = made;
-    g_keys[*result] = joined(key, path);
+    keep_key(*result, joined(key, path));
     if (made == REG_CREATED_NEW_KEY)
-        effect("registry create %s%s", shown_path(g_keys[*result]).c_str(),
+        effect("registry create %s%s", shown_path(key_path(*result)).c_str(),
                options == REG_OPTION_VOLATILE ? " volatile" : "");
     turns::signalled();
     return error;
@@ -293,40 +194,9 @@ static LSTATUS WINAPI create_key(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR 
 
 static LSTATUS WINAPI close_key(HKEY key) {
     const LSTATUS error = REAL(RegCloseKey)(key);
-    g_keys.erase(key);
+    forget_key(key);
     turns::signalled();
     return error;
-}
-
-static std::string shown_text(const std::wstring& text) {
-    return "\"" + narrow(text.c_str()) + "\"";
-}
-
-static std::string shown_data(DWORD type, const BYTE* data, DWORD bytes) {
-    if (type == REG_DWORD && bytes == sizeof(DWORD)) {
-        DWORD number = 0;
-        std::memcpy(&number, data, sizeof(number));
-        return format("0x%llx", number);
-    }
-    std::string text;
-    if (type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ) {
-        std::wstring all(bytes / sizeof(wchar_t), 0);
-        std::memcpy(all.data(), data, all.size() * sizeof(wchar_t));
-        for (size_t at = 0; at < all.size() && all[at] != 0; at = all.find(L'\0', at) + 1) {
-            text += (text.empty() ? "" : " ") + shown_text(all.substr(at, all.find(L'\0', at) - at));
-            if (type != REG_MULTI_SZ || all.find(L'\0', at) == std::wstring::npos)
-                break;
-        }
-        return text.empty() ? "\"\"" : text;
-    }
-    for (DWORD i = 0; i < bytes; ++i)
-        text += format("%02llx", data[i]);
-    return text;
-}
-
-static std::string value_name(LPCWSTR name) {
-    const std::string text = narrow(name);
-    return text.empty() ? "@" : text;
 }
 
 static LSTATUS WINAPI set_value(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,

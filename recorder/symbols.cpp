@@ -1,10 +1,10 @@
-#include "recorder/runner/symbols.h"
+#include "recorder/symbols.h"
 
 #include <windows.h>
 #include <cstring>
 #include <vector>
 
-namespace runner {
+namespace symbols {
 
 // A name as the compiler writes it: _Z, L for a static one, then a length and the name; or plain C.
 static std::string plain_name(const std::string& symbol) {
@@ -40,7 +40,7 @@ static std::string name_of(const IMAGE_SYMBOL& symbol, const char* strings) {
         strnlen(reinterpret_cast<const char*>(symbol.N.ShortName), sizeof(symbol.N.ShortName)));
 }
 
-std::string symbol_at(const void* address) {
+std::string name_at(const void* address) {
     static const std::vector<char> file = own_file();
     const auto* base = reinterpret_cast<const char*>(GetModuleHandleW(nullptr));
     const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(
@@ -64,4 +64,4 @@ std::string symbol_at(const void* address) {
     return "thread";
 }
 
-} // namespace runner
+} // namespace symbols

@@ -1,4 +1,4 @@
-#include "recorder/clock/real.h"
+#include "recorder/real.h"
 
 namespace real {
 

@@ -3,9 +3,9 @@
 
 #include <string>
 
-namespace runner {
+namespace symbols {
 
 // The function's plain name, without its namespaces and types; "thread" for an address that is none.
-std::string symbol_at(const void* address);
+std::string name_at(const void* address);
 
-} // namespace runner
+} // namespace symbols
