@@ -26,6 +26,7 @@ lint       clang-format                     clang-format
 lint       cppcheck                         cppcheck
 lint       perl                             perl
 mutants    python3                          python3
+mutants    ld.lld                           lld
 page       node                             nodejs
 page       npm                              npm
 browser    node                             nodejs

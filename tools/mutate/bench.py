@@ -2,10 +2,10 @@
 
 The tree is copied and built once, without sanitizers. A worker has a directory with the built programs; for a mutant it
 compiles the changed file from there, links what holds it - the image, and those test programs that take the file's
-functions from the archive - and runs the tests, the likeliest first.
+functions from the archive - and runs the tests, the likeliest first. All is run by virtual time, so that a verdict is the
+same on every machine.
 """
 
-import concurrent.futures
 import fnmatch
 import glob
 import hashlib
@@ -20,12 +20,13 @@ import time
 
 PROGRAMS = ["zorpm_tests", "zorpmsim", "zorpm_sweeps"]
 IMAGE = "zorpm_image"
-SHORT_SWEEP_S = 1   # a sweep's test that takes no longer looks at the mutants of its folder that are still alive
-QUICK_SWEEP_S = 0.25 # one that takes no longer, at those of every folder
+SHARE = "21"        # of the sweeps' seeds and calls one of so many is run
 MEMORY_KB = 3_000_000
 KILLERS = 5         # of a file, tried first
 SLOW_TEST_S = 0.05  # a unit test that takes longer comes after the others
+LEAST_CPU_S = 10    # a program may run so long in any case: the processor may be slower than it was when it was measured
 ATOMICS = "zorpm_atomics_image"  # which the sweeps alone load
+PLATFORM = "#include <atomic>\n#include <strsafe.h>\n#include <windows.h>\n"  # compiled once for all mutants
 
 
 def sha(text):
@@ -40,11 +41,12 @@ class Finished:
 
 def run(words, directory, cpu_s, log, memory_kb=MEMORY_KB):
     """Runs a program with a limit of processor time - the clock says nothing on a busy machine - and of memory."""
-    share = "export ZORPM_SHARE=7; " if words[0].endswith("zorpm_sweeps") else ""
-    limits = share + f"ulimit -c 0; ulimit -t {int(cpu_s) + 1}; ulimit -v {memory_kb}; exec \"$@\""
+    share = SHARE if words[0].endswith("zorpm_sweeps") else "1"
+    limits = f"ulimit -c 0; ulimit -t {int(cpu_s) + 1}; ulimit -v {memory_kb}; exec \"$@\""
     with open(log, "wb") as output:
         process = subprocess.Popen(["bash", "-c", limits, "bash", *words], cwd=directory, stdout=output,
-                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+                                   env={**os.environ, "ZORPM_SHARE": share})
         try:
             status = process.wait(timeout=60 + 20 * cpu_s)
         except subprocess.TimeoutExpired:
@@ -53,6 +55,11 @@ def run(words, directory, cpu_s, log, memory_kb=MEMORY_KB):
             status = 124
     with open(log, "rb") as output:
         return Finished(status, output.read(4_000_000).decode("utf-8", "replace"))
+
+
+def is_plain(name):
+    """Whether an object is compiled with the flags that most of src/ has."""
+    return "zorpm_objects.dir" in name or "zorpmctl_image.dir" in name
 
 
 class Bench:
@@ -65,10 +72,10 @@ class Bench:
         self.options = options
         self.compiles, self.links, self.sources, self.deps = {}, {}, {}, {}
         self.pulled, self.texts = {}, {}
-        self.tests, self.scenarios, self.sweeps = {}, [], {}
+        self.tests, self.scenarios, self.sweeps_s = {}, [], 0
         self.lock = threading.Lock()
         self.memory_kb = MEMORY_KB  # "unlimited" where a sanitizer reserves its shadow
-        self.own = {}  # {object: the file that takes its place}
+        self.platform = os.path.join(self.build, "platform.h")
 
     def built(self, name):
         """The path of something that the build makes."""
@@ -103,11 +110,19 @@ class Bench:
                     raise SystemExit(f"mutate: the build fails, see {log}")
         self._read_commands()
         self._read_deps()
+        self._compile_platform()
 
     def words_of(self, name):
         """The command that compiles an object."""
         words = shlex.split(self.compiles[name])
         return words[1:] if words[0].endswith("ccache") else words
+
+    def _compile_platform(self):
+        with open(self.platform, "w", encoding="utf-8") as file:
+            file.write(PLATFORM)
+        words = self.words_of(next(name for name in self.compiles if is_plain(name)))
+        words = words[:words.index("-MD")] + ["-w", "-x", "c++-header", self.platform, "-o", self.platform + ".gch"]
+        subprocess.run(words, cwd=self.build, check=True)
 
     def _ninja(self, *words):
         return subprocess.run(["ninja", "-C", self.build, "-t", *words], check=True, capture_output=True,
@@ -185,101 +200,28 @@ class Bench:
 
     # ---- the tests ----
 
-    def learn(self, known):
-        """Runs everything once on the unchanged tree: all must pass; the times give the limits and the short sweeps."""
-        tests = run([self.built("zorpm_tests"), "--gtest_brief=1",
-                     "--gtest_output=json:" + os.path.join(self.work, "tests.json")], self.tree, 600,
-                    os.path.join(self.work, "learn.log"), self.memory_kb)
-        if tests.status != 0:
-            raise SystemExit(f"mutate: the unit tests fail without any change:\n{tests.output[-2000:]}")
-        with open(os.path.join(self.work, "tests.json"), encoding="utf-8") as file:
-            for suite in json.load(file)["testsuites"]:
-                for test in suite["testsuite"]:
-                    if "tests/sim/" in test.get("file", ""):  # of the machine
-                        continue
-                    self.tests[f"{suite['name']}.{test['name']}"] = float(test["time"].rstrip("s"))
+    def learn(self):
+        """Runs everything once on the unchanged tree: all must pass; the times give the limits and an order."""
+        self.tests = self._times("zorpm_tests", "tests/sim/")  # without those of the machine
+        self.sweeps_s = sum(self._times("zorpm_sweeps", None).values())
         self.scenarios = sorted(os.path.relpath(p, self.tree) for p in
                                 glob.glob(os.path.join(self.tree, "scenarios", "**", "*.txt"), recursive=True))
         told = run([self.built("zorpmsim"), *self.scenarios], self.tree, 300,
                    os.path.join(self.work, "learn.log"), self.memory_kb)
         if told.status != 0:
             raise SystemExit(f"mutate: the scenarios fail without any change:\n{told.output[-2000:]}")
-        self.sweeps = known if known is not None else self._learn_sweeps()
 
-    def _learn_sweeps(self):
-        listed = subprocess.run([self.built("zorpm_sweeps"), "--gtest_list_tests"], cwd=self.tree,
-                                capture_output=True, text=True, check=True).stdout
-        names, suite = [], ""
-        for line in listed.split("\n"):
-            if line and not line.startswith(" ") and line.rstrip().endswith("."):
-                suite = line.strip()
-            elif line.startswith("  "):
-                names.append(suite + line.split("#")[0].strip())
-        times, threads = {}, []
-
-        def measure(number):
-            for name in names[number::os.cpu_count() or 1]:
-                before = time.monotonic()
-                result = run([self.built("zorpm_sweeps"), "--gtest_filter=" + name], self.tree,
-                             SHORT_SWEEP_S, os.path.join(self.work, f"sweep{number}.log"))
-                if result.status == 0:
-                    times[name] = min(time.monotonic() - before, SHORT_SWEEP_S)
-
-        for number in range(os.cpu_count() or 1):
-            threads.append(threading.Thread(target=measure, args=(number,)))
-            threads[-1].start()
-        for thread in threads:
-            thread.join()
-        return dict(sorted(times.items()))
-
-
-class HostBench(Bench):
-    """The tree itself and its host build, which the tests have already, and src/ once more without its sanitizers:
-    these would take most of a mutant's time."""
-
-    def __init__(self, root, work):
-        super().__init__(root, work, "host", [])
-        self.tree, self.build = root, os.path.join(root, "build", "host")
-        self.plain = os.path.join(work, "unsanitized")
-        self.memory_kb = "unlimited"
-        os.environ["ASAN_OPTIONS"] = "hard_rss_limit_mb=3000"
-
-    def copy_tree(self):
-        pass
-
-    def built(self, name):
-        own = os.path.join(self.plain, name)
-        return own if os.path.exists(own) else super().built(name)
-
-    def words_of(self, name):
-        words = super().words_of(name)
-        return [w for w in words if not re.match(r"-g$|-fsanitize|-fno-sanitize", w)] if self._is_plain(name) else words
-
-    def _is_plain(self, name):
-        return "zorpm_objects.dir" in name or "zorpmctl_image.dir" in name
-
-    def make(self):
-        for words in (["cmake", "--preset", "host"], ["cmake", "--build", "--preset", "host", "--target", IMAGE, *PROGRAMS]):
-            if subprocess.run(words, cwd=self.root, stdout=subprocess.DEVNULL).returncode != 0:
-                raise SystemExit("mutate: the host build fails")
-        self._read_commands()
-        self._read_deps()
-        self.own = {name: os.path.join(self.plain, name) for name in self.compiles if self._is_plain(name)}
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            list(pool.map(self._compile_plain, self.own))
-        for output, words in self.links.items():
-            if any(w in self.own for w in words):
-                words = [self.own.get(w, w) for w in words]
-                words[words.index("-o") + 1] = os.path.join(self.plain, output)
-                subprocess.run(words, cwd=self.build, check=True)
-
-    def _compile_plain(self, name):
-        target = self.own[name]
-        os.makedirs(os.path.dirname(target), exist_ok=True)
-        words = self.words_of(name)
-        words[words.index("-o") + 1] = target
-        words = [w for k, w in enumerate(words) if w not in ("-MD", "-MT", "-MF") and words[k - 1] not in ("-MT", "-MF")]
-        subprocess.run(["ccache", *words] if shutil.which("ccache") else words, cwd=self.build, check=True)
+    def _times(self, program, without):
+        """{test: seconds} of a program's tests, but for those of the folder `without`."""
+        path = os.path.join(self.work, "tests.json")
+        tests = run([self.built(program), "--gtest_brief=1", "--gtest_output=json:" + path], self.tree, 600,
+                    os.path.join(self.work, "learn.log"), self.memory_kb)
+        if tests.status != 0:
+            raise SystemExit(f"mutate: {program} fails without any change:\n{tests.output[-2000:]}")
+        with open(path, encoding="utf-8") as file:
+            return {f"{suite['name']}.{test['name']}": float(test["time"].rstrip("s"))
+                    for suite in json.load(file)["testsuites"] for test in suite["testsuite"]
+                    if not without or without not in test.get("file", "")}
 
 
 class DoesNotLink(Exception):
@@ -289,8 +231,8 @@ class DoesNotLink(Exception):
 class Worker:
     """One place in which mutants are made, one after another."""
 
-    def __init__(self, bench, number, thorough=False):
-        self.bench, self.thorough = bench, thorough
+    def __init__(self, bench, number):
+        self.bench = bench
         self.place = os.path.join(bench.work, f"{os.path.basename(bench.build)}-{number}")
         shutil.rmtree(self.place, ignore_errors=True)
         os.makedirs(self.place)
@@ -344,13 +286,15 @@ class Worker:
             if own:
                 words[words.index("-c") + 1] = overlay
             words = self._without(words, own, path)
+            if is_plain(name):
+                words[1:1] = ["-include", self.bench.platform]
             words[1:1] = ["-w", "-I" + headers]
             if not path.endswith((".cpp", ".h")):
                 words = [w for w in words if not w.startswith("-DZORPM_SOURCE_DIR=")]
                 words[1:1] = ['-DZORPM_SOURCE_DIR="%s"' % os.path.join(self.place, "overlay")]
             if subprocess.run(words, cwd=self.bench.build, capture_output=True, timeout=300).returncode != 0:
                 return None
-            with open(target, "rb") as new, open(self.bench.own.get(name, self.bench.built(name)), "rb") as old:
+            with open(target, "rb") as new, open(self.bench.built(name), "rb") as old:
                 if new.read() != old.read():
                     changed[name] = target
         return changed
@@ -382,7 +326,7 @@ class Worker:
         if os.path.lexists(target):
             os.unlink(target)
         self.replaced.add(output)
-        words = [objects.get(w, self.bench.own.get(w, w)) for w in words]
+        words = [objects.get(w, w) for w in words]
         words[words.index("-o") + 1] = target
         first = next(k for k, w in enumerate(words) if w.endswith(".o"))
         words[first:first] = [objects[o] for o in taken]
@@ -411,17 +355,16 @@ class Worker:
         slow = [t for t in rest if bench.tests[t] > SLOW_TEST_S]
         by = self._unit(first) or self._scenarios([k for k in killers if k in bench.scenarios]) or \
             self._scenarios(bench.scenarios) or self._unit(own) or self._unit(quick) or self._unit(slow) or \
-            self._sweeps(mutant, folder, overlay)
+            self._sweeps(mutant, overlay)
         return ("noticed", by) if by else ("survived", "")
 
-    def _unit(self, tests, program="zorpm_tests", times=None, slow=2):
+    def _unit(self, tests):
         if not tests:
             return None
-        times = times or self.bench.tests
         with open(os.path.join(self.place, "filter"), "w", encoding="utf-8") as file:
             file.write(f"--gtest_filter={':'.join(tests)}\n")
-        cpu_s = 2 + slow * 2 * sum(times[t] for t in tests)
-        result = run([self._program(program), "--gtest_fail_fast",
+        cpu_s = LEAST_CPU_S + 4 * sum(self.bench.tests[t] for t in tests)
+        result = run([self._program("zorpm_tests"), "--gtest_fail_fast",
                       "--gtest_flagfile=" + os.path.join(self.place, "filter")], self.bench.tree, cpu_s, self.log,
                      self.bench.memory_kb)
         return self._noticed(result, r"^\[  FAILED  \] ([\w./]+)")
@@ -429,23 +372,17 @@ class Worker:
     def _scenarios(self, names):
         if not names:
             return None
-        result = run([self._program("zorpmsim"), *names], self.bench.tree, 10, self.log,
+        result = run([self._program("zorpmsim"), *names], self.bench.tree, LEAST_CPU_S, self.log,
                      self.bench.memory_kb)
         return self._noticed(result, r"^(scenarios/[^:]*):\d+: ")
 
-    def _sweeps(self, mutant, folder, overlay):
+    def _sweeps(self, mutant, overlay):
         self.objects.update(self._compile(mutant, overlay, True) or {})
         for output in self.bench.links:
             if ATOMICS in output and not self._link(output):
                 raise DoesNotLink
-        short = self.bench.sweeps
-        own = [t for t in short if t.lower().startswith(folder)]
-        rest = [t for t in short if t not in own and (self.thorough or short[t] <= QUICK_SWEEP_S)]
-        by = self._unit(own, "zorpm_sweeps", short) or self._unit(rest, "zorpm_sweeps", short)
-        if by or not self.thorough:
-            return by
-        result = run([self._program("zorpm_sweeps"), "--gtest_fail_fast"], self.bench.tree, 600,
-                     self.log, self.bench.memory_kb)
+        result = run([self._program("zorpm_sweeps"), "--gtest_fail_fast"], self.bench.tree,
+                     LEAST_CPU_S + 4 * self.bench.sweeps_s, self.log, self.bench.memory_kb)
         return self._noticed(result, r"^\[  FAILED  \] ([\w./]+)")
 
     def _noticed(self, result, pattern):

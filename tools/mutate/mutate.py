@@ -3,9 +3,8 @@
 
 Options: --count N (a sample of N, drawn by --seed S in parts by folder; 0: all), --only TEXT (files whose path has it),
 --list (print the mutants, build nothing), --fresh (forget earlier verdicts), --fail (fail when a survivor is not listed),
---minutes M (stop after that long; the next run goes on), --thorough (whole sweeps too, and survivors once more under the
-sanitizers), --try-listed (also those in the list of equivalents), --host (use the host build, as it is, instead of a copy of the
-tree with a build of its own).
+--minutes M (stop after that long; the next run goes on), --thorough (survivors once more under the sanitizers),
+--try-listed (also those in the list of equivalents).
 
 Verdicts are kept in build/mutants/verdicts.jsonl, by the mutant's own text: a run can be stopped and goes on, a changed
 file loses its own, and changed tests lose the survivors. See docs/development.md.
@@ -19,6 +18,7 @@ import glob
 import json
 import os
 import re
+import resource
 import signal
 import sys
 import threading
@@ -27,7 +27,7 @@ import time
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-from bench import Bench, HostBench, Worker, remove_left_images, sha  # noqa: E402
+from bench import Bench, Worker, remove_left_images, sha  # noqa: E402
 from operators import changes, inf_changes  # noqa: E402
 from source import Source  # noqa: E402
 
@@ -35,7 +35,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 WORK = os.path.join(ROOT, "build", "mutants")
 EQUIVALENT = os.path.join(ROOT, "tools", "mutate", "equivalent.txt")
 LEAST_OF_FOLDER = 60  # of a large sample
-PLAIN = ["-DCMAKE_CXX_FLAGS=-O1"]
+PLAIN = ["-DCMAKE_CXX_FLAGS=-O1", *(f"-DCMAKE_{kind}_LINKER_FLAGS=-fuse-ld=lld" for kind in ("EXE", "SHARED", "MODULE"))]
 SANITIZED = ["-DCMAKE_CXX_FLAGS=-O1 -g1", "-DZORPM_SANITIZE=ON"]
 NO_VERDICT = ("invalid", "same")  # does not compile; compiles to the same code
 
@@ -252,15 +252,6 @@ def hash_of_tests():
     return sha("".join(sha(open(p, "rb").read()) for p in sorted(paths)))
 
 
-def learnt_sweeps(path, tests_hash):
-    if os.path.exists(path):
-        with open(path, encoding="utf-8") as file:
-            state = json.load(file)
-        if state["tests"] == tests_hash:
-            return state["sweeps"]
-    return None
-
-
 # ---- the run ----
 
 def work_through(queue, worker, second, verdicts, options, progress):
@@ -285,9 +276,14 @@ def work_through(queue, worker, second, verdicts, options, progress):
             queue.give_back(mutant, row is not None and row["verdict"] not in NO_VERDICT)
 
 
+def children_cpu_s():
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
 class Progress:
     def __init__(self):
-        self.started = time.monotonic()
+        self.started, self.cpu_s = time.monotonic(), children_cpu_s()
         self.count, self.spent = 0, 0.0
         self.by_verdict = collections.Counter()
         self.lock = threading.Lock()
@@ -305,25 +301,24 @@ class Progress:
         seconds = time.monotonic() - self.started
         if not self.count:
             return "every verdict was known"
+        cpu_s = children_cpu_s() - self.cpu_s
         return f"{self.count} tried in {seconds:.0f} s: {seconds / self.count:.2f} s a mutant " \
-               f"({self.spent / self.count:.2f} s of one worker)"
+               f"({self.spent / self.count:.2f} s of one worker, {cpu_s / self.count:.2f} s of processor)"
 
 
-def try_all(queue, verdicts, options, learnt_path, tests_hash):
-    bench = HostBench(ROOT, WORK) if options.host else Bench(ROOT, WORK, "plain", PLAIN)
+def try_all(queue, verdicts, options):
+    bench = Bench(ROOT, WORK, "plain", PLAIN)
     bench.copy_tree()
     bench.make()
-    bench.learn(learnt_sweeps(learnt_path, tests_hash))
-    with open(learnt_path, "w", encoding="utf-8") as file:
-        json.dump({"tests": tests_hash, "sweeps": bench.sweeps}, file)
+    bench.learn()
     seconds = [None] * options.jobs
     if options.thorough:
         sanitized = Bench(ROOT, WORK, "sanitized", SANITIZED)
         sanitized.memory_kb = "unlimited"
         sanitized.make()
-        sanitized.learn({})
+        sanitized.learn()
         seconds = [Worker(sanitized, n) for n in range(options.jobs)]
-    workers = [Worker(bench, n, options.thorough) for n in range(options.jobs)]
+    workers = [Worker(bench, n) for n in range(options.jobs)]
     progress, begun = Progress(), time.time()
     threads = [threading.Thread(target=work_through, args=(queue, worker, second, verdicts, options, progress))
                for worker, second in zip(workers, seconds)]
@@ -396,7 +391,7 @@ def main():
     parser.add_argument("--only", default="")
     parser.add_argument("--minutes", type=float, default=0)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
-    for name in ("list", "fresh", "fail", "thorough", "try-listed", "host"):
+    for name in ("list", "fresh", "fail", "thorough", "try-listed"):
         parser.add_argument("--" + name, action="store_true")
     options = parser.parse_args()
     mutants, hashes = all_mutants(options.only)
@@ -427,7 +422,7 @@ def main():
 
     signal.signal(signal.SIGINT, stop)
     signal.signal(signal.SIGTERM, stop)
-    progress = try_all(queue, verdicts, options, os.path.join(WORK, "learnt.json"), tests_hash)
+    progress = try_all(queue, verdicts, options)
     return report(queue, progress, rows, options)
 
 
