@@ -83,6 +83,9 @@ const ScriptCase g_inBothPhases[] = {
         firmware GOPT(0x200) = 0 | event 0x4013 | expect count 1 request DYTC(0x1) = 0x0
         firmware GOPT(0x200) = 2 | event 0x4012 | expect request DYTC(0x201) = 0x0
         mark | advance 10m | expect no request DYTC*)"},
+    {"no special cooling while its length cannot be read", R"(
+        firmware GOPT(0x200) = 0 | fail RegCreateKeyExW | event 0x4013
+        expect request DYTC(0x1) = 0x0)"},
     {"special cooling", R"(
         registry set SVC\TMCT\Parameters SPCT dword 30 | firmware GOPT(0x200) = 0 | event 0x4013
         expect count 1 request DYTC(0x101) = 0x0 | expect count 2 request DYTC*

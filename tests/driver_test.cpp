@@ -86,8 +86,9 @@ TEST(Driver, TheProbeHandle) {
 }
 
 TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
+    using namespace std::string_literals;
     const struct {
-        const char* present;
+        std::string present;
         const wchar_t* id;
         DWORD found;
         BOOL result;
@@ -100,6 +101,8 @@ TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
         {"ACPI\\INT33D6", L"INT33D6", 0, TRUE, "SetupDiEnumDeviceInfo"}, // the enumeration failed
         {"ACPI\\INT33D6", L"*PNP0C0A", 1, TRUE, ""},                     // second string of a list
         {"ACPI\\INT33D6", L"PNP0C0A*PNP", 0, FALSE, ""},                 // not across two strings
+        {"ACPI\\A\0ACPI\\INT33D6"s, L"INT33D6", 1, TRUE, ""},
+        {"ACPI\\A\0\0ACPI\\INT33D6"s, L"INT33D6", 0, FALSE, ""}, // an empty string ends a list
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.failing);

@@ -231,16 +231,19 @@ TEST_F(InfTest, Devices) {
                                      "ACPI\\ZOR0055"}),
               ids);
     // Each is a critical device when installed, and none is left after the uninstall.
-    std::set<std::string> keys;
-    for (const std::string& id : ids)
-        keys.insert(
-            sim::lower("SYSTEM\\CurrentControlSet\\Control\\CriticalDeviceDatabase\\ACPI#" + id.substr(5)));
-    for (const char* section : {"zorpmdrv.criticaldevices.addreg", "zorpmdrv.criticaldevices.delreg"}) {
-        std::set<std::string> found;
-        for (const Entry& entry : inf.sections[section])
-            found.insert(sim::lower(entry.fields[1]));
-        EXPECT_EQ(keys, found) << section;
+    std::set<std::string> added;
+    std::set<std::string> deleted;
+    for (const std::string& id : ids) {
+        const std::string key =
+            "HKLM,SYSTEM\\CurrentControlSet\\Control\\CriticalDeviceDatabase\\ACPI#" + id.substr(5);
+        deleted.insert(key);
+        added.insert(key + ",Service,,zorpmdrv");
+        added.insert(key + ",ClassGUID,,{4d36e97d-e325-11ce-bfc1-08002be10318}");
     }
+    const Texts adds = values(inf, "zorpmdrv.criticaldevices.addreg", "");
+    const Texts deletes = values(inf, "zorpmdrv.criticaldevices.delreg", "");
+    EXPECT_EQ(added, std::set<std::string>(adds.begin(), adds.end()));
+    EXPECT_EQ(deleted, std::set<std::string>(deletes.begin(), deletes.end()));
 }
 
 // As the device manager and the list of services show them.
