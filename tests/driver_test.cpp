@@ -101,6 +101,7 @@ TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
         {"ACPI\\INT33D6", L"INT33D6", 0, TRUE, "SetupDiEnumDeviceInfo"}, // the enumeration failed
         {"ACPI\\INT33D6", L"*PNP0C0A", 1, TRUE, ""},                     // second string of a list
         {"ACPI\\INT33D6", L"PNP0C0A*PNP", 0, FALSE, ""},                 // not across two strings
+        {"ACPI\\INT33D6", L"*PNP0C0A", 0, FALSE, "LocalAlloc"},          // the ids of the first device
         {"ACPI\\A\0ACPI\\INT33D6"s, L"INT33D6", 1, TRUE, ""},
         {"ACPI\\A\0\0ACPI\\INT33D6"s, L"INT33D6", 0, FALSE, ""}, // an empty string ends a list
     };
@@ -127,6 +128,7 @@ TEST(Driver, DevicesThatAreNotPresentOrListTheirIdsOddly) {
     } rows[] = {
         {R"(hardware "ACPI\INT33D6" absent)", 0},  // known from before only
         {R"(hardware "ACPI\INT33D6" unended)", 1}, // without a null, the match at the very end
+        {R"(hardware "ACPI\INT33D6" growing)", 0}, // whoever asks for ever stays here
         {"hardware nameless\nhardware \"ACPI\\INT33D6\" present", 1},
     };
     for (const auto& row : rows) {

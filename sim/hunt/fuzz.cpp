@@ -39,7 +39,7 @@ attack:
     firmware $method({0-3|256|512|$word}) = $word
     event $word $word
     *2 $ini
-    hardware $hardware {present|unended|absent}
+    hardware $hardware {present|unended|growing|absent}
     hardware nameless
     *2 $run
     windows account {anna|$word} S-1-{5-21-1-2-3-1001|5|$word|5-18-4294967295}

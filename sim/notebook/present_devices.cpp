@@ -39,8 +39,8 @@ void set_hardware(const std::string& hardware_id, bool present) {
 
 static Action compile_hardware(Tokens& tokens) {
     const std::string id = tokens.text();
-    const size_t how = tokens.choice({"absent", "present", "unended"});
-    return [=] { put_device({{id}, how != 0, how == 2}); };
+    const size_t how = tokens.choice({"absent", "present", "unended", "growing"});
+    return [=] { put_device({{id}, how != 0, how == 2, how == 3}); };
 }
 
 static Action compile_nameless_hardware(Tokens&) {
@@ -49,7 +49,7 @@ static Action compile_nameless_hardware(Tokens&) {
 
 static const Commands g_commands({
     {"hardware", Use::Machine, compile_hardware,
-     "\"HARDWARE-ID\" present|absent|unended - a device among all present devices"},
+     "\"HARDWARE-ID\" present|absent|unended|growing - a device among all present devices"},
     {"hardware nameless", Use::Machine, compile_nameless_hardware,
      "- one more present device, without hardware ids"},
 });

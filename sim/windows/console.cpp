@@ -191,7 +191,10 @@ static Action compile_interrupt(Tokens& tokens) {
             trace("refused interrupt zorpmctl");
         } else if (ending->by_window) {
             send_message(window, WM_QUERYENDSESSION, 0, 0, nullptr);
-            send_message(window, WM_ENDSESSION, TRUE, 0, nullptr);
+            send_message(window, WM_ENDSESSION, TRUE, 0, [process](LRESULT) {
+                if (!process->ended)
+                    end_process(process, 0xC000013A); // the system waits for nothing more
+            });
         } else {
             interrupt(process, ending->type);
         }

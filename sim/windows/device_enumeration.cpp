@@ -116,6 +116,8 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO set, PSP_DEVINFO_DATA dev
         strings.pop_back();
     else
         strings += u'\0';
+    if (known.growing)
+        strings.resize(std::max<size_t>(strings.size(), capacity / sizeof(char16_t) + 1));
     const auto bytes = static_cast<DWORD>(strings.size() * sizeof(char16_t));
     if (type != nullptr)
         *type = REG_MULTI_SZ;
