@@ -117,6 +117,7 @@ TEST(Control, MonitorOffRunsOneThreadAtATime) {
         fail CreateThread | control 130 | fail ResumeThread | control 130 | control 130)");
     EXPECT_EQ(handles, sim::handle_count());
     EXPECT_EQ(threads + 5, bench.machine.threads.size());
+    EXPECT_EQ(0u, live_threads("MonitorOffThreadProc"));
 }
 
 TEST(Control, StopIsAnsweredDuringASlowFirmwareCall) {

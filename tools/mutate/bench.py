@@ -175,7 +175,8 @@ class Bench:
         names = set(re.findall(r"\b[A-Z][A-Z_0-9]{3,}\b", re.sub(r'"[^"]*"', "", line))) - {"DWORD", "BYTE", "WORD"}
         if line.startswith("X("):
             names.add(macro[-1] if macro else "")
-        rest = mutant.text[:mutant.start] + mutant.text[mutant.end:]
+        rest = mutant.text[:mutant.text.rfind("\n", 0, mutant.start) + 1] + \
+            mutant.text[mutant.text.find("\n", mutant.end - 1) + 1:]
         used = [row for row in rest.split("\n") if any(n in row for n in names) and not row.strip().startswith(("#define", "X(", "//"))
                 and " ".join(row.split()) not in (line, mutant.after) and not re.match(r"\s*(enum : \w+ \{ )?\w+\(\w+\)( \};)?$", row)]
         return [] if used or "" in names else names
@@ -317,9 +318,7 @@ class Worker:
     def _link(self, output):
         """Links `output` anew where it holds a changed object; FALSE when that fails."""
         words, objects = self.bench.links[output], self.objects
-        taken = []
-        if not any(o in words for o in objects) and output in PROGRAMS:
-            taken = [o for o in objects if self._in_archive(o) and self.bench.takes(output, o)]
+        taken = [o for o in objects if output in PROGRAMS and self._in_archive(o) and self.bench.takes(output, o)]
         if not taken and not any(o in words for o in objects):
             return True
         target = os.path.join(self.place, output)
