@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows windows-trace package release bench lint format defects mutants coverage hunt soak fuzz page picture clean
+.PHONY: help demo test test-host windows windows-trace recorder package release bench lint format defects mutants coverage hunt soak fuzz page picture clean
 .DEFAULT_GOAL := help
 
 help:
@@ -8,6 +8,7 @@ help:
 	@echo "make test-host  host tests and scenarios only: seconds"
 	@echo "make windows    build/windows/zorpmsvc.exe"
 	@echo "make windows-trace  build/windows-trace/zorpmsvc.exe: the same with tracing on, for a debugger's output window"
+	@echo "make recorder   build/windows/recorder/zorpmsvc.exe: the same, which records what it does (docs/recording.md)"
 	@echo "make package    build/package/zorpm-VERSION.zip, what is shipped, and its debug information"
 	@echo "make release    the optimised host build, build/release"
 	@echo "make bench      measured figures"
@@ -53,6 +54,11 @@ windows:
 windows-trace:
 	@tools/ensure.sh windows
 	@$(call build,windows-trace)
+
+recorder:
+	@tools/ensure.sh windows
+	@cmake --preset windows-recording >/dev/null && cmake --build --preset windows-recording
+	@ls -l build/windows/recorder/zorpmsvc.exe
 
 package:
 	@tools/ensure.sh windows package

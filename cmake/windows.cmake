@@ -82,6 +82,11 @@ foreach(probe IN LISTS probes)
     target_link_libraries(${name} PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
+# One looks at the recorder's file.
+target_sources(recording_probe PRIVATE recorder/real.cpp recorder/lines.cpp recorder/record/journal.cpp
+               recorder/record/os.cpp recorder/record/replaced.cpp)
+target_include_directories(recording_probe PRIVATE ${CMAKE_SOURCE_DIR})
+target_link_libraries(recording_probe PRIVATE ntdll)
 
 # A stand-in for the notebook's drivers, which Wine loads as it would real ones.
 add_executable(stand_in tests/wine/stand_in.c)
@@ -117,3 +122,17 @@ add_dependencies(zorpmrunner notebook)
 target_include_directories(zorpmrunner PRIVATE ${CMAKE_SOURCE_DIR})
 target_link_libraries(zorpmrunner PRIVATE ntdll advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
 set_target_properties(zorpmrunner PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
+# The recorder: zorpmsvc.exe's own objects, linked as they are, behind wrappers that write what the service does on the
+# machine (docs/recording.md). It keeps its table of symbols, which names the threads.
+file(GLOB recorder_sources CONFIGURE_DEPENDS recorder/*.cpp recorder/record/*.cpp)
+add_executable(zorpmrecorder WIN32 ${recorder_sources} $<TARGET_OBJECTS:zorpmsvc>)
+target_compile_definitions(zorpmrecorder PRIVATE RECORDED_VERSION="${PROJECT_VERSION}")
+target_include_directories(zorpmrecorder PRIVATE ${CMAKE_SOURCE_DIR})
+target_link_options(zorpmrecorder PRIVATE -flto=auto)
+target_link_libraries(zorpmrecorder PRIVATE ntdll advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+set_target_properties(zorpmrecorder PROPERTIES OUTPUT_NAME zorpmsvc RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/recorder)
+add_custom_command(TARGET zorpmrecorder POST_BUILD COMMAND ${CMAKE_STRIP} -p --strip-debug $<TARGET_FILE:zorpmrecorder>)
+# No call of src/ that it, or the runner, misses.
+add_test(NAME wrapped_calls COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/wrapped.sh ${CMAKE_BINARY_DIR})
+set_tests_properties(wrapped_calls PROPERTIES LABELS windows)

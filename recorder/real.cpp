@@ -27,7 +27,7 @@ void* find(const char* name) {
     const auto bytes = static_cast<USHORT>(lstrlenA(name));
     const AnsiString text = {bytes, static_cast<USHORT>(bytes + 1), name};
     for (const wchar_t* library : g_libraries) {
-        const HMODULE module = GetModuleHandleW(library);
+        const HMODULE module = LoadLibraryW(library); // nearly always there already
         void* function = nullptr;
         if (module != nullptr && LdrGetProcedureAddress(module, &text, 0, &function) >= 0)
             return function;

@@ -1,25 +1,8 @@
 # The real service on a stand-in driver and its devices (stand_in.c, devices.reg), with hardware events from
 # tell_stand_in.cpp; the control program and the example client beside it.
 ctl=$build/zorpmctl.exe
-sys='C:\windows\system32\drivers\stand_in.sys'
-cp "$PROBES/stand_in.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
+source "$(dirname "$script")/stand_in_session.sh"
 
-# Wine ends its services with the last program: this one stays.
-mkfifo "$SCRATCH/keep"
-"$wine" cmd <"$SCRATCH/keep" >/dev/null 2>&1 &
-exec 8>"$SCRATCH/keep"
-
-in_state() { # SERVICE STATE
-    timeout -k 5 60 "$wine" sc query "$1" >"$SCRATCH/state" 2>/dev/null </dev/null
-    grep -qa "STATE.*$2" "$SCRATCH/state"
-}
-wait_for_state() { # SERVICE STATE
-    for ((i = 0; i < 40; ++i)); do
-        in_state "$@" && return 0
-        sleep 0.25
-    done
-    fail "$1 is not $2: $(tr -d '\r' <"$SCRATCH/state")"
-}
 said() { # STATUS TEXT ARGUMENT...: exit status and a piece of what is said
     local status=$1 text=$2 got=0
     shift 2
@@ -29,13 +12,6 @@ said() { # STATUS TEXT ARGUMENT...: exit status and a piece of what is said
     echo "ok: zorpmctl $*"
 }
 
-seen() { # FILE TEXT: within ten seconds
-    for ((i = 0; i < 40; ++i)); do
-        grep -aqF -- "$2" "$1" && return
-        sleep 0.25
-    done
-    fail "not seen: $2; $(tr -d '\r\0' <"$1")"
-}
 press() { # TEXT EVENT ARGUMENT...: zorpmctl ARGUMENT... says TEXT when EVENT comes
     local text=$1 event=$2
     shift 2
@@ -46,13 +22,8 @@ press() { # TEXT EVENT ARGUMENT...: zorpmctl ARGUMENT... says TEXT when EVENT co
 }
 
 rotation='HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation'
-for service in ZORPMSVC stand_in; do "$wine" sc delete $service >/dev/null 2>&1 </dev/null; done # left by a run that was ended
 "$wine" reg delete "$rotation" /f >/dev/null 2>&1 </dev/null
-run 60 0 regedit /S "Z:$(dirname "$script")/devices.reg"
 run 60 0 reg add 'HKLM\HARDWARE\DESCRIPTION\System\BIOS' /v BIOSVersion /d GDET40W /f # of the platform with HRSPMode 1
-run 60 0 sc create stand_in type= kernel start= demand binPath= "$sys"
-run 60 0 sc start stand_in
-tell() { run 60 0 "$PROBES/tell_stand_in.exe" "$@"; }
 # A notebook with hot keys 3, 8 and 12, lid inhibit on and cooling interface 3 with all functions; no keyboard attached.
 while read -r answer; do
     tell answer $answer
@@ -63,7 +34,7 @@ DYTC(0) 30000001
 DYTC(3) 03ff0001
 GOPT(0) 100
 GOPT(100) 1"
-run 60 0 sc create ZORPMSVC type= own start= demand binPath= "Z:${EXE//\//\\}"
+install_service "$EXE"
 run 60 0 sc start ZORPMSVC
 wait_for_state ZORPMSVC RUNNING
 
@@ -114,9 +85,4 @@ run 60 0 sc stop ZORPMSVC
 wait_for_state ZORPMSVC STOPPED
 said 3 "the service is not running" cooling enable
 run 60 0 sc delete ZORPMSVC
-"$wine" sc stop stand_in >/dev/null 2>&1 </dev/null
-run 60 0 sc delete stand_in
-sed -n 's/^\[\(HK.*\)\]$/\1/p' "$(dirname "$script")/devices.reg" | tac | while IFS= read -r key; do
-    "$wine" reg delete "$key" /f >/dev/null 2>&1 </dev/null
-done
-exec 8>&-
+end_session

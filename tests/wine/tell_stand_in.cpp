@@ -57,6 +57,14 @@ static int post_event(int count, wchar_t** words) {
     return done(tell(STAND_IN_EVENT, {word(words[0]), count > 1 ? word(words[1]) : 0}));
 }
 
+static int post_events(int count, wchar_t** words) {
+    for (int i = 0; i < count; ++i) {
+        if (!tell(STAND_IN_EVENT, {word(words[i]), 0}))
+            return done(false);
+    }
+    return 0;
+}
+
 static int signal(int, wchar_t** words) {
     const DWORD number = word(words[0]);
     DWORD registered = 0;
@@ -171,6 +179,7 @@ static const struct {
     {L"takes",    2, 9, say_takes},       // METHOD[(ARG)] MS...
     {L"release",  0, 0, release},         // the oldest request that is held
     {L"event",    1, 2, post_event},      // CODE [SECOND]
+    {L"events",   1, 64, post_events},    // CODE...
     {L"signal",   1, 1, signal},          // NUMBER of a driver's event; 1 when none is registered
     {L"present",  2, 2, set_present},     // DEVICE 1|0
     {L"change",   2, 2, change},          // DEVICE BYTE
