@@ -15,7 +15,7 @@ help:
 	@echo "make lint       clang-tidy, cppcheck, clang-format, the project's own rules"
 	@echo "make format     lay out all sources"
 	@echo "make defects    plant every known defect in turn; each must be caught"
-	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample); goes on where it stopped"
+	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample, FAIL=1 to fail when one lives); goes on where it stopped"
 	@echo "make coverage   lines and branches of src/ that the tests reach, and what they do not and why"
 	@echo "make hunt       random machines, scripts and schedules for an hour (or COUNT=N seeds, SECONDS=N); goes on where it stopped"
 	@echo "make soak       a year of random use in one run, one on each processor (COUNT=N years)"
@@ -90,7 +90,7 @@ defects:
 
 mutants:
 	@tools/ensure.sh host mutants
-	@tools/mutate/mutate.py --count $(or $(COUNT),0) --seed $(or $(SEED),1)
+	@tools/mutate/mutate.py --count $(or $(COUNT),0) --seed $(or $(SEED),1) $(if $(FAIL),--fail)
 
 coverage:
 	@tools/ensure.sh host mutants
