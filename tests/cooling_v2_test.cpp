@@ -16,6 +16,7 @@ TEST(CoolingVersion2, ModeAtStart) {
         const char* setting_after;
     } rows[] = {
         {"0", "", "0x1", "1"},
+        {"1 bytes 0", "", "0x1", "1"},
         {"1", "", "0x201", "1"},
         {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting dword 1)", "0x201", "1"},
         {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting dword 0)", "0x1", "0"},
