@@ -91,6 +91,7 @@ static void drop_handle(std::uintptr_t value) {
     auto found = m.handles.find(value);
     const ObjectRef object = found->second.object;
     m.handles.erase(found);
+    ++m.closes;
     auto& recent = m.recent_handles[value / 4 % std::size(m.recent_handles)];
     if (recent.value == value)
         recent = {};

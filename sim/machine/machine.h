@@ -29,6 +29,7 @@ struct Machine {
     Schedule schedule;
     bool hands_over_at_atomics = false; // of processes started from now on
     Ms now = 0;
+    Ms advances_to = 0; // while `advance` runs
     StateSlots state;
 
     std::vector<TraceLine> trace;
@@ -63,6 +64,7 @@ struct Machine {
         HandleEntry* entry;
     } recent_handles[64] = {}; // by their lowest bits: most calls are about these
     std::uintptr_t next_handle = 0x100;
+    std::uint64_t closes = 0;
     HandleEntry own_process; // what INVALID_HANDLE_VALUE stands for, while a call looks at it
     DWORD next_id = 1000;
     std::unordered_map<std::string, std::weak_ptr<Object>> named;

@@ -46,6 +46,8 @@ struct Thread {
     // the wait it is in
     std::vector<ObjectRef> last_objects; // of the last one, kept alive: a thread mostly waits for the same
     std::span<const ObjectRef> objects;  // these, while it lasts
+    std::vector<HANDLE> last_handles;    // what they were named by, if by handles,
+    std::uint64_t last_closes = 0;       // when so many had been closed
     bool wait_all = false;
     Ms deadline = NEVER;
     DWORD wait_result = 0;

@@ -166,6 +166,7 @@ void unschedule(Thread* thread) {
     thread->run = Run::Ended;
     end_wait(thread);
     thread->last_objects.clear();
+    thread->last_handles.clear();
 }
 
 void leave_for_good(Thread* thread) {
@@ -182,8 +183,44 @@ static void new_instant(Thread* thread) {
     thread->instant_waits = 0;
 }
 
+// The thread that runs next, taken out of those that are ready; null when none can.
+static Thread* take_next() {
+    Machine& m = machine();
+    Thread* thread = std::exchange(m.overtaking, nullptr);
+    const auto first =
+        std::find_if(m.ready.begin(), m.ready.end(), [](const Thread* t) { return t->suspended == 0; });
+    if (first == m.ready.end())
+        return nullptr;
+    if (thread == nullptr)
+        thread = m.schedule.policy == Policy::First ? *first : next_thread(runnable());
+    m.ready.erase(std::find(m.ready.begin(), m.ready.end(), thread));
+    return thread;
+}
+
+// Whether nobody else can run before this thread's wait has timed out, which the machine waits for.
+static bool waits_alone(const Thread* thread) {
+    const Machine& m = machine();
+    return thread->deadline <= m.advances_to && m.ready.empty() && thread->suspended == 0 && !interrupted() &&
+           thread->deadline < m.next_deadline();
+}
+
+// What the machine does then: on this thread, which need not hand over to itself.
+static void pass_wait(Thread* thread) {
+    Machine& m = machine();
+    m.running = nullptr;
+    show_noted_call();
+    m.now = thread->deadline;
+    thread->wait_result = WAIT_TIMEOUT;
+    end_wait(thread);
+    schedule(thread);
+    schedule_instant();
+    m.running = take_next();
+}
+
 static void block(Thread* thread) {
     thread->calls = 0;
+    if (waits_alone(thread))
+        return pass_wait(thread);
     thread->run = Run::Waiting;
     machine().waiting.push_back(thread);
     hand_over_to_machine(thread);
@@ -232,6 +269,7 @@ DWORD wait_for(std::vector<ObjectRef> objects, bool all, DWORD timeout_ms) {
         return WAIT_FAILED;
     }
     thread->last_objects = std::move(objects);
+    thread->last_handles.clear();
     return wait_for_last(all, timeout_ms);
 }
 
@@ -303,20 +341,6 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
     return false;
 }
 
-// The thread that runs next, taken out of those that are ready; null when none can.
-static Thread* take_next() {
-    Machine& m = machine();
-    Thread* thread = std::exchange(m.overtaking, nullptr);
-    const auto first =
-        std::find_if(m.ready.begin(), m.ready.end(), [](const Thread* t) { return t->suspended == 0; });
-    if (first == m.ready.end())
-        return nullptr;
-    if (thread == nullptr)
-        thread = m.schedule.policy == Policy::First ? *first : next_thread(runnable());
-    m.ready.erase(std::find(m.ready.begin(), m.ready.end(), thread));
-    return thread;
-}
-
 static void run_ready() {
     Machine& m = machine();
     schedule_instant();
@@ -354,6 +378,7 @@ Ms Machine::next_deadline() const {
 
 void Machine::advance(Ms duration) {
     const Ms target = now + duration;
+    const Ms outer_target = std::exchange(advances_to, target);
     run_ready();
     while (!interrupted()) {
         const Ms next = next_deadline();
@@ -363,6 +388,7 @@ void Machine::advance(Ms duration) {
         wake_those([this](const Thread& thread) { return thread.deadline <= now; });
         run_ready();
     }
+    advances_to = outer_target;
     now = std::max(now, target);
 }
 

@@ -40,19 +40,42 @@ static void check_plain(const SECURITY_ATTRIBUTES* attributes, const char* call)
         violation("%s: security attributes are not known here", call);
 }
 
+static bool look_up(DWORD count, const HANDLE* handles, std::vector<ObjectRef>* objects, const char* call) {
+    objects->resize(count);
+    for (DWORD i = 0; i < count; ++i) {
+        if (waitable(handles[i], &(*objects)[i], call) == nullptr)
+            return false;
+    }
+    return true;
+}
+
+// Whether the thread has waited for these before, and none has been closed since: then all holds again.
+static bool waits_for_the_same(const Thread* thread, DWORD count, const HANDLE* handles) {
+    const std::vector<HANDLE>& last = thread->last_handles;
+    return thread->last_closes == machine().closes && last.size() == count &&
+           std::equal(last.begin(), last.end(), handles);
+}
+
+static bool remember_waited_for(Thread* thread, DWORD count, const HANDLE* handles, const char* call) {
+    thread->last_handles.clear();
+    if (!look_up(count, handles, &thread->last_objects, call))
+        return false;
+    thread->last_handles.assign(handles, handles + count);
+    thread->last_closes = machine().closes;
+    return true;
+}
+
 static DWORD wait_on_handles(DWORD count, const HANDLE* handles, BOOL all, DWORD timeout, const char* call) {
     if (count == 0 || count > MAXIMUM_WAIT_OBJECTS) {
         set_last_error(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
     Thread* thread = current();
-    std::vector<ObjectRef> none;
-    std::vector<ObjectRef>& objects = thread != nullptr ? thread->last_objects : none;
-    objects.resize(count);
-    for (DWORD i = 0; i < count; ++i) {
-        if (waitable(handles[i], &objects[i], call) == nullptr)
-            return WAIT_FAILED;
-    }
+    std::vector<ObjectRef> objects;
+    if (thread == nullptr ? !look_up(count, handles, &objects, call)
+                          : !waits_for_the_same(thread, count, handles) &&
+                                !remember_waited_for(thread, count, handles, call))
+        return WAIT_FAILED;
     trace_detail("%s(%u handles, %d ms)", call, count, static_cast<int>(timeout));
     return thread != nullptr ? wait_for_last(all != FALSE, timeout)
                              : wait_for(std::move(objects), all != FALSE, timeout);

@@ -12,6 +12,12 @@ TEST(Sim, MisuseIsAViolation) {
         EXPECT_FALSE(DeviceIoControl(device, 0x22270C, &value, 2, &value, 4, &returned, nullptr));
         CloseHandle(device);
     });
+    expect_violation("is not open", [] {
+        HANDLE event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event, 0));
+        CloseHandle(event);
+        EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(event, 0));
+    });
     expect_violation("without a wait", [] {
         while (true)
             GetCurrentProcess(), CreateFileW(L"x", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr);
