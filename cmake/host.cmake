@@ -26,15 +26,22 @@ file(GLOB scenarios CONFIGURE_DEPENDS scenarios/*.txt)
 add_library(zorpm_objects OBJECT ${product_sources})
 target_include_directories(zorpm_objects PRIVATE src)
 target_compile_options(zorpm_objects PRIVATE -fno-exceptions -fno-rtti)
+set(product_headers <windows.h> <atomic> <strsafe.h>)
+target_precompile_headers(zorpm_objects PRIVATE ${product_headers})
 add_library(zorpm_src STATIC $<TARGET_OBJECTS:zorpm_objects>)
 
 # The executable's data resource is assembled into the machine.
 set_source_files_properties(sim/windows/resources.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
 
 # The machine is built to be run: it goes without what costs it most of its building and running time.
+# All of it reads its headers once, those of the library.
 function(lighten name)
-    target_precompile_headers(${name} PRIVATE <algorithm> <cstdio> <deque> <functional> <map> <memory> <set> <string>
-                              <unordered_map> <vector> <windows.h>)
+    if(name STREQUAL zorpmsim_lib)
+        target_precompile_headers(${name} PRIVATE <algorithm> <cstdio> <deque> <functional> <map> <memory> <set> <string>
+                                  <unordered_map> <vector> <windows.h>)
+    else()
+        target_precompile_headers(${name} REUSE_FROM zorpmsim_lib)
+    endif()
     if(ZORPM_SANITIZE)
         target_compile_options(${name} PRIVATE -fno-sanitize=all -g1)
     endif()
@@ -46,7 +53,7 @@ add_library(zorpmsim_lib SHARED ${sim_sources})
 target_include_directories(zorpmsim_lib PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
 target_compile_definitions(zorpmsim_lib PUBLIC ZORPM_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_link_libraries(zorpmsim_lib PRIVATE ${CMAKE_DL_LIBS})
-set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim)
+set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim DEFINE_SYMBOL "")
 lighten(zorpmsim_lib)
 # These read and write the caller's memory in ways of their own, or tell the sanitizers of stacks; the others call memcpy
 # and its like, which are watched wherever they are called.
@@ -76,6 +83,7 @@ as_image(zorpm_image)
 add_library(zorpm_atomics_image MODULE ${product_sources})
 as_image(zorpm_atomics_image)
 target_compile_options(zorpm_atomics_image PRIVATE -fno-sanitize=all -fsanitize=thread)
+target_precompile_headers(zorpm_atomics_image PRIVATE ${product_headers})
 
 # The same image with a race planted in it, for the test of how races are hunted.
 set(raced ${CMAKE_BINARY_DIR}/raced)
@@ -99,6 +107,7 @@ set_target_properties(zorpm_ending_image PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${C
 # The control program, another image.
 add_library(zorpmctl_image MODULE ${ctl_sources} ${ctl_shared})
 as_image(zorpmctl_image)
+target_precompile_headers(zorpmctl_image PRIVATE ${product_headers})
 
 # An executable on the simulated machine. It exports no symbols: its variables would take over the images'. The
 # sanitizers read their options from the executable itself.
@@ -116,16 +125,19 @@ set_property(SOURCE sim/tool/page.cpp APPEND PROPERTY COMPILE_OPTIONS -Wno-array
 add_library(zorpmsim_views STATIC ${tool_sources})
 target_link_libraries(zorpmsim_views PUBLIC zorpmsim_lib)
 lighten(zorpmsim_views)
-target_compile_definitions(zorpmsim_views PRIVATE ZORPMSIM_VERSION="${PROJECT_VERSION}")
+set_source_files_properties(sim/tool/help.cpp PROPERTIES COMPILE_DEFINITIONS ZORPMSIM_VERSION="${PROJECT_VERSION}")
 
 add_host_executable(zorpmsim sim/tool/zorpmsim.cpp sim/tool/keyboard.cpp)
+lighten(zorpmsim)
 target_link_libraries(zorpmsim PRIVATE zorpmsim_views edit)
 file(GLOB hunt_sources CONFIGURE_DEPENDS sim/hunt/*.cpp)
 add_host_executable(zorpmhunt ${hunt_sources})
+lighten(zorpmhunt)
 target_link_libraries(zorpmhunt PRIVATE zorpmsim_views)
 # Scripts on real Win32: tools/scenario-on-wine.
 file(GLOB wine_sources CONFIGURE_DEPENDS sim/wine/*.cpp)
 add_host_executable(zorpmwine ${wine_sources})
+lighten(zorpmwine)
 target_link_libraries(zorpmwine PRIVATE zorpmsim_views)
 # The optimised build runs the sweeps alone, with every seed; all other tests, and a share of the seeds, are the
 # sanitizers'.
@@ -150,6 +162,7 @@ if(ZORPM_SANITIZE)
 endif()
 
 add_host_executable(zorpm_bench ${bench_sources})
+lighten(zorpm_bench)
 
 # The facts of the platform, as this machine tells them; the Windows build makes zorpmprobe.exe of the same sources.
 file(GLOB probe_sources CONFIGURE_DEPENDS tests/platform/*.cpp)
@@ -165,7 +178,11 @@ include(GoogleTest)
 function(as_tests name)
     target_link_libraries(${name} PRIVATE zorpm_src GTest::gtest GTest::gtest_main)
     target_compile_options(${name} PRIVATE -O0 -g1 -fno-sanitize=all)
-    target_precompile_headers(${name} PRIVATE tests/support/sweep.h)
+    if(name STREQUAL zorpm_tests)
+        target_precompile_headers(${name} PRIVATE tests/support/sweep.h)
+    else()
+        target_precompile_headers(${name} REUSE_FROM zorpm_tests)
+    endif()
 endfunction()
 
 add_host_executable(zorpm_tests ${test_sources})
