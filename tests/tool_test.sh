@@ -113,6 +113,32 @@ kill -INT "$LONG_PID"
 cat <&$trace >out
 look "interrupted" out '^long.txt:[12]: interrupted, 0 expectations held$'
 
+# A product that runs on ends too, in whichever process it runs.
+# interrupted NAME PATTERN PID: SIGINT for that process; the pattern of what it tells until its end.
+interrupted() {
+    kill -INT "$3"
+    cat <&$trace >out
+    look "$1, interrupted" out "$2"
+}
+
+mkdir ending
+cp "$sim" "$(dirname "$sim")"/lib*.so ending/ && cp "$ending" ending/
+printf '%s\n' 'run "-other"' 'run "-run-on"' 'expect no call *' >hangs.txt
+coproc LONG { exec ending/zorpmsim hangs.txt 2>&1; }
+exec {trace}<&"${LONG[0]}"
+long=$LONG_PID
+read -r line <&$trace # the other one has ended
+interrupted "a product that runs on" '^hangs.txt:[12]: interrupted, (the product runs on|0 expectations held)$' "$long"
+for search in "--seeds 4 --jobs 2" --explore; do
+    coproc LONG { exec ending/zorpmsim $search hangs.txt 2>&1; }
+    exec {trace}<&"${LONG[0]}"
+    long=$LONG_PID
+    jobs=()
+    while [ ${#jobs[@]} -eq 0 ]; do read -r -a jobs <"/proc/$long/task/$long/children"; done
+    interrupted "$search" 'interrupted, 0 of 4 seeds were run|nothing to explore' "$long"
+    for job in "${jobs[@]}"; do [ ! -d "/proc/$job" ] || { echo "$search leaves a process"; failed=1; }; done
+done
+
 # Two seeds, all schedules, the shortest script.
 printf 'start\nadvance 5s\ntogether\nsignal Sleep\ncontrol 133\nend\nadvance 1s\nexpect request LCDCSGETSTATE*\n' >two.txt
 check "explored"               0 '^two.txt: [0-9]+ schedules hold, complete' -  "$sim" --explore two.txt
@@ -141,8 +167,6 @@ check "every order"            1 '^short.txt: [0-9]+ of [0-9]+ schedules fail, c
 check "no race"                0 '^short.txt: [0-9]+ schedules hold, complete' -  "$sim" --explore short.txt
 
 # What ends its process is made short too; an interruption leaves the shortest so far.
-mkdir ending
-cp "$sim" "$(dirname "$sim")"/lib*.so ending/ && cp "$ending" ending/
 printf '%s\n' 'firmware GMMS = 3' 'advance 1s' 'run "-crash"' 'advance 1s' 'expect no call *' >crashes.txt
 sed 's/crash/run-on/' crashes.txt >runs_on.txt
 check "a crash is made short"  1 '^# crashes.txt, seed 0, in 1 commands .*: the product crashed \(signal 11\)$' . ending/zorpmsim --shrink crashes.txt
@@ -162,5 +186,26 @@ printf '%s\n' start bogus together 'event 0x60C0' 'control 133' end 'expect requ
 check "typed"                  2 '^no such command: bogus$'                  -  "$sim" -i <typed
 for line in '^expected request DYTC' '^0.000 ServiceMain status STOPPED 0/0$'; do look "typed" out "$line"; done
 check "behind a file"          0 '^1.000 ServiceMain status STOPPED'         -  "$sim" -i holds.txt </dev/null
+
+# On a terminal: completion, history, end of input.
+coproc TERMINAL { TERM=vt100 exec script -qfec "'$sim' --plain -i" /dev/null 2>&1; }
+exec {keys}>&"${TERMINAL[1]}" {trace}<&"${TERMINAL[0]}"
+terminal=$TERMINAL_PID
+await() { # TEXT, which must show
+    local seen= letter
+    while IFS= read -r -d '' -N 1 letter <&$trace; do
+        seen+=$letter
+        [[ $seen != *"$1"* ]] || return 0
+    done
+    echo "on a terminal: no $1 in $seen"
+    failed=1
+}
+await '0.000> ' && printf 'sta\t\r' >&$keys
+await 'status RUNNING' && await '0.000> ' && printf 'advance 2s\r' >&$keys
+await '2.000> ' && printf '\020\r' >&$keys # the line before once more
+await '4.000> ' && printf '\004' >&$keys
+await 'status STOPPED'
+cat <&$trace >out
+wait "$terminal" || { echo "on a terminal: exit status $?"; failed=1; }
 
 exit $failed

@@ -12,6 +12,7 @@ host       ninja                            ninja-build
 host       git                              git
 host       /usr/include/gtest/gtest.h       libgtest-dev
 host       /usr/include/histedit.h          libedit-dev
+host       script                           bsdutils
 windows    cmake                            cmake
 windows    ninja                            ninja-build
 windows    x86_64-w64-mingw32-g++           g++-mingw-w64-x86-64-win32

@@ -34,7 +34,8 @@ struct Machine {
 
     std::vector<TraceLine> trace;
     bool keep_trace = true;
-    bool forget_trace = false; // each mark drops what was before it
+    bool forget_trace = false; // each mark drops what was before it,
+    bool trace_asked = true;   // and what nobody asks for is not kept until then
     size_t forgotten = 0;      // lines dropped so far
     bool keep_details = false;
     TraceLine noted_call; // that nothing has told of yet; no text: none

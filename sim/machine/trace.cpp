@@ -26,12 +26,19 @@ static std::string running_name() {
     return thread != nullptr ? thread->name : "machine";
 }
 
+constexpr std::ptrdiff_t LINES_AT_HAND = 100; // that nobody asks for; for whoever wants to see the last ones
+
 static void put_line(TraceLine line) {
     Machine& m = machine();
     if (m.on_line != nullptr)
         m.on_line(line);
-    if (m.keep_trace)
-        m.trace.push_back(std::move(line));
+    if (!m.keep_trace)
+        return;
+    if (m.forget_trace && !m.trace_asked && std::ssize(m.trace) >= 2 * LINES_AT_HAND) {
+        m.forgotten += m.trace.size() - LINES_AT_HAND;
+        m.trace.erase(m.trace.begin(), m.trace.end() - LINES_AT_HAND);
+    }
+    m.trace.push_back(std::move(line));
 }
 
 void show_noted_call() {

@@ -225,12 +225,32 @@ static void read_text(Reader* reader, const std::string& text, const std::string
     reader->file = outer;
 }
 
+static bool asks_for_trace(const ScriptLine& line) {
+    return (line.use == Use::Check && !line.text.starts_with("check ")) ||
+           std::any_of(line.block.begin(), line.block.end(), asks_for_trace);
+}
+
+// Tells each line whether trace lines are asked for behind it, before the next mark; whether they are at the
+// beginning. Behind a repeated block it may come once more.
+static bool tell_who_is_asked(std::vector<ScriptLine>* lines, bool asked) {
+    for (auto line = lines->rbegin(); line != lines->rend(); ++line) {
+        if (line->kind == Kind::Repeat || line->kind == Kind::Within)
+            asked = tell_who_is_asked(&line->block, asked || asks_for_trace(*line)) || asked;
+        line->asked_behind = asked;
+        if (line->use == Use::Drive || line->text == "mark")
+            asked = false;
+        asked = asked || asks_for_trace(*line);
+    }
+    return asked;
+}
+
 std::shared_ptr<Script> compile_script(const std::string& text, const std::string& path,
                                        std::vector<Fault>* faults) {
     auto script = std::make_shared<Script>();
     const size_t before = faults->size();
     Reader reader = {script.get(), faults, {}, {}, nullptr, 0, 0};
     read_text(&reader, text, path);
+    tell_who_is_asked(&script->lines, false);
     return faults->size() == before ? script : nullptr;
 }
 

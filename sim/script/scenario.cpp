@@ -30,6 +30,8 @@ static void act(const ScriptLine& line, bool marks = true) {
     if (g_place.file != *line.file)
         g_place.file = *line.file;
     schedule_line(static_cast<std::uint32_t>(line.number));
+    if (marks)
+        machine().trace_asked = line.asked_behind;
     if (marks && line.use == Use::Drive) {
         set_mark();
         schedule_block(line.at_once);

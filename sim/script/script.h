@@ -16,11 +16,12 @@ struct ScriptLine {
     Use use = Use::Machine;
     const std::string* file = nullptr; // one of the script's
     int number = 0;
-    std::string text;        // of Command, without its comment
-    std::uint32_t count = 0; // of Repeat
-    Ms span = 0;             // of Within
-    bool exact = false;      // it passes whole, up to what falls due at its very end
-    bool at_once = false;    // what it begins is a race: `together`, or the command of an exact Within
+    std::string text;         // of Command, without its comment
+    std::uint32_t count = 0;  // of Repeat
+    Ms span = 0;              // of Within
+    bool exact = false;       // it passes whole, up to what falls due at its very end
+    bool at_once = false;     // what it begins is a race: `together`, or the command of an exact Within
+    bool asked_behind = true; // for trace lines, before the next mark
     Action action;
     std::vector<ScriptLine> block;
 };

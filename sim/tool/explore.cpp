@@ -50,6 +50,7 @@ static void reap_all() {
         const pid_t process = waitpid(-1, &status, 0);
         if (process < 0 && errno != EINTR)
             return;
+        forget_process(process);
         if (process > 0 && status != 0)
             g_path.shared->cut_short = true;
     }
@@ -75,7 +76,7 @@ static void reap_all() {
 }
 
 static void end_crashed(int) {
-    end_schedule(false);
+    end_schedule(sim::interrupted());
 }
 
 static bool take_job() {
@@ -93,13 +94,18 @@ static bool branch() {
     const bool beside = take_job();
     const pid_t process = fork();
     if (process == 0) {
+        forget_processes();
         end_with_parent();
         g_path.holds_job = beside;
         return true;
     }
+    if (process > 0)
+        note_process(process);
     int status = process < 0 ? -1 : 0;
     while (process > 0 && !beside && waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
+    if (!beside)
+        forget_process(process);
     if (status != 0)
         g_path.shared->cut_short = true;
     return false;

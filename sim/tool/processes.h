@@ -15,6 +15,12 @@ constexpr unsigned MOST_JOBS = 1024;
 // How many processes run at once.
 unsigned jobs_of(const Options& options);
 
+// A SIGINT of this process is handed on to those that it has started, as long as it waits for their end.
+void note_process(pid_t process);
+void forget_process(pid_t process);
+void forget_processes();  // in a new one
+void hand_on_interrupt(); // from a signal handler
+
 // Ends this process when the one that has started it ends.
 void end_with_parent();
 
@@ -22,8 +28,11 @@ void end_with_parent();
 template <class Work> pid_t start_process(const Work& work) {
     std::fflush(stdout);
     const pid_t process = fork();
+    if (process > 0)
+        note_process(process);
     if (process != 0)
         return process;
+    forget_processes();
     end_with_parent();
     work();
     std::exit(0);

@@ -21,12 +21,16 @@ static void crashed(int signal_number) {
     write_rest();
     char text[512];
     const Place& place = running_place();
-    const int length = std::snprintf(text, sizeof(text), "%s%s:%d: the product crashed (signal %d)\n",
-                                     g_crashBeginning.c_str(), place.file.c_str(), place.line, signal_number);
+    const bool runs_on = signal_number == SIGALRM && interrupted();
+    const int length =
+        runs_on ? std::snprintf(text, sizeof(text), "%s%s:%d: interrupted, the product runs on\n",
+                                g_crashBeginning.c_str(), place.file.c_str(), place.line)
+                : std::snprintf(text, sizeof(text), "%s%s:%d: the product crashed (signal %d)\n",
+                                g_crashBeginning.c_str(), place.file.c_str(), place.line, signal_number);
     if (length > 0 && write(STDOUT_FILENO, text, static_cast<size_t>(length)) < 0)
         _exit(EXIT_OUTPUT);
     image_remove_copies();
-    _exit(EXIT_FAILS);
+    _exit(runs_on ? EXIT_INTERRUPTED : EXIT_FAILS);
 }
 
 void set_crash_beginning(const std::string& beginning) {
@@ -80,6 +84,8 @@ ScriptResult run_on(Machine& machine, const Source& source, const Options& optio
         machine.schedule.chosen = options.choices;
     }
     ScriptResult result = run_script(*source.script);
+    if (interrupted())
+        alarm(0); // it has come to rest
     if (result.exit_code == 0 && options.strict && expectations_in(*source.script) == 0) {
         result.exit_code = EXIT_FAILS;
         result.place = {source.path, 0};

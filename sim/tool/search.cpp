@@ -52,7 +52,7 @@ static void run_seeds(Search* search, unsigned job, const Source& source, const 
 
 static void end_silently(int) {
     sim::image_remove_copies();
-    _exit(EXIT_FAILS);
+    _exit(sim::interrupted() ? EXIT_HOLDS : EXIT_FAILS); // the interrupted seed's verdict is nobody's
 }
 
 static pid_t start_job(Search* search, unsigned job, const Source& source, const Options& options) {

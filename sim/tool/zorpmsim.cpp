@@ -7,9 +7,12 @@
 #include "sim/tool/help.h"
 #include "sim/tool/keyboard.h"
 #include "sim/tool/output.h"
+#include "sim/tool/processes.h"
 #include "sim/tool/run.h"
 #include "sim/tool/search.h"
 #include "sim/tool/shrink.h"
+
+constexpr unsigned AFTER_INTERRUPT_S = 1; // a machine that does not come to rest by then is ended
 
 static int run_sources(const std::vector<Source>& sources, const Options& options) {
     int exit_code = EXIT_HOLDS;
@@ -48,8 +51,12 @@ static int run_mode(const Options& options) {
     return EXIT_UNUSABLE;
 }
 
+// Ends the machines of this process and those that it has started, also those whose product runs on.
 static void interrupt(int) {
     sim::interrupt_machines();
+    hand_on_interrupt();
+    if (sim::have_machine())
+        alarm(AFTER_INTERRUPT_S);
 }
 
 int main(int count, char** arguments) {

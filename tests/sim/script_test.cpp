@@ -252,6 +252,26 @@ TEST(Script, TheLinesAroundAFailure) {
         << result.context;
 }
 
+// Lines that no expectation can ask for are not kept until the next mark.
+TEST(Script, LinesThatNobodyAsksForAreForgotten) {
+    const std::string events = "together\nrepeat 3000\nevent 0x7000\nend\nend\n";
+    for (const auto& [behind, kept] : std::initializer_list<std::pair<const char*, bool>>{
+             {"", false},
+             {"mark\nexpect no request DYTC*", false},
+             {"check status RUNNING", false},
+             {"expect count 3000 request GETEVENT() = 0x7000 0x0", true},
+             {"repeat 2\nexpect count 3000 request GETEVENT() = 0x7000 0x0\nend", true},
+         }) {
+        Bench bench;
+        bench.machine.forget_trace = true;
+        bench.started();
+        const size_t before = bench.machine.forgotten;
+        EXPECT_EQ("", run_text(events + behind).message) << behind;
+        EXPECT_EQ(kept, bench.machine.trace.size() > 200) << behind;
+        EXPECT_LE(3000u, bench.machine.forgotten - before + bench.machine.trace.size()) << behind;
+    }
+}
+
 // What a check of the machine at rest says at the end of a script; "" when all holds.
 static std::string verdict(const std::string& script) {
     Bench bench;
