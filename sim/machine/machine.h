@@ -12,6 +12,7 @@
 #include "sim/machine/clock.h"
 #include "sim/machine/handles.h"
 #include "sim/machine/process.h"
+#include "sim/machine/replay.h"
 #include "sim/machine/schedule.h"
 #include "sim/machine/scheduler.h"
 #include "sim/machine/state.h"
@@ -27,6 +28,7 @@ struct Machine {
     std::uint64_t seed = 0;
     std::uint64_t random_state = 0;
     Schedule schedule;
+    Replay replay;
     bool hands_over_at_atomics = false; // of processes started from now on
     Ms now = 0;
     Ms advances_to = 0; // while `advance` runs

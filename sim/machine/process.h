@@ -57,7 +57,9 @@ struct Thread {
     unsigned zero_waits = 0;
     unsigned calls = 0;
     unsigned instant_waits = 0;
-    bool held = false; // until the next millisecond, after too many waits of no length
+    bool awaits_turn = false;  // before a call that others see, in a replay
+    bool awaits_mutex = false; // before one that it would take out of turn
+    bool held = false;         // until the next millisecond, after too many waits of no length
     // of schedules by priority
     std::uint64_t priority = 0;
     std::uint64_t priority_drawn = 0; // the instant

@@ -42,12 +42,16 @@ static void yield() {
     hand_over_to_machine(thread);
 }
 
+static bool can_run(const Thread& thread) {
+    return thread.suspended == 0 && has_turn(thread);
+}
+
 // The others that could run now; until the next look.
 static const std::vector<Thread*>& runnable() {
     std::vector<Thread*>& threads = machine().runnable;
     threads.clear();
     for (Thread* thread : machine().ready) {
-        if (thread->suspended == 0) // a suspended one keeps its place
+        if (can_run(*thread)) // a suspended one keeps its place
             threads.push_back(thread);
     }
     return threads;
@@ -169,6 +173,10 @@ void unschedule(Thread* thread) {
     thread->last_handles.clear();
 }
 
+void leave_to_others(Thread* thread) {
+    hand_over_to_machine(thread);
+}
+
 void leave_for_good(Thread* thread) {
     hand_over_to_machine(thread);
     std::abort();
@@ -188,7 +196,7 @@ static Thread* take_next() {
     Machine& m = machine();
     Thread* thread = std::exchange(m.overtaking, nullptr);
     const auto first =
-        std::find_if(m.ready.begin(), m.ready.end(), [](const Thread* t) { return t->suspended == 0; });
+        std::find_if(m.ready.begin(), m.ready.end(), [](const Thread* t) { return can_run(*t); });
     if (first == m.ready.end())
         return nullptr;
     if (thread == nullptr)
@@ -278,6 +286,9 @@ DWORD wait_for_last(bool all, DWORD timeout_ms) {
     Thread* thread = m.running;
     thread->objects = thread->last_objects;
     thread->wait_all = all;
+    if (m.replay.on && std::any_of(thread->objects.begin(), thread->objects.end(),
+                                   [](const ObjectRef& object) { return object->kind == Kind::Mutex; }))
+        await_mutex();
     const bool satisfied = satisfy(thread);
     if (satisfied || timeout_ms == 0) {
         const DWORD result = thread->wait_result;
@@ -332,6 +343,7 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
         end_thread(thread, 0);
     }
     may_hand_over(name);
+    await_turn(name);
     note_call(name);
     if (!can_fail || !chosen_to_fail(m, name))
         return true;
@@ -341,24 +353,32 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code) {
     return false;
 }
 
-static void run_ready() {
+bool run_next() {
     Machine& m = machine();
+    Thread* thread = take_next();
+    if (thread == nullptr)
+        return false;
+    m.running = thread;
+    fiber_resume(thread->fiber);
+    m.running = nullptr;
+    if (thread->run == Run::Ended && thread->fiber != nullptr) {
+        fiber_release(thread->fiber);
+        thread->fiber = nullptr;
+    }
+    return true;
+}
+
+static void run_ready() {
     schedule_instant();
     while (!interrupted()) {
-        Thread* thread = take_next();
-        if (thread == nullptr)
+        if (!run_next())
             return show_noted_call();
-        m.running = thread;
-        fiber_resume(thread->fiber);
-        m.running = nullptr;
-        if (thread->run == Run::Ended && thread->fiber != nullptr) {
-            fiber_release(thread->fiber);
-            thread->fiber = nullptr;
-        }
     }
 }
 
 void Machine::settle() {
+    if (replay.on)
+        return;
     run_ready();
     if (!anyone_held() || interrupted())
         return;
@@ -377,6 +397,8 @@ Ms Machine::next_deadline() const {
 }
 
 void Machine::advance(Ms duration) {
+    if (replay.on)
+        return replay_pass(duration);
     const Ms target = now + duration;
     const Ms outer_target = std::exchange(advances_to, target);
     run_ready();

@@ -34,8 +34,10 @@ bool enter_call(const char* name, bool can_fail, DWORD failure_code);
 void may_hand_over(const char* where);
 
 // For the life of a thread.
-void schedule(Thread* thread);       // it can run
-void unschedule(Thread* thread);     // it neither runs nor waits any more
-void leave_for_good(Thread* thread); // the one that runs, after unschedule; does not return
+void schedule(Thread* thread);        // it can run
+void unschedule(Thread* thread);      // it neither runs nor waits any more
+void leave_for_good(Thread* thread);  // the one that runs, after unschedule; does not return
+void leave_to_others(Thread* thread); // the one that runs; comes back when it is resumed
+bool run_next();                      // one thread, until it hands over; false when none can run
 
 } // namespace sim

@@ -70,6 +70,7 @@ static void add_line(std::string text, bool effect) {
         m.trace_hash = (m.trace_hash ^ line.time) * HASH_PRIME;
         mix(line.thread);
         mix(line.text);
+        note_effect(line);
     }
     put_line(std::move(line));
 }

@@ -158,6 +158,7 @@ static void add_command(Reader* reader, const Command& command, Tokens& tokens, 
     if (is_looking(command.use) && reader->inside(Kind::Together))
         tokens.fail("a check inside together");
     reader->script->expectations += command.use == Use::Check;
+    reader->script->effects += std::string_view(command.words) == "effect";
     reader->lines().push_back(std::move(line));
 }
 

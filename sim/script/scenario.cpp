@@ -6,6 +6,7 @@
 #include "sim/machine/machine.h"
 #include "sim/script/expectations.h"
 #include "sim/script/moments.h"
+#include "sim/script/recording.h"
 #include "sim/script/script.h"
 
 namespace sim {
@@ -38,8 +39,10 @@ static void act(const ScriptLine& line, bool marks = true) {
     }
     if (line.action && line.use != Use::Check && line.use != Use::Note && machine().on_command != nullptr)
         machine().on_command(line.text, line.number);
-    if (line.action)
+    if (line.action) {
+        recorded_line(line);
         line.action();
+    }
 }
 
 // Whether nothing has gone wrong so far; else the result says what.
@@ -110,10 +113,15 @@ ScriptResult run_on_script(const Script& script, Expectations* expectations) {
     const Place outer = g_place;
     const Script* outer_script = std::exchange(g_script, &script);
     const size_t outer_line = g_line;
+    if (script.effects != 0) {
+        replay_begin();
+        machine().replay.recorded = script.effects;
+    }
     for (g_line = 0; g_line < script.lines.size() && run_line(&run, script.lines[g_line]);)
         ++g_line;
     run.result.rests = requests_rest();
     run.result.expectations = expectations->held;
+    run.result.effects = script.effects;
     g_place = outer;
     g_script = outer_script;
     g_line = outer_line;

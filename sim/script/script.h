@@ -30,6 +30,7 @@ struct Script {
     std::deque<std::string> files; // their places do not move
     std::vector<ScriptLine> lines;
     size_t expectations = 0;
+    size_t effects = 0; // of a recording
 };
 
 // The script that runs, and the index of its top line that does; null outside.

@@ -128,6 +128,11 @@ size_t Tokens::choice(std::initializer_list<const char*> words) {
     return 0;
 }
 
+// A recorded effect is the rest of its line, whatever stands there.
+static bool takes_all(const std::vector<RawToken>& tokens) {
+    return !tokens.empty() && tokens.front().token.text == "effect";
+}
+
 bool split(std::string* line, std::vector<RawToken>* tokens) {
     size_t at = 0;
     while (at < line->size()) {
@@ -135,7 +140,7 @@ bool split(std::string* line, std::vector<RawToken>* tokens) {
             ++at;
             continue;
         }
-        if ((*line)[at] == '#') {
+        if ((*line)[at] == '#' && !takes_all(*tokens)) {
             line->resize(at);
             break;
         }
@@ -143,7 +148,7 @@ bool split(std::string* line, std::vector<RawToken>* tokens) {
         if ((*line)[at] == '"') {
             size_t end = line->find('"', at + 1);
             if (end == std::string::npos) {
-                if (tokens->empty() || tokens->front().token.text != "expect")
+                if (!takes_all(*tokens) && (tokens->empty() || tokens->front().token.text != "expect"))
                     return false;
                 end = line->size() - 1;
             }
@@ -152,7 +157,7 @@ bool split(std::string* line, std::vector<RawToken>* tokens) {
         } else {
             const size_t start = at;
             while (at < line->size() && !std::isspace(static_cast<unsigned char>((*line)[at])) &&
-                   (*line)[at] != '#' && (*line)[at] != '"')
+                   ((*line)[at] != '#' || takes_all(*tokens)) && (*line)[at] != '"')
                 ++at;
             raw.token = {line->substr(start, at - start), false};
         }

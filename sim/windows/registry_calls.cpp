@@ -186,6 +186,8 @@ static LSTATUS open_or_create(HKEY base, LPCWSTR wide_path, REGSAM access, Missi
     if (created && missing == Missing::Fails)
         return ERROR_FILE_NOT_FOUND;
     if (created)
+        await_turn("create_key");
+    if (created)
         key = create_key(from, full, missing == Missing::MadeVolatile, &error);
     if (key == nullptr)
         return error;
