@@ -154,7 +154,7 @@ endforeach()
 if(ZORPM_SANITIZE)
     add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>
              $<TARGET_FILE:zorpm_raced_image> $<TARGET_FILE:zorpm_ending_image>)
-    set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 120)
+    set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 300)
 
     add_test(NAME page_in_browser COMMAND tests/browser/run.sh $<TARGET_FILE:zorpmsim>
              WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
