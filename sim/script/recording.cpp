@@ -58,6 +58,8 @@ static void compare(const std::string& thread, const std::string& text) {
         replay_end();
 }
 
+// ---- commands ----
+
 static Action compile_effect(Tokens& tokens) {
     const std::string thread = tokens.word();
     const std::string& rest = tokens.rest_of_line;
