@@ -12,7 +12,7 @@ namespace sim {
 struct ScriptResult {
     int exit_code = 0; // 0 all hold, 1 one does not (or a violation), 2 unusable
     unsigned expectations = 0;
-    size_t effects = 0; // of a recording, all as recorded
+    size_t effects = 0;  // of a recording, all as recorded
     std::string message; // what went wrong; of an expectation "expected ..."
     std::string context; // the trace lines since the mark, each behind a line break
     Place place;

@@ -137,7 +137,8 @@ int run_source(const Source& source, const Options& options) {
     const ScriptResult result = run_on(machine, source, options);
     end_timeline();
     if (result.exit_code == 0 && result.effects != 0)
-        say(format("%s: %zu of %zu effects as recorded\n", source.path.c_str(), result.effects, result.effects));
+        say(format("%s: %zu of %zu effects as recorded\n", source.path.c_str(), result.effects,
+                   result.effects));
     else if (result.exit_code == 0)
         say(format("%s: %u expectations hold\n", source.path.c_str(), result.expectations));
     else if (interrupted())
