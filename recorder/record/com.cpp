@@ -31,8 +31,8 @@ template <class Method> static Method own_method(void* self, size_t number) {
     return reinterpret_cast<Method>(g_methods[*static_cast<void***>(self) + number]);
 }
 
+// With the lock held.
 static void wrap_method(void* object, size_t number, void* wrapper) {
-    const Guard guard;
     exchange(*static_cast<void***>(object) + number, wrapper);
 }
 
@@ -121,6 +121,7 @@ static HRESULT WINAPI folder_get(ITaskFolder* self, BSTR name, ITaskFolder** fol
     const HRESULT result = own_method<decltype(ITaskFolderVtbl::GetFolder)>(
         self, METHOD(ITaskFolderVtbl, GetFolder))(self, name, folder);
     if (recording() && result == S_OK) {
+        const Guard guard;
         const std::string above = folder_path(self);
         wrap_folder(*folder, above + (above == "\\" ? "" : "\\") + lines::narrow(name));
     }
@@ -132,7 +133,6 @@ static void wrap_folder(ITaskFolder* folder, const std::string& path) {
     wrap_method(folder, METHOD(ITaskFolderVtbl, DeleteTask), reinterpret_cast<void*>(folder_delete));
     wrap_method(folder, METHOD(ITaskFolderVtbl, RegisterTaskDefinition),
                 reinterpret_cast<void*>(folder_register));
-    const Guard guard;
     g_folders[folder] = path;
 }
 
@@ -151,8 +151,10 @@ static HRESULT WINAPI service_connect(ITaskService* self, VARIANT server, VARIAN
 static HRESULT WINAPI service_folder(ITaskService* self, BSTR path, ITaskFolder** folder) {
     const HRESULT result = own_method<decltype(ITaskServiceVtbl::GetFolder)>(
         self, METHOD(ITaskServiceVtbl, GetFolder))(self, path, folder);
-    if (recording() && result == S_OK)
+    if (recording() && result == S_OK) {
+        const Guard guard;
         wrap_folder(*folder, lines::narrow(path));
+    }
     return result;
 }
 
@@ -184,6 +186,7 @@ HRESULT WINAPI create_instance(REFCLSID name, IUnknown* outer, DWORD context, RE
     const HRESULT result = os::CoCreateInstance(name, outer, context, wanted, object);
     if (!recording() || FAILED(result))
         return result;
+    const Guard guard;
     if (IsEqualGUID(name, CLSID_TaskScheduler)) {
         wrap_method(*object, METHOD(ITaskServiceVtbl, Connect), reinterpret_cast<void*>(service_connect));
         wrap_method(*object, METHOD(ITaskServiceVtbl, GetFolder), reinterpret_cast<void*>(service_folder));

@@ -83,6 +83,11 @@ static std::wstring environment(const wchar_t* name) {
     return length < MAX_PATH ? std::wstring(text, length) : L"";
 }
 
+static bool is_link(const std::wstring& path) {
+    const DWORD attributes = os::GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
 JournalSettings usual_settings() {
     std::wstring path = environment(L"ZORPM_RECORDING");
     if (path.empty()) {
@@ -90,6 +95,8 @@ JournalSettings usual_settings() {
         SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, data);
         path = std::wstring(data) + L"\\ZORPMSVC";
         CreateDirectoryW(path.c_str(), nullptr);
+        if (is_link(path)) // anybody may make the folder first
+            return {L"", 0};
         path += L"\\recording.txt";
     }
     return {path, MOST_BYTES};
@@ -164,6 +171,8 @@ static void cut_file() {
 }
 
 static bool open_file() {
+    if (is_link(g_settings.path))
+        return false;
     g_file = os::CreateFileW(g_settings.path.c_str(), GENERIC_READ | GENERIC_WRITE,
                              FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                              nullptr);

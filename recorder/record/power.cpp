@@ -253,13 +253,6 @@ BOOL WINAPI look_up_privilege(LPCWSTR system, LPCWSTR name, LUID* luid) {
     return found;
 }
 
-static std::string privilege_name(LUID luid) {
-    wchar_t name[64] = L"";
-    DWORD letters = ARRAYSIZE(name);
-    LookupPrivilegeNameW(nullptr, &luid, name, &letters);
-    return lines::narrow(name);
-}
-
 BOOL WINAPI adjust_privileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* privileges, DWORD bytes,
                               TOKEN_PRIVILEGES* previous, DWORD* previous_bytes) {
     const BOOL adjusted =
@@ -268,8 +261,11 @@ BOOL WINAPI adjust_privileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* 
         return adjusted;
     const DWORD error = GetLastError();
     {
-        const std::string name = privilege_name(privileges->Privileges[0].Luid);
+        wchar_t text[64] = L"";
+        DWORD letters = ARRAYSIZE(text);
+        LookupPrivilegeNameW(nullptr, &privileges->Privileges[0].Luid, text, &letters);
         const Guard guard;
+        const std::string name = lines::narrow(text);
         const char* state = !adjusted ? "refused" : error == ERROR_NOT_ALL_ASSIGNED ? "denied" : "granted";
         tell("privilege " + name, "windows privilege " + name + " " + state,
              adjusted && error != ERROR_NOT_ALL_ASSIGNED);
@@ -294,8 +290,8 @@ BOOL WINAPI look_up_account(LPCWSTR system, LPCWSTR name, PSID sid, DWORD* sid_b
         return found;
     const DWORD error = GetLastError();
     {
-        const std::string text = found ? sid_text(sid) : "";
         const Guard guard;
+        const std::string text = found ? sid_text(sid) : "";
         note_account(lines::narrow(name));
         if (found)
             tell("account", "windows account " + quoted(lines::narrow(name)) + " " + text);

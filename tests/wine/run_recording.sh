@@ -58,6 +58,17 @@ seen "$recording" 'signal Resume'
 run 60 0 sc stop ZORPMSVC
 wait_for_state ZORPMSVC STOPPED
 seen "$recording" 'process "" ended 0'
+
+# A second process goes on behind the first one's lines, and finds what it and a client have left.
+run 60 0 reg add "$service\\Parameters\\OverrideSetting" /ve /t REG_DWORD /d 8 /f
+run 60 0 sc start ZORPMSVC
+wait_for_state ZORPMSVC RUNNING
+run 60 0 sc stop ZORPMSVC
+wait_for_state ZORPMSVC STOPPED
+for ((i = 0; i < 40; ++i)); do
+    [ "$(grep -c 'process "" ended 0' "$recording")" -lt 2 ] || break
+    sleep 0.25
+done
 run 60 0 sc delete ZORPMSVC
 end_session
 cp "$recording" "$SCRATCH/recording.txt"
@@ -85,12 +96,14 @@ registry set SVC\Parameters\CurrentSetting @ dword 0x4
 effect PHThreadProc request MHKM(3, 1)
 signal Sleep
 signal Resume
+registry set SVC\Parameters\OverrideSetting @ dword 0x8
 stop
 effect dispatcher status STOP_PENDING 0/0 checkpoint 1
 effect ServiceMain status STOPPED 0/0
 effect dispatcher process "" ended 0
 LINES
 [ "$(grep -c '^event ' "$recording")" -eq 50 ] || fail "not fifty events: $(grep -c '^event ' "$recording")"
+[ "$(grep -cx start "$recording")" -eq 2 ] || fail "not two starts"
 [ "$(head -n 1 "$recording")" = '# zorpmsim recording 1' ] || fail "the first line: $(head -n 1 "$recording")"
 ! grep -an 'unknown call' "$recording" || fail "a call that is not wrapped"
 ! grep -anwiF -- "$(hostname)" "$recording" || fail "the name of the machine"
