@@ -95,7 +95,10 @@ static void check_bounds(const std::wstring& folder) {
 
 // ---- threads and processes that are ended ----
 
-static DWORD WINAPI write_for_ever(LPVOID) {
+// Tells that it has begun: a thread that is ended while it comes to be leaves the loader's lock taken.
+static DWORD WINAPI write_for_ever(LPVOID begun) {
+    if (begun != nullptr)
+        ReleaseSemaphore(static_cast<HANDLE>(begun), 1, nullptr);
     for (unsigned i = 0;; ++i) {
         say("a line of a thread that is ended at any moment, or with its process", i);
         if (i % 20 == 0)
@@ -132,10 +135,13 @@ static bool all_whole(const std::vector<std::string>& lines) {
 static void check_threads(const std::wstring& folder) {
     const std::wstring path = folder + L"\\threads.txt";
     expect(begin_journal({path, 64 << 20}), "a file of many threads");
+    HANDLE begun = CreateSemaphoreW(nullptr, 0, 100, nullptr);
     for (unsigned round = 0; round < 30; ++round) {
         HANDLE threads[3];
-        for (HANDLE& thread : threads)
-            thread = CreateThread(nullptr, 0, write_for_ever, nullptr, 0, nullptr);
+        for (HANDLE& thread : threads) {
+            thread = CreateThread(nullptr, 0, write_for_ever, begun, 0, nullptr);
+            WaitForSingleObject(begun, INFINITE);
+        }
         say("meanwhile", round);
         for (HANDLE thread : threads) {
             end_as_recorder(thread);
