@@ -12,7 +12,8 @@
 #
 # An empty line ends a row. Each "in" is one place, and a row may have several. What stays and the old text, one after
 # the other, must be found exactly once in the file; white space does not count, and a line may begin and end anywhere.
-# "needs FILTER" in a row has these sweeps run, too. A line with # at its beginning is a comment.
+# "needs FILTER" in a row has these sweeps run, too. A line with # at its beginning is a comment. The rows of bench.txt
+# break the simulated machine: each has a "compare SCRIPT" that notices it, and they are listed only when they are named.
 use strict;
 use warnings;
 use File::Basename;
@@ -33,6 +34,7 @@ for my $list (sort glob "$folder_of_rows/*.txt") {
         }
         elsif ($row && /^in (\S+)$/) { push @{$row->{places}}, $place = {file => $1, old => [], new => []} }
         elsif ($row && /^needs (\w+Sweep\.[\w*]+)$/) { $row->{needs} = $1 }
+        elsif ($row && /^compare (\S+)$/ && -e $1) { $row->{needs} = $1 }
         elsif ($place && /^([-+ ]) *(.*)$/) {
             push @{$place->{old}}, $2 if $1 ne '+';
             push @{$place->{new}}, $2 if $1 ne '-';
@@ -65,7 +67,7 @@ sub matches {
 # Other files in which the place would be found, for whoever renews the row.
 sub moved_to {
     my ($place) = @_;
-    my @files = grep { matches($place, read_file($_)) == 1 } glob 'src/*/*.cpp src/*/*.h';
+    my @files = grep { matches($place, read_file($_)) == 1 } glob 'src/*/*.cpp src/*/*.h sim/*/*.cpp';
     return @files ? ': it is in ' . join(' and ', @files) : ": change it, or move the row's text after it";
 }
 
@@ -106,7 +108,7 @@ sub chosen {
 my $usage = "plant.pl list|check [NAME...], plant.pl plant|lift TREE NAME\n";
 my $command = shift // die $usage;
 if ($command eq 'list') {
-    print "$_->{name} $_->{needs} $_->{breaks}\n" for chosen(@ARGV);
+    print "$_->{name} $_->{needs} $_->{breaks}\n" for grep { @ARGV || $_->{name} !~ /^bench\// } chosen(@ARGV);
 } elsif ($command eq 'check') {
     my %seen;
     for my $row (chosen(@ARGV)) {

@@ -7,6 +7,8 @@
 # It counts as caught when a unit test, a scenario or a sweep fails or hangs; a row that does not match or does not
 # compile proves nothing and fails the run, and so do tests that fail without any defect.
 #
+# The rows of bench.txt break the simulated machine, for the comparison with Wine: tests/wine/bench_defects.sh runs them.
+#
 # The copies are built without sanitizers, one for each processor, and rebuilt by what each defect touches.
 set -u
 cd "$(dirname "$0")/../.."
@@ -21,6 +23,7 @@ if [ "${1:-}" = --check ]; then
     exit
 fi
 "$plant" check "$@" || exit 1
+case "${1:-}" in bench | bench/*) exec tests/wine/bench_defects.sh "$@" ;; esac
 mapfile -t defects < <("$plant" list "$@")
 
 export GIT_CEILING_DIRECTORIES=$work # the copies are no part of this repository
