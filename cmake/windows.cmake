@@ -114,12 +114,14 @@ foreach(script IN LISTS wine_tests)
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endforeach()
 
-# The runner: the product's sources with virtual time and a service control manager of their own; for scripts on real
-# Win32 (tools/scenario-on-wine). It keeps its symbols, which name the threads.
+# The runner: virtual time and a service control manager of its own; for scripts on real Win32 (tools/scenario-on-wine).
+# The product's sources are images that it loads, afresh for every process. These keep their symbols, which name the
+# threads.
 file(GLOB runner_sources CONFIGURE_DEPENDS recorder/*.cpp recorder/clock/*.cpp recorder/runner/*.cpp)
-add_executable(zorpmrunner ${runner_sources} ${product_sources} ${resource_scripts})
-add_dependencies(zorpmrunner notebook)
+add_executable(zorpmrunner ${runner_sources} ${resource_scripts})
 target_include_directories(zorpmrunner PRIVATE ${CMAKE_SOURCE_DIR})
+target_precompile_headers(zorpmrunner REUSE_FROM zorpmprobe)
+set_source_files_properties(recorder/runner/com.cpp PROPERTIES SKIP_PRECOMPILE_HEADERS ON) # interfaces as in C
 target_link_libraries(zorpmrunner PRIVATE ntdll advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
 set_target_properties(zorpmrunner PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
@@ -136,3 +138,16 @@ add_custom_command(TARGET zorpmrecorder POST_BUILD COMMAND ${CMAKE_STRIP} -p --s
 # No call of src/ that it, or the runner, misses.
 add_test(NAME wrapped_calls COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/wrapped.sh ${CMAKE_BINARY_DIR})
 set_tests_properties(wrapped_calls PROPERTIES LABELS windows)
+add_dependencies(zorpmrunner notebook)
+
+function(add_image name)
+    add_library(${name} MODULE recorder/image/image.cpp ${ARGN})
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+    target_precompile_headers(${name} REUSE_FROM zorpmprobe)
+    target_link_options(${name} PRIVATE -Wl,--strip-debug)
+    target_link_libraries(${name} PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+    set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    add_dependencies(zorpmrunner ${name})
+endfunction()
+add_image(zorpm_image ${product_sources} ${resource_scripts})
+add_image(zorpmctl_image ${ctl_sources} ${ctl_shared})

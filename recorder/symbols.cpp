@@ -2,6 +2,7 @@
 
 #include <windows.h>
 #include <cstring>
+#include <map>
 #include <vector>
 
 namespace symbols {
@@ -19,9 +20,7 @@ static std::string plain_name(const std::string& symbol) {
     return symbol.substr(at, length);
 }
 
-static std::vector<char> own_file() {
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
+static std::vector<char> read_file(const wchar_t* path) {
     HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return {};
@@ -40,9 +39,23 @@ static std::string name_of(const IMAGE_SYMBOL& symbol, const char* strings) {
         strnlen(reinterpret_cast<const char*>(symbol.N.ShortName), sizeof(symbol.N.ShortName)));
 }
 
+// The file of the module, read once.
+static const std::vector<char>& file_of(HMODULE module) {
+    static std::map<std::wstring, std::vector<char>> files;
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(module, path, MAX_PATH);
+    const auto [found, made] = files.try_emplace(path);
+    if (made)
+        found->second = read_file(path);
+    return found->second;
+}
+
 std::string name_at(const void* address) {
-    static const std::vector<char> file = own_file();
-    const auto* base = reinterpret_cast<const char*>(GetModuleHandleW(nullptr));
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       static_cast<LPCWSTR>(address), &module);
+    const std::vector<char>& file = file_of(module);
+    const auto* base = reinterpret_cast<const char*>(module);
     const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(
         base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
     const IMAGE_SECTION_HEADER* sections = IMAGE_FIRST_SECTION(headers);

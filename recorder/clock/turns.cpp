@@ -24,6 +24,7 @@ struct Thread {
     LPVOID parameter = nullptr;
     HANDLE handle = nullptr; // of our own
     DWORD id = 0;
+    DWORD home = 0;
     volatile LONG turn = 0; // 1: it has the turn
     Run run = Run::Ready;
     int suspended = 0;
@@ -52,7 +53,6 @@ struct Timer {
 } // namespace
 
 static Ms g_now = 0;
-static bool g_stopped = false;
 static DWORD g_driving = 0;      // the driving thread's id
 static volatile LONG g_back = 0; // 1: the driving thread has the turn
 static std::vector<std::unique_ptr<Thread>> g_threads;
@@ -202,8 +202,6 @@ static void run_thread(Thread* thread) {
 }
 
 static Thread* take_next() {
-    if (g_stopped)
-        return nullptr;
     const auto first =
         std::find_if(g_ready.begin(), g_ready.end(), [](const Thread* t) { return t->suspended == 0; });
     if (first == g_ready.end())
@@ -215,15 +213,13 @@ static Thread* take_next() {
 
 // Lets those that wait for messages look for some; whether one found any.
 static bool look_for_messages() {
-    if (g_stopped)
-        return false;
     const std::vector<Thread*> looking = g_waiting;
     for (Thread* thread : looking) {
         if (!thread->messages || thread->suspended > 0 || thread->run != Run::Waiting)
             continue;
         thread->given = false;
         run_thread(thread);
-        if (thread->given)
+        if (thread->given || !g_ready.empty()) // what was sent to it may have woken others
             return true;
     }
     return false;
@@ -249,8 +245,6 @@ void settle() {
 
 static Ms next_deadline() {
     Ms next = NEVER;
-    if (g_stopped)
-        return next;
     for (const Thread* thread : g_waiting) {
         if (thread->suspended == 0)
             next = std::min(next, thread->deadline);
@@ -284,16 +278,8 @@ void pass(Ms duration) {
     wake_waiting(false);
 }
 
-void stop_all() {
-    g_stopped = true;
-}
-
 Ms now() {
     return g_now;
-}
-
-void set_now(Ms time) {
-    g_now = time;
 }
 
 void begin() {
@@ -340,9 +326,30 @@ static DWORD WINAPI thread_entry(LPVOID argument) {
     return code;
 }
 
+DWORD home() {
+    const Thread* thread = self();
+    return thread != nullptr ? thread->home : 0;
+}
+
+void set_home(DWORD home) {
+    if (Thread* thread = self())
+        thread->home = home;
+}
+
+void end_others(DWORD home) {
+    std::vector<HANDLE> others;
+    for (const auto& thread : g_threads) {
+        if (thread->home == home && thread->run != Run::Ended && thread.get() != self())
+            others.push_back(thread->handle);
+    }
+    for (HANDLE thread : others)
+        terminate_thread(thread, 0);
+}
+
 HANDLE start_thread(const char* name, LPTHREAD_START_ROUTINE procedure, LPVOID parameter, DWORD flags,
-                    DWORD* id) {
+                    DWORD* id, DWORD its_home) {
     auto thread = std::make_unique<Thread>();
+    thread->home = its_home == SAME_HOME ? home() : its_home;
     thread->name = name;
     thread->procedure = procedure;
     thread->parameter = parameter;
@@ -408,6 +415,7 @@ DWORD resume_thread(HANDLE handle) {
 static void block(Thread* thread) {
     thread->run = Run::Waiting;
     thread->given = false;
+    remove_from(g_waiting, thread); // it may wait within the handling of a message
     g_waiting.push_back(thread);
     hand_back(thread);
 }
@@ -509,7 +517,10 @@ BOOL get_message(MSG* message, HWND window, UINT first, UINT last) {
     Thread* thread = self();
     if (thread == nullptr)
         return REAL(GetMessageW)(message, window, first, last);
-    while (!PeekMessageW(message, window, first, last, PM_REMOVE) && !due_timer(thread, message)) {
+    for (;;) {
+        thread->messages = false; // what is sent is handled within the look, and may wait
+        if (PeekMessageW(message, window, first, last, PM_REMOVE) || due_timer(thread, message))
+            break;
         thread->count = 0;
         thread->messages = true;
         thread->deadline = NEVER;
@@ -520,7 +531,6 @@ BOOL get_message(MSG* message, HWND window, UINT first, UINT last) {
         hand_back(thread);
     }
     remove_from(g_waiting, thread);
-    thread->messages = false;
     thread->given = true;
     return message->message != WM_QUIT;
 }

@@ -19,17 +19,17 @@ void begin();              // makes the calling thread the driving one
 void settle();             // every thread runs until all wait
 void advance(Ms duration); // time passes; what falls due at its very end is included
 Ms now();                  // since begin()
-void set_now(Ms time);     // in a process that begins later
 // The time passes, and the last of it falls due together with what comes before the next settle().
 void pass(Ms duration);
-void stop_all(); // no thread gets a turn any more
 // A thread that does not come back within so many real seconds ends the process, by this.
 void on_stuck(void (*stuck)(const char* thread));
 
 // ---- for every thread: in the place of the calls of these names, with their results ----
 
+// A new thread is of the process of which the one is that starts it, if not told otherwise.
+constexpr DWORD SAME_HOME = ~DWORD{0};
 HANDLE start_thread(const char* name, LPTHREAD_START_ROUTINE procedure, LPVOID parameter, DWORD flags,
-                    DWORD* id);
+                    DWORD* id, DWORD home = SAME_HOME);
 [[noreturn]] void exit_thread(DWORD code);
 BOOL terminate_thread(HANDLE thread, DWORD code);
 DWORD suspend_thread(HANDLE thread);
@@ -43,6 +43,10 @@ BOOL kill_timer(HWND window, UINT_PTR id);
 
 // Somebody has signalled an object: whoever waits for it comes next, in the order of signals.
 void signalled();
+// The process, one of several within this, of which the calling thread is; 0: none.
+DWORD home();
+void set_home(DWORD home);
+void end_others(DWORD home); // terminates all other threads of it
 // The name of the calling thread; "" of one that was not started here.
 const char* thread_name();
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "recorder/clock/turns.h"
+#include "recorder/runner/images.h"
 #include "recorder/runner/output.h"
-
-int WINAPI wWinMain(HINSTANCE, HINSTANCE, LPWSTR, int); // the product's
+#include "recorder/runner/power.h"
 
 namespace runner {
 
@@ -22,6 +22,9 @@ struct Control {
     std::vector<BYTE> event_data;
     bool during_start = false; // may reach a service that still starts
     bool settled = false;      // the handler has returned, or nobody waits for that any longer
+    HANDLE answered = nullptr; // of a program that waits for it
+    DWORD error = NO_ERROR;
+    SERVICE_STATUS status = {};
 };
 using ControlRef = std::shared_ptr<Control>;
 
@@ -33,8 +36,7 @@ const GUID g_monitorPowerOn = {0x02731015, 0x4510, 0x4526, {0x99, 0xE6, 0xE5, 0x
 static const auto g_statusHandle = reinterpret_cast<SERVICE_STATUS_HANDLE>(ULONG_PTR{0x5EE1});
 
 static SERVICE_STATUS g_status = {SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, 0, 0, 0, 0, 0};
-static bool g_started = false;
-static bool g_ended = false;
+static DWORD g_process = 0; // 0: none
 static bool g_dispatching = false;
 static LPHANDLER_FUNCTION_EX g_handler = nullptr;
 static LPVOID g_context = nullptr;
@@ -53,12 +55,8 @@ const SERVICE_STATUS& service_status() {
     return g_status;
 }
 
-void set_service_status(const SERVICE_STATUS& status) {
-    g_status = status;
-}
-
-bool process_ended() {
-    return g_ended;
+DWORD service_process() {
+    return g_process;
 }
 
 static void refuse(DWORD code) {
@@ -80,11 +78,15 @@ static void pass_on() {
     signal_event(g_asking);
 }
 
-static void settle_control(const ControlRef& control, bool answered) {
+static void settle_control(const ControlRef& control, DWORD error) {
     if (control->settled)
         return;
     control->settled = true;
-    if (!answered)
+    control->error = error;
+    control->status = g_status;
+    if (control->answered != nullptr)
+        signal_event(control->answered);
+    else if (error != NO_ERROR)
         refuse(control->code);
     if (g_asked == control) {
         g_asked = nullptr;
@@ -100,66 +102,49 @@ static DWORD WINAPI watch_answers(LPVOID) {
         const ControlRef control = g_asked;
         while (control != nullptr && !control->settled) {
             if (turns::wait(1, &g_answered, FALSE, ANSWER_LIMIT_MS) == WAIT_TIMEOUT)
-                settle_control(control, false);
+                settle_control(control, ERROR_SERVICE_REQUEST_TIMEOUT);
         }
     }
 }
 
-static void end_process() {
-    g_ended = true;
-    turns::stop_all(); // with the process all its threads end
-}
-
-static std::string g_commandLine; // of a process that is no service
-
-static DWORD WINAPI run_program(LPVOID) {
-    std::wstring line = widen(g_commandLine);
-    const int code = wWinMain(GetModuleHandleW(nullptr), nullptr, line.data(), 0);
-    effect("process \"%s\" ended %d", g_commandLine.c_str(), code);
-    end_process();
-    return 0;
-}
-
-void start_program(const std::string& command_line) {
-    g_commandLine = command_line;
-    const std::string name = command_line.empty() ? "main" : command_line.substr(command_line[0] == '-');
-    CloseHandle(turns::start_thread(name.c_str(), run_program, nullptr, 0, nullptr));
-}
-
-static DWORD WINAPI run_service(LPVOID) {
-    wchar_t nothing[] = L"";
-    const int code = wWinMain(GetModuleHandleW(nullptr), nullptr, nothing, 0);
-    effect("process \"\" ended %d", code);
+// A process that ends without having said so leaves a stopped service.
+static void service_ended() {
+    g_process = 0;
     if (g_status.dwCurrentState != SERVICE_STOPPED) {
         g_status.dwCurrentState = SERVICE_STOPPED;
         g_status.dwControlsAccepted = 0;
         g_status.dwWin32ExitCode = ERROR_PROCESS_ABORTED;
     }
     while (g_asked != nullptr)
-        settle_control(g_asked, false);
-    end_process();
-    return 0;
+        settle_control(g_asked, ERROR_SERVICE_NOT_ACTIVE);
 }
 
 void service_start() {
-    if (g_started && !g_ended) {
+    if (g_process != 0) {
         effect("refused start");
         return;
     }
-    g_started = true;
-    g_work = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    g_asking = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    g_answered = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (g_work == nullptr) {
+        g_work = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        g_asking = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        g_answered = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        CloseHandle(turns::start_thread("machine", watch_answers, nullptr, 0, nullptr));
+    }
+    g_handler = nullptr;
+    g_passed.clear();
+    g_dispatching = false;
+    g_settings.clear();
+    ResetEvent(g_work);
+    take_service_token();
     g_status = {SERVICE_WIN32_OWN_PROCESS, SERVICE_START_PENDING, 0, 0, 0, 0, START_WAIT_HINT_MS};
-    CloseHandle(turns::start_thread("dispatcher", run_service, nullptr, 0, nullptr));
-    CloseHandle(turns::start_thread("machine", watch_answers, nullptr, 0, nullptr));
+    g_process = start_image({"zorpm_image", "dispatcher", "", "", service_ended});
 }
 
 // ---- controls ----
 
 static bool reachable(bool during_start) {
     const DWORD state = g_status.dwCurrentState;
-    return g_started && !g_ended && g_handler != nullptr &&
+    return g_process != 0 && g_handler != nullptr &&
            (state == SERVICE_RUNNING || state == SERVICE_PAUSED || state == SERVICE_PAUSE_PENDING ||
             state == SERVICE_CONTINUE_PENDING || (during_start && state == SERVICE_START_PENDING));
 }
@@ -194,27 +179,49 @@ static const struct { DWORD first; DWORD last; DWORD accepted_with; } g_controls
 };
 // clang-format on
 
-static bool accepts(DWORD code) {
-    const DWORD state = g_started && !g_ended ? g_status.dwCurrentState : DWORD{SERVICE_STOPPED};
-    if (state == SERVICE_STOPPED || state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING)
-        return false;
-    return std::any_of(std::begin(g_controls), std::end(g_controls), [code](const auto& row) {
-        return code >= row.first && code <= row.last &&
-               (g_status.dwControlsAccepted & row.accepted_with) == row.accepted_with;
+static DWORD error_of_control(DWORD code) {
+    const auto* rule = std::find_if(std::begin(g_controls), std::end(g_controls), [code](const auto& row) {
+        return code >= row.first && code <= row.last;
     });
+    const DWORD state = g_process != 0 ? g_status.dwCurrentState : DWORD{SERVICE_STOPPED};
+    if (rule == std::end(g_controls))
+        return ERROR_INVALID_PARAMETER;
+    if (state == SERVICE_STOPPED)
+        return ERROR_SERVICE_NOT_ACTIVE;
+    if (state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING)
+        return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
+    return (g_status.dwControlsAccepted & rule->accepted_with) == rule->accepted_with
+               ? NO_ERROR
+               : ERROR_INVALID_SERVICE_CONTROL;
 }
 
 void service_control(DWORD code, Via via) {
     if (via == Via::Handler)
         call_handler(make_control(code));
-    else if (!accepts(code))
+    else if (error_of_control(code) != NO_ERROR)
         refuse(code);
     else
         send_through_manager(make_control(code));
 }
 
+DWORD service_send_control(DWORD code, SERVICE_STATUS* status) {
+    const DWORD error = error_of_control(code);
+    if (error != NO_ERROR) {
+        if (error != ERROR_INVALID_PARAMETER)
+            *status = g_status;
+        return error;
+    }
+    const ControlRef control = make_control(code);
+    control->answered = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    send_through_manager(control);
+    turns::wait(1, &control->answered, FALSE, INFINITE);
+    if (control->error != ERROR_SERVICE_REQUEST_TIMEOUT)
+        *status = control->status;
+    return control->error;
+}
+
 void service_stop() {
-    if (accepts(SERVICE_CONTROL_STOP))
+    if (error_of_control(SERVICE_CONTROL_STOP) == NO_ERROR)
         send_through_manager(make_control(SERVICE_CONTROL_STOP));
     else
         effect("refused stop");
@@ -292,17 +299,17 @@ static void dispatch_controls() {
         const ControlRef control = g_passed.front();
         g_passed.pop_front();
         if (!reachable(control->during_start)) {
-            settle_control(control, false); // it was accepted before the service began to stop
+            settle_control(control, ERROR_SERVICE_CANNOT_ACCEPT_CTRL); // it was accepted before the service began to stop
             continue;
         }
         void* data = control->event_data.empty() ? nullptr : control->event_data.data();
         g_handler(control->code, control->event_type, data, g_context);
-        settle_control(control, true);
+        settle_control(control, NO_ERROR);
     }
 }
 
 BOOL start_dispatcher(const SERVICE_TABLE_ENTRYW* table) {
-    if (!g_started) {
+    if (g_process == 0 || current_image() != g_process) {
         SetLastError(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
         return FALSE;
     }

@@ -9,17 +9,16 @@ namespace runner {
 
 enum class Via { Manager, Handler };
 
-void service_start(); // a thread that runs the service's entry
-// The same of another process of the executable: a thread named so, given this command line.
-void start_program(const std::string& command_line);
+void service_start(); // a process that runs the service's entry
 void service_stop();
 void service_control(DWORD code, Via via);
 void service_power_event(DWORD type, Via via);
 void service_power_setting(const GUID& setting, DWORD value, Via via);
 void set_power_settings_at_registration(bool at_registration);
 const SERVICE_STATUS& service_status();
-void set_service_status(const SERVICE_STATUS& status); // of a process before this one
-bool process_ended();
+DWORD service_process(); // 0: none
+// As another program's thread, which waits for the answer: an error code.
+DWORD service_send_control(DWORD code, SERVICE_STATUS* status);
 
 extern const GUID g_monitorPowerOn;
 

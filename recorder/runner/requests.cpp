@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <memory>
 
 #include "recorder/clock/turns.h"
 #include "recorder/real.h"
+#include "recorder/runner/clients.h"
 #include "recorder/runner/com.h"
+#include "recorder/runner/console.h"
 #include "recorder/runner/driver.h"
+#include "recorder/runner/images.h"
 #include "recorder/runner/manager.h"
 #include "recorder/runner/notebook.h"
 #include "recorder/runner/output.h"
@@ -26,12 +30,6 @@ static std::uint64_t long_number(const std::string& field) {
 
 // ---- time and the service ----
 
-static void begin(const Fields& fields) {
-    turns::set_now(long_number(fields[0]));
-    set_service_status({SERVICE_WIN32_OWN_PROCESS, number(fields[1]), number(fields[2]), number(fields[3]),
-                        number(fields[4]), 0, 0});
-}
-
 static void advance(const Fields& fields) {
     turns::advance(long_number(fields[0]));
 }
@@ -49,8 +47,23 @@ static void start(const Fields&) {
     service_start();
 }
 
+// Another process of the executable.
 static void run(const Fields& fields) {
-    start_program(fields[0]);
+    const std::string& line = fields[0];
+    const std::string thread = line.empty() ? "main" : line.substr(line[0] == '-');
+    start_image({"zorpm_image", thread, line, line, nullptr});
+}
+
+static void run_control_program(const Fields& fields) {
+    start_image({"zorpmctl_image", "zorpmctl", fields[0], "zorpmctl " + fields[0], nullptr});
+}
+
+static void interrupt(const Fields& fields) {
+    interrupt_program(static_cast<Ending>(number(fields[0])));
+}
+
+static void program(const Fields& fields) {
+    add_program(fields[0], number(fields[1]), number(fields[2]));
 }
 
 static void stop(const Fields&) {
@@ -213,6 +226,53 @@ static void check_task(const Fields& fields) {
     say_line(has_task(fields[0], fields[1]) ? "value present" : "value absent");
 }
 
+static void fail(const Fields& fields) {
+    fail_next(fields[0]);
+}
+
+// ---- names that another program holds ----
+
+static std::map<std::string, std::vector<HANDLE>> g_held;
+static const wchar_t* const g_namespaces[] = {L"", L"Global\\"};
+
+static void free_name(const Fields& fields) {
+    for (HANDLE object : g_held[fields[0]])
+        CloseHandle(object);
+    g_held.erase(fields[0]);
+}
+
+// 0 mutex, 1 event, 2 event that does not reset itself; 1: nobody else may open it.
+static void hold_name(const Fields& fields) {
+    SECURITY_DESCRIPTOR descriptor;
+    ACL nobody;
+    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    InitializeAcl(&nobody, sizeof(nobody), ACL_REVISION);
+    SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
+    SECURITY_ATTRIBUTES attributes = {sizeof(attributes), &descriptor, FALSE};
+    SECURITY_ATTRIBUTES* security = number(fields[2]) != 0 ? &attributes : nullptr;
+    const DWORD kind = number(fields[1]);
+    for (const wchar_t* place : g_namespaces) {
+        const std::wstring name = place + widen(fields[0]);
+        HANDLE object = kind == 0 ? CreateMutexW(security, FALSE, name.c_str())
+                                  : CreateEventW(security, kind == 2, FALSE, name.c_str());
+        if (object != nullptr)
+            g_held[fields[0]].push_back(object);
+    }
+}
+
+// By whoever holds it; if nobody does, another program opens the service's own.
+static void set_name(const Fields& fields) {
+    for (HANDLE object : g_held[fields[0]])
+        SetEvent(object);
+    if (!g_held[fields[0]].empty())
+        return;
+    HANDLE object = OpenEventW(EVENT_MODIFY_STATE, FALSE, widen(fields[0]).c_str());
+    if (object == nullptr)
+        return;
+    SetEvent(object);
+    CloseHandle(object);
+}
+
 // ---- files ----
 
 // The folders above a file.
@@ -238,7 +298,7 @@ static void make_file(const Fields& fields) {
 }
 
 static void delete_file(const Fields& fields) {
-    REAL(DeleteFileW)(widen(fields[0]).c_str());
+    delete_any_file(widen(fields[0]).c_str());
 }
 
 static void has_file(const Fields& fields) {
@@ -290,13 +350,32 @@ static void present_later(const Fields& fields) {
     CloseHandle(turns::start_thread("machine", change, new Fields(fields), 0, nullptr));
 }
 
+// Its key among the enumerated devices; a missing one is gone from there.
+static void hardware(const Fields& fields) {
+    static std::map<std::string, DWORD> numbers;
+    static const wchar_t device_class[] = L"{4d36e97d-e325-11ce-bfc1-08002be10318}";
+    const DWORD number = numbers.try_emplace(fields[0], static_cast<DWORD>(numbers.size())).first->second;
+    const std::wstring path =
+        L"SYSTEM\\CurrentControlSet\\Enum\\ROOT\\ZORPHARDWARE\\" + std::to_wstring(9000 + number);
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
+    REAL(RegDeleteKeyW)(HKEY_LOCAL_MACHINE, path.c_str());
+    OpenKey key;
+    if (fields[1] == "0")
+        return;
+    REAL(RegCreateKeyExW)(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key.key, nullptr);
+    const std::wstring id = widen(fields[0]) + L'\0'; // and one more null, of the text itself
+    REAL(RegSetValueExW)(key.key, L"HardwareID", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(id.c_str()),
+                         static_cast<DWORD>((id.size() + 1) * sizeof(wchar_t)));
+    REAL(RegSetValueExW)(key.key, L"ClassGUID", 0, REG_SZ, reinterpret_cast<const BYTE*>(device_class),
+                         sizeof(device_class));
+}
+
 static void handles(const Fields&) {
     say_line("value " + std::to_string(ask_notebook(NOTEBOOK_HANDLES)));
 }
 
 // clang-format off
 static const Request g_requests[] = {
-    {"begin",          5, begin},          // milliseconds, and the status that an earlier process left
     {"settle",         0, settle},
     {"advance",        1, advance},
     {"pass",           1, pass},
@@ -323,6 +402,13 @@ static const Request g_requests[] = {
     {"delete-file",    1, delete_file},
     {"has-file",       1, has_file},
     {"run",            1, run},            // the command line
+    {"run-control",    1, run_control_program}, // its arguments
+    {"interrupt",      1, interrupt},      // Ctrl-C, its console closed, the session ended
+    {"program",        3, program},        // name, milliseconds, exit code
+    {"fail",           1, fail},           // the next call of this name
+    {"hold",           3, hold_name},      // name, kind, 1: denied
+    {"set-held",       1, set_name},
+    {"free",           1, free_name},
     {"new-notebook",   0, reset_notebook},
     {"event",          2, event},          // code, second word
     {"signal",         1, signal},         // number of the driver's event
@@ -331,6 +417,7 @@ static const Request g_requests[] = {
     {"failures",       3, failures},       // interface, 0 reads or 1 writes, how many
     {"present",        2, present},        // device, 1 or 0
     {"present-later",  3, present_later},  // milliseconds, device, 1 or 0
+    {"hardware",       2, hardware},       // hardware id, 1 or 0
     {"handles",        0, handles},
 };
 // clang-format on

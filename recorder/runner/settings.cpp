@@ -22,6 +22,20 @@ void set_setting(const std::string& name, DWORD value) {
     g_settings[name] = value;
 }
 
+static std::string g_failing;
+
+void fail_next(const std::string& call) {
+    g_failing = call;
+}
+
+bool told_to_fail(const std::string& call, DWORD error) {
+    if (g_failing != call)
+        return false;
+    g_failing.clear();
+    SetLastError(error);
+    return true;
+}
+
 static std::string plain_path(const std::string& path) {
     static const char service[] = "hklm\\system\\currentcontrolset\\services\\zorpmsvc\\";
     std::string plain = small(path) + "\\";

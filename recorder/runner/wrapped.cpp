@@ -8,16 +8,35 @@
 
 #include "recorder/clock/turns.h"
 #include "recorder/real.h"
+#include "recorder/runner/clients.h"
 #include "recorder/runner/com.h"
+#include "recorder/runner/console.h"
 #include "recorder/runner/driver.h"
+#include "recorder/runner/images.h"
 #include "recorder/runner/manager.h"
 #include "recorder/runner/output.h"
 #include "recorder/runner/power.h"
 #include "recorder/runner/settings.h"
 #include "recorder/symbols.h"
-#include "recorder/wrap.h"
 
 namespace runner {
+
+static BOOL WINAPI close_handle(HANDLE handle);
+static LSTATUS WINAPI close_key(HKEY key);
+
+// ---- what an image has open ----
+
+static void close_later(void* handle) {
+    close_handle(handle);
+}
+
+static HANDLE kept(HANDLE handle) {
+    const DWORD error = GetLastError();
+    if (handle != nullptr && handle != INVALID_HANDLE_VALUE)
+        keep_open(handle, close_later);
+    SetLastError(error);
+    return handle;
+}
 
 // ---- waits and threads ----
 
@@ -39,8 +58,10 @@ static void WINAPI sleep(DWORD duration) {
 
 static HANDLE WINAPI create_thread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE procedure,
                                    LPVOID parameter, DWORD flags, DWORD* id) {
+    if (told_to_fail("CreateThread", ERROR_NOT_ENOUGH_MEMORY))
+        return nullptr;
     const std::string name = symbols::name_at(reinterpret_cast<void*>(procedure));
-    return turns::start_thread(name.c_str(), procedure, parameter, flags, id);
+    return kept(turns::start_thread(name.c_str(), procedure, parameter, flags, id));
 }
 
 static void WINAPI exit_thread(DWORD code) {
@@ -57,6 +78,14 @@ static DWORD WINAPI suspend_thread(HANDLE thread) {
 
 static DWORD WINAPI resume_thread(HANDLE thread) {
     return turns::resume_thread(thread);
+}
+
+static HANDLE WINAPI create_event(SECURITY_ATTRIBUTES* security, BOOL manual_reset, BOOL initial, LPCWSTR name) {
+    return kept(REAL(CreateEventW)(security, manual_reset, initial, name));
+}
+
+static HANDLE WINAPI create_mutex(SECURITY_ATTRIBUTES* security, BOOL owned, LPCWSTR name) {
+    return kept(REAL(CreateMutexW)(security, owned, name));
 }
 
 static BOOL WINAPI set_event(HANDLE event) {
@@ -104,6 +133,10 @@ static void WINAPI get_local_time(SYSTEMTIME* time) {
     FileTimeToSystemTime(&file, time);
 }
 
+static ULONGLONG WINAPI tick_count() {
+    return turns::now();
+}
+
 // ---- the service control manager ----
 
 static BOOL WINAPI set_status_told(SERVICE_STATUS_HANDLE service, SERVICE_STATUS* status) {
@@ -114,27 +147,84 @@ static BOOL WINAPI set_status_told(SERVICE_STATUS_HANDLE service, SERVICE_STATUS
 // ---- devices ----
 
 static std::map<HANDLE, const char*> g_devices; // open ones; those of the driver have no name
+
+// Files that somebody else finds or misses.
+static void tell_file(const char* what, LPCWSTR path) {
+    const DWORD error = GetLastError();
+    effect("file %s \"%s\"", what, narrow(path).c_str());
+    SetLastError(error);
+}
+
 static HANDLE WINAPI create_file(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                                  DWORD disposition, DWORD flags, HANDLE pattern) {
-    HANDLE file = REAL(CreateFileW)(path, access, share, security, disposition, flags, pattern);
+    HANDLE file = nullptr;
+    if (open_console(path, &file))
+        return file;
+    file = REAL(CreateFileW)(path, access, share, security, disposition, flags, pattern);
+    if (file == INVALID_HANDLE_VALUE)
+        return file;
     const DWORD error = GetLastError();
-    if (const char* name = device_name(path); file != INVALID_HANDLE_VALUE && name != nullptr)
+    if (const char* name = device_name(path))
         g_devices[file] = name;
+    else if (disposition == CREATE_NEW)
+        tell_file("create", path);
     SetLastError(error);
-    return file;
+    return kept(file);
+}
+
+static BOOL WINAPI delete_file(LPCWSTR path) {
+    const BOOL deleted = delete_any_file(path);
+    if (deleted)
+        tell_file("delete", path);
+    return deleted;
+}
+
+// Windows' side of the rotation lock: two bytes are one press, which turns its setting over.
+static void follow_button(BYTE byte) {
+    static bool half_pressed = false;
+    constexpr BYTE rotation_lock = 4;
+    if (byte != rotation_lock)
+        return;
+    half_pressed = !half_pressed;
+    HKEY key = nullptr;
+    DWORD enable = 0;
+    DWORD bytes = sizeof(enable);
+    if (half_pressed || setting("rotation-follows", 0) == 0 ||
+        REAL(RegOpenKeyExW)(HKEY_LOCAL_MACHINE,
+                            L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation", 0,
+                            KEY_QUERY_VALUE | KEY_SET_VALUE, &key) != ERROR_SUCCESS)
+        return;
+    if (RegQueryValueExW(key, L"Enable", nullptr, nullptr, reinterpret_cast<BYTE*>(&enable), &bytes) ==
+        ERROR_SUCCESS) {
+        enable ^= 1;
+        REAL(RegSetValueExW)(key, L"Enable", 0, REG_DWORD, reinterpret_cast<BYTE*>(&enable), sizeof(enable));
+    }
+    REAL(RegCloseKey)(key);
+    turns::signalled();
 }
 
 static BOOL WINAPI write_file(HANDLE file, LPCVOID data, DWORD bytes, DWORD* written,
                               OVERLAPPED* overlapped) {
+    if (is_output(file)) {
+        write_output(data, bytes);
+        *written = bytes;
+        return TRUE;
+    }
     const BOOL done = REAL(WriteFile)(file, data, bytes, written, overlapped);
     const auto found = g_devices.find(file);
-    if (done && found != g_devices.end())
-        effect("write %s %u", found->second, *static_cast<const BYTE*>(data));
+    if (!done || found == g_devices.end())
+        return done;
+    effect("write %s %u", found->second, *static_cast<const BYTE*>(data));
+    if (std::strcmp(found->second, "button") == 0)
+        follow_button(*static_cast<const BYTE*>(data));
     return done;
 }
 
 static BOOL WINAPI close_handle(HANDLE handle) {
+    if (is_output(handle))
+        return TRUE;
     g_devices.erase(handle);
+    forget_open(handle);
     const BOOL closed = REAL(CloseHandle)(handle);
     turns::signalled();
     return closed;
@@ -163,12 +253,21 @@ static BOOL WINAPI device_control(HANDLE device, DWORD code, LPVOID in, DWORD in
 
 // ---- the registry ----
 
+static void close_key_later(void* key) {
+    close_key(static_cast<HKEY>(key));
+}
+
+static void keep(HKEY key, const std::string& path) {
+    keep_key(key, path);
+    keep_open(key, close_key_later);
+}
+
 static LSTATUS WINAPI open_key(HKEY key, LPCWSTR path, DWORD options, REGSAM access, HKEY* result) {
     if (key_refused(joined(key, path), access))
         return ERROR_ACCESS_DENIED;
     const LSTATUS error = REAL(RegOpenKeyExW)(key, path, options, access, result);
     if (error == ERROR_SUCCESS)
-        keep_key(*result, joined(key, path));
+        keep(*result, joined(key, path));
     return error;
 }
 
@@ -184,7 +283,7 @@ static LSTATUS WINAPI create_key(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR 
         return error;
     if (disposition != nullptr)
         *disposition = made;
-    keep_key(*result, joined(key, path));
+    keep(*result, joined(key, path));
     if (made == REG_CREATED_NEW_KEY)
         effect("registry create %s%s", shown_path(key_path(*result)).c_str(),
                options == REG_OPTION_VOLATILE ? " volatile" : "");
@@ -193,20 +292,29 @@ static LSTATUS WINAPI create_key(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR 
 }
 
 static LSTATUS WINAPI close_key(HKEY key) {
-    const LSTATUS error = REAL(RegCloseKey)(key);
     forget_key(key);
+    forget_open(key);
+    const LSTATUS error = REAL(RegCloseKey)(key);
     turns::signalled();
     return error;
 }
 
 static LSTATUS WINAPI set_value(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
                                 DWORD bytes) {
+    if (told_to_fail("RegSetValueExW", ERROR_ACCESS_DENIED))
+        return ERROR_ACCESS_DENIED;
     const LSTATUS error = REAL(RegSetValueExW)(key, name, reserved, type, data, bytes);
     if (error == ERROR_SUCCESS)
         effect("registry %s %s = %s", shown_path(key_path(key)).c_str(), value_name(name).c_str(),
                shown_data(type, data, bytes).c_str());
     turns::signalled();
     return error;
+}
+
+static LSTATUS WINAPI notify_change(HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL asynchronous) {
+    if (told_to_fail("RegNotifyChangeKeyValue", ERROR_NOT_ENOUGH_MEMORY))
+        return ERROR_NOT_ENOUGH_MEMORY;
+    return REAL(RegNotifyChangeKeyValue)(key, subtree, filter, event, asynchronous);
 }
 
 static LSTATUS WINAPI delete_key(HKEY key, LPCWSTR path) {
@@ -241,6 +349,12 @@ static FARPROC WINAPI find_function(HMODULE library, const char* name) {
     return own != nullptr ? reinterpret_cast<FARPROC>(own) : REAL(GetProcAddress)(library, name);
 }
 
+// Once for every process; here several share one.
+static HRESULT WINAPI security_of_com(SECURITY_DESCRIPTOR*, LONG, SOLE_AUTHENTICATION_SERVICE*, void*, DWORD, DWORD,
+                                      void*, DWORD, void*) {
+    return S_OK;
+}
+
 // What an executable without a manifest is told: the last one of these that the machine has come to.
 static BOOL WINAPI get_version(OSVERSIONINFOW* version) {
     static const DWORD releases[][3] = {{6, 2, 9200}, {6, 1, 7601}, {6, 0, 6002},
@@ -259,43 +373,79 @@ static BOOL WINAPI get_version(OSVERSIONINFOW* version) {
     return TRUE;
 }
 
-} // namespace runner
-
 // clang-format off
-WRAP(LoadLibraryExW,                   runner::load_library)
-WRAP(GetProcAddress,                   runner::find_function)
-WRAP(GetVersionExW,                    runner::get_version)
-WRAP(SetSystemPowerState,              runner::set_system_power_state)
-WRAP(ExitWindowsEx,                    runner::exit_windows)
-WRAP(CLSIDFromProgID, runner::class_of_name)
-WRAP(CoCreateInstance, runner::create_instance)
-WRAP(AdjustTokenPrivileges,            runner::adjust_privileges)
-WRAP(WaitForSingleObject,              runner::wait_for_one)
-WRAP(WaitForMultipleObjects,           runner::wait_for_many)
-WRAP(SignalObjectAndWait,              runner::signal_and_wait)
-WRAP(Sleep,                            runner::sleep)
-WRAP(CreateThread,                     runner::create_thread)
-WRAP(ExitThread,                       runner::exit_thread)
-WRAP(TerminateThread,                  runner::terminate_thread)
-WRAP(SuspendThread,                    runner::suspend_thread)
-WRAP(ResumeThread,                     runner::resume_thread)
-WRAP(SetEvent,                         runner::set_event)
-WRAP(ReleaseMutex,                     runner::release_mutex)
-WRAP(GetMessageW,                      runner::get_message)
-WRAP(SetTimer,                         runner::set_timer)
-WRAP(KillTimer,                        runner::kill_timer)
-WRAP(GetLocalTime,                     runner::get_local_time)
-WRAP(StartServiceCtrlDispatcherW,      runner::start_dispatcher)
-WRAP(RegisterServiceCtrlHandlerExW,    runner::register_handler)
-WRAP(SetServiceStatus,                 runner::set_status_told)
-WRAP(RegisterPowerSettingNotification, runner::register_power_setting)
-WRAP(DeviceIoControl,                  runner::device_control)
-WRAP(CreateFileW, runner::create_file)
-WRAP(WriteFile, runner::write_file)
-WRAP(CloseHandle, runner::close_handle)
-WRAP(RegOpenKeyExW,                    runner::open_key)
-WRAP(RegCreateKeyExW,                  runner::create_key)
-WRAP(RegCloseKey,                      runner::close_key)
-WRAP(RegSetValueExW,                   runner::set_value)
-WRAP(RegDeleteKeyW,                    runner::delete_key)
+#define WRAP(name, wrapper) {#name, reinterpret_cast<void*>(wrapper)},
+static const struct { const char* name; void* wrapper; } g_wrappers[] = {
+    WRAP(LoadLibraryExW,                  load_library)
+    WRAP(GetProcAddress,                  find_function)
+    WRAP(GetVersionExW,                   get_version)
+    WRAP(SetSystemPowerState,             set_system_power_state)
+    WRAP(ExitWindowsEx,                   exit_windows)
+    WRAP(CLSIDFromProgID,                 class_of_name)
+    WRAP(CoCreateInstance,                create_instance)
+    WRAP(CoInitializeSecurity,            security_of_com)
+    WRAP(AdjustTokenPrivileges,           adjust_privileges)
+    WRAP(WaitForSingleObject,             wait_for_one)
+    WRAP(WaitForMultipleObjects,          wait_for_many)
+    WRAP(SignalObjectAndWait,             signal_and_wait)
+    WRAP(Sleep,                           sleep)
+    WRAP(CreateThread,                    create_thread)
+    WRAP(ExitThread,                      exit_thread)
+    WRAP(TerminateThread,                 terminate_thread)
+    WRAP(SuspendThread,                   suspend_thread)
+    WRAP(ResumeThread,                    resume_thread)
+    WRAP(CreateEventW,                    create_event)
+    WRAP(SetEvent,                        set_event)
+    WRAP(CreateMutexW,                    create_mutex)
+    WRAP(ReleaseMutex,                    release_mutex)
+    WRAP(GetMessageW,                     get_message)
+    WRAP(SetTimer,                        set_timer)
+    WRAP(KillTimer,                       kill_timer)
+    WRAP(GetLocalTime,                    get_local_time)
+    WRAP(GetTickCount64,                  tick_count)
+    WRAP(StartServiceCtrlDispatcherW,     start_dispatcher)
+    WRAP(RegisterServiceCtrlHandlerExW,   register_handler)
+    WRAP(SetServiceStatus,                set_status_told)
+    WRAP(RegisterPowerSettingNotification,register_power_setting)
+    WRAP(OpenSCManagerW,                  open_manager)
+    WRAP(OpenServiceW,                    open_service)
+    WRAP(ControlService,                  control_service)
+    WRAP(QueryServiceStatus,              query_status)
+    WRAP(QueryServiceStatusEx,            query_status_ex)
+    WRAP(CloseServiceHandle,              close_service)
+    WRAP(DeviceIoControl,                 device_control)
+    WRAP(CreateFileW,                     create_file)
+    WRAP(WriteFile,                       write_file)
+    WRAP(DeleteFileW,                     delete_file)
+    WRAP(CloseHandle,                     close_handle)
+    WRAP(RegOpenKeyExW,                   open_key)
+    WRAP(RegCreateKeyExW,                 create_key)
+    WRAP(RegCloseKey,                     close_key)
+    WRAP(RegSetValueExW,                  set_value)
+    WRAP(RegDeleteKeyW,                   delete_key)
+    WRAP(RegNotifyChangeKeyValue,         notify_change)
+    WRAP(SHGetFolderPathW,                folder_path)
+    WRAP(CreateProcessW,                  create_process)
+    WRAP(GetExitCodeProcess,              exit_code_of_process)
+    WRAP(GetStdHandle,                    standard_handle)
+    WRAP(GetFileType,                     file_type)
+    WRAP(AttachConsole,                   attach_console)
+    WRAP(GetConsoleMode,                  console_mode)
+    WRAP(WriteConsoleW,                   write_console)
+    WRAP(SetConsoleCtrlHandler,           set_control_handler)
+    WRAP(GetModuleHandleW,                module_handle)
+    WRAP(RegisterClassExW,                register_class)
+    WRAP(CreateWindowExW,                 create_window)
+};
+#undef WRAP
 // clang-format on
+
+void* wrapper_of(const char* name) {
+    for (const auto& row : g_wrappers) {
+        if (std::strcmp(row.name, name) == 0)
+            return row.wrapper;
+    }
+    return nullptr;
+}
+
+} // namespace runner

@@ -27,10 +27,6 @@ static Step asks(const std::string& text) {
     return [text] { ask(text); };
 }
 
-static Step asks_every(const std::string& text) {
-    return [text] { ask_every(text); };
-}
-
 // ---- the service ----
 
 static Step on_start(Tokens&) {
@@ -69,7 +65,7 @@ static Step on_handler(Tokens& tokens) {
 }
 
 static Step on_power_settings(Tokens& tokens) {
-    return asks_every(request({"power-settings", decimal(tokens.choice({"later", "at-registration"}))}));
+    return asks(request({"power-settings", decimal(tokens.choice({"later", "at-registration"}))}));
 }
 
 static Step on_check_status(Tokens& tokens) {
@@ -103,13 +99,13 @@ static Step on_time(Tokens& tokens) {
     std::string asked = "time";
     for (const unsigned part : parts)
         asked += "\t" + decimal(part);
-    return asks_every(asked);
+    return asks(asked);
 }
 
 // ---- settings ----
 
 static Step sets(const std::string& name, std::uint64_t value) {
-    return asks_every(request({"set", name, decimal(value)}));
+    return asks(request({"set", name, decimal(value)}));
 }
 
 static Step on_hibernate(Tokens& tokens) {
@@ -125,9 +121,9 @@ static Step number_or_fails(Tokens& tokens, const std::string& name) {
     const bool fails = tokens.accept("fails");
     const std::uint64_t number = fails ? 0 : tokens.number();
     return [=] {
-        ask_every(request({"set", name + "-fails", decimal(fails)}));
+        ask(request({"set", name + "-fails", decimal(fails)}));
         if (!fails)
-            ask_every(request({"set", name, decimal(number)}));
+            ask(request({"set", name, decimal(number)}));
     };
 }
 
@@ -147,8 +143,8 @@ static Step on_suspend(Tokens& tokens) {
     if (what == FAILS && tokens.accept("times"))
         return sets("suspend-failures", tokens.number());
     return [what] {
-        ask_every(request({"set", "suspend-fails", decimal(what == FAILS)}));
-        ask_every(request({"set", "suspend-failures", "0"}));
+        ask(request({"set", "suspend-fails", decimal(what == FAILS)}));
+        ask(request({"set", "suspend-failures", "0"}));
     };
 }
 
@@ -168,8 +164,8 @@ static Step on_version(Tokens& tokens) {
     unsigned minor = 0;
     std::sscanf(tokens.word().c_str(), "%u.%u", &major, &minor);
     return [=] {
-        ask_every(request({"set", "major", decimal(major)}));
-        ask_every(request({"set", "minor", decimal(minor)}));
+        ask(request({"set", "major", decimal(major)}));
+        ask(request({"set", "minor", decimal(minor)}));
     };
 }
 
@@ -177,7 +173,7 @@ static Step on_registry_refuse(Tokens& tokens) {
     const std::string path = tokens.word();
     if (!tokens.done())
         tokens.fail("rights are not told apart");
-    return asks_every(request({"refuse", path, decimal(EVERY_RIGHT)}));
+    return asks(request({"refuse", path, decimal(EVERY_RIGHT)}));
 }
 
 static Step on_graphics(Tokens& tokens) {
@@ -192,10 +188,10 @@ static Step on_inverter(Tokens& tokens) {
     const std::string type = decimal(tokens.number());
     const std::string frequency = decimal(tokens.number());
     return [=] {
-        ask_every(request({"set", "inverter-get-fails", "0"}));
-        ask_every(request({"set", "inverter-set-fails", "0"}));
-        ask_every(request({"set", "inverter-type", type}));
-        ask_every(request({"set", "inverter-frequency", frequency}));
+        ask(request({"set", "inverter-get-fails", "0"}));
+        ask(request({"set", "inverter-set-fails", "0"}));
+        ask(request({"set", "inverter-type", type}));
+        ask(request({"set", "inverter-frequency", frequency}));
     };
 }
 
@@ -207,7 +203,7 @@ static Step on_task(Tokens& tokens) {
     const std::string folder = tokens.text();
     const std::string name = tokens.text();
     tokens.accept("present");
-    return asks_every(request({"task", folder, name}));
+    return asks(request({"task", folder, name}));
 }
 
 // present or absent, as the runner says.
@@ -247,14 +243,60 @@ static Step on_check_file(Tokens& tokens) {
 
 static Step on_run(Tokens& tokens) {
     const std::string line = tokens.text();
-    if (same_text(line, "-PnPTask"))
-        tokens.fail("what the clean-up run asks of services and programs is not answered yet");
     if (same_text(line, "-helper"))
         tokens.fail("a helper's window is the bench's own");
-    if (line == "zorpmctl")
-        tokens.fail("the control program asks the real service control manager");
-    tokens.at = tokens.list.size();
-    return [line] { run_program(line); };
+    if (line != "zorpmctl") {
+        tokens.at = tokens.list.size();
+        return asks(request({"run", line}));
+    }
+    std::string arguments;
+    while (!tokens.done())
+        arguments += (arguments.empty() ? "" : " ") + tokens.word();
+    return asks(request({"run-control", arguments}));
+}
+
+static Step on_interrupt(Tokens& tokens) {
+    return asks(request(
+        {"interrupt", decimal(tokens.done() ? 0 : tokens.choice({"ctrl-c", "close", "log-off"}))}));
+}
+
+static Step on_program(Tokens& tokens) {
+    const std::string name = tokens.text();
+    tokens.accept("takes");
+    const std::string duration = decimal(tokens.duration());
+    return asks(request({"program", name, duration, decimal(tokens.accept("exits") ? tokens.number() : 0)}));
+}
+
+static Step on_console(Tokens& tokens) {
+    return sets("console", tokens.choice({"present", "redirected", "missing"}));
+}
+
+static Step on_rotation(Tokens& tokens) {
+    return sets("rotation-follows", tokens.choice({"stays", "follows"}));
+}
+
+// The calls that can be told to fail there.
+static Step on_fail(Tokens& tokens) {
+    const std::string name = tokens.word();
+    for (const char* known : {"OpenServiceW", "CreateThread", "RegSetValueExW", "RegNotifyChangeKeyValue"}) {
+        if (name == known && tokens.done())
+            return asks(request({"fail", name}));
+    }
+    tokens.fail("no such call can be made to fail");
+    return nullptr;
+}
+
+// event [manual] [denied] | mutex [denied] | set | free
+static Step on_object(Tokens& tokens) {
+    const std::string full = tokens.text();
+    const std::string name = full.substr(full.rfind('\\') + 1);
+    enum : size_t { EVENT, MUTEX, SET, FREE };
+    const size_t what = tokens.choice({"event", "mutex", "set", "free"});
+    if (what >= SET)
+        return asks(request({what == SET ? "set-held" : "free", name}));
+    const bool manual = what == EVENT && tokens.accept("manual");
+    const std::string kind = decimal(what == MUTEX ? 0 : manual ? 2 : 1);
+    return asks(request({"hold", name, kind, decimal(tokens.accept("denied"))}));
 }
 
 // ---- the notebook ----
@@ -283,6 +325,16 @@ static Step on_driver(Tokens& tokens) {
                 ask(request({"present-later", later, decimal(device), decimal(1 - present)}));
         }
     };
+}
+
+static Step on_hardware(Tokens& tokens) {
+    const std::string id = tokens.text();
+    if (id == "nameless")
+        tokens.fail("no device without a hardware id");
+    const size_t what = tokens.choice({"absent", "present", "unended"});
+    if (what == 2)
+        tokens.fail("no list of hardware ids without an end");
+    return asks(request({"hardware", id, decimal(what)}));
 }
 
 static Step on_stick(Tokens& tokens) {
@@ -410,6 +462,7 @@ static const Row g_rows[] = {
     {"event",                  on_event,           nullptr, nullptr},
     {"signal",                 on_signal,          nullptr, nullptr},
     {"driver",                 on_driver,          nullptr, nullptr},
+    {"hardware",               on_hardware,        nullptr, nullptr},
     {"device stick",           on_stick,           nullptr, nullptr},
     {"device slate",           on_device<NOTEBOOK_SLATE>, nullptr, nullptr},
     {"device dock",            on_device<NOTEBOOK_DOCK>, nullptr, nullptr},
@@ -444,8 +497,13 @@ static const Row g_rows[] = {
     {"expect no",              SAME,               nullptr, nullptr},
     {"expect count",           SAME,               nullptr, nullptr},
     {"expect open",            SAME,               nullptr, "openings are not told there"},
-    {"fail call",              SAME,               nullptr, "no call can be made to fail"},
-    {"fail",                   SAME,               nullptr, "no call can be made to fail"},
+    {"fail call",              SAME,               nullptr, "no call can be made to fail by its number"},
+    {"fail",                   on_fail,            nullptr, nullptr},
+    {"interrupt zorpmctl",     on_interrupt,       nullptr, nullptr},
+    {"windows program",        on_program,         nullptr, nullptr},
+    {"windows console",        on_console,         nullptr, nullptr},
+    {"windows rotation",       on_rotation,        nullptr, nullptr},
+    {"windows object",         on_object,          nullptr, nullptr},
     {"show",                   SAME,               nullptr, "the machine's state is the bench's own"},
     {"windows account",        SAME,               nullptr, "accounts are Wine's own"},
     {"windows hive",           SAME,               nullptr, "no user hive can be loaded"},
@@ -514,6 +572,7 @@ static const char* const g_ownKeys[] = {
     "HKLM\\SOFTWARE\\Mestra",
     "HKLM\\SOFTWARE\\Dolby",
     "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation",
+    "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\ROOT\\ZORPHARDWARE",
 };
 static const char* const g_winesKeys[] = {
     "HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS",
@@ -539,8 +598,18 @@ static bool is_wines(const std::string& key) {
     return false;
 }
 
+// Files that only a script or the service makes.
+static const char* const g_ownFiles[] = {
+    "C:\\Windows\\LidBeep.ini",
+    "C:\\Program Files\\Mestra\\LidBeep.ini",
+    "C:\\Desk\\LidBeep.ini",
+    "C:\\Windows\\System32\\ZORPMDRV.INF",
+};
+
 void reset_wine(const std::vector<std::string>& keys_of_script, const std::vector<std::string>& files) {
     for (const std::string& file : files)
+        ask(request({"delete-file", file}));
+    for (const char* file : g_ownFiles)
         ask(request({"delete-file", file}));
     ask("new-notebook");
     for (const char* key : g_ownKeys)

@@ -30,11 +30,8 @@ struct RunnerProcess {
 
 } // namespace
 
-static RunnerProcess g_process; // the service's, or another one while that is asked
+static RunnerProcess g_process;
 static pid_t g_keeper = 0;
-static bool g_other = false; // that is asked
-static std::string g_status = "1\t0\t0\t0";
-static std::vector<std::string> g_settings; // for every process
 static std::string g_broken;
 
 std::string request(std::initializer_list<std::string> fields) {
@@ -90,8 +87,6 @@ static void become_runner(const int (&in)[2], const int (&out)[2]) {
     _exit(127);
 }
 
-static std::string exchange(const std::string& text);
-
 static void start_process() {
     start_keeper();
     int in[2];
@@ -105,9 +100,6 @@ static void start_process() {
     close(out[1]);
     g_process.input = in[1];
     g_process.output = out[0];
-    exchange("begin\t" + std::to_string(machine().now) + "\t" + g_status);
-    for (const std::string& setting : g_settings)
-        exchange(setting);
 }
 
 static bool read_line(std::string* line) {
@@ -188,14 +180,6 @@ static std::string exchange(const std::string& text) {
             break_off(words[1]);
         else if (words[0] == "done")
             break;
-        else if (words[0] == "ended") {
-            if (!g_other)
-                g_status = words[1];
-            for (char& c : g_status)
-                c = c == ' ' ? '\t' : c;
-            forget_process();
-            break;
-        }
     }
     return value;
 }
@@ -206,28 +190,8 @@ std::string ask(const std::string& text) {
     return g_broken.empty() ? exchange(text) : "";
 }
 
-void run_program(const std::string& command_line) {
-    RunnerProcess service = std::exchange(g_process, RunnerProcess());
-    g_other = true;
-    ask(request({"run", command_line}));
-    ask("settle");
-    if (g_process.id != 0) {
-        break_off("a process \"" + command_line + "\" that stays");
-        forget_process();
-    }
-    g_other = false;
-    g_process = std::move(service);
-}
-
-void ask_every(const std::string& text) {
-    ask(text);
-    g_settings.push_back(text);
-}
-
 void end_runner() {
     forget_process();
-    g_settings.clear();
-    g_status = "1\t0\t0\t0";
     g_broken.clear();
 }
 
