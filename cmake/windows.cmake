@@ -110,7 +110,7 @@ foreach(script IN LISTS wine_tests)
     get_filename_component(name ${script} NAME_WE)
     string(REPLACE "run_" "wine_" name ${name})
     add_test(NAME ${name} COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/run.sh ${CMAKE_BINARY_DIR} ${script})
-    set_tests_properties(${name} PROPERTIES LABELS wine RESOURCE_LOCK wine TIMEOUT 300 COST 2000
+    set_tests_properties(${name} PROPERTIES LABELS wine TIMEOUT 300 COST 2000
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endforeach()
 

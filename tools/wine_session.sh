@@ -30,11 +30,27 @@ xvfb=$!
 read -r -t 30 -u 7 number || { echo "Xvfb does not start" >&2; exit 2; }
 export DISPLAY=:$number
 
-mkdir -p "$WINEPREFIX"
-if [ ! -e "$WINEPREFIX/made" ]; then
-    timeout -k 5 240 "$wine" wineboot -i </dev/null >/dev/null 2>&1 ||
-        { echo "the Wine prefix cannot be made" >&2; exit 2; }
+# A prefix is made once, build/wine-prefix-new, and never used: those that are used begin as copies of it, with links in
+# the place of Wine's files, which nobody writes to.
+new=$(dirname "$WINEPREFIX")/wine-prefix-new
+make_new_prefix() (
+    export WINEPREFIX=$new
+    rm -rf "$new" && mkdir -p "$new"
+    timeout -k 5 240 "$wine" wineboot -i </dev/null >/dev/null 2>&1 || exit 1
     # Some services do not start before the session that made it has ended.
     timeout 60 wineserver -w || wineserver -k
-    touch "$WINEPREFIX/made"
+    touch "$new/made"
+)
+mkdir -p "$(dirname "$new")"
+exec 5>"$new.lock"
+flock 5
+if [ ! -e "$new/made" ]; then
+    make_new_prefix 5>&- || { echo "the Wine prefix cannot be made" >&2; exit 2; }
+fi
+exec 5>&-
+if [ ! -e "$WINEPREFIX/made" ] || [ "$WINEPREFIX/made" -ot "$new/made" ]; then
+    rm -rf "$WINEPREFIX" && mkdir -p "$WINEPREFIX" &&
+        cp -al "$new/drive_c" "$WINEPREFIX/" &&
+        cp -a "$new"/*.reg "$new/.update-timestamp" "$new/dosdevices" "$WINEPREFIX/" &&
+        touch "$WINEPREFIX/made" || { echo "the Wine prefix cannot be copied" >&2; exit 2; }
 fi

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -89,10 +90,19 @@ static bool query_mutex(HANDLE object, MutantState* state) {
     return query(object, 0, state, sizeof(*state), nullptr) >= 0;
 }
 
+static std::set<HANDLE> g_mutexes;
+
+void note_mutex(HANDLE mutex) {
+    g_mutexes.insert(mutex);
+}
+
+void forget_mutex(HANDLE mutex) {
+    g_mutexes.erase(mutex);
+}
+
 static bool has_mutex(const Thread& thread) {
-    MutantState state = {};
     return std::any_of(thread.objects, thread.objects + thread.count,
-                       [&](HANDLE object) { return query_mutex(object, &state); });
+                       [](HANDLE object) { return g_mutexes.contains(object); });
 }
 
 // Whether the thread itself would find what it waits for; mutexes alone are waited for so.
@@ -129,10 +139,10 @@ static bool is_due(Thread* thread) {
 
 // Those whose wait has ended, in the order in which they began to wait. Their objects are looked at only
 // where something can have happened to them.
-static void wake_waiting(bool objects) {
+template <class May> static void wake_those(May objects) {
     const auto ends = [objects](Thread* thread) {
         if (thread->suspended > 0 || thread->messages ||
-            !((objects && finds_objects(thread)) || is_due(thread)))
+            !((objects(*thread) && finds_objects(thread)) || is_due(thread)))
             return false;
         schedule(thread);
         return true;
@@ -140,8 +150,23 @@ static void wake_waiting(bool objects) {
     g_waiting.erase(std::remove_if(g_waiting.begin(), g_waiting.end(), ends), g_waiting.end());
 }
 
+static void wake_waiting(bool objects) {
+    wake_those([objects](const Thread&) { return objects; });
+}
+
 void signalled() {
     wake_waiting(true);
+}
+
+void signalled(HANDLE object) {
+    wake_those([object](const Thread& thread) {
+        return std::find(thread.objects, thread.objects + thread.count, object) !=
+               thread.objects + thread.count;
+    });
+}
+
+void released() {
+    wake_those([](const Thread& thread) { return thread.own_wait; });
 }
 
 static void remove_from(std::vector<Thread*>& list, const Thread* thread) {

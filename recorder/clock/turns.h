@@ -43,6 +43,11 @@ BOOL kill_timer(HWND window, UINT_PTR id);
 
 // Somebody has signalled an object: whoever waits for it comes next, in the order of signals.
 void signalled();
+void signalled(HANDLE object); // that no other handle leads to
+void released();               // a mutex
+// Handles that are mutexes: asking Windows takes a message for every wait.
+void note_mutex(HANDLE mutex);
+void forget_mutex(HANDLE mutex);
 // The process, one of several within this, of which the calling thread is; 0: none.
 DWORD home();
 void set_home(DWORD home);

@@ -1,5 +1,6 @@
-// Linked in front of the product's objects where they become an image, which the runner loads afresh for every
-// process that it runs: the wrapped calls go by slots, which the runner fills before anything else is run.
+// Linked in front of the product's objects where they become an image, which the runner loads afresh for
+// every process that it runs: the wrapped calls go by slots, which the runner fills before anything else is
+// run.
 #include <windows.h>
 
 #include "recorder/runner/calls.h"

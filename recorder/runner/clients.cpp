@@ -178,7 +178,8 @@ BOOL delete_any_file(const wchar_t* path) {
     if (REAL(DeleteFileW)(path))
         return TRUE;
     const DWORD error = GetLastError();
-    if (error != ERROR_ACCESS_DENIED || !InitializeSecurityDescriptor(&everybody, SECURITY_DESCRIPTOR_REVISION) ||
+    if (error != ERROR_ACCESS_DENIED ||
+        !InitializeSecurityDescriptor(&everybody, SECURITY_DESCRIPTOR_REVISION) ||
         !SetSecurityDescriptorDacl(&everybody, TRUE, nullptr, FALSE) ||
         !SetFileSecurityW(path, DACL_SECURITY_INFORMATION, &everybody)) {
         SetLastError(error);

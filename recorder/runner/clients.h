@@ -21,8 +21,9 @@ BOOL WINAPI query_status_ex(SC_HANDLE service, SC_STATUS_TYPE level, BYTE* buffe
                             DWORD* needed);
 BOOL WINAPI close_service(SC_HANDLE service);
 BOOL WINAPI create_process(LPCWSTR application, LPWSTR command_line, SECURITY_ATTRIBUTES* process_security,
-                           SECURITY_ATTRIBUTES* thread_security, BOOL inherit, DWORD flags, LPVOID environment,
-                           LPCWSTR directory, STARTUPINFOW* startup, PROCESS_INFORMATION* process);
+                           SECURITY_ATTRIBUTES* thread_security, BOOL inherit, DWORD flags,
+                           LPVOID environment, LPCWSTR directory, STARTUPINFOW* startup,
+                           PROCESS_INFORMATION* process);
 BOOL WINAPI exit_code_of_process(HANDLE process, DWORD* code);
 HRESULT WINAPI folder_path(HWND owner, int folder, HANDLE token, DWORD flags, LPWSTR path);
 

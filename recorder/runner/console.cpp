@@ -118,7 +118,8 @@ void interrupt_program(Ending ending) {
         return;
     }
     const ULONG_PTR type = ending == Ending::CtrlC ? CTRL_C_EVENT : CTRL_CLOSE_EVENT;
-    CloseHandle(turns::start_thread("console", run_handler, reinterpret_cast<LPVOID>(type), 0, nullptr, image));
+    CloseHandle(
+        turns::start_thread("console", run_handler, reinterpret_cast<LPVOID>(type), 0, nullptr, image));
 }
 
 } // namespace runner

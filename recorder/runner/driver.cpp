@@ -1,6 +1,8 @@
 #include "recorder/runner/driver.h"
 
+#include <array>
 #include <cstdlib>
+#include <map>
 
 #include "recorder/clock/turns.h"
 #include "recorder/real.h"
@@ -43,9 +45,9 @@ static HANDLE control_device() {
     return device;
 }
 
-DWORD ask_notebook(DWORD code, DWORD first, DWORD second, DWORD third) {
+DWORD ask_notebook(DWORD code, DWORD first, DWORD second, DWORD third, DWORD fourth) {
     static const HANDLE device = control_device();
-    DWORD words[] = {first, second, third};
+    DWORD words[] = {first, second, third, fourth};
     DWORD answer = 0;
     DWORD bytes = 0;
     if (!REAL(DeviceIoControl)(device, code, words, sizeof(words), &answer, sizeof(answer), &bytes, nullptr))
@@ -63,7 +65,7 @@ static std::string reply_to(const std::string& question) {
     return reply;
 }
 
-void prime_answer(const std::string& method, DWORD argument) {
+void prime_answer(DWORD code, const std::string& method, DWORD argument) {
     const std::string request = " " + method + " " + std::to_string(argument);
     std::string reply = reply_to("takes" + request);
     if (const DWORD takes = std::strtoul(reply.c_str(), nullptr, 10); takes != 0) {
@@ -75,7 +77,14 @@ void prime_answer(const std::string& method, DWORD argument) {
     const DWORD fails = std::strtoul(at, &at, 10);
     const DWORD bytes = std::strtoul(at, &at, 10);
     const DWORD value = std::strtoul(at, &at, 10);
-    ask_notebook(NOTEBOOK_PRIME, fails, bytes, value);
+    // What the driver answers to this code already needs no telling.
+    static std::map<DWORD, std::array<DWORD, 3>> primed;
+    const std::array<DWORD, 3> answer = {fails, bytes, value};
+    const auto known = primed.find(code);
+    if (known != primed.end() && known->second == answer)
+        return;
+    primed[code] = answer;
+    ask_notebook(NOTEBOOK_PRIME, fails, bytes, value, code);
 }
 
 } // namespace runner

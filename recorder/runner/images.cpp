@@ -174,8 +174,9 @@ ATOM WINAPI register_class(const WNDCLASSEXW* window_class) {
     return atom;
 }
 
-HWND WINAPI create_window(DWORD extended, LPCWSTR class_name, LPCWSTR title, DWORD style, int x, int y, int width,
-                          int height, HWND parent, HMENU menu, HINSTANCE instance, LPVOID parameter) {
+HWND WINAPI create_window(DWORD extended, LPCWSTR class_name, LPCWSTR title, DWORD style, int x, int y,
+                          int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
+                          LPVOID parameter) {
     HWND window = REAL(CreateWindowExW)(extended, class_name, title, style, x, y, width, height, parent, menu,
                                         instance, parameter);
     if (window != nullptr)

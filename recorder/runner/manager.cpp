@@ -299,7 +299,9 @@ static void dispatch_controls() {
         const ControlRef control = g_passed.front();
         g_passed.pop_front();
         if (!reachable(control->during_start)) {
-            settle_control(control, ERROR_SERVICE_CANNOT_ACCEPT_CTRL); // it was accepted before the service began to stop
+            settle_control(
+                control,
+                ERROR_SERVICE_CANNOT_ACCEPT_CTRL); // it was accepted before the service began to stop
             continue;
         }
         void* data = control->event_data.empty() ? nullptr : control->event_data.data();

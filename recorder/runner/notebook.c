@@ -1,5 +1,5 @@
 /* The notebook's drivers and devices for the runner, as a kernel driver that Wine loads: the firmware's answers are
- * primed one by one by who sends the request; events are queued and told here. Wine hands over one request at a time, so
+ * primed by who sends the request, where they change; events are queued and told here. Wine hands over one request at a time, so
  * nothing is locked. A missing device has no link: it cannot be opened then, as on Windows. */
 #include <ntifs.h>
 
@@ -42,11 +42,13 @@ static struct {
 static ULONG queued;
 static HANDLE events[DRIVER_EVENTS];
 static ULONG openings;
-static struct {
+#define MOST_CODES 64
+static struct answer {
+    ULONG code; /* 0: none */
     ULONG fails;
     ULONG bytes;
     ULONG value;
-} primed;
+} answers[MOST_CODES];
 
 static NTSTATUS finish(IRP *irp, NTSTATUS status, ULONG bytes)
 {
@@ -149,8 +151,8 @@ static void reset(void)
     ULONG i;
     forget_registration();
     queued = openings = 0;
-    primed.fails = 0;
-    primed.bytes = NOTEBOOK_ALL_BYTES;
+    for (i = 0; i < MOST_CODES; ++i)
+        answers[i].code = 0;
     for (i = 0; i < 3; ++i)
         interfaces[i].state = interfaces[i].failures[0] = interfaces[i].failures[1] = 0;
     interfaces[NOTEBOOK_SLATE].state = 1;
@@ -166,18 +168,32 @@ static ULONG signal_event(ULONG number)
     return 1;
 }
 
-/* Three words in, one out. */
+/* Its place, or the first free one. */
+static struct answer *answer_to(ULONG code)
+{
+    ULONG i;
+    for (i = 0; i < MOST_CODES - 1; ++i) {
+        if (answers[i].code == code || answers[i].code == 0)
+            break;
+    }
+    return &answers[i];
+}
+
+/* Four words in, one out. */
 static NTSTATUS answer_runner(ULONG code, ULONG *words)
 {
     const ULONG first = words[0];
+    struct answer *primed;
     if ((code == NOTEBOOK_SET_STATE || code == NOTEBOOK_STATE || code == NOTEBOOK_FAILURES) && first > NOTEBOOK_BUTTON)
         return STATUS_INVALID_PARAMETER;
     switch (code) {
     case NOTEBOOK_RESET: reset(); break;
     case NOTEBOOK_PRIME:
-        primed.fails = first;
-        primed.bytes = words[1];
-        primed.value = words[2];
+        primed = answer_to(words[3]);
+        primed->code = words[3];
+        primed->fails = first;
+        primed->bytes = words[1];
+        primed->value = words[2];
         break;
     case NOTEBOOK_EVENT:
         if (queued == MOST_EVENTS)
@@ -204,16 +220,16 @@ static NTSTATUS answer_runner(ULONG code, ULONG *words)
 /* ---- what the service asks ---- */
 
 /* The primed answer; the bytes that it is said to have. */
-static ULONG answer_request(ULONG code, ULONG *words, ULONG out)
+static ULONG answer_request(const struct answer *primed, ULONG *words, ULONG out)
 {
-    const ULONG bytes = primed.bytes;
+    const ULONG bytes = primed->bytes;
     ULONG i;
-    if (code == GETEVENT && out == 2 * sizeof *words) {
+    if (primed->code == GETEVENT && out == 2 * sizeof *words) {
         const ULONG fetched = fetch_event(words);
         return bytes == NOTEBOOK_ALL_BYTES ? fetched : bytes;
     }
     for (i = 0; i < out / sizeof *words; ++i)
-        words[i] = i == 0 ? primed.value : 0;
+        words[i] = i == 0 ? primed->value : 0;
     return bytes == NOTEBOOK_ALL_BYTES ? out : bytes;
 }
 
@@ -224,18 +240,20 @@ static NTSTATUS WINAPI control(DEVICE_OBJECT *device, IRP *irp)
     const ULONG out = stack->Parameters.DeviceIoControl.OutputBufferLength;
     const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
     ULONG *words = irp->AssociatedIrp.SystemBuffer;
+    const struct answer *primed;
     if (number_of(device) == CONTROL) {
         const NTSTATUS status =
-            in == 3 * sizeof *words && out == sizeof *words ? answer_runner(code, words) : STATUS_INVALID_PARAMETER;
+            in == 4 * sizeof *words && out == sizeof *words ? answer_runner(code, words) : STATUS_INVALID_PARAMETER;
         return finish(irp, status, status == STATUS_SUCCESS ? sizeof *words : 0);
     }
-    if (primed.fails)
+    primed = answer_to(code);
+    if (primed->fails)
         return finish(irp, STATUS_UNSUCCESSFUL, 0);
     if (code == REGISTEREVENTS && in == 6 * sizeof(ULONGLONG))
         take_registration(irp->AssociatedIrp.SystemBuffer);
     if (code == UNREGISTEREVENTS)
         forget_registration();
-    return finish(irp, STATUS_SUCCESS, answer_request(code, words, out));
+    return finish(irp, STATUS_SUCCESS, answer_request(primed, words, out));
 }
 
 static int fails(ULONG *failures)

@@ -8,7 +8,7 @@
 #define NOTEBOOK_CODE(function) ((0x22u << 16) | ((function) << 2))
 
 #define NOTEBOOK_RESET NOTEBOOK_CODE(0x801) /* all as on a new machine */
-#define NOTEBOOK_PRIME NOTEBOOK_CODE(0x802) /* in: fails, bytes, value of the next request's answer */
+#define NOTEBOOK_PRIME NOTEBOOK_CODE(0x802) /* in: fails, bytes, value of the answers to a code; the code */
 #define NOTEBOOK_EVENT NOTEBOOK_CODE(0x803) /* in: code, second word */
 #define NOTEBOOK_SIGNAL                                                                                      \
     NOTEBOOK_CODE(0x804) /* in: number of a registered event; out: 1 when there is one                       \

@@ -1,10 +1,9 @@
 // What the runner answers to the tool that drives it, on standard output, a line each:
 //     effect MILLISECONDS THREAD LINE   the service has done it
 //     value TEXT                        what a request asked for
-//     takes METHOD ARGUMENT             asks the tool how long the firmware takes: 0 and its answer, or the time
-//     answer METHOD ARGUMENT            asks for the answer, whatever it takes
-//     broken WHAT                       the run goes no further
-//     done                              the request is through
+//     takes METHOD ARGUMENT             asks the tool how long the firmware takes: 0 and its answer, or the
+//     time answer METHOD ARGUMENT            asks for the answer, whatever it takes broken WHAT the run goes
+//     no further done                              the request is through
 #pragma once
 
 #include <windows.h>

@@ -362,12 +362,14 @@ static void hardware(const Fields& fields) {
     OpenKey key;
     if (fields[1] == "0")
         return;
-    REAL(RegCreateKeyExW)(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key.key, nullptr);
+    REAL(RegCreateKeyExW)
+    (HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key.key, nullptr);
     const std::wstring id = widen(fields[0]) + L'\0'; // and one more null, of the text itself
-    REAL(RegSetValueExW)(key.key, L"HardwareID", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(id.c_str()),
-                         static_cast<DWORD>((id.size() + 1) * sizeof(wchar_t)));
-    REAL(RegSetValueExW)(key.key, L"ClassGUID", 0, REG_SZ, reinterpret_cast<const BYTE*>(device_class),
-                         sizeof(device_class));
+    REAL(RegSetValueExW)
+    (key.key, L"HardwareID", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(id.c_str()),
+     static_cast<DWORD>((id.size() + 1) * sizeof(wchar_t)));
+    REAL(RegSetValueExW)
+    (key.key, L"ClassGUID", 0, REG_SZ, reinterpret_cast<const BYTE*>(device_class), sizeof(device_class));
 }
 
 static void handles(const Fields&) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "recorder/clock/turns.h"
@@ -80,23 +81,35 @@ static DWORD WINAPI resume_thread(HANDLE thread) {
     return turns::resume_thread(thread);
 }
 
-static HANDLE WINAPI create_event(SECURITY_ATTRIBUTES* security, BOOL manual_reset, BOOL initial, LPCWSTR name) {
-    return kept(REAL(CreateEventW)(security, manual_reset, initial, name));
+static std::set<HANDLE> g_unnamed; // events that nobody reaches by another handle
+
+static HANDLE WINAPI create_event(SECURITY_ATTRIBUTES* security, BOOL manual_reset, BOOL initial,
+                                  LPCWSTR name) {
+    HANDLE event = kept(REAL(CreateEventW)(security, manual_reset, initial, name));
+    if (name == nullptr)
+        g_unnamed.insert(event);
+    return event;
 }
 
 static HANDLE WINAPI create_mutex(SECURITY_ATTRIBUTES* security, BOOL owned, LPCWSTR name) {
-    return kept(REAL(CreateMutexW)(security, owned, name));
+    HANDLE mutex = kept(REAL(CreateMutexW)(security, owned, name));
+    if (mutex != nullptr)
+        turns::note_mutex(mutex);
+    return mutex;
 }
 
 static BOOL WINAPI set_event(HANDLE event) {
     const BOOL set = REAL(SetEvent)(event);
-    turns::signalled();
+    if (g_unnamed.contains(event))
+        turns::signalled(event);
+    else
+        turns::signalled();
     return set;
 }
 
 static BOOL WINAPI release_mutex(HANDLE mutex) {
     const BOOL released = REAL(ReleaseMutex)(mutex);
-    turns::signalled();
+    turns::released();
     return released;
 }
 
@@ -190,9 +203,8 @@ static void follow_button(BYTE byte) {
     DWORD enable = 0;
     DWORD bytes = sizeof(enable);
     if (half_pressed || setting("rotation-follows", 0) == 0 ||
-        REAL(RegOpenKeyExW)(HKEY_LOCAL_MACHINE,
-                            L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation", 0,
-                            KEY_QUERY_VALUE | KEY_SET_VALUE, &key) != ERROR_SUCCESS)
+        REAL(RegOpenKeyExW)(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AutoRotation",
+                            0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key) != ERROR_SUCCESS)
         return;
     if (RegQueryValueExW(key, L"Enable", nullptr, nullptr, reinterpret_cast<BYTE*>(&enable), &bytes) ==
         ERROR_SUCCESS) {
@@ -224,10 +236,10 @@ static BOOL WINAPI close_handle(HANDLE handle) {
     if (is_output(handle))
         return TRUE;
     g_devices.erase(handle);
+    g_unnamed.erase(handle);
     forget_open(handle);
-    const BOOL closed = REAL(CloseHandle)(handle);
-    turns::signalled();
-    return closed;
+    turns::forget_mutex(handle);
+    return REAL(CloseHandle)(handle);
 }
 
 // ---- the driver ----
@@ -240,18 +252,36 @@ static BOOL WINAPI device_control(HANDLE device, DWORD code, LPVOID in, DWORD in
     const std::string line = shown_request(code, words, in_bytes);
     if (!g_devices.contains(device)) // it could not be opened, and nobody is asked
         return REAL(DeviceIoControl)(device, code, in, in_bytes, out, out_bytes, returned, overlapped);
-    prime_answer(method_of(code), words[0]);
+    prime_answer(code, method_of(code), words[0]);
     const BOOL sent = REAL(DeviceIoControl)(device, code, in, in_bytes, out, out_bytes, returned, overlapped);
     const DWORD error = GetLastError();
     effect("%s%s", line.c_str(),
            sent ? shown_answer(code, static_cast<const DWORD*>(out), out_bytes, *returned).c_str()
                 : " failed");
-    turns::signalled();
+    if (method_of(code) == "REGISTEREVENTS")
+        turns::signalled(); // an event that is pending is told at once
     SetLastError(error);
     return sent;
 }
 
 // ---- the registry ----
+
+// Whom a change can have told: looking after every waiting thread costs Wine a message each.
+struct WatchedKey {
+    std::string path; // small letters
+    bool subtree;
+};
+static std::map<HKEY, WatchedKey> g_watched;
+
+static void tell_watchers(const std::string& changed) {
+    const std::string path = small(changed);
+    for (const auto& [key, watched] : g_watched) {
+        const bool below = watched.subtree && path.size() > watched.path.size() &&
+                           path.starts_with(watched.path) && path[watched.path.size()] == '\\';
+        if (below || path == watched.path)
+            return turns::signalled();
+    }
+}
 
 static void close_key_later(void* key) {
     close_key(static_cast<HKEY>(key));
@@ -287,7 +317,8 @@ static LSTATUS WINAPI create_key(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR 
     if (made == REG_CREATED_NEW_KEY)
         effect("registry create %s%s", shown_path(key_path(*result)).c_str(),
                options == REG_OPTION_VOLATILE ? " volatile" : "");
-    turns::signalled();
+    if (made == REG_CREATED_NEW_KEY)
+        tell_watchers(key_path(*result));
     return error;
 }
 
@@ -295,7 +326,8 @@ static LSTATUS WINAPI close_key(HKEY key) {
     forget_key(key);
     forget_open(key);
     const LSTATUS error = REAL(RegCloseKey)(key);
-    turns::signalled();
+    if (g_watched.erase(key) != 0)
+        turns::signalled(); // what is pending ends
     return error;
 }
 
@@ -307,13 +339,14 @@ static LSTATUS WINAPI set_value(HKEY key, LPCWSTR name, DWORD reserved, DWORD ty
     if (error == ERROR_SUCCESS)
         effect("registry %s %s = %s", shown_path(key_path(key)).c_str(), value_name(name).c_str(),
                shown_data(type, data, bytes).c_str());
-    turns::signalled();
+    tell_watchers(key_path(key));
     return error;
 }
 
 static LSTATUS WINAPI notify_change(HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL asynchronous) {
     if (told_to_fail("RegNotifyChangeKeyValue", ERROR_NOT_ENOUGH_MEMORY))
         return ERROR_NOT_ENOUGH_MEMORY;
+    g_watched[key] = {small(key_path(key)), subtree != FALSE};
     return REAL(RegNotifyChangeKeyValue)(key, subtree, filter, event, asynchronous);
 }
 
@@ -350,8 +383,8 @@ static FARPROC WINAPI find_function(HMODULE library, const char* name) {
 }
 
 // Once for every process; here several share one.
-static HRESULT WINAPI security_of_com(SECURITY_DESCRIPTOR*, LONG, SOLE_AUTHENTICATION_SERVICE*, void*, DWORD, DWORD,
-                                      void*, DWORD, void*) {
+static HRESULT WINAPI security_of_com(SECURITY_DESCRIPTOR*, LONG, SOLE_AUTHENTICATION_SERVICE*, void*, DWORD,
+                                      DWORD, void*, DWORD, void*) {
     return S_OK;
 }
 

@@ -256,8 +256,8 @@ static Step on_run(Tokens& tokens) {
 }
 
 static Step on_interrupt(Tokens& tokens) {
-    return asks(request(
-        {"interrupt", decimal(tokens.done() ? 0 : tokens.choice({"ctrl-c", "close", "log-off"}))}));
+    return asks(
+        request({"interrupt", decimal(tokens.done() ? 0 : tokens.choice({"ctrl-c", "close", "log-off"}))}));
 }
 
 static Step on_program(Tokens& tokens) {

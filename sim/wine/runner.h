@@ -1,4 +1,5 @@
-// The process under Wine that runs the product (zorpmrunner.exe), one for each script, and what is asked of it.
+// The process under Wine that runs the product (zorpmrunner.exe), one for each script, and what is asked of
+// it.
 #pragma once
 
 #include <string>

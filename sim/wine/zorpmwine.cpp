@@ -198,7 +198,8 @@ static int compare_source(const Source& source) {
     Machine machine;
     const ScriptResult on_wine = run_on_wine(source, prepared);
     std::string what = on_wine.exit_code != 0 ? shown_failure(on_wine) : "";
-    if (on_bench.exit_code != 0 && !what.empty()) { // a test's code did something beside it, or another test reports it
+    if (on_bench.exit_code != 0 &&
+        !what.empty()) { // a test's code did something beside it, or another test reports it
         say(format("skipped    %s: it does not hold by itself\n", name.c_str()));
         return EXIT_HOLDS;
     }

@@ -15,7 +15,7 @@ mapfile -t defects < <("$plant" list "$@")
 
 export GIT_CEILING_DIRECTORIES=$tree # the copy is no part of this repository
 export CCACHE_NOHASHDIR=1 CCACHE_BASEDIR=$tree
-WINEPREFIX=${ZORPM_WINE_PREFIX:-$root/build/wine-prefix}
+WINEPREFIX=$root/build/wine-prefix-defects
 source tools/wine_session.sh
 "$wine" regedit /S "Z:$root/tests/wine/devices.reg" </dev/null >/dev/null 2>&1
 

@@ -12,8 +12,8 @@
 # A script that reaches its end has passed. Cases whose arguments bash would spoil, or that need more than an exit
 # status, belong into a probe: a console program (entry wmain) that starts zorpmsvc.exe, looks and exits 0 if all holds.
 #
-# Everything is private to the build folder: the Wine prefix (made by the first run), and a virtual display of our own.
-# The tests take turns (CTest's resource lock "wine"). At the end only what was started here is ended.
+# Everything is private to the build folder: the Wine prefix, and a virtual display of our own. Tests may run beside each
+# other: each takes the first prefix that is free. At the end only what was started here is ended.
 set -u
 
 build=$(realpath "$1")
@@ -42,7 +42,11 @@ start() { # PROGRAM [ARGUMENT...]
 
 rm -rf "$SCRATCH"
 mkdir -p "$SCRATCH"
-WINEPREFIX=$(dirname "$build")/wine-prefix
+for ((slot = 1;; ++slot)); do
+    WINEPREFIX=$(dirname "$build")/wine-prefix-$slot
+    exec 6>"$WINEPREFIX.lock"
+    flock -n 6 && break
+done
 source "$(dirname "$0")/../../tools/wine_session.sh"
 source "$script"
 exit 0
