@@ -14,7 +14,7 @@
     CALL(OpenSCManagerW) CALL(OpenServiceW) CALL(ControlService) CALL(QueryServiceStatus) \
     CALL(QueryServiceStatusEx) CALL(CloseServiceHandle) CALL(DeviceIoControl) CALL(CreateFileW) CALL(WriteFile) \
     CALL(DeleteFileW) CALL(CloseHandle) CALL(RegOpenKeyExW) CALL(RegCreateKeyExW) CALL(RegCloseKey) \
-    CALL(RegSetValueExW) CALL(RegDeleteKeyW) CALL(RegNotifyChangeKeyValue) CALL(SHGetFolderPathW) \
+    CALL(RegSetValueExW) CALL(RegDeleteKeyW) CALL(RegNotifyChangeKeyValue) CALL(RegLoadKeyW) CALL(RegUnLoadKeyW) CALL(LookupAccountNameW) CALL(SHGetFolderPathW) \
     CALL(CreateProcessW) CALL(GetExitCodeProcess) CALL(GetStdHandle) CALL(GetFileType) CALL(AttachConsole) \
     CALL(GetConsoleMode) CALL(WriteConsoleW) CALL(SetConsoleCtrlHandler) CALL(GetModuleHandleW) \
     CALL(RegisterClassExW) CALL(CreateWindowExW)

@@ -40,7 +40,7 @@ BOOL WINAPI adjust_privileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* 
     return adjusted;
 }
 
-static bool privilege_enabled(const wchar_t* name) {
+bool privilege_enabled(const wchar_t* name) {
     BYTE buffer[2048];
     DWORD bytes = 0;
     LUID wanted = {};
@@ -73,6 +73,8 @@ void take_service_token() {
     if (!REAL(OpenProcessToken)(GetCurrentProcess(), TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, &token))
         return;
     set_privilege(token, SE_SHUTDOWN_NAME, false);
+    set_privilege(token, SE_RESTORE_NAME, false);
+    set_privilege(token, SE_BACKUP_NAME, false);
     set_privilege(token, SE_CREATE_PAGEFILE_NAME, true);
     set_privilege(token, SE_DEBUG_NAME, true);
     REAL(CloseHandle)(token);

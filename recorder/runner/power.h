@@ -7,6 +7,7 @@ namespace runner {
 
 void* power_function(const char* name); // of powrprof.dll; null: none of that name
 
+bool privilege_enabled(const wchar_t* name);
 void take_service_token(); // the privileges of the account that a service runs under: enabled as they are
                            // there
 

@@ -7,6 +7,7 @@
 
 #include "recorder/clock/turns.h"
 #include "recorder/real.h"
+#include "recorder/runner/accounts.h"
 #include "recorder/runner/clients.h"
 #include "recorder/runner/com.h"
 #include "recorder/runner/console.h"
@@ -154,11 +155,16 @@ static std::wstring name_of(const std::string& field) {
     return field == "@" ? L"" : widen(field);
 }
 
+static std::vector<BYTE> bytes_of(const std::string& hexadecimal) {
+    std::vector<BYTE> bytes;
+    for (size_t i = 0; i + 1 < hexadecimal.size(); i += 2)
+        bytes.push_back(static_cast<BYTE>(std::strtoul(hexadecimal.substr(i, 2).c_str(), nullptr, 16)));
+    return bytes;
+}
+
 static void set_value(const Fields& fields) {
     OpenKey opened;
-    std::vector<BYTE> bytes;
-    for (size_t i = 0; i + 1 < fields[3].size(); i += 2)
-        bytes.push_back(static_cast<BYTE>(std::strtoul(fields[3].substr(i, 2).c_str(), nullptr, 16)));
+    const std::vector<BYTE> bytes = bytes_of(fields[3]);
     if (!make_key(fields[0], &opened) ||
         REAL(RegSetValueExW)(opened.key, name_of(fields[1]).c_str(), 0, number(fields[2]), bytes.data(),
                              static_cast<DWORD>(bytes.size())) != ERROR_SUCCESS)
@@ -228,6 +234,18 @@ static void check_task(const Fields& fields) {
 
 static void fail(const Fields& fields) {
     fail_next(fields[0]);
+}
+
+static void account(const Fields& fields) {
+    add_account(fields[0], fields[1]);
+}
+
+static void hive(const Fields& fields) {
+    add_hive_value(fields[0], fields[1], fields[2], number(fields[3]), bytes_of(fields[4]));
+}
+
+static void no_hives(const Fields&) {
+    forget_hives();
 }
 
 // ---- names that another program holds ----
@@ -408,6 +426,9 @@ static const Request g_requests[] = {
     {"interrupt",      1, interrupt},      // Ctrl-C, its console closed, the session ended
     {"program",        3, program},        // name, milliseconds, exit code
     {"fail",           1, fail},           // the next call of this name
+    {"account",        2, account},        // name, SID
+    {"hive",           5, hive},           // file, key, name, type, bytes
+    {"no-hives",       0, no_hives},
     {"hold",           3, hold_name},      // name, kind, 1: denied
     {"set-held",       1, set_name},
     {"free",           1, free_name},

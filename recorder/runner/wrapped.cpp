@@ -9,6 +9,7 @@
 
 #include "recorder/clock/turns.h"
 #include "recorder/real.h"
+#include "recorder/runner/accounts.h"
 #include "recorder/runner/clients.h"
 #include "recorder/runner/com.h"
 #include "recorder/runner/console.h"
@@ -287,7 +288,17 @@ static void close_key_later(void* key) {
     close_key(static_cast<HKEY>(key));
 }
 
+static std::map<HKEY, std::string> g_openKeys; // paths in small letters
+
+bool key_is_open(const std::string& path) {
+    const std::string above = small(path);
+    return std::any_of(g_openKeys.begin(), g_openKeys.end(), [&](const auto& row) {
+        return row.second == above || row.second.starts_with(above + "\\");
+    });
+}
+
 static void keep(HKEY key, const std::string& path) {
+    g_openKeys[key] = small(path);
     keep_key(key, path);
     keep_open(key, close_key_later);
 }
@@ -324,6 +335,7 @@ static LSTATUS WINAPI create_key(HKEY key, LPCWSTR path, DWORD reserved, LPWSTR 
 
 static LSTATUS WINAPI close_key(HKEY key) {
     forget_key(key);
+    g_openKeys.erase(key);
     forget_open(key);
     const LSTATUS error = REAL(RegCloseKey)(key);
     if (g_watched.erase(key) != 0)
@@ -457,6 +469,9 @@ static const struct { const char* name; void* wrapper; } g_wrappers[] = {
     WRAP(RegSetValueExW,                  set_value)
     WRAP(RegDeleteKeyW,                   delete_key)
     WRAP(RegNotifyChangeKeyValue,         notify_change)
+    WRAP(LookupAccountNameW,              look_up_account)
+    WRAP(RegLoadKeyW,                     load_hive)
+    WRAP(RegUnLoadKeyW,                   unload_hive)
     WRAP(SHGetFolderPathW,                folder_path)
     WRAP(CreateProcessW,                  create_process)
     WRAP(GetExitCodeProcess,              exit_code_of_process)

@@ -430,6 +430,24 @@ static Step on_check_registry(Tokens& tokens, const Action& check) {
     };
 }
 
+static Step on_hive(Tokens& tokens) {
+    const std::string path = tokens.text();
+    const std::string key = tokens.word();
+    const std::string name = tokens.word();
+    const RegistryValue data = read_registry_data(tokens);
+    const std::string value = request(
+        {"hive", path, key, name, decimal(data.type), hexadecimal(data.bytes.data(), data.bytes.size())});
+    return [path, value] {
+        ask(value);
+        ask(request({"file", path}));
+    };
+}
+
+static Step on_account(Tokens& tokens) {
+    const std::string name = tokens.word();
+    return asks(request({"account", name, tokens.word()}));
+}
+
 // ---- the table ----
 
 namespace {
@@ -505,8 +523,8 @@ static const Row g_rows[] = {
     {"windows rotation",       on_rotation,        nullptr, nullptr},
     {"windows object",         on_object,          nullptr, nullptr},
     {"show",                   SAME,               nullptr, "the machine's state is the bench's own"},
-    {"windows account",        SAME,               nullptr, "accounts are Wine's own"},
-    {"windows hive",           SAME,               nullptr, "no user hive can be loaded"},
+    {"windows account",        on_account,         nullptr, nullptr},
+    {"windows hive",           on_hive,            nullptr, nullptr},
 };
 // clang-format on
 
@@ -553,6 +571,8 @@ std::string file_made_by(const ScriptLine& line) {
     std::vector<RawToken> raw;
     split(&text, &raw);
     const bool named = raw.size() > 1 && raw[1].token.quoted;
+    if (raw.size() > 2 && raw[0].token.text == "windows" && raw[1].token.text == "hive")
+        return raw[2].token.text;
     return named && (raw[0].token.text == "ini" || raw[0].token.text == "file") ? raw[1].token.text : "";
 }
 
@@ -560,6 +580,8 @@ std::vector<std::string> keys_set_by(const ScriptLine& line) {
     std::string text = line.text;
     std::vector<RawToken> raw;
     split(&text, &raw);
+    if (raw.size() > 3 && raw[0].token.text == "windows" && raw[1].token.text == "account")
+        return {"HKU\\" + raw[3].token.text}; // its hive
     if (raw.size() < 3 || raw[0].token.text != "registry" || raw[1].token.text != "set")
         return {};
     return {raw[2].token.text};
@@ -612,6 +634,7 @@ void reset_wine(const std::vector<std::string>& keys_of_script, const std::vecto
     for (const char* file : g_ownFiles)
         ask(request({"delete-file", file}));
     ask("new-notebook");
+    ask("no-hives");
     for (const char* key : g_ownKeys)
         ask(request({"delete-key", key}));
     for (const std::string& key : keys_of_script) {

@@ -6,9 +6,10 @@ set -u
 cd "$(dirname "$0")/../.."
 root=$PWD
 tree=$root/build/bench-defects
-runner=$root/build/windows/tests/zorpmrunner.exe
+built=$root/build/windows/tests
+runner=$tree/runner/zorpmrunner.exe
 plant=$root/tests/defects/plant.pl
-[ -x "$runner" ] || { echo "$runner is not built: make windows" >&2; exit 2; }
+[ -x "$built/zorpmrunner.exe" ] || { echo "$built/zorpmrunner.exe is not built: make windows" >&2; exit 2; }
 [ $# -gt 0 ] || set -- bench
 "$plant" check "$@" || exit 1
 mapfile -t defects < <("$plant" list "$@")
@@ -29,7 +30,8 @@ compare() { # SCRIPT...: the table
 
 # What an interrupted run left in the copy may be changed.
 rm -rf "$tree"
-mkdir -p "$tree"
+mkdir -p "$tree/runner"
+cp "$built"/{zorpmrunner.exe,zorpm_image.dll,zorpmctl_image.dll,notebook.sys} "$tree/runner/" # one for the whole run
 git ls-files -co --exclude-standard | while IFS= read -r file; do [ -e "$file" ] && echo "$file"; done |
     tar cf - -T - | tar xf - -C "$tree"
 cmake -S "$tree" -B "$tree/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O1 \
