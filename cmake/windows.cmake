@@ -124,6 +124,19 @@ target_precompile_headers(zorpmrunner REUSE_FROM zorpmprobe)
 set_source_files_properties(recorder/runner/com.cpp PROPERTIES SKIP_PRECOMPILE_HEADERS ON) # interfaces as in C
 target_link_libraries(zorpmrunner PRIVATE ntdll advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
 set_target_properties(zorpmrunner PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+add_dependencies(zorpmrunner notebook)
+
+function(add_image name)
+    add_library(${name} MODULE recorder/image/image.cpp ${ARGN})
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+    target_precompile_headers(${name} REUSE_FROM zorpmprobe)
+    target_link_options(${name} PRIVATE -Wl,--strip-debug)
+    target_link_libraries(${name} PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
+    set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    add_dependencies(zorpmrunner ${name})
+endfunction()
+add_image(zorpm_image ${product_sources} ${resource_scripts})
+add_image(zorpmctl_image ${ctl_sources} ${ctl_shared})
 
 # The recorder: zorpmsvc.exe's own objects, linked as they are, behind wrappers that write what the service does on the
 # machine (docs/recording.md). It keeps its table of symbols, which names the threads.
@@ -138,16 +151,3 @@ add_custom_command(TARGET zorpmrecorder POST_BUILD COMMAND ${CMAKE_STRIP} -p --s
 # No call of src/ that it, or the runner, misses.
 add_test(NAME wrapped_calls COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/wrapped.sh ${CMAKE_BINARY_DIR})
 set_tests_properties(wrapped_calls PROPERTIES LABELS windows)
-add_dependencies(zorpmrunner notebook)
-
-function(add_image name)
-    add_library(${name} MODULE recorder/image/image.cpp ${ARGN})
-    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
-    target_precompile_headers(${name} REUSE_FROM zorpmprobe)
-    target_link_options(${name} PRIVATE -Wl,--strip-debug)
-    target_link_libraries(${name} PRIVATE advapi32 user32 setupapi ole32 oleaut32 shell32 taskschd uuid)
-    set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-    add_dependencies(zorpmrunner ${name})
-endfunction()
-add_image(zorpm_image ${product_sources} ${resource_scripts})
-add_image(zorpmctl_image ${ctl_sources} ${ctl_shared})
