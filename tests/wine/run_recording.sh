@@ -16,7 +16,7 @@ recording=$folder/recording.txt
 rm -rf "$folder"
 service='HKLM\SYSTEM\CurrentControlSet\Services\ZORPMSVC'
 run 60 0 reg add 'HKLM\HARDWARE\DESCRIPTION\System\BIOS' /v BIOSVersion /d GDET40W /f
-run 60 0 reg add 'HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion' /v ReleaseId /d 2009 /f # no task is made
+run 60 0 reg add 'HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion' /v ReleaseId /d 1803 /f # a task is made
 while read -r answer; do
     tell answer $answer
 done <<<"MHKA 884
@@ -88,6 +88,7 @@ effect AdaptiveCoolingInitilizeWorkerThread request DGPUTEMP(0x0) failed
 firmware DGPUTEMP(0x0) fails
 effect ServiceMain status RUNNING 0/0
 effect TerminalThread request REGISTEREVENTS(48 bytes)
+effect CreatePnPTaskThreadProc call DeleteTask("\", "Mestra Power Management Driver PnP Task") = 0x80070002
 effect AdaptiveCoolingInitilizeWorkerThread request DYTC(0x3) = 0x3ff0001
 event 0x60c0
 effect TerminalThread request GETEVENT() = 0x60c0 0x0
