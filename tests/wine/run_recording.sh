@@ -55,6 +55,7 @@ tell signal 2 # Sleep
 seen "$recording" 'signal Sleep'
 tell signal 3
 seen "$recording" 'signal Resume'
+seen "$recording" 'call DeleteTask('
 run 60 0 sc stop ZORPMSVC
 wait_for_state ZORPMSVC STOPPED
 seen "$recording" 'process "" ended 0'
