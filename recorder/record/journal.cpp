@@ -24,6 +24,7 @@ constexpr unsigned long long MOST_BYTES = 64ull * 1024 * 1024;
 
 static volatile LONG g_owner = 0; // id of the thread that holds it
 constexpr unsigned BUSY_TRIES = 200;
+constexpr unsigned TRIES_PER_LOOK = 20; // of a millisecond or a tick each: whether the owner lives
 
 static bool has_ended(DWORD thread) {
     HANDLE handle = OpenThread(SYNCHRONIZE, FALSE, thread);
@@ -43,7 +44,7 @@ static void take_lock() {
         }
         os::Sleep(1);
         const LONG owner = g_owner;
-        if (tries % BUSY_TRIES == 0 && owner != 0 && has_ended(static_cast<DWORD>(owner)) &&
+        if (tries % TRIES_PER_LOOK == 0 && owner != 0 && has_ended(static_cast<DWORD>(owner)) &&
             InterlockedCompareExchange(&g_owner, own, owner) == owner)
             return;
     }
