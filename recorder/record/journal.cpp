@@ -204,16 +204,27 @@ static void append(const char* text, size_t bytes) {
     g_end += bytes;
 }
 
-static void roll() {
+void begin_new_file() {
     cut_file();
     MoveFileExW(g_settings.path.c_str(), older_path().c_str(), MOVEFILE_REPLACE_EXISTING);
-    if (!open_file()) {
-        InterlockedExchange(&g_recording, 0);
-        return;
-    }
+    InterlockedExchange(&g_recording, open_file() ? 1 : 0);
+    g_fresh = g_end == 0;
+}
+
+static void roll() {
+    const bool was_fresh = g_fresh; // what is known of the machine stays known
+    begin_new_file();
+    g_fresh = was_fresh;
     static const char note[] = "# goes on behind the older file, recording.1.txt; replay both as one\n";
-    if (g_end == 0)
+    if (recording() && g_end == 0)
         append(note, sizeof(note) - 1);
+}
+
+bool ends_with(const char* line) {
+    const size_t length = std::strlen(line);
+    const size_t at = static_cast<size_t>(g_end - g_windowBegin);
+    // A line may begin in the window before.
+    return at > length && std::memcmp(g_window + at - 1 - length, line, length) == 0;
 }
 
 // ---- time ----

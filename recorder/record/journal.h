@@ -26,7 +26,9 @@ usual_settings(); // %ProgramData%\ZORPMSVC\recording.txt, or what ZORPM_RECORDI
 
 // Opens the file, behind what is in it. False when it cannot be: nothing is recorded then.
 bool begin_journal(const JournalSettings& settings);
-void end_journal(); // cuts the file to its lines
+bool ends_with(const char* line); // what an earlier process has left does
+void begin_new_file();            // it becomes the older file
+void end_journal();               // cuts the file to its lines
 bool recording();
 bool fresh_journal(); // the file was empty: the machine that it is replayed on is a new one
 

@@ -40,10 +40,18 @@ static void tell_head(const OSVERSIONINFOW& version) {
     command("# replaced: accounts' SIDs, folders of profiles, names of accounts and of this machine");
 }
 
+static const char g_lastEffect[] = "process \"\" ended 0";
+
 static void begin() {
     symbols::name_at(nullptr); // reads the file: not later, with the lock held
     if (!begin_journal(usual_settings()))
         return;
+    // The bench has no word for a process that was ended in the midst: what comes behind is a file of its
+    // own.
+    if (!fresh_journal() && !ends_with(g_lastEffect)) {
+        const Guard guard;
+        begin_new_file();
+    }
     const OSVERSIONINFOW version = windows_version();
     {
         const Guard guard;
@@ -81,7 +89,7 @@ BOOL WINAPI start_dispatcher(const SERVICE_TABLE_ENTRYW* table) {
         return dispatched;
     const Guard guard;
     name_thread("dispatcher");
-    effect("process \"\" ended 0");
+    effect("%s", g_lastEffect);
     end_journal();
     return dispatched;
 }

@@ -178,9 +178,17 @@ static void check_killed(const std::wstring& own, const std::wstring& folder) {
     const size_t left = lines_of(path).size();
     expect(begin_journal({path, 64 << 20}), "the file of a process that was ended");
     say("after", 0);
+    expect(ends_with("after 0") && !ends_with("after 1"), "the last line");
     end_journal();
     const std::vector<std::string> lines = lines_of(path);
     expect(lines.size() == left + 1 && lines.back() == "effect thread after 0", "goes on behind it");
+    expect(begin_journal({path, 64 << 20}) && ends_with("after 0"), "the last line of an earlier process");
+    begin_new_file();
+    say("anew", 0);
+    expect(fresh_journal(), "a new file");
+    end_journal();
+    expect(lines_of(folder + L"\\killed.1.txt").size() == left + 1, "the older file");
+    expect(lines_of(path).size() == 1, "the new file");
 }
 
 // ---- names ----
