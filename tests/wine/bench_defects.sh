@@ -25,7 +25,7 @@ build() {
 }
 
 compare() { # SCRIPT...: the table
-    (cd "$tree" && timeout 200 build/zorpmwine --compare "$wine" "$runner" "$@" 2>&1)
+    (cd "$tree" && timeout 200 taskset -c 0 build/zorpmwine --compare "$wine" "$runner" "$@" 2>&1)
 }
 
 # What an interrupted run left in the copy may be changed.

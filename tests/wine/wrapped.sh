@@ -19,7 +19,7 @@ listed() { # FILE...: the names below the reasons
     sed -n 's/^    //p' "$@" | tr -s ' ' '\n' | sort
 }
 recorded() { grep -oP '^ +ROW\(\K\w+' recorder/record/os.h | sort; }
-run() { grep -oP '^WRAP\(\K\w+' recorder/runner/wrapped.cpp | sort; }
+run() { grep -oP '^ *WRAP\(\K\w+' recorder/runner/wrapped.cpp | sort; }
 of() { sed 's/^/    /' <<<"$1"; }
 
 product=$(imports "$build/zorpmsvc.exe")
