@@ -69,7 +69,7 @@ static void set_stored(const std::wstring& path, const std::string& name, DWORD 
         broken("a hive cannot be kept");
     if (!name.empty())
         REAL(RegSetValueExW)
-        (key, name == "@" ? L"" : widen(name).c_str(), 0, type, data.data(), static_cast<DWORD>(data.size()));
+    (key, name == "@" ? L"" : widen(name).c_str(), 0, type, data.data(), static_cast<DWORD>(data.size()));
     REAL(RegCloseKey)(key);
 }
 
