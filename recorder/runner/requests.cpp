@@ -332,6 +332,7 @@ static void reset_notebook(const Fields&) {
 
 static void event(const Fields& fields) {
     ask_notebook(NOTEBOOK_EVENT, number(fields[0]), number(fields[1]));
+    turns::signalled(); // whom it wakes comes before whom the next request of this instant wakes
 }
 
 static void signal(const Fields& fields) {
@@ -339,6 +340,7 @@ static void signal(const Fields& fields) {
     const DWORD index = number(fields[0]);
     if (ask_notebook(NOTEBOOK_SIGNAL, index) == 0)
         effect("refused signal %s", names[index]);
+    turns::signalled();
 }
 
 static void set_indicator(const Fields& fields) {
