@@ -1,5 +1,5 @@
 # The commands of this project. Each installs what it misses (as root, on Debian) or says what to install.
-.PHONY: help demo test test-host windows windows-trace recorder package release bench lint format defects mutants coverage hunt soak fuzz page picture clean
+.PHONY: help demo test test-host windows windows-trace recorder package release bench lint format defects bench-defects mutants coverage hunt soak fuzz page picture clean
 .DEFAULT_GOAL := help
 
 help:
@@ -15,6 +15,7 @@ help:
 	@echo "make lint       clang-tidy, cppcheck, clang-format, the project's own rules"
 	@echo "make format     lay out all sources"
 	@echo "make defects    plant every known defect in turn; each must be caught"
+	@echo "make bench-defects  plant faults in the simulated machine; the comparison with Wine must notice each"
 	@echo "make mutants    change src/ in one place at a time (COUNT=N SEED=S for a sample, FAIL=1 to fail when one lives); goes on where it stopped"
 	@echo "make coverage   lines and branches of src/ that the tests reach, and what they do not and why"
 	@echo "make hunt       random machines, scripts and schedules for an hour (or COUNT=N seeds, SECONDS=N); goes on where it stopped"
@@ -87,6 +88,11 @@ format:
 defects:
 	@tools/ensure.sh host
 	@tests/defects/run.sh
+
+bench-defects:
+	@tools/ensure.sh host windows
+	@$(call build,windows,zorpmrunner)
+	@tests/defects/run.sh bench
 
 mutants:
 	@tools/ensure.sh host mutants
