@@ -34,7 +34,7 @@ for my $list (sort glob "$folder_of_rows/*.txt") {
         }
         elsif ($row && /^in (\S+)$/) { push @{$row->{places}}, $place = {file => $1, old => [], new => []} }
         elsif ($row && /^needs (\w+Sweep\.[\w*]+)$/) { $row->{needs} = $1 }
-        elsif ($row && /^compare (\S+)$/ && -e $1) { $row->{needs} = $1 }
+        elsif ($row && /^compare (\S+)$/ && -e "$folder_of_rows/../../$1") { $row->{needs} = $1 }
         elsif ($place && /^([-+ ]) *(.*)$/) {
             push @{$place->{old}}, $2 if $1 ne '+';
             push @{$place->{new}}, $2 if $1 ne '-';
