@@ -49,6 +49,11 @@ said 0 "NOTIFY  can notify  hibernate; taken over" hotkey list
 said 0 "" hotkey release 12
 said 0 "" hotkey bios 12
 said 1 "the firmware cannot hand this hot key over" hotkey notify 1
+# Cooling's functions are published by its own thread, some time behind the start.
+for ((i = 0; i < 40; ++i)); do
+    "$wine" "$ctl" cooling status </dev/null >/dev/null 2>&1 && break
+    sleep 0.25
+done
 said 0 "" cooling disable
 said 0 "Two In One              announced      off" cooling status
 said 0 "" cooling enable
