@@ -45,7 +45,10 @@ end_session() {
 }
 
 cp "$PROBES/stand_in.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
-for service in ZORPMSVC stand_in; do "$wine" sc delete $service >/dev/null 2>&1 </dev/null; done # left by a run that was ended
+for service in ZORPMSVC stand_in; do # left by a run that was ended
+    "$wine" sc delete $service >/dev/null 2>&1 </dev/null
+    "$wine" reg delete "HKLM\\SYSTEM\\CurrentControlSet\\Services\\$service" /f >/dev/null 2>&1 </dev/null
+done
 run 60 0 regedit /S "Z:$devices"
 run 60 0 sc create stand_in type= kernel start= demand binPath= "$sys"
 run 60 0 sc start stand_in
