@@ -8,9 +8,25 @@ unset DISPLAY
 PATH=$PATH:/usr/lib/wine # where Debian keeps wine64 and wineserver
 wine=$(command -v wine64 || command -v wine) || { echo "wine is not installed" >&2; exit 2; }
 
+# Wine ends its services with the last program: one stays until stop_keeping, or the shell's end. What holds its input
+# open starts nothing: a program started meanwhile would hold it too, and with Wine's own services as long as they run.
+keeper=
+keep_wine() { # FIFO
+    mkfifo "$1"
+    tail -f /dev/null >"$1" &
+    keeper=$!
+    disown
+    "$wine" cmd <"$1" >/dev/null 2>&1 &
+}
+stop_keeping() {
+    [ -z "$keeper" ] || kill "$keeper"
+    keeper=
+}
+
 xvfb=
 finish() {
     local status=$?
+    stop_keeping
     # Wine's own services end soon after the last program, and what was written is kept only then. Both commands
     # reach the processes of this prefix only.
     timeout 20 wineserver -w >/dev/null 2>&1 || timeout 20 wineserver -k >/dev/null 2>&1

@@ -1,10 +1,7 @@
 # What stands behind the service in these tests: each thing that can be asked of the stand-in driver, asked.
 cp "$PROBES/stand_in.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
 
-# Wine ends its services, the driver among them, with the last program: this one stays.
-mkfifo "$SCRATCH/keep"
-"$wine" cmd <"$SCRATCH/keep" >/dev/null 2>&1 &
-exec 8>"$SCRATCH/keep"
+keep_wine "$SCRATCH/keep"
 
 "$wine" sc delete stand_in >/dev/null 2>&1 </dev/null # left by a run that was ended
 run 60 0 regedit /S "Z:$(dirname "$script")/devices.reg"
@@ -13,4 +10,4 @@ run 60 0 sc start stand_in
 run 60 0 "$PROBES/doubles_probe.exe"
 "$wine" sc stop stand_in >/dev/null 2>&1 </dev/null
 run 60 0 sc delete stand_in
-exec 8>&-
+stop_keeping

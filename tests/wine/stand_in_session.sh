@@ -8,10 +8,7 @@
 sys='C:\windows\system32\drivers\stand_in.sys'
 devices=$(dirname "$script")/devices.reg
 
-# Wine ends its services with the last program: this one stays.
-mkfifo "$SCRATCH/keep"
-"$wine" cmd <"$SCRATCH/keep" >/dev/null 2>&1 &
-exec 8>"$SCRATCH/keep"
+keep_wine "$SCRATCH/keep"
 
 tell() { run 60 0 "$PROBES/tell_stand_in.exe" "$@"; }
 install_service() { # EXE
@@ -41,7 +38,7 @@ end_session() {
     sed -n 's/^\[\(HK.*\)\]$/\1/p' "$devices" | tac | while IFS= read -r key; do
         "$wine" reg delete "$key" /f >/dev/null 2>&1 </dev/null
     done
-    exec 8>&-
+    stop_keeping
 }
 
 cp "$PROBES/stand_in.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
