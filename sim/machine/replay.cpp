@@ -47,10 +47,6 @@ void replay_pass(Ms duration) {
     machine().replay.target += duration;
 }
 
-void replay_next(const std::string& thread) {
-    machine().replay.turn = thread;
-}
-
 bool has_turn(const Thread& thread) {
     const Replay& replay = machine().replay;
     return !(thread.awaits_turn || thread.awaits_mutex) || !replay.on ||

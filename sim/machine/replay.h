@@ -28,8 +28,6 @@ void replay_begin();
 void replay_end();
 // Time has passed in the recording.
 void replay_pass(Ms duration);
-// Whose effect is the next one; it goes first where threads meet.
-void replay_next(const std::string& thread);
 // What nobody sees and is over, but for the last `slack` milliseconds, has happened.
 void replay_catch_up(Ms slack);
 // The next effect of that thread; false when it does not come.
