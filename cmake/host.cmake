@@ -22,6 +22,21 @@ file(GLOB sweep_sources CONFIGURE_DEPENDS tests/sweeps/*.cpp)
 file(GLOB bench_sources CONFIGURE_DEPENDS tests/bench/*.cpp)
 file(GLOB scenarios CONFIGURE_DEPENDS scenarios/*.txt)
 
+# Files of a target are compiled several at once: a template is instantiated once, not once a file. So a name of a file's
+# own is unique in its target, but for its commands'. Not the product's files: some of their names are given. Who compiles
+# a file at a time (tools/mutate) turns it off.
+option(ZORPM_TOGETHER "Compile several files of the machine and of the tests at once" ON)
+function(build_together)
+    if(NOT ZORPM_TOGETHER)
+        return()
+    endif()
+    foreach(name IN LISTS ARGN)
+        set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6
+                              UNITY_BUILD_UNIQUE_ID g_commands)
+        target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
+    endforeach()
+endfunction()
+
 # The product, compiled once: for the image, and as an archive for tests of pure functions.
 add_library(zorpm_objects OBJECT ${product_sources})
 target_include_directories(zorpm_objects PRIVATE src)
@@ -31,7 +46,8 @@ target_precompile_headers(zorpm_objects PRIVATE ${product_headers})
 add_library(zorpm_src STATIC $<TARGET_OBJECTS:zorpm_objects>)
 
 # The executable's data resource is assembled into the machine.
-set_source_files_properties(sim/windows/resources.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf)
+set_source_files_properties(sim/windows/resources.cpp PROPERTIES OBJECT_DEPENDS ${CMAKE_SOURCE_DIR}/src/setup/zorpmdrv.inf
+                            SKIP_UNITY_BUILD_INCLUSION ON)
 
 # The machine is built to be run: it goes without what costs it most of its building and running time.
 # All of it reads its headers once, those of the library.
@@ -202,6 +218,8 @@ else()
     gtest_discover_tests(zorpm_sweeps DISCOVERY_MODE PRE_TEST PROPERTIES LABELS sweep TIMEOUT 900 COST 1500
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endif()
+
+build_together(zorpmsim_lib zorpmsim_views zorpmsim zorpmhunt zorpmwine zorpmprobe zorpm_tests zorpm_sweeps)
 
 if(ZORPM_COVERAGE)
     include(cmake/coverage.cmake)

@@ -4,7 +4,7 @@
 namespace {
 
 // The firmware runs in high performance, as the special cooling wants it; no option is attached.
-const std::string START = R"(
+const std::string START_V2 = R"(
     firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20010000 | firmware DYTC(3) = 0x201
     firmware GOPT(0) = 0x100 | firmware GOPT(0x100) = 1)";
 
@@ -25,7 +25,7 @@ TEST(CoolingVersion2, ModeAtStart) {
         {"1", R"(registry set SVC\TMCT\Parameters CurrentSetting binary 00)", "0x201", "1"},
     };
     for (const auto& row : rows)
-        run_case(row.setting, START + sim::format(R"(
+        run_case(row.setting, START_V2 + sim::format(R"(
             firmware GOPT(0x200) = %s
             %s
             start | expect request DYTC(%s) = 0x0 | expect count 3 request DYTC*
@@ -35,10 +35,10 @@ TEST(CoolingVersion2, ModeAtStart) {
             check registry SVC\TMCT\Parameters INIT = 20
             check registry SVC\TMCT\Parameters SPCT = 0)",
                                                   row.option, row.setting, row.mode, row.setting_after));
-    run_case("option unknown", START + R"(
+    run_case("option unknown", START_V2 + R"(
         firmware GOPT(0) = 0x104 | start | expect no request DYTC(0x1)*
         check registry SVC\TMCT\Parameters Capability absent)");
-    run_case("key refused", START + R"(
+    run_case("key refused", START_V2 + R"(
         registry refuse SVC\TMCT\Parameters | start | expect no request DYTC(0x1)*
         advance 1s | expect count 2 request DYTC(0x100)*
         advance 1h | expect count 2 request DYTC(0x100)*
@@ -52,13 +52,13 @@ TEST(CoolingVersion2, InitTicks) {
     } rows[] = {{"dword 20", 20},   {"dword 1", 1},         {"dword 0", 1},
                 {"sz \"3\"", 0x33}, {"binary 05000000", 5}, {"binary 0300", 20}};
     for (const auto& row : rows)
-        run_case(row.value, START + sim::format(R"(
+        run_case(row.value, START_V2 + sim::format(R"(
             registry set SVC\TMCT\Parameters INIT %s | start | mark | advance %us
             expect no request DYTC*
             mark | advance 1s | expect request DYTC(0x100)* | expect request DYTC(0x1) = 0x0
             mark | advance 1h | expect no request *)",
                                                 row.value, row.ticks - 1));
-    run_case("without end", START + R"(
+    run_case("without end", START_V2 + R"(
         registry set SVC\TMCT\Parameters INIT dword 4000000000 | start | mark | advance 2h
         expect no request *
         event 0x4012 | expect request DYTC(0x1) = 0x0)");
@@ -67,11 +67,11 @@ TEST(CoolingVersion2, InitTicks) {
 // A request beside a decision whose firmware is slow: it waits for its turn once, 5 s, and not again for what
 // it calls. When the decision is through, the request holds.
 TEST(CoolingVersion2, ARequestWaitsOnce) {
-    run_case("enable", START + R"(
+    run_case("enable", START_V2 + R"(
         firmware GOPT(0x200) = 2 | start | advance 25s | firmware GOPT takes 4s | event 0x4012
         advance 100ms | control 135 | mark | advance 4999ms | expect no request DYTC(0x100)*
         advance 1ms | expect request DYTC(0x100)*)");
-    run_case("disable", START + R"(
+    run_case("disable", START_V2 + R"(
         firmware GOPT(0x200) = 2 | start | advance 25s | firmware GOPT takes 4s | event 0x4012
         advance 100ms | control 134 | mark | advance 5s | expect request DYTC(0x1) = 0x0
         advance 1m | check registry SVC\TMCT\Parameters CurrentSetting = 0
@@ -168,10 +168,10 @@ const ScriptCase g_inBothPhases[] = {
 };
 
 // An option is attached in both.
-const std::string PHASE_1 = START + R"(
+const std::string PHASE_1 = START_V2 + R"(
     registry set SVC\TMCT\Parameters INIT dword 1000 | firmware GOPT(0x200) = 2 | start
     advance 5s)";
-const std::string PHASE_2 = START + R"(
+const std::string PHASE_2 = START_V2 + R"(
     firmware GOPT(0x200) = 2 | start | advance 25s)";
 
 TEST(CoolingVersion2, StoriesOfBothPhases) {
@@ -196,7 +196,7 @@ TEST(CoolingVersion2, StoriesOfOnePhase) {
             firmware GOPT(0x200) = 2 | event 0x4012 | expect count 2 request DYTC(0x201) = 0x0
             mark | advance 10m | expect no request DYTC*)",
                                                                                    ticks));
-    run_case("special cooling across the initialisation", START + R"(
+    run_case("special cooling across the initialisation", START_V2 + R"(
         firmware GOPT(0x200) = 2 | start | advance 5s
         registry set SVC\TMCT\Parameters SPCT dword 30 | firmware GOPT(0x200) = 0 | event 0x4013
         mark | advance 29s | expect count 1 request DYTC(0x100)*
@@ -209,25 +209,25 @@ TEST(CoolingVersion2, StoriesOfOnePhase) {
 }
 
 TEST(CoolingVersion2, TerminationWaitsForASlowFirmware) {
-    run_case("terminate, then a later control, then stop", START + R"(
+    run_case("terminate, then a later control, then stop", START_V2 + R"(
         start | firmware GOPT(0) takes 10s | firmware GOPT(0x200) = 1 | event 0x4012
         control 137 | control 134 | expect no request DYTC*
         advance 10s | expect request DYTC(0x201) = 0x0 | expect request DYTC(0x1) = 0x0
         check registry SVC\TMCT\Parameters CurrentSetting = 0
         event 0x4012 | advance 1h | expect no request DYTC*
         stop | advance 1m | check status STOPPED)");
-    run_case("stop", START + R"(
+    run_case("stop", START_V2 + R"(
         start | firmware GOPT(0) takes 10s | event 0x4012 | stop | advance 9s
         check status STOP_PENDING
         advance 1s | check status STOPPED)");
-    run_case("start", START + R"(
+    run_case("start", START_V2 + R"(
         start | firmware GOPT(0) takes 10s | event 0x4012 | control 136 | advance 1h
         expect count 2 request DYTC(0x100)*)");
 }
 
 TEST(CoolingVersion2, NoHandleIsLeft) {
     Bench bench;
-    bench.run(START + R"(
+    bench.run(START_V2 + R"(
         start | advance 1m | control 137)");
     const size_t terminated = sim::handle_count(sim::service_process());
     for (int i = 0; i < 20; ++i)

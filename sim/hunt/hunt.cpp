@@ -68,16 +68,16 @@ disorder_story:
     $machine; $good; $strange*1-3; start; advance {0ms|1s|30s}; $disorder*3-12; $quiet; $end
 )";
 
-static Tables& tables() {
+static Tables& hunt_tables() {
     static Tables all = read_tables(std::string(g_machines) + g_stories);
     return all;
 }
 
-static void run(Case& seed) {
-    play(seed, draw_row(tables(), "story", seed.draw));
+static void run_hunt(Case& seed) {
+    play(seed, draw_row(hunt_tables(), "story", seed.draw));
 }
 
 const Generator g_hunt = {
-    "hunt", "random machines, scripts and schedules: what must hold at rest", nullptr, run, 60, 0, 3600};
+    "hunt", "random machines, scripts and schedules: what must hold at rest", nullptr, run_hunt, 60, 0, 3600};
 
 } // namespace hunt

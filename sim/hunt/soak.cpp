@@ -23,23 +23,23 @@ restart:
     stop; advance 1m; check status STOPPED; start; advance 2s; $round_of_all; $quiet; check resources
 )";
 
-static Tables& tables() {
+static Tables& soak_tables() {
     static Tables all = read_tables(std::string(g_machines) + g_days);
     return all;
 }
 
-static void run(Case& seed) {
+static void run_soak(Case& seed) {
     sim::machine().forget_trace = true; // no expectation looks back
-    bool holds = play(seed, draw_row(tables(), "first_day", seed.draw));
+    bool holds = play(seed, draw_row(soak_tables(), "first_day", seed.draw));
     while (holds && sim::machine().now < sim::Ms{DAYS} * 86400 * 1000)
-        holds = play(seed, draw_row(tables(), "day", seed.draw));
+        holds = play(seed, draw_row(soak_tables(), "day", seed.draw));
     if (holds)
-        play(seed, draw_row(tables(), "end", seed.draw));
+        play(seed, draw_row(soak_tables(), "end", seed.draw));
 }
 
 const Generator g_soak = {
     "soak",  "years of random use, each in one run: what the service holds stays the same",
-    nullptr, run,
+    nullptr, run_soak,
     1800,    2,
     0};
 

@@ -206,7 +206,7 @@ static bool open_interface(const OpenRequest& request, ObjectRef* file) {
     return false;
 }
 
-static const FileKinds g_fileKind(open_interface);
+static const FileKinds g_interfaceKind(open_interface);
 
 std::vector<std::string> interfaces_of_class(const GUID& interface_class, bool present_only) {
     std::vector<std::string> paths;
@@ -269,7 +269,7 @@ static void show_devices(const std::string&) {
     }
 }
 
-static const Shows g_shown("devices", show_devices);
+static const Shows g_devicesShown("devices", show_devices);
 
 static const Commands g_commands({
     {"device slate", Use::Machine, compile_device<0>,

@@ -510,7 +510,7 @@ static bool open_device(const OpenRequest& request, ObjectRef* file) {
     return false;
 }
 
-static const FileKinds g_fileKind(open_device);
+static const FileKinds g_deviceKind(open_device);
 
 // ---- commands ----
 
@@ -624,7 +624,7 @@ static void show_firmware(const std::string&) {
     }
 }
 
-static const Shows g_shown("firmware", show_firmware);
+static const Shows g_firmwareShown("firmware", show_firmware);
 
 static const Commands g_commands({
     {"firmware", Use::Machine, compile_firmware,

@@ -13,10 +13,10 @@ constexpr size_t MOST_FAULTS = 1000; // told of a script
 
 namespace {
 
-using Kind = ScriptLine::Kind;
+using LineKind = ScriptLine::Kind;
 
 struct OpenBlock {
-    Kind kind;
+    LineKind kind;
     Place begun;
     std::vector<ScriptLine>* lines; // does not move: the list around it grows no more before the block's end
 };
@@ -32,7 +32,7 @@ struct Reader {
 
     void fault(const std::string& what) { faults->push_back({place, shown_text(what)}); }
     std::vector<ScriptLine>& lines() { return blocks.empty() ? script->lines : *blocks.back().lines; }
-    bool inside(Kind kind) const {
+    bool inside(LineKind kind) const {
         return std::any_of(blocks.begin(), blocks.end(),
                            [kind](const OpenBlock& b) { return b.kind == kind; });
     }
@@ -49,22 +49,22 @@ static bool is_looking(Use use) {
 // ---- the words of structure ----
 
 static void open_block(Reader* reader, ScriptLine& line) {
-    const Kind kind = line.kind;
+    const LineKind kind = line.kind;
     reader->lines().push_back(std::move(line));
     reader->blocks.push_back({kind, reader->place, &reader->lines().back().block});
 }
 
 static void read_together(Reader* reader, Tokens&, ScriptLine& line) {
-    if (reader->inside(Kind::Together))
+    if (reader->inside(LineKind::Together))
         reader->fault("together inside together");
-    line.kind = Kind::Together;
+    line.kind = LineKind::Together;
     line.use = Use::Drive;
     line.at_once = true;
     open_block(reader, line);
 }
 
 static void read_repeat(Reader* reader, Tokens& tokens, ScriptLine& line) {
-    line.kind = Kind::Repeat;
+    line.kind = LineKind::Repeat;
     line.count = tokens.number();
     open_block(reader, line);
 }
@@ -97,7 +97,7 @@ static void read_command(Reader* reader, const std::vector<RawToken>& raw, const
 
 // `within DURATION COMMAND`, `after DURATION COMMAND`: the command is the one line of a block.
 static void read_moment(Reader* reader, Tokens& tokens, ScriptLine& line, bool exact) {
-    line.kind = Kind::Within;
+    line.kind = LineKind::Within;
     line.exact = exact;
     line.use = Use::Machine; // what comes in it marks
     line.span = tokens.duration();
@@ -105,7 +105,7 @@ static void read_moment(Reader* reader, Tokens& tokens, ScriptLine& line, bool e
     tokens.at = tokens.list.size();
     if (!tokens.error.empty())
         return;
-    if (reader->inside(Kind::Together))
+    if (reader->inside(LineKind::Together))
         return reader->fault("no time passes inside together");
     const std::string command = tokens.rest_of_line.substr(duration.size());
     std::string text = command;
@@ -155,7 +155,7 @@ static Tokens arguments_of(const std::vector<RawToken>& raw, size_t words, const
 static void add_command(Reader* reader, const Command& command, Tokens& tokens, ScriptLine line) {
     line.action = command.compile(tokens);
     line.use = command.use;
-    if (is_looking(command.use) && reader->inside(Kind::Together))
+    if (is_looking(command.use) && reader->inside(LineKind::Together))
         tokens.fail("a check inside together");
     reader->script->expectations += command.use == Use::Check;
     reader->script->effects += std::string_view(command.words) == "effect";
@@ -220,7 +220,7 @@ static void read_text(Reader* reader, const std::string& text, const std::string
     while (reader->blocks.size() > depth) {
         const OpenBlock& open = reader->blocks.back();
         reader->place.line = open.begun.line;
-        reader->fault(open.kind == Kind::Together ? "together without end" : "repeat without end");
+        reader->fault(open.kind == LineKind::Together ? "together without end" : "repeat without end");
         reader->blocks.pop_back();
     }
     reader->file = outer;
@@ -235,7 +235,7 @@ static bool asks_for_trace(const ScriptLine& line) {
 // beginning. Behind a repeated block it may come once more.
 static bool tell_who_is_asked(std::vector<ScriptLine>* lines, bool asked) {
     for (auto line = lines->rbegin(); line != lines->rend(); ++line) {
-        if (line->kind == Kind::Repeat || line->kind == Kind::Within)
+        if (line->kind == LineKind::Repeat || line->kind == LineKind::Within)
             asked = tell_who_is_asked(&line->block, asked || asks_for_trace(*line)) || asked;
         line->asked_behind = asked;
         if (line->use == Use::Drive || line->text == "mark")

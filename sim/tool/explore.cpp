@@ -75,7 +75,7 @@ static void reap_all() {
     _exit(0);
 }
 
-static void end_crashed(int) {
+static void end_crashed_schedule(int) {
     end_schedule(sim::interrupted());
 }
 
@@ -142,7 +142,7 @@ static std::uint32_t explore_point(const Choice& point, size_t alternatives, boo
 }
 
 [[noreturn]] static void explore(Exploration* shared, const Source& source, const Options& options) {
-    watch_for_crashes(end_crashed);
+    watch_for_crashes(end_crashed_schedule);
     g_path.shared = shared;
     g_path.limit = options.limit;
     sim::Machine machine(options.seed);

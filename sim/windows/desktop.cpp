@@ -313,7 +313,7 @@ static Action compile_capture(Tokens& tokens) {
     return [refused] { screen().capture_refused = refused; };
 }
 
-static Action compile_console(Tokens& tokens) {
+static Action compile_console_session(Tokens& tokens) {
     const auto session = static_cast<DWORD>(tokens.number());
     return [session] { screen().console_session = session; };
 }
@@ -327,7 +327,7 @@ static const Commands g_commands({
     {"windows desktop", Use::Machine, compile_desktop, "refused|granted - opening the input desktop"},
     {"windows foreground", Use::Machine, compile_foreground, "refused|granted - what a window asks for"},
     {"windows capture", Use::Machine, compile_capture, "refused|granted - what a window asks for"},
-    {"windows console-session", Use::Machine, compile_console, "N - the session at the console"},
+    {"windows console-session", Use::Machine, compile_console_session, "N - the session at the console"},
 });
 
 } // namespace sim

@@ -212,7 +212,7 @@ static void show_registry(const std::string& path) {
         show_line("%s is absent", from.c_str());
 }
 
-static const Shows g_shown("registry", show_registry);
+static const Shows g_registryShown("registry", show_registry);
 
 static const Commands g_commands({
     {"registry set", Use::Machine, compile_set,

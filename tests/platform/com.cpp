@@ -6,7 +6,7 @@
 
 #include "tests/platform/probe.h"
 
-static const GUID g_noClass = {0x5A6F7270, 0x6D50, 0x726F, {0x62, 0x65, 0, 0, 0, 0, 0, 2}};
+static const GUID g_noObject = {0x5A6F7270, 0x6D50, 0x726F, {0x62, 0x65, 0, 0, 0, 0, 0, 2}};
 static const IID g_unknown = {0, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
 static DWORD WINAPI join_multithreaded(void*) {
@@ -43,11 +43,11 @@ static void probe_apartments() {
     fact("apartment", CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
     fact("security", secure());
     fact("security-again", secure());
-    fact("class-unknown", CoCreateInstance(g_noClass, nullptr, CLSCTX_INPROC_SERVER, g_unknown, &object));
+    fact("class-unknown", CoCreateInstance(g_noObject, nullptr, CLSCTX_INPROC_SERVER, g_unknown, &object));
     fact("class-unknown-object", object == nullptr);
     fact("program-unknown", CLSIDFromProgID(L"Zorpm.None", &found));
     fact("interface-unknown",
-         CoCreateInstance(CLSID_TaskScheduler, nullptr, CLSCTX_INPROC_SERVER, g_noClass, &object));
+         CoCreateInstance(CLSID_TaskScheduler, nullptr, CLSCTX_INPROC_SERVER, g_noObject, &object));
     fact("interface-unknown-object", object == nullptr);
     fact("other-context",
          CoCreateInstance(CLSID_TaskScheduler, nullptr, CLSCTX_REMOTE_SERVER, IID_ITaskService, &object));
@@ -132,7 +132,7 @@ static void add_action(ITaskDefinition* task) {
     fact("action-as-command", action->QueryInterface(IID_IExecAction, reinterpret_cast<void**>(&execute)));
     BSTR path = SysAllocString(L"C:\\Windows\\System32\\none.exe");
     void* other = nullptr;
-    fact("action-unknown-interface", action->QueryInterface(g_noClass, &other));
+    fact("action-unknown-interface", action->QueryInterface(g_noObject, &other));
     fact("action-unknown-interface-object", other == nullptr);
     fact("action-itself", action->QueryInterface(g_unknown, &other));
     static_cast<IUnknown*>(other)->Release();

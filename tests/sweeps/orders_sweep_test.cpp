@@ -36,8 +36,8 @@ const std::string THERMAL = R"(
     firmware DYTC(0x100) = 0x20010000
     firmware DYTC(3) = 0x03ff0201
 )";
-const std::string VERSION_2 = "firmware DYTC(0) = 0x20000001\n";
-const std::string VERSION_3 = "firmware DYTC(0) = 0x30000001\n";
+const std::string ORDERS_V2 = "firmware DYTC(0) = 0x20000001\n";
+const std::string ORDERS_V3 = "firmware DYTC(0) = 0x30000001\n";
 
 // ---- operations ----
 
@@ -187,7 +187,7 @@ TEST(OrdersSweep, FirstNotification) {
 
 TEST(OrdersSweep, CoolingVersion3) {
     run_seeds(SEEDS, [](Bench& bench) {
-        orders::Story story = orders::begin(bench, SURROUNDINGS + THERMAL + VERSION_3 + machine_at_rest() +
+        orders::Story story = orders::begin(bench, SURROUNDINGS + THERMAL + ORDERS_V3 + machine_at_rest() +
                                                        "start\nadvance 30s");
         orders::play(bench, &story, several(version3_operation, 4),
                      {THERMAL_METHODS, draw(8) == 0, draw(6) == 0}, "advance 1m");
@@ -201,7 +201,7 @@ TEST(OrdersSweep, CoolingInitialises) {
         const bool version2 = draw(4) == 0;
         const char* near = version2 ? "advance 19999ms" : "advance 999ms";
         orders::Story story = orders::begin(
-            bench, SURROUNDINGS + THERMAL + (version2 ? VERSION_2 : VERSION_3) + machine_at_rest() +
+            bench, SURROUNDINGS + THERMAL + (version2 ? ORDERS_V2 : ORDERS_V3) + machine_at_rest() +
                        "start\n" + (first ? near : format("advance 30s\ncontrol 138\n%s", near)));
         std::vector<Operation> operations = {{"", "advance 2ms"}};
         for (unsigned count = 1 + draw(3); count > 0; --count)
@@ -214,7 +214,7 @@ TEST(OrdersSweep, CoolingVersion2) {
     run_seeds(SEEDS, [](Bench& bench) {
         orders::Story story = orders::begin(
             bench,
-            SURROUNDINGS + THERMAL + VERSION_2 + machine_at_rest() +
+            SURROUNDINGS + THERMAL + ORDERS_V2 + machine_at_rest() +
                 format("registry set SVC\\TMCT\\Parameters SPCT dword %u\nstart\nadvance 30s", draw(2) * 2));
         orders::play(bench, &story, several(version2_operation, 4),
                      {THERMAL_METHODS, draw(8) == 0, draw(6) == 0}, "advance 2m");

@@ -102,7 +102,7 @@ class Bench:
     def make(self):
         log = os.path.join(self.work, "build.log")
         configure = ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
-                     "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF", *self.options]
+                     "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF", "-DZORPM_TOGETHER=OFF", *self.options]
         environment = {**os.environ, "CCACHE_BASEDIR": self.work, "CCACHE_NOHASHDIR": "1"}
         for words in (configure, ["cmake", "--build", self.build, "--target", IMAGE, *PROGRAMS]):
             with open(log, "wb") as output:

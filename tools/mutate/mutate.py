@@ -2,6 +2,7 @@
 """mutate.py - changes src/ in one place at a time; the tests must notice each change.
 
 Options: --count N (a sample of N, drawn by --seed S in parts by folder; 0: all), --only TEXT (files whose path has it),
+--folders NAME,... (what the sample has of these),
 --list (print the mutants, build nothing), --fresh (forget earlier verdicts), --fail (fail when a survivor is not listed),
 --minutes M (stop after that long; the next run goes on), --thorough (survivors once more under the sanitizers),
 --try-listed (also those in the list of equivalents).
@@ -33,7 +34,7 @@ from source import Source  # noqa: E402
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 WORK = os.path.join(ROOT, "build", "mutants")
-EQUIVALENT = os.path.join(ROOT, "tools", "mutate", "equivalent.txt")
+EQUIVALENT = os.path.join(ROOT, "tools", "mutate", "equivalent")
 LEAST_OF_FOLDER = 60  # of a large sample
 PLAIN = ["-DCMAKE_CXX_FLAGS=-O1", *(f"-DCMAKE_{kind}_LINKER_FLAGS=-fuse-ld=lld" for kind in ("EXE", "SHARED", "MODULE"))]
 SANITIZED = ["-DCMAKE_CXX_FLAGS=-O1 -g1", "-DZORPM_SANITIZE=ON"]
@@ -110,10 +111,17 @@ class Equivalent:
 
 
 def read_equivalents():
-    """"FILE [OPERATOR]: reason", then pairs of "- before" and "+ after" lines, behind "@ the line above" where these
-    do not tell it from others; "..." stands for anything."""
+    """A file a folder of src/: "FILE [OPERATOR]: reason" (FILE may hold *), then pairs of "- before" and "+ after" lines,
+    behind "@ the line above" where these do not tell it from others; "..." stands for anything."""
+    rows = []
+    for path in sorted(glob.glob(os.path.join(EQUIVALENT, "*.txt"))):
+        rows += read_equivalents_of(path)
+    return rows
+
+
+def read_equivalents_of(path):
     rows, head, above, before = [], None, "...", None
-    with open(EQUIVALENT, encoding="utf-8") as file:
+    with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
             line = line.rstrip("\n")
             match = re.match(r"^(\S+)(?: \[(\w+)\])?: (\S.*)$", line)
@@ -129,7 +137,7 @@ def read_equivalents():
             elif match:
                 head = match.group(1), match.group(2) or "", match.group(3)
             else:
-                raise SystemExit(f"tools/mutate/equivalent.txt:{number}: what is this?")
+                raise SystemExit(f"{os.path.relpath(path, ROOT)}:{number}: what is this?")
     return rows
 
 
@@ -373,9 +381,9 @@ def report(queue, progress, rows, options):
         if mutant.listed and mutant.row["verdict"] == "noticed":
             lines.append(f"listed as equivalent, but noticed by {mutant.row['by']}: {mutant.file}:{mutant.line}: "
                          f"{mutant.after}")
-    stale = [r for r in rows if not r.matched] if not options.only else []
+    stale = [r for r in rows if not r.matched] if not options.only + options.folders else []
     for row in stale:
-        lines.append(f"tools/mutate/equivalent.txt: matches nothing any more: {row.file}: - {row.texts[1]}")
+        lines.append(f"tools/mutate/equivalent: matches nothing any more: {row.file}: - {row.texts[1]}")
     with open(os.path.join(WORK, "report.txt"), "w", encoding="utf-8") as file:
         file.write("\n".join(lines) + "\n")
     print("\n".join(lines))
@@ -389,6 +397,7 @@ def main():
     parser.add_argument("--count", type=int, default=0)
     parser.add_argument("--seed", default="1")
     parser.add_argument("--only", default="")
+    parser.add_argument("--folders", default="")
     parser.add_argument("--minutes", type=float, default=0)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
     for name in ("list", "fresh", "fail", "thorough", "try-listed"):
@@ -398,6 +407,8 @@ def main():
     rows = read_equivalents()
     mark_listed(mutants, rows)
     drawn = draw(mutants, options.count, options.seed)
+    if options.folders:
+        drawn = {name: drawn[name] for name in options.folders.split(",")}
     if options.list:
         for folder, wanted in drawn.values():
             for mutant in folder[:wanted]:
