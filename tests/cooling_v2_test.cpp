@@ -34,7 +34,7 @@ TEST(CoolingVersion2, ModeAtStart) {
             check registry SVC\TMCT\Parameters CurrentSetting = %s
             check registry SVC\TMCT\Parameters INIT = 20
             check registry SVC\TMCT\Parameters SPCT = 0)",
-                                                  row.option, row.setting, row.mode, row.setting_after));
+                                                     row.option, row.setting, row.mode, row.setting_after));
     run_case("option unknown", START_V2 + R"(
         firmware GOPT(0) = 0x104 | start | expect no request DYTC(0x1)*
         check registry SVC\TMCT\Parameters Capability absent)");
@@ -57,7 +57,7 @@ TEST(CoolingVersion2, InitTicks) {
             expect no request DYTC*
             mark | advance 1s | expect request DYTC(0x100)* | expect request DYTC(0x1) = 0x0
             mark | advance 1h | expect no request *)",
-                                                row.value, row.ticks - 1));
+                                                   row.value, row.ticks - 1));
     run_case("without end", START_V2 + R"(
         registry set SVC\TMCT\Parameters INIT dword 4000000000 | start | mark | advance 2h
         expect no request *
