@@ -1,6 +1,8 @@
 // The user's power policy: who the user is, where the hive is, what is read and written.
 #include <algorithm>
+#include <functional>
 
+#include "power/powrprof.h"
 #include "power/privileges.h"
 #include "power/user_policy.h"
 #include "sim/windows/disk.h"
@@ -32,7 +34,7 @@ TEST(UserPolicy, SidText) {
         EXPECT_EQ("S-1-5-21-1-2-3-1001", text_of_sid({0, 0, 0, 0, 0, 5}, {21, 1, 2, 3, 1001}));
         EXPECT_EQ("S-1-5", text_of_sid({0, 0, 0, 0, 0, 5}, {}));
         EXPECT_EQ("S-1-2168595480-4294967295", text_of_sid({0, 0, 0x81, 0x42, 0x24, 0x18}, {most}));
-        EXPECT_EQ("S-1-0x01000000000a-7", text_of_sid({1, 0, 0, 0, 0, 10}, {7}));
+        EXPECT_EQ("S-1-0x01020304050a-7", text_of_sid({1, 2, 3, 4, 5, 10}, {7}));
         EXPECT_EQ("S-1-0x00ff00000000", text_of_sid({0, 255, 0, 0, 0, 0}, {}));
         std::string longest = "S-1-0xffffffffffff";
         for (int i = 0; i < 15; ++i)
@@ -59,6 +61,38 @@ static const char g_winlogon[] = R"(
     registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultDomainName sz "CALDER"
     registry set "HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Winlogon" AltDefaultUserName sz "anna"
     windows account anna S-1-5-21-1-2-3-1001)";
+
+// After a step that fails the next ones are not tried.
+TEST(Privileges, StepsThatFail) {
+    const struct {
+        const char* fails;
+        const char* not_tried;
+        std::function<BOOL()> operation;
+    } rows[] = {
+        {"OpenProcessToken", "LookupPrivilegeValueW", [] { return EnableShutdownPrivilege(); }},
+        {"LookupPrivilegeValueW", "AdjustTokenPrivileges", [] { return EnableShutdownPrivilege(); }},
+        {"LoadLibraryExW", "GetProcAddress", [] { return PowrProfIsPwrHibernateAllowed(); }},
+        {"LocalAlloc", "LookupAccountNameW",
+         [] {
+             WCHAR user[SID_STRING_CHARACTERS];
+             return GetDefaultUserSidString(user);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.fails);
+        Bench bench;
+        bench.run(g_winlogon);
+        bench.machine.count_calls = true;
+        sim::run_on_thread([&] {
+            bench.machine.fail_name = row.fails;
+            bench.machine.fail_countdown = 1;
+            EXPECT_FALSE(row.operation());
+            EXPECT_EQ(0u, sim::handle_count(sim::current_process()));
+        });
+        EXPECT_EQ(row.fails, bench.machine.failed_call);
+        EXPECT_EQ(0u, bench.machine.call_counts[row.not_tried]);
+    }
+}
 
 // The profile is in the registry, its folder on the disk, the hive in it but not loaded.
 static const char g_profile[] = R"(
@@ -94,6 +128,13 @@ static const char g_loaded[] = R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\Us
 // 130 characters, all of them used.
 static const std::string g_full = repeated("6100", 130);
 
+// A file's path of 255 characters once it is expanded, which is the limit, and one of 256; what is left of
+// that may not be taken for the path.
+static const std::string g_stored = R"(C:\)" + repeated("%OS%", 22) + std::string(21, 'a');
+static const std::string g_expanded = R"(C:\)" + repeated("Windows_NT", 22) + std::string(21, 'a');
+static const std::string g_longLoaded =
+    R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", ")" + g_expanded + R"(\ntuser.dat") = 0)";
+
 static const UserCase g_users[] = {
     {"nobody", g_noLogon},
     {"no domain", g_noLogon + std::string(" AltDefaultDomainName")},
@@ -127,7 +168,19 @@ static const UserCase g_users[] = {
         windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
     {"a path that is not full is no network path", SET_PROFILE R"(expand "A\Anna"
         windows hive "C:\Windows\system32\A\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
-     ".DEFAULT", R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "A\Anna\ntuser.dat") = 3)"},
+     g_anna, R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "A\Anna\ntuser.dat") = 0)"},
+    {"a path that names no folder", SET_PROFILE R"(expand "ntuser.dat"
+        windows hive "C:\Windows\system32\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
+    {"a profile that is the drive", SET_PROFILE R"(expand "C:\"
+        windows hive "C:\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+     g_anna, R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\\ntuser.dat") = 0)"},
+    {"a path that is expanded to the limit",
+     SET_PROFILE "expand \"" + g_stored + "\\ntuser.dat\"\nwindows hive \"" + g_expanded +
+         R"(\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+     g_anna, g_longLoaded.c_str()},
+    {"one character more", SET_PROFILE "expand \"" + g_stored + "a\\ntuser.dat\"\nwindows hive \"" +
+                               g_expanded +
+                               R"(a\ntuser.da" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
     {"a path too long once it is expanded", SET_PROFILE "expand \"" + repeated("%userprofile%", 8) + "\""},
     {"the restore privilege refused", "windows privilege SeRestorePrivilege refused"},
     {"the restore privilege not held", "windows privilege SeRestorePrivilege denied", ".DEFAULT",

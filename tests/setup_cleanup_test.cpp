@@ -79,10 +79,12 @@ TEST(Cleanup, Copy) {
     for (const char* earlier : {"absent", "present"}) {
         Bench bench;
         bench.run(sim::format("file \"%s\" %s", g_inf, earlier));
+        bench.machine.keep_details = true;
         bench.run(owners("gone.inf") + "run \"-PnPTask\"\nexpect call CreateProcessW(*) = 1");
         const sim::PlainFile* copy = sim::find_file(g_inf);
         ASSERT_NE(nullptr, copy);
         EXPECT_EQ(sim::embedded_inf(), copy->bytes);
+        EXPECT_LE(1u, details(sim::format("CreateFileW(%s, 0x40000000, 0)", g_inf)));
         EXPECT_EQ(SE_DACL_PRESENT | SE_DACL_PROTECTED, copy->control);
         ASSERT_EQ(1u, copy->dacl.size());
         EXPECT_EQ("S-1-5-18", copy->dacl[0].sid);
@@ -92,13 +94,21 @@ TEST(Cleanup, Copy) {
     }
 }
 
-// Without its protection the copy is not made at all, nor anything run.
-TEST(Cleanup, UnprotectedCopy) {
-    Bench bench;
-    bench.run(owners("gone.inf") + R"(
-        fail SetSecurityDescriptorControl 1 | run "-PnPTask" | expect no file create*
-        expect no call CreateProcessW* | expect process "-PnPTask" ended 0)");
-    EXPECT_EQ(nullptr, sim::find_file(g_inf));
+// Without its text or its protection, or where it cannot be made, there is no copy, nor is anything run; an
+// earlier one stays.
+TEST(Cleanup, NoCopy) {
+    for (const char* call : {"FindResourceW", "LoadResource", "LockResource", "SizeofResource",
+                             "CreateWellKnownSid", "SetEntriesInAclW", "InitializeSecurityDescriptor",
+                             "SetSecurityDescriptorDacl", "SetSecurityDescriptorControl", "CreateFileW"}) {
+        SCOPED_TRACE(call);
+        Bench bench;
+        bench.run(sim::format("file \"%s\" present\n", g_inf) + owners("gone.inf") + "fail " + call + R"( 1
+            run "-PnPTask" | expect no file *
+            expect no call CreateProcessW* | expect process "-PnPTask" ended 0)");
+        EXPECT_EQ(call, bench.machine.failed_call);
+        EXPECT_NE(nullptr, sim::find_file(g_inf));
+        EXPECT_EQ(0u, bench.machine.processes.back()->local_blocks);
+    }
 }
 
 // What keeps the uninstall from being started; services and tasks have gone by then, the rest is put back.

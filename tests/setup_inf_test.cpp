@@ -1,5 +1,6 @@
 // The embedded INF by the rules of its format: every name that it refers to is there, and nothing is there
 // twice.
+#include <fstream>
 #include <map>
 #include <set>
 
@@ -216,11 +217,19 @@ TEST_F(InfTest, Version) {
     EXPECT_EQ(Texts{"System"}, values(inf, "version", "Class"));
     EXPECT_EQ(Texts{"{4d36e97d-e325-11ce-bfc1-08002be10318}"}, values(inf, "version", "ClassGuid"));
     EXPECT_EQ(Texts{"zorpmdrv.cat"}, values(inf, "version", "CatalogFile"));
+    EXPECT_EQ(Texts{"Mestra"}, values(inf, "version", "Provider"));
     ASSERT_EQ(1u, values(inf, "version", "DriverVer").size());
-    unsigned part[7];
-    char end = 0;
-    EXPECT_EQ(7, std::sscanf(values(inf, "version", "DriverVer")[0].c_str(), "%2u/%2u/%4u,%u.%u.%u.%u%c",
-                             &part[0], &part[1], &part[2], &part[3], &part[4], &part[5], &part[6], &end));
+    // The newest heading of the changes: "## 3.1.0, 2026-11-25".
+    std::ifstream changes(ZORPM_SOURCE_DIR "/CHANGELOG.md");
+    std::string heading;
+    while (std::getline(changes, heading) && !heading.starts_with("## ")) {
+    }
+    const size_t comma = heading.find(", ");
+    ASSERT_NE(std::string::npos, comma);
+    const std::string date = heading.substr(comma + 2);
+    EXPECT_EQ(date.substr(5, 2) + "/" + date.substr(8) + "/" + date.substr(0, 4) + "," +
+                  heading.substr(3, comma - 3) + ".0",
+              values(inf, "version", "DriverVer")[0]);
 }
 
 TEST_F(InfTest, Devices) {
@@ -340,6 +349,9 @@ TEST_F(InfTest, StartAndRecovery) {
         (Texts{"zorpmdrv,0x2,zorpmdrv.Service,zorpmdrv.EventLog", "pmdrvs,,pmdrvs.Service,pmdrvs.EventLog",
                "ZORPMSVC,,ZORPMSVC.Service", "MPLATSVC,,MPLATSVC.Service"}),
         associated);
+    EXPECT_EQ((Texts{"HKR,,EventMessageFile,0x00020000,%%SystemRoot%%\\System32\\IoLogMsg.dll",
+                     "HKR,,TypesSupported,0x00010001,7"}),
+              values(inf, "eventlog.addreg", ""));
 }
 
 TEST_F(InfTest, Services) {

@@ -26,15 +26,6 @@ static void with_com(const std::function<void()>& work) {
     });
 }
 
-// Lines of the whole trace that are this, or begin with what stands before the star.
-static size_t details(const std::string& pattern) {
-    size_t found = 0;
-    for (const sim::TraceLine& line : sim::machine().trace)
-        found += pattern.back() == '*' ? line.text.starts_with(pattern.substr(0, pattern.size() - 1))
-                                       : line.text == pattern;
-    return found;
-}
-
 TEST(PnPTask, Properties) {
     Bench bench;
     with_com([] { EXPECT_TRUE(CreatePnPTask()); });
@@ -115,9 +106,10 @@ TEST(PnPTask, EveryStepSaysItsMessage) {
         std::string said;
         for (const sim::TraceLine& line : bench.machine.trace) {
             if (line.text.starts_with("says ") && !line.text.starts_with("says Enter") &&
-                !line.text.starts_with("says Return"))
-                said = line.text.substr(5);
+                !line.text.starts_with("says Return") && !line.text.starts_with("says Exit"))
+                said += line.text.substr(5) + "|";
         }
+        EXPECT_EQ(said.size() - 1, said.find('|')) << said; // it ends there
         while (at < std::size(messages) && !said.starts_with(messages[at]))
             ++at;
         ASSERT_LT(at, std::size(messages)) << said;
@@ -224,6 +216,9 @@ TEST(PnPTask, ComSecurity) {
         EXPECT_FALSE(InitTaskSchedulerCom()); // set already
         EXPECT_EQ(1u, sim::com_initialisations(sim::current_process()));
         CoUninitialize();
+        sim::machine().fail_name = "CoInitializeEx";
+        sim::machine().fail_countdown = 1;
+        EXPECT_FALSE(InitTaskSchedulerCom()); // and nothing set
     });
     EXPECT_EQ(1u, details("CoInitializeSecurity(null, -1, 4, 3, 0)"));
     EXPECT_EQ(2u, details("CoInitializeEx(0)"));

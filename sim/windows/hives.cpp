@@ -72,7 +72,9 @@ extern "C" {
 LSTATUS WINAPI RegLoadKeyW(HKEY key, LPCWSTR wide_name, LPCWSTR wide_file) {
     SIM_CALL(static_cast<LSTATUS>(ERROR_ACCESS_DENIED), ERROR_ACCESS_DENIED);
     const std::string name = narrow(wide_name);
-    const std::string file = narrow(wide_file);
+    std::string file = narrow(wide_file);
+    const std::string shown = file;
+    bool as_folder = false;
     DWORD error = ERROR_SUCCESS;
     if (key != HKEY_USERS)
         error = ERROR_INVALID_PARAMETER;
@@ -80,9 +82,9 @@ LSTATUS WINAPI RegLoadKeyW(HKEY key, LPCWSTR wide_name, LPCWSTR wide_file) {
         error = ERROR_PRIVILEGE_NOT_HELD;
     else if (registry_has_key("HKU\\" + name))
         error = ERROR_ALREADY_EXISTS;
-    else
+    else if ((error = resolve_path("RegLoadKeyW", &file, &as_folder)) == ERROR_SUCCESS)
         error = open_hive(file);
-    trace("call RegLoadKeyW(\"%s\", \"%s\") = %u", name.c_str(), file.c_str(), error);
+    trace("call RegLoadKeyW(\"%s\", \"%s\") = %u", name.c_str(), shown.c_str(), error);
     if (error != ERROR_SUCCESS)
         return static_cast<LSTATUS>(error);
     registry_create("HKU\\" + name);

@@ -18,6 +18,7 @@ struct Settings {
 } // namespace
 
 static const std::map<std::string, std::string> g_environment = {
+    {"os", "Windows_NT"},
     {"systemdrive", "C:"},
     {"systemroot", "C:\\Windows"},
     {"windir", "C:\\Windows"},
@@ -119,8 +120,10 @@ UINT WINAPI GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT otherwise, L
 DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR from, LPWSTR to, DWORD characters) {
     SIM_CALL(0, ERROR_NOT_ENOUGH_MEMORY);
     const std::string text = expand(narrow(from));
-    put_wide(to, characters, text);
-    return static_cast<DWORD>(widen(text).size() + 1);
+    const DWORD needed = static_cast<DWORD>(widen(text).size() + 1);
+    // Nobody may rely on what a buffer that is too small has then: it looks like a path.
+    put_wide(to, characters, needed <= characters ? text : text.substr(0, characters - 1));
+    return needed;
 }
 
 } // extern "C"

@@ -85,6 +85,15 @@ inline size_t traced(const std::string& beginning, size_t first = 0) {
     return count;
 }
 
+// Lines of the whole trace that are this, or begin with what stands before the star.
+inline size_t details(const std::string& pattern) {
+    size_t found = 0;
+    for (const sim::TraceLine& line : sim::machine().trace)
+        found += pattern.back() == '*' ? line.text.starts_with(pattern.substr(0, pattern.size() - 1))
+                                       : line.text == pattern;
+    return found;
+}
+
 // Rows of a table of scripts: each runs on a new machine, behind a common beginning.
 struct ScriptCase {
     std::string name;
