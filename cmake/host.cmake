@@ -148,6 +148,7 @@ lighten(zorpmsim)
 target_link_libraries(zorpmsim PRIVATE zorpmsim_views edit)
 file(GLOB hunt_sources CONFIGURE_DEPENDS sim/hunt/*.cpp)
 add_host_executable(zorpmhunt ${hunt_sources})
+set_target_properties(zorpmhunt PROPERTIES EXCLUDE_FROM_ALL ON)
 lighten(zorpmhunt)
 target_link_libraries(zorpmhunt PRIVATE zorpmsim_views)
 # Scripts on real Win32: tools/scenario-on-wine.
@@ -178,6 +179,7 @@ if(ZORPM_SANITIZE)
 endif()
 
 add_host_executable(zorpm_bench ${bench_sources})
+set_target_properties(zorpm_bench PROPERTIES EXCLUDE_FROM_ALL ON)
 lighten(zorpm_bench)
 
 # The facts of the platform, as this machine tells them; the Windows build makes zorpmprobe.exe of the same sources.
