@@ -54,6 +54,7 @@ struct Answers {
     std::deque<Answer> next;
     std::optional<Answer> lasting;
     std::deque<Span> takes; // in turn, the last one for good; chosen anew for each request
+    bool late = false;      // the answer is that of the request's beginning
     std::uint32_t line = 0; // of the script, that says so
 };
 
@@ -185,9 +186,11 @@ void set_answer(const std::string& method, const DWORD* argument, const Answer& 
         answers.next.push_back(answer);
 }
 
-void set_answer_durations(const std::string& method, const DWORD* argument, const std::vector<Span>& spans) {
+void set_answer_durations(const std::string& method, const DWORD* argument, const std::vector<Span>& spans,
+                          bool late) {
     Answers& answers = answers_for(method, argument);
     answers.takes.assign(spans.begin(), spans.end());
+    answers.late = late;
     answers.line = machine().schedule.line;
 }
 
@@ -250,16 +253,17 @@ static Ms next_duration(Answers* answers) {
     return chosen;
 }
 
-static Ms duration_of(const Method& method, DWORD argument) {
+// The answers that say how long such a request takes; null when none do.
+static Answers* slow_answers(const Method& method, DWORD argument) {
     auto& of_method = driver().answers[method.name];
     for (const std::int64_t key : {static_cast<std::int64_t>(argument), EVERY_ARGUMENT}) {
         const auto found = of_method.find(key);
         if (found == of_method.end() || found->second.takes.empty())
             continue;
         if (found->second.takes.size() > 1 || found->second.takes.front().longest != 0)
-            return next_duration(&found->second);
+            return &found->second;
     }
-    return 0;
+    return nullptr;
 }
 
 Answer scripted_answer(const std::string& method, DWORD argument) {
@@ -269,7 +273,8 @@ Answer scripted_answer(const std::string& method, DWORD argument) {
 
 Ms scripted_duration(const std::string& method, DWORD argument) {
     const Method* row = method_named(method);
-    return row != nullptr ? duration_of(*row, argument) : 0;
+    Answers* slow = row != nullptr ? slow_answers(*row, argument) : nullptr;
+    return slow != nullptr ? next_duration(slow) : 0;
 }
 
 static void pass_request_time(Ms takes) {
@@ -279,6 +284,21 @@ static void pass_request_time(Ms takes) {
     thread->in_request = true;
     sleep_for(takes);
     thread->in_request = false;
+}
+
+// The answer to a request, when its time has passed.
+static Answer await_answer(const Method& method, DWORD argument) {
+    Answers* slow = slow_answers(method, argument);
+    if (slow == nullptr)
+        return answer_to(method, argument);
+    const Ms takes = next_duration(slow);
+    if (!slow->late) {
+        pass_request_time(takes);
+        return answer_to(method, argument);
+    }
+    const Answer answer = answer_to(method, argument);
+    pass_request_time(takes);
+    return answer;
 }
 
 // ---- events ----
@@ -376,9 +396,9 @@ static BOOL request_failed(const Method& method, const std::string& shown) {
 }
 
 // Hands out the oldest record; a failed fetch keeps it. Without a record the answer has no bytes.
-static BOOL fetch_event(const Method& method, const std::string& shown, void* out, DWORD* returned) {
+static BOOL fetch_event(const Method& method, const Answer& answer, const std::string& shown, void* out,
+                        DWORD* returned) {
     Driver& d = driver();
-    const Answer answer = answer_to(method, 0);
     if (answer.fails)
         return request_failed(method, shown);
     DWORD record[2] = {};
@@ -398,12 +418,11 @@ static BOOL fetch_event(const Method& method, const std::string& shown, void* ou
     return TRUE;
 }
 
-static BOOL answer_request(const Method& method, const DWORD* in, void* out, DWORD* returned) {
+static BOOL answer_request(const Method& method, const Answer& answer, const DWORD* in, void* out,
+                           DWORD* returned) {
     const std::string shown = shown_request(method, in);
     if (method.code == GETEVENT)
-        return fetch_event(method, shown, out, returned);
-    const DWORD argument = method.in_bytes != 0 && in != nullptr ? in[0] : 0;
-    const Answer answer = answer_to(method, argument);
+        return fetch_event(method, answer, shown, out, returned);
     if (answer.fails)
         return request_failed(method, shown);
     if (driver().request_hook)
@@ -462,8 +481,9 @@ static BOOL control(Object& file, DWORD code, const void* in, DWORD in_bytes, vo
     if ((openings_for(*method, words[0]) & opened.opening) == 0)
         violation("%s: sent on a device opened with access 0x%x, share %u", method->name,
                   file.as<File>().access, file.as<File>().share);
-    pass_request_time(duration_of(*method, words[0]));
-    return answer_request(*method, words, out, returned);
+    // The wait comes first: what a thread that is terminated in it has on its stack is lost.
+    const Answer answer = await_answer(*method, words[0]);
+    return answer_request(*method, answer, words, out, returned);
 }
 
 static const FileOps g_deviceOps = {nullptr, nullptr, control, nullptr};
@@ -538,7 +558,8 @@ static Action compile_firmware(Tokens& tokens) {
     auto pointer = [](const std::optional<DWORD>& value) { return value ? &*value : nullptr; };
     if (tokens.accept("takes")) {
         const std::vector<Span> takes = tokens.spans();
-        return [=] { set_answer_durations(name, pointer(argument), takes); };
+        const bool late = tokens.accept("late");
+        return [=] { set_answer_durations(name, pointer(argument), takes, late); };
     }
     Answer answer;
     if (tokens.accept("fails"))
@@ -628,9 +649,8 @@ static const Shows g_firmwareShown("firmware", show_firmware);
 
 static const Commands g_commands({
     {"firmware", Use::Machine, compile_firmware,
-     "METHOD[(ARG)] = VALUE [bytes N] [times N] | fails [times N] | takes DURATION|A..B[,...] - answers of "
-     "the "
-     "firmware",
+     "METHOD[(ARG)] = VALUE [bytes N] [times N] | fails [times N] | takes DURATION|A..B[,...] [late] - "
+     "answers of the firmware",
      method_names},
     {"driver", Use::Machine, compile_driver,
      "[primary|secondary] missing|present [for DURATION] - the power-management devices"},

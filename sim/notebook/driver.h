@@ -21,8 +21,10 @@ struct Answer {
 void set_answer(const std::string& method, const DWORD* argument, const Answer& answer, unsigned times = 0);
 // Each such request takes a time between the two, which the seed chooses (seed 0: the longest).
 void set_answer_duration(const std::string& method, const DWORD* argument, Ms shortest, Ms longest = 0);
-// The same for the requests in turn; the last one for all further ones.
-void set_answer_durations(const std::string& method, const DWORD* argument, const std::vector<Span>& spans);
+// The same for the requests in turn; the last one for all further ones. Late: the answer is that of the
+// request's beginning, and not of its end.
+void set_answer_durations(const std::string& method, const DWORD* argument, const std::vector<Span>& spans,
+                          bool late = false);
 // Scripts in code may decide answers by function instead (null: back to the table). It runs on the calling
 // thread.
 void set_answer_hook(std::function<bool(const std::string& method, DWORD argument, Answer* answer)> hook);

@@ -169,6 +169,15 @@ static Step on_version(Tokens& tokens) {
     };
 }
 
+// The runner asks the bench for answers, when their time has passed.
+static Step on_firmware(Tokens& tokens, const Action& action) {
+    while (!tokens.done()) {
+        if (tokens.word() == "late")
+            tokens.fail("an answer is chosen when its time has passed");
+    }
+    return action;
+}
+
 static Step on_registry_refuse(Tokens& tokens) {
     const std::string path = tokens.word();
     if (!tokens.done())
@@ -476,7 +485,7 @@ static const Row g_rows[] = {
     {"check status",           on_check_status,    nullptr, nullptr},
     {"advance",                on_advance,         nullptr, nullptr},
     {"windows time",           on_time,            nullptr, nullptr},
-    {"firmware",               SAME,               nullptr, nullptr}, // the runner asks the bench for answers
+    {"firmware",               SAME,               on_firmware, nullptr},
     {"event",                  on_event,           nullptr, nullptr},
     {"signal",                 on_signal,          nullptr, nullptr},
     {"driver",                 on_driver,          nullptr, nullptr},

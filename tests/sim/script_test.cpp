@@ -83,6 +83,13 @@ TEST(Script, Blocks) {
                 event 0x5002
             end
             expect count 3 request GETEVENT() = 0x5001*)"},
+        {"a late answer is that of the beginning", R"(
+            firmware GMMS takes 10ms,0ms late
+            event 0x60C0
+            firmware GMMS = 3
+            advance 10ms
+            expect request GMMS(0x0) = 0x1
+            expect request GMMS(0x0) = 0x3)"},
         {"what comes within a span marks", R"(
             within 100ms event 0x5001
             expect next request GETEVENT() = 0x5001*)"},
