@@ -33,10 +33,10 @@ static void act(const ScriptLine& line, bool marks = true) {
     schedule_line(static_cast<std::uint32_t>(line.number));
     if (marks)
         machine().trace_asked = line.asked_behind;
-    if (marks && line.use == Use::Drive) {
+    if (marks && line.use == Use::Drive)
         set_mark();
+    if (marks && (line.use == Use::Drive || line.at_once))
         schedule_block(line.at_once);
-    }
     if (line.action && line.use != Use::Check && line.use != Use::Note && machine().on_command != nullptr)
         machine().on_command(line.text, line.number);
     if (line.action) {
