@@ -82,47 +82,37 @@ endif()
 # The machine calls its own functions: otherwise the templates of an executable that is not optimised take their place.
 target_link_options(zorpmsim_lib PRIVATE -Wl,-Bsymbolic-functions)
 
-function(as_image name)
+function(as_image name machine)
     target_include_directories(${name} PRIVATE src)
     target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti)
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.map)
     target_link_options(${name} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/image.map -Wl,-z,now
                         -Wl,--no-undefined)
-    target_link_libraries(${name} PRIVATE zorpmsim_lib)
+    target_link_libraries(${name} PRIVATE ${machine})
 endfunction()
 
 add_library(zorpm_image MODULE $<TARGET_OBJECTS:zorpm_objects>)
-as_image(zorpm_image)
+as_image(zorpm_image zorpmsim_lib)
 
 # The product once more, for schedules that hand over between two atomics too: the thread instrumentation makes each
 # access to one a call, which the machine answers. The instrumentation's own library stays out.
-add_library(zorpm_atomics_image MODULE ${product_sources})
-as_image(zorpm_atomics_image)
-target_compile_options(zorpm_atomics_image PRIVATE -fno-sanitize=all -fsanitize=thread)
-target_precompile_headers(zorpm_atomics_image PRIVATE ${product_headers})
-
-# The same image with a race planted in it, for the test of how races are hunted.
-set(raced ${CMAKE_BINARY_DIR}/raced)
-set(raced_source src/cooling/adaptive_cooling.cpp)
-add_custom_command(OUTPUT ${raced}/${raced_source}
-    COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_SOURCE_DIR}/${raced_source} ${raced}/${raced_source}
-    COMMAND ${CMAKE_SOURCE_DIR}/tests/defects/plant.pl plant ${raced} cooling/event_out_of_turn
-    DEPENDS ${raced_source} tests/defects/plant.pl tests/defects/cooling.txt)
-add_library(zorpm_raced_image MODULE ${raced}/${raced_source}
-    $<FILTER:$<TARGET_OBJECTS:zorpm_objects>,EXCLUDE,/adaptive_cooling[.]cpp>)
-as_image(zorpm_raced_image)
-set_target_properties(zorpm_raced_image PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${raced} OUTPUT_NAME zorpm_image)
+add_library(zorpm_atomics_objects OBJECT ${product_sources})
+target_include_directories(zorpm_atomics_objects PRIVATE src)
+target_compile_options(zorpm_atomics_objects PRIVATE -fno-exceptions -fno-rtti -fno-sanitize=all -fsanitize=thread)
+target_precompile_headers(zorpm_atomics_objects PRIVATE ${product_headers})
+add_library(zorpm_atomics_image MODULE $<TARGET_OBJECTS:zorpm_atomics_objects>)
+as_image(zorpm_atomics_image zorpmsim_lib)
 
 # An image that crashes or runs on when told to, for the test of how such scripts are made short.
 add_library(zorpm_ending_image MODULE tests/support/ending_image.cpp)
-as_image(zorpm_ending_image)
+as_image(zorpm_ending_image zorpmsim_lib)
 target_compile_options(zorpm_ending_image PRIVATE -fno-sanitize=all)
 set_target_properties(zorpm_ending_image PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/ending
                       OUTPUT_NAME zorpm_image)
 
 # The control program, another image.
 add_library(zorpmctl_image MODULE ${ctl_sources} ${ctl_shared})
-as_image(zorpmctl_image)
+as_image(zorpmctl_image zorpmsim_lib)
 target_precompile_headers(zorpmctl_image PRIVATE ${product_headers})
 
 # An executable on the simulated machine. It exports no symbols: its variables would take over the images'. The
@@ -146,6 +136,9 @@ set_source_files_properties(sim/tool/help.cpp PROPERTIES COMPILE_DEFINITIONS ZOR
 add_host_executable(zorpmsim sim/tool/zorpmsim.cpp sim/tool/keyboard.cpp)
 lighten(zorpmsim)
 target_link_libraries(zorpmsim PRIVATE zorpmsim_views edit)
+if(ZORPM_SANITIZE)
+    include(cmake/races.cmake)
+endif()
 file(GLOB hunt_sources CONFIGURE_DEPENDS sim/hunt/*.cpp)
 add_host_executable(zorpmhunt ${hunt_sources})
 set_target_properties(zorpmhunt PROPERTIES EXCLUDE_FROM_ALL ON)
@@ -170,8 +163,11 @@ endforeach()
 
 if(ZORPM_SANITIZE)
     add_test(NAME tool COMMAND ${CMAKE_SOURCE_DIR}/tests/tool_test.sh $<TARGET_FILE:zorpmsim>
-             $<TARGET_FILE:zorpm_raced_image> $<TARGET_FILE:zorpm_ending_image>)
+             $<TARGET_FILE:zorpm_ending_image>)
     set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 300)
+
+    add_test(NAME races COMMAND ${CMAKE_SOURCE_DIR}/tests/races/run.sh ${CMAKE_BINARY_DIR}/races)
+    set_tests_properties(races PROPERTIES LABELS scenario TIMEOUT 300 PROCESSORS 2)
 
     add_test(NAME page_in_browser COMMAND tests/browser/run.sh $<TARGET_FILE:zorpmsim>
              WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})

@@ -1,10 +1,9 @@
 #!/bin/bash
-# tool_test.sh ZORPMSIM RACED ENDING - the command line of zorpmsim: what it prints where, and its exit status. Of the two
-# images one has a race planted in it, the other crashes or runs on when told to.
+# tool_test.sh ZORPMSIM ENDING - the command line of zorpmsim: what it prints where, and its exit status. ENDING is an image
+# that crashes or runs on when told to. The hunt for races is tests/races/run.sh.
 set -u
 sim=$1
-raced=$2
-ending=$3
+ending=$2
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 cd "$place" || exit 1
@@ -150,21 +149,6 @@ check "parts"                  1 'the runs part in line'                     -  
 check "the same"               0 'both runs are the same'                    nothing "$sim" --diff 3 3 asks_nothing.txt
 check "shrunk"                 1 '^expect request DYTC'    '^fails.txt: 4 commands: expected' "$sim" --shrink fails.txt
 check "does not fail"          2 - 'it does not fail'                        "$sim" --shrink holds.txt
-
-# A race is found, shrunk, replayed and explored in an image that has one; the product holds.
-mkdir raced
-cp "$sim" "$(dirname "$sim")"/lib*.so raced/ && cp "$raced" raced/
-printf '%s\n' 'firmware DYTC = 1' 'firmware DYTC(0) = 0x30000001' 'firmware DYTC(3) = 0x03ff0201' 'firmware GMMS = 3' \
-    'firmware DGPUTEMP takes 5ms..50ms' start 'advance 2s' 'firmware DGPUTEMP = 1' 'event 0x6031' \
-    'within 100ms control 139' 'advance 1s' 'check registry SVC\TMC\DCC CurrentStatus = 0' >race.txt
-check "found"                  1 '^race.txt: seed [0-9]+: race.txt:12: expected registry' -  raced/zorpmsim --seeds 40 race.txt
-seed=$(sed -n 's/^race.txt: seed \([0-9]*\):.*/\1/p' out)
-check "made short"             1 '^# race.txt, seed [0-9]+, in [0-9] commands|in 1[0-2] commands' . raced/zorpmsim --shrink --seed "$seed" race.txt
-cp out short.txt
-again=$(sed -n 's/^# Repeat with: zorpmsim \(.*\)THIS/\1/p' short.txt)
-check "replayed"               1 '^short.txt:[0-9]+: expected registry.*0x1$' -  raced/zorpmsim $again short.txt
-check "every order"            1 '^short.txt: [0-9]+ of [0-9]+ schedules fail, complete' -  raced/zorpmsim --explore short.txt
-check "no race"                0 '^short.txt: [0-9]+ schedules hold, complete' -  "$sim" --explore short.txt
 
 # What ends its process is made short too; an interruption leaves the shortest so far.
 printf '%s\n' 'firmware GMMS = 3' 'advance 1s' 'run "-crash"' 'advance 1s' 'expect no call *' >crashes.txt

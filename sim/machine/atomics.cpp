@@ -3,12 +3,18 @@
 // So orders are seen whose steps have no platform call between them.
 #include <cstdint>
 
+#include "sim/machine/machine.h"
 #include "sim/machine/scheduler.h"
+
+static void pass_atomic() {
+    if (sim::machine().hands_over_at_atomics)
+        sim::may_hand_over("an atomic");
+}
 
 // The instrumentation's own names. Orders of memory do not matter: one thread runs at a time.
 #define CHANGE(bits, type, name, result)                                                                     \
     extern "C" type __tsan_atomic##bits##_##name(volatile type* at, type value, int) {                       \
-        sim::may_hand_over("an atomic");                                                                     \
+        pass_atomic();                                                                                       \
         const type old = *at;                                                                                \
         *at = static_cast<type>(result);                                                                     \
         return old;                                                                                          \
@@ -20,16 +26,16 @@
     CHANGE(bits, type, fetch_and, old& value)                                                                \
     CHANGE(bits, type, fetch_or, old | value)                                                                \
     extern "C" type __tsan_atomic##bits##_load(const volatile type* at, int) {                               \
-        sim::may_hand_over("an atomic");                                                                     \
+        pass_atomic();                                                                                       \
         return *at;                                                                                          \
     }                                                                                                        \
     extern "C" void __tsan_atomic##bits##_store(volatile type* at, type value, int) {                        \
-        sim::may_hand_over("an atomic");                                                                     \
+        pass_atomic();                                                                                       \
         *at = value;                                                                                         \
     }                                                                                                        \
     extern "C" int __tsan_atomic##bits##_compare_exchange_strong(volatile type* at, type* expected,          \
                                                                  type value, int, int) {                     \
-        sim::may_hand_over("an atomic");                                                                     \
+        pass_atomic();                                                                                       \
         const type old = *at;                                                                                \
         const bool same = old == *expected;                                                                  \
         if (same)                                                                                            \
