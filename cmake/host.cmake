@@ -31,7 +31,7 @@ function(build_together)
         return()
     endif()
     foreach(name IN LISTS ARGN)
-        set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6
+        set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8
                               UNITY_BUILD_UNIQUE_ID g_commands)
         target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
     endforeach()
@@ -63,22 +63,23 @@ function(lighten name)
     endif()
 endfunction()
 
+# These read and write the caller's memory in ways of their own, or tell the sanitizers of stacks; the others call memcpy
+# and its like, which are watched wherever they are called.
+set(watched sim/machine/fiber.cpp sim/machine/text.cpp sim/windows/strings.cpp sim/windows/memory.cpp
+            sim/windows/registry_calls.cpp sim/windows/system.cpp sim/windows/device_enumeration.cpp)
+list(TRANSFORM watched PREPEND ${CMAKE_SOURCE_DIR}/)
+list(REMOVE_ITEM sim_sources ${watched})
+add_library(zorpmsim_watched OBJECT ${watched})
+target_include_directories(zorpmsim_watched PRIVATE ${CMAKE_SOURCE_DIR})
+
 # The simulated machine, and the image of the product that it loads once for every simulated process. It finds the
 # image by its name, beside itself. The image keeps its symbol table: it names the threads in a trace.
-add_library(zorpmsim_lib SHARED ${sim_sources})
+add_library(zorpmsim_lib SHARED ${sim_sources} $<TARGET_OBJECTS:zorpmsim_watched>)
 target_include_directories(zorpmsim_lib PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
 target_compile_definitions(zorpmsim_lib PUBLIC ZORPM_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_link_libraries(zorpmsim_lib PRIVATE ${CMAKE_DL_LIBS})
 set_target_properties(zorpmsim_lib PROPERTIES OUTPUT_NAME zorpmsim DEFINE_SYMBOL "")
 lighten(zorpmsim_lib)
-# These read and write the caller's memory in ways of their own, or tell the sanitizers of stacks; the others call memcpy
-# and its like, which are watched wherever they are called.
-set(watched sim/machine/fiber.cpp sim/machine/text.cpp sim/windows/strings.cpp sim/windows/memory.cpp
-            sim/windows/registry_calls.cpp sim/windows/system.cpp sim/windows/device_enumeration.cpp)
-if(ZORPM_SANITIZE)
-    set_source_files_properties(${watched} PROPERTIES COMPILE_OPTIONS "-fsanitize=address,undefined;-fno-sanitize-recover=undefined"
-                                SKIP_PRECOMPILE_HEADERS ON)
-endif()
 # The machine calls its own functions: otherwise the templates of an executable that is not optimised take their place.
 target_link_options(zorpmsim_lib PRIVATE -Wl,-Bsymbolic-functions)
 
@@ -217,7 +218,7 @@ else()
                          ENVIRONMENT "ZORPM_FIGURES=${CMAKE_SOURCE_DIR}/build/figures.txt")
 endif()
 
-build_together(zorpmsim_lib zorpmsim_views zorpmsim zorpmhunt zorpmwine zorpmprobe zorpm_tests zorpm_sweeps)
+build_together(zorpmsim_watched zorpmsim_lib zorpmsim_views zorpmsim zorpmhunt zorpmwine zorpmprobe zorpm_tests zorpm_sweeps)
 
 if(ZORPM_COVERAGE)
     include(cmake/coverage.cmake)

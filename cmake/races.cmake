@@ -3,15 +3,7 @@
 # four times as expensive. The objects are those that go without anyway; only what has them is compiled anew.
 set(races ${CMAKE_BINARY_DIR}/races)
 
-set(plain_sources)
-foreach(source IN LISTS watched)
-    get_filename_component(file ${source} NAME)
-    file(CONFIGURE OUTPUT ${races}/watched/${file} CONTENT "#include \"${source}\"\n")
-    list(APPEND plain_sources ${races}/watched/${file})
-endforeach()
-list(TRANSFORM watched REPLACE ".*/(.*)[.]cpp" "/\\1[.]cpp" OUTPUT_VARIABLE watched_objects)
-list(JOIN watched_objects "|" watched_objects)
-add_library(races_lib SHARED ${plain_sources} $<FILTER:$<TARGET_OBJECTS:zorpmsim_lib>,EXCLUDE,${watched_objects}>)
+add_library(races_lib SHARED ${watched} $<TARGET_OBJECTS:zorpmsim_lib>)
 target_include_directories(races_lib PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
 target_compile_options(races_lib PRIVATE -fno-sanitize=all)
 target_link_options(races_lib PRIVATE -fno-sanitize=all -Wl,-Bsymbolic-functions)
@@ -55,3 +47,5 @@ add_raced_image(cooling/worker_out_of_turn src/cooling/cooling_v2.cpp)
 add_raced_image(cooling/switch_lost src/cooling/cooling_v3.cpp)
 add_raced_image(formfactor/refresh_out_of_turn src/formfactor/multimode.cpp)
 add_raced_image(formfactor/split_stop src/formfactor/lid_inhibit.cpp)
+
+build_together(races_lib)

@@ -25,7 +25,7 @@ MEMORY_KB = 3_000_000
 KILLERS = 5         # of a file, tried first
 SLOW_TEST_S = 0.05  # a unit test that takes longer comes after the others
 LEAST_CPU_S = 10    # a program may run so long in any case: the processor may be slower than it was when it was measured
-ATOMICS = "zorpm_atomics_image"  # which the sweeps alone load
+ATOMICS = "zorpm_atomics"  # objects and image, which the sweeps alone load
 PLATFORM = "#include <atomic>\n#include <strsafe.h>\n#include <windows.h>\n"  # compiled once for all mutants
 
 
