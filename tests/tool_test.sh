@@ -34,6 +34,8 @@ printf 'start\nadvance 1s\nexpect no call *\n' >holds.txt
 printf 'start\nadvance 1s\nstop\nexpect request DYTC(0x5) = 0x1\n' >fails.txt
 printf 'evnet 1\nstart\nevent x\n' >wrong.txt
 printf 'include holds.txt\ninclude wrong.txt\n' >includes.txt
+printf 'include holds.txt\nexpect status RUNNING 0/0\n' >included.txt
+printf 'start\nrepeat 3000\nevent 0x7000\nend\nexpect no call *\n' >many.txt # more lines than a pipe holds
 mkdir -p folder
 
 #     name                    status  standard output                        standard error
@@ -45,6 +47,8 @@ check "all faults"             2 - '^wrong.txt:3: number expected: x$'       "$s
 check "included faults"        2 - '^wrong.txt:3: number expected: x$'       "$sim" includes.txt
 check "missing"                2 - '^none.txt:0: No such file or directory$' "$sim" none.txt
 check "a directory"            2 - '^folder:0: Is a directory$'              "$sim" folder
+check "unreadable"             2 - '^/proc/self/mem:0: Input/output error$'  "$sim" /proc/self/mem
+check "included"               0 '^included.txt: 2 expectations hold$'       -  "$sim" included.txt
 check "standard input"         0 '^-: 1 expectations hold$'                  -  "$sim" - <holds.txt
 check "no files"               2 - '^zorpmsim \[OPTION\]'                    "$sim"
 check "no such option"         2 - 'no such option: --sed; did you mean --seed\?' "$sim" --sed 5 holds.txt
@@ -90,6 +94,11 @@ check "version"                0 '^zorpmsim [0-9]+\.[0-9]+\.[0-9]+$'       -  "$
 printf 'start\nshow threads\n' >asks_nothing.txt
 check "expects nothing"        0 '^asks_nothing.txt: 0 expectations hold$'   '^asks_nothing.txt: it expects nothing$' "$sim" asks_nothing.txt
 check "shown"                  0 'TerminalThread \(service\): waits for'   'nothing' "$sim" asks_nothing.txt
+printf 'start\nshow registry SVC\\Transform\\CurrentStatus\nshow handles\nshow firmware\nshow devices\nshow status\n' >shows.txt
+check "shown"                  0 '^    MM = 0x1$'                            nothing "$sim" shows.txt
+for line in '^  thread TerminalThread \(service\)$' '^  request MHKV\(0x0\) = 0x200 at 0.000$' '^  slate present, state 1,' '^  RUNNING 0/0, '; do
+    look "shown" out "$line"
+done
 check "strict"                 1 '^asks_nothing.txt:0: it expects nothing'   nothing "$sim" --strict asks_nothing.txt
 check "repeated with atomics"  1 'repeat with: zorpmsim --atomics --seed 1 fails.txt' -  "$sim" --atomics --seeds 2 fails.txt
 check "strict seeds"           1 '^asks_nothing.txt: seed 1: .* expects nothing' nothing "$sim" --strict --seeds 2 asks_nothing.txt
@@ -102,7 +111,8 @@ grep -q '^-- registry' out || { echo "a failing run shows no state"; failed=1; }
 # Output that cannot be written; a reader that has gone; an interruption.
 check "full disk"              3 - 'No space left on device'                 bash -c "'$sim' holds.txt >/dev/full"
 check "closed output"          3 - 'Bad file descriptor'                     bash -c "'$sim' holds.txt >&-"
-"$sim" holds.txt 2>err | head -1 >out
+"$sim" many.txt 2>err | head -1 >out
+[ "${PIPESTATUS[0]}" -eq 3 ] || { echo "closed pipe: another exit status"; failed=1; }
 look "closed pipe" err -
 printf 'start\nadvance 300000d\nexpect no call *\n' >long.txt
 coproc LONG { exec "$sim" long.txt 2>err; }
