@@ -7,9 +7,9 @@
 # The head of NAME.txt names the planted row of tests/defects/ and the options of zorpmsim. RACES is the folder that
 # cmake/races.cmake fills.
 set -u
+races=$(realpath "$1")
 cd "$(dirname "$0")" || exit 1
 scripts=$PWD
-races=$1
 shift
 [ $# -gt 0 ] || set -- $(ls | sed -n 's/_explored.txt$//; s/[.]txt$//p' | sort)
 place=$(mktemp -d)
@@ -41,7 +41,7 @@ must() { # WHAT PATTERN (of sed, with one group) COMMAND...
 }
 
 hunt() { # ROW OPTION...
-    local row=$1 seed again schedules=- of=-
+    local row=$1 seed again explored="as another of its row"
     shift
     must "the product does not hold" '^.*: (200) seeds hold$' with none "$@" --seeds 200 "$race.txt" || return
     must "not found" "^$race.txt: seed ([0-9]+): .*" with "$row" "$@" --seeds 1000 "$race.txt" || return
@@ -55,13 +55,12 @@ hunt() { # ROW OPTION...
     if [ -e "${race}_explored.txt" ]; then
         must "not explored" '^.*: ([0-9]+ of [0-9]+) schedules fail, complete.*' \
             with "$row" "$@" --explore "${race}_explored.txt" || return
-        of=$found
+        explored="$found schedules fail, without the race"
         must "not every schedule holds" '^.*: ([0-9]+) schedules hold, complete.*' \
             with none "$@" --explore "${race}_explored.txt" || return
-        schedules=$found
+        explored+=" $found hold"
     fi
-    printf '%-13s seed %4s, %2s commands, %15s schedules fail, without the race %4s hold\n' \
-        "$race" "$seed" "$commands" "$of" "$schedules"
+    printf '%-13s seed %3s, %2s commands, %s\n' "$race" "$seed" "$commands" "$explored"
 }
 
 cp "$scripts"/*.txt .

@@ -273,7 +273,7 @@ TEST(Script, ManyEventsLeaveNoMemoryBehind) {
     Bench bench;
     bench.machine.forget_trace = true; // as zorpmsim does
     bench.started();
-    const auto run_events = [] { EXPECT_EQ("", run_text("repeat 20000\nevent 0x7000\nend").message); };
+    const auto run_events = [] { EXPECT_EQ("", run_text("repeat 4000\nevent 0x7000\nend").message); };
     run_events();
     const size_t before = allocated();
     run_events();
