@@ -327,3 +327,23 @@ static const ScriptCase g_keysAndPages[] = {
 TEST(HotKeys, NotificationClaimsAndPages) {
     run_cases("", g_keysAndPages);
 }
+
+// A code that differs from a known one in one bit is another one: no row's, and no page's.
+TEST(Table, EveryBitOfACodeCounts) {
+    Bench bench;
+    bench.started("firmware MHKN(2) = 1\nfirmware MHKN(3) = 1\n");
+    const std::string notification = "SVC\\Parameters2\\Type10\\Notification";
+    for (const char* page : {"Type12", "Type13"})
+        sim::registry_set(notification, page, REG_DWORD, std::vector<BYTE>(4));
+    const size_t first = bench.machine.trace.size();
+    for (unsigned bit = 10; bit < 16; ++bit) { // what stands above is no part of the page
+        sim::post_event(0x1101u ^ 1u << bit);
+        sim::post_event(0x1301u ^ 1u << bit);
+    }
+    for (unsigned bit = 16; bit < 32; ++bit)
+        sim::post_event(0x4012u | 1u << bit);
+    bench.machine.settle();
+    EXPECT_EQ(0u, traced("request GOPT", first));
+    for (const char* page : {"Type12", "Type13"})
+        EXPECT_EQ(0, sim::registry_dword(notification, page)) << page;
+}

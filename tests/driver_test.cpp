@@ -37,6 +37,22 @@ TEST(Driver, OneWordRequestsCopyWhatTheDriverReturned) {
     }
 }
 
+// A code that no row of the catalogue has, or none for one word each way, is not sent.
+TEST(Driver, UnknownRequests) {
+    Bench bench;
+    sim::run_on_thread([] {
+        DWORD result = 0;
+        SetLastError(0);
+        EXPECT_FALSE(OneWordRequest(nullptr, IOCTL_PMDRV_GETEVENT, 0, &result)); // no word each way
+        EXPECT_EQ(ERROR_INVALID_FUNCTION, GetLastError());
+        DWORD returned = 7;
+        SetLastError(0);
+        EXPECT_FALSE(SendIoCode(nullptr, 0x12345678, nullptr, nullptr, &returned));
+        EXPECT_EQ(ERROR_INVALID_FUNCTION, GetLastError());
+        EXPECT_EQ(0u, returned);
+    });
+}
+
 TEST(Driver, AHolderOpensOnceAndClosesOnce) {
     Bench bench;
     const auto requests = [] {

@@ -367,6 +367,9 @@ TEST(FormFactorLidInhibit, Watch) {
         expect no request LCDCSCONTROL(0x2)*)"},
                                                    {"a watch that could not begin", R"(
         fail CreateThread | control 131 | control 131 | advance 5s | expect request GETLIDSTATUS*)"},
+                                                   {"asked for again between two polls", R"(
+        firmware LCDCSGETSTATE = 3 | control 131 | advance 500ms | control 131 | mark | advance 499ms
+        expect no request GETLIDSTATUS* | advance 1ms | expect count 1 request GETLIDSTATUS*)"},
                                                    {"an end that was set before", R"(
         windows object "PMDRVLCDCSWATCHDOG" event | windows object "PMDRVLCDCSWATCHDOG" set
         control 131 | advance 5s | expect count 5 request GETLIDSTATUS*)"}});

@@ -1,4 +1,6 @@
 // What the service publishes for hot-key clients at its start, and the notification bits.
+#include <set>
+
 #include "hotkeys/ph_notification.h"
 #include "tests/support/bench.h"
 
@@ -115,6 +117,49 @@ TEST(HotkeyInterface, EveryVersionOfTheFirmwareGetsItsInterface) {
     }
 }
 
+// What each step of the extended pages says when it fails.
+TEST(HotkeyInterface, EachFailureIsTold) {
+#ifdef NDEBUG
+    GTEST_SKIP() << "the messages are discarded in this build";
+#endif
+    std::set<std::string> said;
+    for (const char* call : {"DeviceIoControl", "RegCreateKeyExW", "CreateEventW", "CreateThread"}) {
+        for (std::uint64_t number = 1; number <= 30; ++number) {
+            Bench bench;
+            bench.machine.keep_details = true;
+            bench.run(sim::format("%s firmware MHKV = 0x200\nfail %s %d\nstart\nadvance 1s\n", FIRMWARE, call,
+                                  static_cast<int>(number)));
+            for (const sim::TraceLine& line : bench.machine.trace) {
+                if (line.text.starts_with("says Error: Initialize_"))
+                    said.insert(line.text.substr(23, line.text.find(" (", 23) - 23));
+            }
+        }
+    }
+    EXPECT_EQ((std::set<std::string>{
+                  "Registry_Type10_Capability(): Couldn't call MHKV or MHKV < 0x200.",
+                  "Registry_Type10_Capability(): Couldn't call MHKA.",
+                  "Registry_Type10_Capability(): Couldn't call MHKA",
+                  "Registry_Type10_Capability(): Couldn't write type12 default capability registry.",
+                  "Registry_Type10_Capability(): Couldn't write type13 default capability registry.",
+                  "Registry_Type10_CurrentSetting(): Couldn't call MHKN",
+                  "Registry_Type10_CurrentSetting(): Couldn't write type11 current setting registry.",
+                  "Registry_Type10_CurrentSetting(): Couldn't write type12 current setting registry.",
+                  "Registry_Type10_CurrentSetting(): Couldn't write type13 current setting registry.",
+                  "Registry_Type10_OverrideSetting(): Cannot initialize type10 override setting registry.",
+                  "Registry_Type10_Notification(): Couldn't write type11 notification registry.",
+                  "Registry_Type10_Notification(): Couldn't write type12 notification registry.",
+                  "Registry_Type10_Notification(): Couldn't write type13 notification registry.",
+                  "PH_Ex_Thread(): fail to create Type12 event.",
+                  "PH_Ex_Thread(): fail to create Type12 thread.",
+                  "PH_Ex_Thread(): fail to create Type12OverrideEvent.",
+                  "PH_Ex_Thread(): fail to create Type12 Override thread.",
+                  "PH_Ex_Thread(): fail to create Type13 event.",
+                  "PH_Ex_Thread(): fail to create Type13 thread.",
+                  "PH_Ex_Thread(): fail to create Type13 Override event.",
+                  "PH_Ex_Thread(): fail to create Type13 Override thread."}),
+              said);
+}
+
 TEST(HotkeyInterface, AStepThatFailsEndsItsOwnPartOnly) {
     struct {
         const char* fault;
@@ -124,6 +169,10 @@ TEST(HotkeyInterface, AStepThatFailsEndsItsOwnPartOnly) {
         {"firmware MHKA(1) fails", "Parameters\\Capability @ = 0", ""},
         {"firmware MHKN(1) fails", "Parameters\\Notification @ = 0", ""},
         {"firmware MHKN(1) = 0xaabb bytes 1", "Parameters\\CurrentSetting @ = 0xbb", ""},
+        {"firmware MHKA(2) = 7 bytes 0", "Parameters2\\Type10\\Capability Type12 = 0", ""},
+        {"firmware MHKA(3) = 7 bytes 0", "Parameters2\\Type10\\Capability Type13 = 0", ""},
+        {"firmware MHKN(2) = 7 bytes 0", "Parameters2\\Type10\\CurrentSetting Type12 = 0", ""},
+        {"firmware MHKN(3) = 7 bytes 0", "Parameters2\\Type10\\CurrentSetting Type13 = 0", ""},
         {"registry refuse SVC\\Parameters\\Capability", "Parameters\\CurrentSetting @ = 0x51", ""},
         {"registry refuse SVC\\Parameters\\CurrentSetting", "Parameters\\OverrideSetting @ = 0", ""},
         {"registry refuse SVC\\Parameters\\OverrideSetting", "Parameters\\Notification Type2 = 0", ""},

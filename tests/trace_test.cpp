@@ -196,8 +196,41 @@ static const Decision g_decisions[] = {
     {"", "handler power event 4", "HandlePowerEvent(): 0x4 is of no interest"},
 };
 
+#define V2                                                                                                   \
+    "firmware DYTC(0) = 0x20000001\nfirmware DYTC(0x100) = 0x20010000\nfirmware DYTC(3) = 0x201\n"           \
+    "firmware GOPT(0) = 0x103\n"                                                                             \
+    "firmware GOPT(0x100) = 4\nfirmware GOPT(0x200) = 3\nregistry set SVC\\TMCT\\Parameters SPCT dword 30\n"
+#define V3     "firmware DYTC(0) = 0x30000001\nfirmware DYTC(3) = 0x03ff0001\nfirmware DYTC = 1\n"
+#define HARROW "registry set HKLM\\HARDWARE\\DESCRIPTION\\System\\BIOS BIOSVersion sz \"GDET40W\"\n"
+
+// What an operation answers where no caller asks.
+static const Decision g_results[] = {
+    {V2, "", "Return InitAdaptiveCoolingInitTabletOptionControlSettings() 0x00000001"},
+    {V2, "", "Return AdaptiveCoolingInitSettings_v2() 0x00000001"},
+    {V2, "control 134\nevent 0x4012", "Return AdaptiveCoolingDoOptionAttached() 0x00000000"},
+    {V2, "advance 20s\nfirmware GOPT(0x200) = 2\nevent 0x4013\nadvance 60s",
+     "Return AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() 0x00000001"},
+    {V2, "firmware GOPT(0x200) = 2\ncontrol 134\nevent 0x4013\nadvance 60s",
+     "Return AdaptiveCoolingDoOptionDetachedIntoSpecialCoolingMode() 0x00000000"},
+    {V2, "control 137\ncontrol 137", "Return AdaptiveCoolingTerminateWorkerThread() 0x00000000"},
+    {V3, "advance 3s\ncontrol 134\nevent 0x4012",
+     "Return AdaptiveCoolingChageThermalModeByTwoInOne_v3() 0x00000000"},
+    {V3 "firmware THERMALMODE fails\n", "advance 3s\nevent 0x60F0",
+     "Return AdaptiveCoolingThermalModeByHingeSettings_v3() 0x00000000"},
+    {"firmware GOPT(0) fails", "", "Return OptionStatusInit() 0x00000000"},
+    {"firmware GOPT(0) = 0x1", "", "Return OptionStatusInit() 0x00000001"},
+    {HARROW, "event 0x500A", "Return NotebookScreenRotationFunctionality() 0x00000000"},
+    {HARROW, "", "Return GetSystemBiosVersion() 0x00000001"},
+    {"", "", "Return Initialize_PH_Ex_Thread() 0x00000001"},
+    {"fail CreateThread 3", "", "Return Initialize_PH_Ex_Thread() 0x00000000"},
+    {"", "", "Return StartPHWatch() 0x00000001"},
+    {"fail CreateThread 1", "", "Return StartPHWatch() 0x00000000"},
+};
+
 TEST(Trace, DecisionsAreTold) {
-    for (const Decision& row : g_decisions) {
+    std::vector<Decision> rows(std::begin(g_decisions), std::end(g_decisions));
+    rows.insert(rows.end(), std::begin(g_results), std::end(g_results));
+    for (const Decision& row : rows) {
         SCOPED_TRACE(row.said);
         Bench bench;
         bench.machine.keep_details = true;
