@@ -100,7 +100,7 @@ mutants:
 
 coverage:
 	@tools/ensure.sh host mutants
-	@$(call build,coverage)
+	@$(call build,coverage,zorpm_tests zorpm_sweeps zorpmsim)
 	@tools/coverage/coverage.py
 
 # What all three take; a failure leaves its script in build/hunt/.
