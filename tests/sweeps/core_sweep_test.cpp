@@ -22,6 +22,14 @@ static const std::string g_events = R"(
     event 0x60F0
     event 0x6031)";
 
+// For the control program.
+static const std::string g_control = "firmware MHKA = 0xFFF\nfirmware LCDCSGETSTATE = 3" + g_start + R"(
+    registry set SVC\Configurations\ScreenRotation HRSPMode dword 1
+    registry set HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable dword 1
+    windows program "backup.exe" takes 15s
+    windows rotation follows
+)";
+
 // Calls without which the stop cannot be heard or answered.
 static bool answers_the_stop(const std::string& call) {
     static const std::set<std::string> calls = {
@@ -97,6 +105,44 @@ TEST(CoreSweep, TheDriversStopLeaksNothing) {
     const std::string stop = "signal Stop\nadvance 3s";
     const size_t left = held_after(g_start + "\n" + stop);
     fail_each_call(g_start, stop, [left](Bench&) { EXPECT_EQ(left, held()); });
+}
+
+// What the control program says to be done is done, and every lid inhibit that it has started it ends or says
+// that it cannot, whatever call fails beside it or in the service.
+TEST(CoreSweep, EveryCallOfTheControlProgramFails) {
+    static const struct {
+        const char* words;
+        const char* done;
+    } rows[] = {
+        {"hotkey notify 2", R"(check registry SVC\Parameters\CurrentSetting @ = 0x83)"},
+        {"hotkey notify 3:2", R"(check registry SVC\Parameters2\Type10\CurrentSetting Type13 = 0x83)"},
+        {"hotkey override 12", R"(check registry SVC\Parameters\OverrideSetting @ = 0x800)"},
+        {"hotkey list", ""},
+        {"cooling status", ""},
+        {"cooling graphics off", R"(check registry SVC\TMC\DCC CurrentSetting = 0)"},
+        {"FlipButtonForHarrow", R"(check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 0)"},
+        {"TabletToClamshellForHarrow", R"(check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 0)"},
+        {"inhibit-lid --timeout 15", ""},
+        {"inhibit-lid backup.exe", ""},
+        {"status --inhibit", ""},
+        {"watch --timeout 1", ""},
+    };
+    const std::string sent = "call ControlService(\"ZORPMSVC\", ";
+    std::uint64_t failed = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.words);
+        const std::string run = sim::format("run \"zorpmctl\" %s\nadvance 40s", row.words);
+        const std::string ended = sim::format("process \"zorpmctl %s\" ended ", row.words);
+        run_case(row.words, g_control + run + "\nexpect " + ended + "0\nmark");
+        failed += fail_each_call(g_control, run, [&](Bench& bench) {
+            EXPECT_EQ(1u, traced(ended));
+            if (traced(ended + "0") != 0)
+                bench.run(row.done);
+            EXPECT_TRUE(traced(sent + "131) = 1") == 0 || traced(sent + "132) = 1") != 0 ||
+                        traced("output zorpmctl \"zorpmctl: ") != 0);
+        });
+    }
+    figure("core: platform calls beside the control program's commands, each failed once", std::to_string(failed));
 }
 
 // Controls, events, client writes and the stop in one instant, threads in any order.
