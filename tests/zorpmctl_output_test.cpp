@@ -50,8 +50,10 @@ TEST(ControlProgram, SessionsAreThoseOfTheDocument) {
 TEST(ControlProgram, ReadsItsCommandLine) {
     const std::string none = "zorpmctl: unknown command ";
     const std::string help = "; see zorpmctl --help\n";
+    const std::string use = "zorpmctl: use: zorpmctl hotkey list | notify N | bios N | override N | release N\n";
+    const std::string seconds = "zorpmctl: --timeout wants a number of seconds, 4000000 at most\n";
     const struct {
-        const char* line;
+        std::string line;
         std::string told;
     } rows[] = {
         {"no such", none + "no" + help},
@@ -64,7 +66,20 @@ TEST(ControlProgram, ReadsItsCommandLine) {
         {"--Version", printed("--version")},
         {"status one", "zorpmctl: use: zorpmctl status [--json] [--inhibit]\n"},
         {"status 1 2 3 4 5 6 7 8", "zorpmctl: too many arguments at 4; see zorpmctl --help\n"},
-        {"--timeout x", "zorpmctl: --timeout wants a number of seconds, 4000000 at most\n"},
+        {"--timeout x", seconds},
+        {"--timeout", seconds},
+        {"--timeout \"\"", seconds},
+        {"--timeout 4000001", seconds},
+        {"-x", none + "-x" + help},
+        {std::string(300, 'x'), none + std::string(63, 'x') + help},
+        {"hotkey notify", use},
+        {"hotkey notify \"\"", use},
+        {"hotkey notify 0", use},
+        {"hotkey notify 0:1", use},
+        {"hotkey notify 4:1", use},
+        {"hotkey notify 1/", use},
+        {"hotkey list 1", use},
+        {"cooling status 1", printed("cooling")},
         {"--frob", "zorpmctl: unknown option --frob; see zorpmctl --help\n"},
     };
     for (const auto& row : rows)

@@ -2,6 +2,7 @@
 // service does. What each command says is in scenarios/zorpmctl.txt.
 #include <zorpm/zorpm.h>
 
+#include "sim/windows/messages.h"
 #include "tests/support/sweep.h"
 
 // A word and the event of the same change of posture come in one instant; whoever presses, and how often, the
@@ -81,6 +82,18 @@ TEST(ControlProgram, AWatchOfTheWholeStart) {
         }
         EXPECT_EQ(row.told, told);
     }
+}
+
+// A log-off that is called off ends no inhibit; nor does any other message to its window.
+TEST(ControlProgram, ALogOffThatIsCalledOff) {
+    Bench bench;
+    bench.started("firmware LCDCSGETSTATE = 3");
+    bench.run("run \"zorpmctl\" inhibit-lid");
+    const HWND window = sim::find_window("ZorpmctlSessionWindow");
+    EXPECT_TRUE(sim::send_message(window, WM_ENDSESSION, FALSE, 0, nullptr));
+    EXPECT_TRUE(sim::post_message(window, WM_TIMER, TRUE, 0));
+    bench.run("advance 1s | expect no request LCDCSCONTROL* | expect no process *");
+    bench.run("interrupt zorpmctl log-off | expect request LCDCSCONTROL(0x2) = *");
 }
 
 // What a command opens it closes, although its process ends at once.
