@@ -43,6 +43,10 @@ TEST(CoolingVersion2, ModeAtStart) {
         advance 1s | expect count 2 request DYTC(0x100)*
         advance 1h | expect count 2 request DYTC(0x100)*
         event 0x4012 | expect no request DYTC*)");
+    // The 13th event of a start is the one that tells of an attach; a later start makes it.
+    run_case("no worker for want of an event", START_V2 + R"(
+        fail CreateEventW 13 | start | advance 1m | event 0x4012 | event 0x4013 | advance 1m
+        expect no request DYTC* | control 138 | advance 1s | event 0x4012 | expect request DYTC*)");
 }
 
 TEST(CoolingVersion2, InitTicks) {

@@ -65,6 +65,11 @@ TEST(CoolingVersion3, WhatIsForgottenAndWhatIsNot) {
         expect request DYTC(0xf2001)*)"},
                    {"a function that is announced no more", START + R"(
         firmware DYTC(3) = 1 | control 138 | advance 1s | event 0x4012 | expect no request DYTC*)"},
+                   {"a turn that the stop has cut off: who waits has it at once",
+                    "firmware GOPT(0x200) = 2" + START + R"(
+        firmware DYTC(0x1f2001) takes 4s | event 0x4012 | advance 500ms | control 138 | advance 1s
+        stop | expect request DYTC(0x3)* | expect registry SVC\TMC\TIO Capability = 0x1
+        expect no status STOPPED* | advance 4s | expect status STOPPED 0/0)"},
                    {"but flip mode outlives the version", START + R"(
         firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20000000 | control 138
         firmware GOPT(0x200) = 0x10001 | event 0x4012 | expect request DYTC(0xf2001)*)"}});
@@ -234,7 +239,12 @@ TEST(CoolingVersion3, FlipMode) {
         firmware GOPT(0x200) = 0x10001 | event 0x4012 | expect request DYTC(0x1f2001)*
         expect request DYTC(0xf2001) = 0x1 | expect no registry SVC\TMC\TIO CurrentStatus = 0x0
         firmware GOPT(0x200) = 1 | event 0x4012 | expect count 2 request DYTC(0x1f2001) = 0x1
-        control 134 | event 0x4012 | expect no request DYTC*)");
+        firmware DYTC(0x1f2001) = 0 | firmware DYTC(0xf2001) = 0 | event 0x4012
+        expect count 2 request DYTC(0x1f2001) = 0x0 | expect no registry SVC\TMC\TIO CurrentStatus*
+        firmware GOPT(0x200) = 0x10001 | event 0x4012 | expect request DYTC(0xf2001) = 0x0
+        firmware DYTC(0x1f2001) = 1 | firmware DYTC(0xf2001) = 1
+        control 134 | event 0x4012 | expect no request DYTC*
+        firmware GOPT(0x200) = 1 | event 0x4012 | expect no request DYTC*)");
 }
 
 TEST(CoolingVersion3, DynamicCpuControlSwitch) {

@@ -120,6 +120,8 @@ TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
         {"ACPI\\INT33D6", L"*PNP0C0A", 0, FALSE, "LocalAlloc"},          // the ids of the first device
         {"ACPI\\A\0ACPI\\INT33D6"s, L"INT33D6", 1, TRUE, ""},
         {"ACPI\\A\0\0ACPI\\INT33D6"s, L"INT33D6", 0, FALSE, ""}, // an empty string ends a list
+        {"\0ACPI\\INT33D6"s, L"INT33D6", 0, FALSE, ""},
+        {std::string(0x80000, 'A') + "INT33D6", L"INT33D6", 0, FALSE, ""}, // more than a mebibyte is not read
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.failing);
@@ -199,8 +201,25 @@ TEST(Driver, TheCatalogue) {
     Bench bench;
     sim::run_on_thread([] {
         DWORD result = 0;
-        EXPECT_FALSE(SendOneWord(IOCTL_PMDRV_REGISTEREVENTS, 0, &result)); // does not fit one word
+        HANDLE device = OpenDevice(SECONDARY_DEVICE, FULL_ACCESS, FULL_SHARE);
+        ULONGLONG answer = 0;
+        DWORD returned = 7;
+        SetLastError(0);
+        EXPECT_FALSE(SendIoCode(device, 0x222411, &answer, &answer, &returned)); // in no catalogue
         EXPECT_EQ(ERROR_INVALID_FUNCTION, GetLastError());
+        EXPECT_EQ(0u, returned);
+        // What does not fit one word, either way.
+        for (const DWORD code :
+             {DWORD{0x222411}, DWORD{IOCTL_PMDRV_REGISTEREVENTS}, DWORD{IOCTL_PMDRV_GETEVENT}}) {
+            SetLastError(0);
+            EXPECT_FALSE(SendOneWord(code, 0, &result)) << code;
+            EXPECT_EQ(ERROR_INVALID_FUNCTION, GetLastError());
+            EXPECT_FALSE(OneWordRequest(device, code, 0, &result)) << code;
+        }
+        EXPECT_EQ(0u, result);
         EXPECT_TRUE(SendSystemFamilyRequest());
+        CloseHandle(device);
+        sim::set_driver_present(false, false);
+        EXPECT_FALSE(SendSystemFamilyRequest());
     });
 }

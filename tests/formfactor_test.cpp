@@ -196,6 +196,7 @@ TEST(FormFactorPostures, SupportDecision) {
         {"ChkINode binary 01000000", false},
         {"ChkINode raw 4 0000000000", false},
         {"ChkINode raw 4 00", true},
+        {"ChkINode raw 4", false},
     };
     for (const SupportCase& test : with_inode)
         expect_support(format(R"(

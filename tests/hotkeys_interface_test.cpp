@@ -103,6 +103,11 @@ static const VersionCase g_versions[] = {
     {"half an answer", "= 0x100 bytes 1", R"(
         expect registry SVC\Parameters\Capability @ = 0x0
         check registry SVC\Parameters\InterfaceVersion absent)"},
+    {"nothing can be asked, nor published",
+     "fails | registry refuse SVC\\Parameters\\Capability\n"
+     "registry refuse SVC\\Parameters2\\Type10\\Capability",
+     R"(
+        expect status RUNNING 0/0 | expect no registry *Capability*)"},
     {"the device goes away for the extended part", "= 0x200 times 1\nfirmware MHKV fails", R"(
         expect registry SVC\Parameters\InterfaceVersion @ = 0x201
         expect registry SVC\Parameters2\Type10\Capability @ = 0x0
@@ -250,6 +255,9 @@ TEST(HotkeyInterface, ARestartKeepsWhatIsTheClientsAndRenewsTheRest) {
         registry set SVC\Parameters2\Type10\OverrideSetting @ raw 4 0001020304
         firmware MHKN(1) = 0x51 | start | check registry SVC\Parameters\OverrideSetting @ = 0
         check registry SVC\Parameters\Notification @ = 0x51
+        check registry SVC\Parameters2\Type10\OverrideSetting @ = 0)"},
+                                {"text for the other pages", R"(
+        registry set SVC\Parameters2\Type10\OverrideSetting @ sz "2" | start
         check registry SVC\Parameters2\Type10\OverrideSetting @ = 0)"}});
 }
 

@@ -166,6 +166,11 @@ static const UserCase g_users[] = {
      R"(file "C:\Users\Anna" link | )" SET_PROFILE R"(expand "C:\Users\Anna\\ntuser.dat")"},
     {"a profile on the network", SET_PROFILE R"(expand "\\server\Anna"
         windows hive "\\server\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
+    {"with slashes too", SET_PROFILE R"(expand "//server/Anna"
+        windows hive "//server/Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
+    {"the hive lies at a drive's root", SET_PROFILE R"(expand "C:\ntuser.dat"
+        windows hive "C:\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+     g_anna, R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "C:\ntuser.dat") = 0)"},
     {"a path that is not full is no network path", SET_PROFILE R"(expand "A\Anna"
         windows hive "C:\Windows\system32\A\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
      g_anna, R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "A\Anna\ntuser.dat") = 0)"},
@@ -208,21 +213,31 @@ TEST(UserPolicy, WhoTheUserIs) {
 
 // Whatever of the look at file and folder fails, nothing is loaded and no privilege enabled for it.
 TEST(UserPolicy, ALookThatFailsLoadsNothing) {
-    for (std::uint64_t look = 1; look <= 3; ++look) {
+    static const struct {
+        const char* call;
+        std::uint64_t which;
+    } rows[] = {{"GetFileAttributesW", 1},
+                {"GetFileAttributesW", 2},
+                {"GetFileAttributesW", 3},
+                {"ExpandEnvironmentStringsW", 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.call);
         Bench bench;
         bench.run(std::string(g_winlogon) + g_profile);
         bench.machine.keep_details = true;
         sim::run_on_thread([&] {
             WCHAR user[SID_STRING_CHARACTERS];
-            bench.machine.fail_name = "GetFileAttributesW";
-            bench.machine.fail_countdown = look;
-            EXPECT_FALSE(GetDefaultUserSidString(user)) << look;
+            bench.machine.fail_name = row.call;
+            bench.machine.fail_countdown = row.which;
+            EXPECT_FALSE(GetDefaultUserSidString(user)) << row.which;
             EXPECT_EQ(".DEFAULT", sim::narrow(user));
         });
-        EXPECT_EQ("GetFileAttributesW", bench.machine.failed_call);
+        EXPECT_EQ(row.call, bench.machine.failed_call);
         for (const sim::TraceLine& line : bench.machine.trace) {
-            EXPECT_FALSE(line.text.starts_with("call RegLoadKeyW")) << look;
-            EXPECT_FALSE(line.text.starts_with("AdjustTokenPrivileges")) << look;
+            EXPECT_FALSE(line.text.starts_with("call RegLoadKeyW")) << row.which;
+            EXPECT_FALSE(line.text.starts_with("AdjustTokenPrivileges")) << row.which;
+            // Without a path there is nothing to look at.
+            EXPECT_TRUE(row.call[0] == 'G' || !line.text.starts_with("GetFileAttributesW"));
         }
     }
 }

@@ -28,7 +28,8 @@ TEST(Cleanup, InstallStatus) {
         {"owner there", owners("here.inf"), TRUE},
         {"owner gone", owners("gone.inf"), FALSE},
         {"second there", "registry set SVC Owners multi \"gone.inf\" \"HERE.INF\"", TRUE},
-        {"both gone", "registry set SVC Owners multi \"gone.inf\" \"gone2.inf\"", FALSE},
+        {"both gone", "registry set SVC Owners multi \"gone.inf\" \"gone\\2.inf\"",
+         FALSE}, // in a folder that is not there
         {"a directory of the name", owners("dir.inf"), TRUE},
         {"name too long for a path", owners(long_name), TRUE},
         {"of another type", "registry set SVC Owners sz \"gone.inf\"", TRUE},
@@ -39,8 +40,8 @@ TEST(Cleanup, InstallStatus) {
         {"one final null", "registry set SVC Owners raw 7 78002e0069006e0066000000", FALSE},
         {"many final nulls", "registry set SVC Owners raw 7 7800000000000000", FALSE},
         {"half a character", "registry set SVC Owners raw 7 78002e0069006e006600000000", TRUE},
-        {"more behind the end", "registry set SVC Owners raw 7 7800000000007900000000", TRUE},
-        {"an empty name first", "registry set SVC Owners raw 7 00007900000000", TRUE},
+        {"more behind the end", "registry set SVC Owners raw 7 780000000000790000000000", TRUE},
+        {"an empty name first", "registry set SVC Owners raw 7 0000790000000000", TRUE},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);

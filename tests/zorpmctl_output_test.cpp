@@ -8,6 +8,7 @@
 static const char g_machine[] = R"(
     firmware MHKA = 0x884 | firmware GOPT(0) = 0x100 | firmware GOPT(0x100) = 1 | firmware DYTC = 1
     firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001 | firmware LCDCSGETSTATE = 3
+    windows program "backup.exe" takes 1s
     start | advance 2s | event 0x4012 | advance 1s | event 0x60C0
 )";
 
@@ -50,7 +51,9 @@ TEST(ControlProgram, SessionsAreThoseOfTheDocument) {
 TEST(ControlProgram, ReadsItsCommandLine) {
     const std::string none = "zorpmctl: unknown command ";
     const std::string help = "; see zorpmctl --help\n";
-    const std::string use = "zorpmctl: use: zorpmctl hotkey list | notify N | bios N | override N | release N\n";
+    const std::string use =
+        "zorpmctl: use: zorpmctl hotkey list | notify N | bios N | override N | release N\n";
+    const std::string lid = printed("inhibit-lid x");
     const std::string seconds = "zorpmctl: --timeout wants a number of seconds, 4000000 at most\n";
     const struct {
         std::string line;
@@ -79,6 +82,9 @@ TEST(ControlProgram, ReadsItsCommandLine) {
         {"hotkey notify 4:1", use},
         {"hotkey notify 1/", use},
         {"hotkey list 1", use},
+        {"inhibit-lid backup.exe " + std::string(8192, 'x'),
+         lid.substr(0, lid.find('\n') + 1) +
+             ("zorpmctl: cannot start backup.exe " + std::string(8192, 'x')).substr(0, 1023) + "\n"},
         {"cooling status 1", printed("cooling")},
         {"--frob", "zorpmctl: unknown option --frob; see zorpmctl --help\n"},
     };

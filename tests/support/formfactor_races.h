@@ -188,6 +188,9 @@ inline void disturb(Bench& bench, InhibitDriver& driver) {
                                            "control 132\n control 131", R"(
                                                control 131
                                                control 132
+                                               control 131
+                                               control 131
+                                               control 132
                                                control 131)"};
     static const char* const durations[] = {"0ms", "1ms", "1500ms"};
     for (int step = 0; step < 12; ++step) {

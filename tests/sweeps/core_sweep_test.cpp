@@ -120,8 +120,10 @@ TEST(CoreSweep, EveryCallOfTheControlProgramFails) {
         {"hotkey list", ""},
         {"cooling status", ""},
         {"cooling graphics off", R"(check registry SVC\TMC\DCC CurrentSetting = 0)"},
-        {"FlipButtonForHarrow", R"(check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 0)"},
-        {"TabletToClamshellForHarrow", R"(check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 0)"},
+        {"FlipButtonForHarrow",
+         R"(check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 0)"},
+        {"TabletToClamshellForHarrow",
+         R"(check registry HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\AutoRotation Enable = 0)"},
         {"inhibit-lid --timeout 15", ""},
         {"inhibit-lid backup.exe", ""},
         {"status --inhibit", ""},
@@ -142,7 +144,8 @@ TEST(CoreSweep, EveryCallOfTheControlProgramFails) {
                         traced("output zorpmctl \"zorpmctl: ") != 0);
         });
     }
-    figure("core: platform calls beside the control program's commands, each failed once", std::to_string(failed));
+    figure("core: platform calls beside the control program's commands, each failed once",
+           std::to_string(failed));
 }
 
 // Controls, events, client writes and the stop in one instant, threads in any order.
