@@ -129,13 +129,16 @@ CONDITION_LINES = 3  # behind a branch that is listed, before the lines that it 
 
 
 def missing_of(name, file, rows):
-    """The same of one file. What a listed branch leads to is listed with it."""
+    """The same of one file. What a listed branch or line leads to, up to the next line that is reached, is listed with
+    it."""
     lines, branches, behind, led = [], [], 0, False
     for number, times in sorted(file.lines.items()):
         text = file.text[number - 1]
         if times == 0:
             if behind == 0 and not listed(rows, "-", name, text):
                 lines.append(f"{name}:{number}: {text}")
+            else:
+                behind = CONDITION_LINES
             led = True
             continue
         behind, led = 0 if led else max(0, behind - 1), False
