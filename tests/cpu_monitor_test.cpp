@@ -25,6 +25,11 @@ TEST(CpuMonitor, NewKey) {
         start | advance 1s | expect registry create CPU | expect next request QCPULEVELCTRL(0x0) = 0x0
         expect next registry delete CPU | expect no request GETTIMERRESOL*
         expect count 1 request QCPULEVELCTRL* | check registry CPU absent | check handles 0)"},
+                       {"an answer of no byte", R"(
+        firmware QCPULEVELCTRL(0) = 5 bytes 0 | start | advance 1s | expect registry delete CPU)"},
+                       {"no byte when asked again", R"(
+        firmware QCPULEVELCTRL(0) = 1 times 1 | firmware QCPULEVELCTRL(0) = 1 bytes 0 | start
+        advance 1s | expect no request GETTIMERRESOL*)"},
                        {"not told", R"(
         firmware QCPULEVELCTRL(0) fails | start | advance 1s | expect registry delete CPU
         expect no registry CPU Workaround*)"},

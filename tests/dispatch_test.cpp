@@ -334,7 +334,8 @@ TEST(HotKeys, NotificationClaimsAndPages) {
 // A code that differs from a known one in one bit is another one: no row's, and no page's.
 TEST(Table, EveryBitOfACodeCounts) {
     Bench bench;
-    bench.started("firmware MHKN(2) = 1\nfirmware MHKN(3) = 1\n");
+    bench.started(
+        "firmware MHKN(2) = 1\nfirmware MHKN(3) = 1\nfirmware GOPT(0) = 0x102\nfirmware GOPT(0x100) = 1\n");
     const std::string notification = "SVC\\Parameters2\\Type10\\Notification";
     for (const char* page : {"Type12", "Type13"})
         sim::registry_set(notification, page, REG_DWORD, std::vector<BYTE>(4));

@@ -194,7 +194,7 @@ static const PowerCase g_returnToSleep[] = {
     {"at once when the bus disconnects, and not again", "", R"(
         event 0x2304 | advance 10s | event 0x3003 | advance 2999ms | expect no call *
         advance 1ms | expect call SetSuspendState(0, 0, 1) = 1
-        advance 1h | expect count 1 call *)"},
+        advance 1h | expect count 1 call * | check handles 0)"},
     {"without the pause before Vista", "windows version 5.2", R"(
         event 0x2404 | advance 10s | event 0x4003 | expect call SetSystemPowerState(0, 0) = 1)"},
     {"with it since Vista", "windows version 6.0", R"(

@@ -4,7 +4,7 @@
 
 #include "common/subsystem_lock.h"
 #include "common/thread.h"
-#include "tests/support/bench.h"
+#include "tests/support/sweep.h"
 
 static SubsystemLock g_lock;
 static std::string g_log;
@@ -97,6 +97,32 @@ TEST(SubsystemLock, TheOwnerTerminated) {
                   TerminateThread(owner, 0);
                   CloseHandle(owner);
                   RunExclusive(&g_lock, Nested<5>);
+              }));
+}
+
+// What ends beside the owner's last look at the same moment is seen by one of the two.
+TEST(SubsystemLock, EndsAtOneMoment) {
+    run_seeds(60, [](Bench&) {
+        g_lock.~SubsystemLock();
+        new (&g_lock) SubsystemLock{};
+        sim::run_on_thread([] {
+            const HANDLE owner = start(InTurn<Log<6000>>);
+            await(start(InTurn<Log<1000>>));
+            await(owner);
+        });
+        EXPECT_FALSE(g_lock.overtaken);
+        for (const auto& place : g_lock.repeats)
+            EXPECT_EQ(nullptr, place.load());
+    });
+}
+
+// The lock is free behind its outermost level, though its owner goes on.
+TEST(SubsystemLock, FreeBehindItsOwner) {
+    EXPECT_EQ("7 8 9 ", logged([] {
+                  const ULONGLONG begun = GetTickCount64();
+                  RunExclusive(&g_lock, Nested<7>);
+                  await(start(InTurn<Log<9>>));
+                  EXPECT_EQ(begun, GetTickCount64());
               }));
 }
 
