@@ -362,6 +362,22 @@ TEST(FormFactorRotation, LegacyModels) {
 
 // ---- the lid-inhibit limit ----
 
+// Other programs wait for these by their names: a run begins, a poll begins; who has seen it resets it.
+TEST(FormFactorLidInhibit, EventsOfOthers) {
+    Bench bench;
+    bench.started("firmware GETLIDSTATUS = 1\nfirmware LCDCSGETSTATE = 3\n");
+    bench.run("control 131");
+    sim::run_on_thread([] {
+        HANDLE run = CreateEventW(nullptr, TRUE, FALSE, L"PMDRVLCDCSTIMERSIGNAL");
+        HANDLE poll = CreateEventW(nullptr, TRUE, FALSE, L"PMDRVLCDCSWATCHDOGTIMERSIGNAL");
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(run, 0));
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(poll, 0));
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(poll, 0));
+        CloseHandle(run);
+        CloseHandle(poll);
+    });
+}
+
 TEST(FormFactorLidInhibit, Watch) {
     run_cases("firmware GETLIDSTATUS = 2\nstart", {{"only one state is an inhibit", R"(
         firmware LCDCSGETSTATE = 1 | control 131 | advance 10m
