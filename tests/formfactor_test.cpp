@@ -368,8 +368,10 @@ TEST(FormFactorLidInhibit, EventsOfOthers) {
     bench.started("firmware GETLIDSTATUS = 1\nfirmware LCDCSGETSTATE = 3\n");
     bench.run("control 131");
     sim::run_on_thread([] {
-        HANDLE run = CreateEventW(nullptr, TRUE, FALSE, L"PMDRVLCDCSTIMERSIGNAL");
-        HANDLE poll = CreateEventW(nullptr, TRUE, FALSE, L"PMDRVLCDCSWATCHDOGTIMERSIGNAL");
+        HANDLE run = CreateEventW(nullptr, TRUE, FALSE, L"Global\\PMDRVLCDCSTIMERSIGNAL");
+        EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError());
+        HANDLE poll = CreateEventW(nullptr, TRUE, FALSE, L"Global\\PMDRVLCDCSWATCHDOGTIMERSIGNAL");
+        EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError());
         EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(run, 0));
         EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(poll, 0));
         EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(poll, 0));
