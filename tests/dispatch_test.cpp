@@ -131,6 +131,15 @@ TEST(Pump, AMissingEventNeitherSpinsNorStopsTheOthers) {
     }
 }
 
+TEST(Pump, OneEventOfFive) {
+    Bench bench;
+    std::string taken;
+    for (const char* name : {"Start", "Stop", "Sleep", "Resume"})
+        taken += sim::format("windows object \"MestraPowerManagementDriverEventNotify%s\" mutex\n", name);
+    bench.started(taken);
+    bench.run("event 0x7000\nexpect request GETEVENT() = 0x7000 0x0");
+}
+
 TEST(Pump, WithoutAnyEventItSleeps) {
     // Another program has taken all five names for something else.
     Bench bench;

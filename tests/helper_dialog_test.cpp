@@ -137,6 +137,10 @@ static const ScriptCase g_showings[] = {
         registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "536870919"
         windows scheme 7 | control 130 | advance 250ms | input key
         expect next call SetActivePwrScheme(7, null, null) = 1)"},
+    {"and all of them", R"(
+        registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "536870911"
+        control 130 | advance 250ms | input key
+        expect next call SetActivePwrScheme(536870911, null, null) *)"},
     {"a system without sessions has only the console", R"(
         windows console-session 9 | fail GetProcAddress 2 | control 130
         expect dialog 101 opened)"},

@@ -102,7 +102,7 @@ TEST(SubsystemLock, TheOwnerTerminated) {
 
 // What ends beside the owner's last look at the same moment is seen by one of the two.
 TEST(SubsystemLock, EndsAtOneMoment) {
-    run_seeds(60, [](Bench&) {
+    run_seeds(400, [](Bench&) {
         g_lock.~SubsystemLock();
         new (&g_lock) SubsystemLock{};
         sim::run_on_thread([] {

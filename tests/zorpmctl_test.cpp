@@ -49,6 +49,20 @@ TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
     });
 }
 
+// And so is a key that is taken over then.
+TEST(ControlProgram, TakenOverWhileTheWatchIsRenewed) {
+    run_seeds(60, [](Bench& bench) {
+        sim::registry_remembers_changes(true);
+        bench.started("firmware MHKN(1) = 1\nfirmware MHKA(1) = 0x804");
+        for (int i = 0; i < 49; ++i)
+            bench.run("registry set SVC\\Parameters\\OverrideSetting @ dword 0");
+        bench.run(R"(
+            together | registry set SVC\Parameters\OverrideSetting @ dword 0
+            run "zorpmctl" hotkey override 12 | end | advance 1s | mark | event 0x100C | expect no call *
+        )");
+    });
+}
+
 // What a watch that begins before the service tells of cooling: the first state of each value.
 TEST(ControlProgram, AWatchOfTheWholeStart) {
     static const struct {
