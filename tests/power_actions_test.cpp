@@ -239,6 +239,10 @@ TEST(Power, ReturnToSleep) {
 TEST(Power, NothingGrowsWithEveryWakeup) {
     Bench bench;
     bench.started();
+    const size_t at_rest = sim::handle_count(sim::service_process());
+    bench.run("event 0x2304\nadvance 10s\nevent 0x3003\nadvance 10s");
+    EXPECT_EQ(at_rest,
+              sim::handle_count(sim::service_process())); // a disconnect lets go of the timer's thread
     // The latest timer thread's handle stays until the next event.
     bench.run(R"(
         event 0x2304 | advance 4m | event 0x2013 | advance 1m)");
