@@ -36,8 +36,8 @@ bool read_line(std::string* line) {
 }
 
 void effect_of(const char* thread, const std::string& text) {
-    say_line("effect " + std::to_string(turns::now()) + " " + (*thread != 0 ? thread : "machine") + " " +
-             text);
+    say_line("effect " + std::to_string(turns::now()) + " " + (*thread != 0 ? thread : "machine") + "\t" +
+             text); // a thread's name may have blanks
 }
 
 void effect(const char* pattern, ...) {

@@ -133,11 +133,13 @@ static std::vector<std::string> words_of(const std::string& line, size_t count) 
     return words;
 }
 
+// TIME THREAD, a tab, what it has done.
 static void take_effect(const std::string& line) {
-    const std::vector<std::string> words = words_of(line, 3);
+    const size_t tab = line.find('\t');
+    const std::vector<std::string> words = words_of(line.substr(0, tab), 2);
     Machine& m = machine();
     m.now = std::strtoull(words[0].c_str(), nullptr, 10);
-    m.trace.push_back({m.now, words[1], words[2], true});
+    m.trace.push_back({m.now, words[1], line.substr(tab + 1), true});
     if (m.on_line != nullptr)
         m.on_line(m.trace.back());
 }

@@ -135,7 +135,7 @@ TEST(CoreSweep, EveryCallOfTheControlProgramFails) {
         SCOPED_TRACE(row.words);
         const std::string run = sim::format("run \"zorpmctl\" %s\nadvance 40s", row.words);
         const std::string ended = sim::format("process \"zorpmctl %s\" ended ", row.words);
-        run_case(row.words, g_control + run + "\nexpect " + ended + "0\nmark");
+        run_case(row.words, g_control + sim::format("%s\nexpect %s0", run.c_str(), ended.c_str()));
         failed += fail_each_call(g_control, run, [&](Bench& bench) {
             EXPECT_EQ(1u, traced(ended));
             if (traced(ended + "0") != 0)
