@@ -51,7 +51,7 @@ TEST(ControlProgram, ChoiceWhileTheWatchIsRenewed) {
 
 // And so is a key that is taken over then.
 TEST(ControlProgram, TakenOverWhileTheWatchIsRenewed) {
-    run_seeds(60, [](Bench& bench) {
+    run_seeds(240, [](Bench& bench) {
         sim::registry_remembers_changes(true);
         bench.started("firmware MHKN(1) = 1\nfirmware MHKA(1) = 0x804");
         for (int i = 0; i < 49; ++i)
