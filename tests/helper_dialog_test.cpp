@@ -2,7 +2,7 @@
 #include "sim/windows/messages.h"
 #include "sim/windows/modules.h"
 #include "sim/windows/power.h"
-#include "tests/support/bench.h"
+#include "tests/support/sweep.h"
 
 static const std::string g_index = R"(
     registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "3"
@@ -148,6 +148,18 @@ static const ScriptCase g_showings[] = {
 
 TEST(MonitorOff, TwoShowings) {
     run_cases(g_world, g_showings);
+}
+
+// The second request's own index, whoever is quicker.
+TEST(MonitorOff, EachRequestHasItsIndex) {
+    run_seeds(60, [](Bench& bench) {
+        bench.run(g_world + R"(
+            control 130 | advance 250ms | input key | advance 1s
+            registry set "HKU\.DEFAULT\Control Panel\PowerCfg" CurrentPowerPolicy sz "7"
+            windows scheme 7 | mark | control 130 | advance 250ms | input key | advance 1s
+            expect call SetActivePwrScheme(7, null, null) = 1
+            expect no call SetActivePwrScheme(3, *)");
+    });
 }
 
 TEST(MonitorOff, OneSecondIsInForceOnlyWhileTheMonitorIsOff) {
