@@ -53,6 +53,7 @@ const DeviceCase g_cases[] = {
     {"",                                   slate, 1, 0, 1, ""},
     {"device slate = 0",                   slate, 1, 0, 0, ""},
     {"device slate = 7",                   slate, 1, 0, 7, ""},
+    {"device slate = 7 bytes 0",           slate, 1, 0, 0, ""},
     {"device dock = 1",                    dock,  1, 0, 1, ""},
     {"device dock = 255",                  dock,  1, 0, 255, ""},
     {"device slate second present",        slate, 1, 0, 1, ""},

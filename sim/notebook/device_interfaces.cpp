@@ -44,6 +44,7 @@ constexpr unsigned FOREVER = ~0u;
 
 struct InterfaceState {
     BYTE state[INSTANCES] = {}; // of the first and the second interface
+    bool empty = false;         // a read succeeds and gives no byte
     bool present[INSTANCES] = {true, false};
     unsigned read_failures = 0;
     unsigned write_failures = 0;
@@ -109,8 +110,9 @@ static BOOL read_indicator(Object& file, void* buffer, DWORD bytes, DWORD* read)
     InterfaceState& state = state_of(opened.which);
     if (use_failure(&state.read_failures))
         return FALSE;
-    *static_cast<BYTE*>(buffer) = state.state[opened.instance];
-    *read = 1;
+    if (!state.empty)
+        *static_cast<BYTE*>(buffer) = state.state[opened.instance];
+    *read = state.empty ? 0 : 1;
     trace_detail("read %s = %u", interface_name(opened).c_str(), state.state[opened.instance]);
     return TRUE;
 }
@@ -222,11 +224,15 @@ std::vector<std::string> interfaces_of_class(const GUID& interface_class, bool p
 
 // ---- commands ----
 
-// missing | present | = VALUE | second missing|present | read|write fails [times N]
+// missing | present | = VALUE [bytes 0] | second missing|present | read|write fails [times N]
 template <size_t which> static Action compile_device(Tokens& tokens) {
     if (g_interfaces[which].readable && tokens.accept("=")) {
         const auto value = static_cast<BYTE>(tokens.number());
-        return [value] { state_of(which).state[0] = value; };
+        const bool empty = tokens.accept("bytes") && tokens.number() == 0;
+        return [value, empty] {
+            state_of(which).state[0] = value;
+            state_of(which).empty = empty;
+        };
     }
     const size_t word = tokens.choice({"missing", "present", "second", "read", "write"});
     if (word <= 1)
@@ -273,9 +279,11 @@ static const Shows g_devicesShown("devices", show_devices);
 
 static const Commands g_commands({
     {"device slate", Use::Machine, compile_device<0>,
-     "missing|present | = VALUE | second missing|present | read|write fails [times N] - the slate indicator"},
+     "missing|present | = VALUE [bytes 0] | second missing|present | read|write fails [times N] - the slate "
+     "indicator"},
     {"device dock", Use::Machine, compile_device<1>,
-     "missing|present | = VALUE | second missing|present | read|write fails [times N] - the dock indicator"},
+     "missing|present | = VALUE [bytes 0] | second missing|present | read|write fails [times N] - the dock "
+     "indicator"},
     {"device button", Use::Machine, compile_device<2>,
      "missing|present | second missing|present | write fails [times N] - the button device"},
     {"check device", Use::Check, compile_check_device, "slate|dock = VALUE - the indicator's state byte"},
