@@ -174,6 +174,9 @@ static const UserCase g_users[] = {
     {"a path that is not full is no network path", SET_PROFILE R"(expand "A\Anna"
         windows hive "C:\Windows\system32\A\Anna\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
      g_anna, R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "A\Anna\ntuser.dat") = 0)"},
+    {"a folder of two letters", SET_PROFILE R"(expand "AB"
+        windows hive "C:\Windows\system32\AB\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")",
+     g_anna, R"(call RegLoadKeyW("S-1-5-21-1-2-3-1001", "AB\ntuser.dat") = 0)"},
     {"a path that names no folder", SET_PROFILE R"(expand "ntuser.dat"
         windows hive "C:\Windows\system32\ntuser.dat" "Control Panel\PowerCfg" CurrentPowerPolicy sz "4")"},
     {"a profile that is the drive", SET_PROFILE R"(expand "C:\"
