@@ -5,14 +5,14 @@
 namespace {
 
 // All functions are announced and every command is accepted; no option is attached.
-const std::string FIRMWARE = R"(
+const std::string THERMAL_FIRMWARE = R"(
     firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001
     firmware GOPT(0) = 0x103 | firmware GOPT(0x100) = 1)";
-const std::string START = FIRMWARE + R"(
+const std::string START = THERMAL_FIRMWARE + R"(
     start | advance 1s)";
 
 TEST(CoolingVersion3, InitialisationWalksTheAnnouncedFunctions) {
-    run_case("all", FIRMWARE + R"(
+    run_case("all", THERMAL_FIRMWARE + R"(
         start | advance 999ms | expect no request DYTC(0x3)*
         advance 1ms | expect request DYTC(0x3)* | expect registry SVC\TMC\TIO Capability = 0x1
         expect registry SVC\TMC\TIO CurrentSetting = 0x1
@@ -30,12 +30,12 @@ TEST(CoolingVersion3, InitialisationWalksTheAnnouncedFunctions) {
         expect registry SVC\TMC\FHP CurrentStatus = 0x0
         mark | advance 1h | expect no request DYTC*)");
     // Some functions, each initialised alone; a refusal of one does not stop the next.
-    run_case("some", FIRMWARE + R"(
+    run_case("some", THERMAL_FIRMWARE + R"(
         firmware DYTC(3) = 0x00240001 | registry refuse SVC\TMC\TIO | start | advance 1s
         check registry SVC\TMC\CQH Capability = 1 | check registry SVC\TMC\MPH absent
         event 0x4012 | expect no request DYTC*
         event 0x60f0 | expect request DYTC(0xf5001)*)");
-    run_case("none", FIRMWARE + R"(
+    run_case("none", THERMAL_FIRMWARE + R"(
         firmware DYTC(3) = 0x03ff0000 | start | advance 1s | check registry SVC\TMC\TIO absent
         event 0x4012 | event 0x60f0 | event 0x6031 | control 142 | expect no request DYTC*
         event 0x60c0 | expect request DYTC(0xf3001)*
@@ -48,16 +48,16 @@ TEST(CoolingVersion3, CapabilityBits) {
     for (unsigned bit = 0; bit < std::size(keys); ++bit) {
         SCOPED_TRACE(bit);
         Bench bench;
-        bench.run(FIRMWARE + sim::format(R"(
+        bench.run(THERMAL_FIRMWARE + sim::format(R"(
             firmware DYTC(3) = 0x%x | start | advance 1s)",
-                                         1u | 1u << (16 + bit)));
+                                                 1u | 1u << (16 + bit)));
         for (const char* key : {"TIO", "MPH", "CQH", "DCC", "DMC", "FHP"})
             EXPECT_EQ(std::string(key) == keys[bit], sim::registry_has_key(std::string("SVC\\TMC\\") + key));
     }
 }
 
 TEST(CoolingVersion3, WhatIsForgottenAndWhatIsNot) {
-    run_cases("", {{"a key that is refused: the function does not follow", FIRMWARE + R"(
+    run_cases("", {{"a key that is refused: the function does not follow", THERMAL_FIRMWARE + R"(
         registry refuse SVC\TMC\MPH | registry refuse SVC\TMC\DMC | start | advance 1s
         expect no request DYTC(0xf3001)* | expect no request DYTC(0xf8001)*)"},
                    {"what was attached before a restart", "firmware GOPT(0x200) = 2" + START + R"(
@@ -85,7 +85,8 @@ TEST(CoolingVersion3, TheUsersSettingIsKept) {
                 {"sz \"00\"", "1", true},
                 {"binary 0000", "1", true}};
     for (const auto& row : rows)
-        run_case(row.setting, FIRMWARE + sim::format(R"(
+        run_case(row.setting,
+                 THERMAL_FIRMWARE + sim::format(R"(
             registry set SVC\TMC\CQH CurrentSetting %s
             registry set SVC\TMC\CQH CurrentStatus dword 9
             registry set SVC\TMC\CQH Capability dword 9 | start | advance 1s
@@ -93,9 +94,9 @@ TEST(CoolingVersion3, TheUsersSettingIsKept) {
             check registry SVC\TMC\CQH CurrentStatus = 0
             check registry SVC\TMC\CQH Capability = 1
             firmware THERMALMODE = 3 | event 0x60f0 | expect %srequest DYTC(0x1f5001)*)",
-                                                     row.setting, row.after, row.enabled ? "" : "no "));
+                                                row.setting, row.after, row.enabled ? "" : "no "));
     // Four bytes of any type will do, and stay.
-    run_case("binary 00000000", FIRMWARE + R"(
+    run_case("binary 00000000", THERMAL_FIRMWARE + R"(
         registry set SVC\TMC\CQH CurrentSetting binary 00000000 | start | mark | advance 1s
         expect no registry SVC\TMC\CQH CurrentSetting*
         event 0x60f0 | expect no request DYTC*)");

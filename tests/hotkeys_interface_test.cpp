@@ -5,7 +5,7 @@
 #include "tests/support/bench.h"
 
 // Every page answers with masks of its own, to tell them apart.
-static const char FIRMWARE[] = R"(
+static const char KEYS_FIRMWARE[] = R"(
     firmware MHKA(0) = 0x10 | firmware MHKA(1) = 0x884 | firmware MHKA(2) = 0x22
     firmware MHKA(3) = 0x33 | firmware MHKN(0) = 0x50 | firmware MHKN(1) = 0x51
     firmware MHKN(2) = 0x52 | firmware MHKN(3) = 0x53
@@ -118,7 +118,7 @@ TEST(HotkeyInterface, EveryVersionOfTheFirmwareGetsItsInterface) {
     for (const VersionCase& row : g_versions) {
         SCOPED_TRACE(row.name);
         Bench bench;
-        bench.run(FIRMWARE + std::string("firmware MHKV ") + row.version + "\nstart\n" + row.script);
+        bench.run(KEYS_FIRMWARE + std::string("firmware MHKV ") + row.version + "\nstart\n" + row.script);
     }
 }
 
@@ -132,8 +132,8 @@ TEST(HotkeyInterface, EachFailureIsTold) {
         for (std::uint64_t number = 1; number <= 30; ++number) {
             Bench bench;
             bench.machine.keep_details = true;
-            bench.run(sim::format("%s firmware MHKV = 0x200\nfail %s %d\nstart\nadvance 1s\n", FIRMWARE, call,
-                                  static_cast<int>(number)));
+            bench.run(sim::format("%s firmware MHKV = 0x200\nfail %s %d\nstart\nadvance 1s\n", KEYS_FIRMWARE,
+                                  call, static_cast<int>(number)));
             for (const sim::TraceLine& line : bench.machine.trace) {
                 if (line.text.starts_with("says Error: Initialize_"))
                     said.insert(line.text.substr(23, line.text.find(" (", 23) - 23));
@@ -201,7 +201,8 @@ TEST(HotkeyInterface, AStepThatFailsEndsItsOwnPartOnly) {
     for (const auto& row : cases) {
         SCOPED_TRACE(row.fault);
         Bench bench;
-        std::string script = FIRMWARE + std::string(row.fault) + "\nstart\ncheck registry SVC\\" + row.done;
+        std::string script =
+            KEYS_FIRMWARE + std::string(row.fault) + "\nstart\ncheck registry SVC\\" + row.done;
         if (row.missing[0] != '\0')
             script += std::string("\ncheck registry SVC\\Parameters2\\") + row.missing + " absent";
         bench.run(script + "\nstop\ncheck handles 0\n");
@@ -246,7 +247,7 @@ TEST(HotkeyInterface, ARestartKeepsWhatIsTheClientsAndRenewsTheRest) {
     for (const auto& row : cases) {
         SCOPED_TRACE(row.version);
         Bench bench;
-        bench.run(FIRMWARE + std::string("firmware MHKV = ") + row.version + change + row.script);
+        bench.run(KEYS_FIRMWARE + std::string("firmware MHKV = ") + row.version + change + row.script);
     }
     // What is no DWORD counts as not there.
     run_cases("start\nstop\n", {{"text", R"(

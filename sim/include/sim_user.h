@@ -3,11 +3,12 @@
 
 #include "sim_base.h"
 
-#define ERROR_BUSY                  170u
-#define ERROR_INVALID_WINDOW_HANDLE 1400u
-#define ERROR_CANNOT_FIND_WND_CLASS 1407u
-#define ERROR_CLASS_ALREADY_EXISTS  1410u
-#define ERROR_CONTROL_ID_NOT_FOUND  1421u
+#define ERROR_BUSY                    170u
+#define ERROR_INVALID_WINDOW_HANDLE   1400u
+#define ERROR_CANNOT_FIND_WND_CLASS   1407u
+#define ERROR_CLASS_ALREADY_EXISTS    1410u
+#define ERROR_CONTROL_ID_NOT_FOUND    1421u
+#define ERROR_RESOURCE_NAME_NOT_FOUND 1814u
 
 struct POINT {
     LONG x;
@@ -83,6 +84,7 @@ static_assert(sizeof(INPUT) == 40);
 #define WM_NCDESTROY     0x0082u
 #define WM_QUIT          0x0012u
 #define WM_NCLBUTTONDOWN 0x00A1u
+#define HTCAPTION        2
 #define WM_KEYDOWN       0x0100u
 #define WM_KEYUP         0x0101u
 #define WM_CHAR          0x0102u

@@ -21,6 +21,8 @@
 
 namespace sim {
 
+constexpr std::uint32_t RUBBISH = 0xCCCCCCCC; // what a call leaves in an output that it does not fill
+
 constexpr std::uint64_t HASH_START = 1469598103934665603ull; // FNV-1a
 constexpr std::uint64_t HASH_PRIME = 1099511628211ull;
 

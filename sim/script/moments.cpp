@@ -8,7 +8,7 @@ namespace sim {
 
 // A moment at which something falls due is chosen among the next 1, 2, 4, ... 64 of them, so that the first
 // ones and those behind a hundred polls are both found.
-constexpr std::uint64_t REACHES = 7;
+constexpr std::uint64_t DUE_REACHES = 7;
 
 // To `at`: what falls due before it has run, what falls due at it can run.
 static void pass_to(Ms at) {
@@ -23,7 +23,7 @@ static void pass_to(Ms at) {
 static void pass_to_due(Ms end) {
     Machine& m = machine();
     const std::uint64_t beside = random_below(4); // before, at (twice as often), behind
-    std::uint64_t skipped = random_below(std::uint64_t{1} << random_below(REACHES));
+    std::uint64_t skipped = random_below(std::uint64_t{1} << random_below(DUE_REACHES));
     while (skipped-- > 0 && m.next_deadline() < end)
         m.advance(m.next_deadline() - m.now);
     const Ms due = std::min(m.next_deadline(), end);

@@ -11,8 +11,6 @@
 
 namespace sim {
 
-constexpr LPARAM HTCAPTION = 2;
-
 namespace {
 
 struct ThreadDesktop {       // of a thread

@@ -12,7 +12,6 @@ namespace sim {
 constexpr int DIALOG_101_WIDTH = 173 * 6 / 4 + 2 * FRAME + 1;
 constexpr int DIALOG_101_HEIGHT = 39 * 13 / 8 + CAPTION_HEIGHT + 2 * FRAME;
 
-constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
 constexpr WORD DIALOG = 101;
 constexpr int STATIC_CONTROL = 1000;
 constexpr int EDIT_CONTROL = 1001;

@@ -122,7 +122,7 @@ static HRESULT create_cui(REFIID wanted, void** object) {
     return S_OK;
 }
 
-static const ComClasses g_class({GRAPHICS_CLASS, "IgfxExt.CUIExternal", graphics_present,
-                                 CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, create_cui});
+static const ComClasses g_graphicsClass({GRAPHICS_CLASS, "IgfxExt.CUIExternal", graphics_present,
+                                         CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, create_cui});
 
 } // namespace sim

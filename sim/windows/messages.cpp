@@ -11,8 +11,6 @@
 
 namespace sim {
 
-constexpr LPARAM HTCAPTION = 2;
-constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
 constexpr UINT FIRST_REGISTERED_MESSAGE = 0xC000;
 
 namespace {

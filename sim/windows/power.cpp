@@ -10,7 +10,6 @@
 namespace sim {
 
 constexpr DWORD FIRST_OWN_SCHEME = 6; // those below exist on a new machine
-constexpr UINT RUBBISH = 0xCCCCCCCC;  // what a call leaves in an output that it does not fill
 constexpr NTSTATUS STATUS_SUCCESS = 0;
 constexpr auto STATUS_BUFFER_TOO_SMALL = static_cast<NTSTATUS>(0xC0000023);
 constexpr auto STATUS_INVALID_PARAMETER = static_cast<NTSTATUS>(0xC000000D);

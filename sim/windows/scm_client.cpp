@@ -7,8 +7,6 @@
 
 namespace sim {
 
-constexpr BYTE RUBBISH = 0xCC; // what a call leaves in an output that it does not fill
-
 namespace {
 
 struct PlatformService {
@@ -99,7 +97,7 @@ SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR wide_name, DWORD access
 
 BOOL WINAPI ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status) {
     SIM_CALL(FALSE, ERROR_ACCESS_DENIED);
-    std::memset(status, RUBBISH, sizeof(*status));
+    std::memset(status, RUBBISH & 0xFF, sizeof(*status));
     const ControlRule* rule = control_rule(control);
     HandleEntry* entry =
         service_entry(service, Kind::Service, rule != nullptr ? rule->right : 0, "ControlService");

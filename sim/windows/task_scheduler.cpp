@@ -291,8 +291,8 @@ static HRESULT create_service(REFIID wanted, void** object) {
     return S_OK;
 }
 
-static const ComClasses g_class({CLSID_TaskScheduler, nullptr, [] { return true; }, CLSCTX_INPROC_SERVER,
-                                 create_service});
+static const ComClasses g_taskClass({CLSID_TaskScheduler, nullptr, [] { return true; }, CLSCTX_INPROC_SERVER,
+                                     create_service});
 
 // ---- commands ----
 

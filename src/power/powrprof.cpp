@@ -25,7 +25,7 @@ static Result CallPowrProf(const char* name, Result missing, Arguments... argume
     return function(arguments...);
 }
 
-constexpr BOOLEAN NOT_FOUND = 0;
+constexpr BOOLEAN NO_FUNCTION = 0;
 
 static BOOLEAN ToBoolean(BOOL flag) {
     return flag ? TRUE : FALSE;
@@ -40,35 +40,35 @@ OPERATION(DWORD, PowrProfCallNtPowerInformation,
 }
 
 OPERATION(BOOL, PowrProfIsPwrHibernateAllowed, ()) {
-    return CallPowrProf("IsPwrHibernateAllowed", NOT_FOUND);
+    return CallPowrProf("IsPwrHibernateAllowed", NO_FUNCTION);
 }
 
 OPERATION(BOOL, PowrProfSetSuspendState, (BOOL hibernate, BOOL force, BOOL wake_events_disabled), hibernate,
           force, wake_events_disabled) {
-    return CallPowrProf("SetSuspendState", NOT_FOUND, ToBoolean(hibernate), ToBoolean(force),
+    return CallPowrProf("SetSuspendState", NO_FUNCTION, ToBoolean(hibernate), ToBoolean(force),
                         ToBoolean(wake_events_disabled));
 }
 
 OPERATION(BOOLEAN, PowrProfGetActivePwrScheme, (UINT * index), index) {
-    return CallPowrProf("GetActivePwrScheme", NOT_FOUND, index);
+    return CallPowrProf("GetActivePwrScheme", NO_FUNCTION, index);
 }
 
 OPERATION(BOOLEAN, PowrProfSetActivePwrScheme,
           (UINT index, GLOBAL_POWER_POLICY* global_policy, POWER_POLICY* policy), index, global_policy,
           policy) {
-    return CallPowrProf("SetActivePwrScheme", NOT_FOUND, index, global_policy, policy);
+    return CallPowrProf("SetActivePwrScheme", NO_FUNCTION, index, global_policy, policy);
 }
 
 OPERATION(BOOLEAN, PowrProfReadPwrScheme, (UINT index, POWER_POLICY* policy), index, policy) {
-    return CallPowrProf("ReadPwrScheme", NOT_FOUND, index, policy);
+    return CallPowrProf("ReadPwrScheme", NO_FUNCTION, index, policy);
 }
 
 OPERATION(BOOLEAN, PowrProfWritePwrScheme,
           (UINT * index, const wchar_t* name, const wchar_t* description, POWER_POLICY* policy), index, name,
           description, policy) {
-    return CallPowrProf("WritePwrScheme", NOT_FOUND, index, name, description, policy);
+    return CallPowrProf("WritePwrScheme", NO_FUNCTION, index, name, description, policy);
 }
 
 OPERATION(BOOLEAN, PowrProfReadGlobalPwrPolicy, (GLOBAL_POWER_POLICY * global_policy), global_policy) {
-    return CallPowrProf("ReadGlobalPwrPolicy", NOT_FOUND, global_policy);
+    return CallPowrProf("ReadGlobalPwrPolicy", NO_FUNCTION, global_policy);
 }

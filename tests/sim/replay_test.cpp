@@ -1,11 +1,7 @@
 // Recordings: what a machine did in whatever order, replayed.
 #include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <sstream>
 
-#include "sim/machine/machine.h"
-#include "sim/script/scenario.h"
+#include "tests/support/bench.h"
 
 static std::string g_recording;
 static sim::Ms g_time;
@@ -47,12 +43,6 @@ static sim::ScriptResult replayed(const std::string& recording) {
     return sim::run_text(recording);
 }
 
-static std::string text_of(const std::filesystem::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
 // What the first line that differs says; "" when all are as recorded.
 static std::string parting(const std::string& recording) {
     const sim::ScriptResult result = replayed(recording);
@@ -63,7 +53,7 @@ static std::string parting(const std::string& recording) {
 // does not have all that decides their order.
 TEST(Replay, EveryScenarioInManyOrders) {
     for (const auto& entry : std::filesystem::directory_iterator(ZORPM_SOURCE_DIR "/scenarios")) {
-        const std::string script = text_of(entry.path());
+        const std::string script = text_of_file(entry.path());
         if (entry.path().extension() != ".txt" || script.find("fail ") != std::string::npos)
             continue;
         const std::uint64_t seeds = script.find("run \"zorpmctl\"") != std::string::npos ? 1 : 4;

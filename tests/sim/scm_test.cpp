@@ -39,7 +39,6 @@ static size_t lines_with(const Bench& bench, const std::string& text) {
     return count;
 }
 
-constexpr DWORD RUBBISH = 0xCCCCCCCC;
 
 TEST(ScmSim, WhatAProgramIsTold) {
     const char starting[] = "driver missing for 2s\nstart";

@@ -1,7 +1,5 @@
 // What lines of the trace mean: every line of the scenarios that speaks in codes has words.
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "driver/ioctl.h"
 #include "sim/tool/moments.h"
@@ -20,10 +18,7 @@ static std::vector<Moment> run_recorded(const std::string& script) {
 }
 
 static std::vector<Moment> run_file(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return run_recorded(text.str());
+    return run_recorded(text_of_file(path));
 }
 
 static bool speaks_in_codes(const Moment& moment) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include "sim/invariants/at_rest.h"
 #include "sim/machine/machine.h"
@@ -24,6 +25,12 @@ inline std::string kept_script() {
         return "";
     return std::string(folder) + "/" + test->test_suite_name() + "." + test->name() + "." +
            std::to_string(++number) + ".txt";
+}
+
+inline std::string text_of_file(const std::string& path) {
+    std::stringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
 }
 
 struct Bench {
