@@ -5,7 +5,7 @@ set(races ${CMAKE_BINARY_DIR}/races)
 
 add_library(races_lib SHARED ${watched} $<TARGET_OBJECTS:zorpmsim_lib>)
 target_include_directories(races_lib PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
-target_compile_options(races_lib PRIVATE -fno-sanitize=all)
+target_compile_options(races_lib PRIVATE -fno-sanitize=all -g1)
 target_link_options(races_lib PRIVATE -fno-sanitize=all -Wl,-Bsymbolic-functions)
 target_link_libraries(races_lib PRIVATE ${CMAKE_DL_LIBS})
 set_target_properties(races_lib PROPERTIES OUTPUT_NAME zorpmsim LIBRARY_OUTPUT_DIRECTORY ${races})
@@ -38,7 +38,7 @@ function(add_raced_image row source)
     add_library(${name} MODULE ${tree}/${source}
                 $<FILTER:$<TARGET_OBJECTS:zorpm_atomics_objects>,EXCLUDE,/${file}[.]cpp>)
     as_races_image(${name} ${tree})
-    target_compile_options(${name} PRIVATE -fno-sanitize=all -fsanitize=thread)
+    target_compile_options(${name} PRIVATE -fno-sanitize=all -fsanitize=thread -g1)
 endfunction()
 
 add_raced_image(cooling/event_out_of_turn src/cooling/adaptive_cooling.cpp)

@@ -12,9 +12,9 @@
 #include "sim/machine/image.h"
 #include "sim/tool/processes.h"
 
-constexpr unsigned AFTER_STOP_S = 2;    // for what is still to be told
-constexpr suseconds_t TICK_US = 100000; // of processor time
-constexpr unsigned STILL_TICKS = 5;     // without a platform call
+constexpr unsigned AFTER_STOP_S = 2;   // for what is still to be told
+constexpr suseconds_t TICK_US = 50000; // of processor time
+constexpr unsigned STILL_TICKS = 4;    // without a platform call
 
 static bool g_stopped = false;
 

@@ -38,7 +38,7 @@ make_tree() { # TREE
     git ls-files -co --exclude-standard | while IFS= read -r file; do [ -e "$file" ] && echo "$file"; done |
         tar cf - -T - | tar xf - -C "$1"
     cmake -S "$1" -B "$1/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O1 \
-        -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >"$1/build.log" 2>&1 && build "$1" || { tail -n 20 "$1/build.log"; return 1; }
+        -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF -DZORPM_TOGETHER=OFF >"$1/build.log" 2>&1 && build "$1" || { tail -n 20 "$1/build.log"; return 1; }
 }
 
 limited() { # SECONDS COMMAND...
