@@ -110,6 +110,30 @@ TEST(ControlProgram, ALogOffThatIsCalledOff) {
     bench.run("interrupt zorpmctl log-off | expect request LCDCSCONTROL(0x2) = *");
 }
 
+// What cannot wait for its end is refused, and what it has begun is ended.
+TEST(ControlProgram, WithoutAnEventToWaitFor) {
+    for (const char* command : {"watch", "watch --timeout 3", "inhibit-lid", "inhibit-lid --timeout 3"}) {
+        for (const auto& [call, error] : {std::pair{"CreateEventW 1", ERROR_NO_SYSTEM_RESOURCES},
+                                          {"CreateEventW 2", ERROR_NO_SYSTEM_RESOURCES},
+                                          {"WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY}}) {
+            SCOPED_TRACE(sim::format("%s, fail %s", command, call));
+            Bench bench;
+            bench.started("firmware LCDCSGETSTATE = 3");
+            bench.run(sim::format(R"(
+                windows console redirected | fail %s | run "zorpmctl" %s
+                expect output zorpmctl "zorpmctl: cannot *, error %u" | expect process "zorpmctl *" ended 1)",
+                                  call, command, error));
+            unsigned begun = 0;
+            unsigned ended = 0;
+            for (const sim::TraceLine& line : bench.machine.trace) {
+                begun += line.text.starts_with("request LCDCSCONTROL(0x1)");
+                ended += line.text.starts_with("request LCDCSCONTROL(0x2)");
+            }
+            EXPECT_EQ(begun, ended);
+        }
+    }
+}
+
 // What a command opens it closes, although its process ends at once.
 TEST(ControlProgram, CommandsCloseWhatTheyOpen) {
     std::uint64_t opened = 0;

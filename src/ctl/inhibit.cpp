@@ -121,6 +121,8 @@ static DWORD WaitForEnd(const ServiceHolder& holder, HANDLE interrupted, HANDLE 
         const DWORD left_ms = bounded ? g_arguments.timeout_s * 1000 - waited_ms : INFINITE;
         const DWORD period_ms = !*on ? left_ms : left_ms < POLL_PERIOD_MS ? left_ms : POLL_PERIOD_MS;
         const DWORD result = WaitForMultipleObjects(count, handles, FALSE, period_ms);
+        if (result == WAIT_FAILED)
+            Complain(L"cannot wait, error %lu", GetLastError());
         if (result != WAIT_TIMEOUT)
             return result;
         waited_ms += period_ms;
@@ -133,6 +135,8 @@ static DWORD WaitForEnd(const ServiceHolder& holder, HANDLE interrupted, HANDLE 
 }
 
 static int ExitStatus(HANDLE program, DWORD end, bool on) {
+    if (end == WAIT_FAILED)
+        return CTL_REFUSED;
     if (program == nullptr)
         return on ? CTL_DONE : CTL_REFUSED;
     DWORD code = 0;
@@ -162,6 +166,8 @@ static int HoldInhibit(const ServiceHolder& holder, HANDLE interrupted) {
 
 int RunInhibitLid() {
     HANDLE interrupted = CatchInterrupts();
+    if (interrupted == nullptr)
+        return CTL_REFUSED;
     CatchSessionEnd();
     ServiceHolder holder;
     int result = OpenZorpmService(&holder, SERVICE_USER_DEFINED_CONTROL | SERVICE_QUERY_STATUS);

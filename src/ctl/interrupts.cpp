@@ -1,5 +1,7 @@
 #include "ctl/interrupts.h"
 
+#include "ctl/output.h"
+
 // Windows gives a program five seconds at the closing of its console and at a session's end.
 constexpr DWORD GRACE_MS = 4000;
 
@@ -18,7 +20,12 @@ static BOOL WINAPI HandleConsoleControl(DWORD type) {
 
 HANDLE CatchInterrupts() {
     g_hInterrupted = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    g_hHandled = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (g_hInterrupted != nullptr)
+        g_hHandled = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (g_hHandled == nullptr) {
+        Complain(L"cannot be interrupted in order, error %lu", GetLastError());
+        return nullptr;
+    }
     SetConsoleCtrlHandler(HandleConsoleControl, TRUE);
     return g_hInterrupted;
 }

@@ -3,7 +3,7 @@
 
 #include <windows.h>
 
-// Set when one of them has come; manual reset. Null when it could not be made.
+// Set when one of them has come; manual reset. Null when it could not be made, which has been told then.
 HANDLE CatchInterrupts();
 
 // Also log-off and shutdown, which a program with a console of no own, or none at all, learns by a window:

@@ -221,6 +221,8 @@ static bool Arm(HKEY key, HANDLE changed) {
 
 static int WatchValues(DWORD groups, HKEY key) {
     HANDLE interrupted = CatchInterrupts();
+    if (interrupted == nullptr)
+        return CTL_REFUSED;
     const HandleHolder changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     const HANDLE handles[] = {interrupted, changed.handle};
     Watch watch = {};
@@ -241,8 +243,12 @@ static int WatchValues(DWORD groups, HKEY key) {
         const bool last = g_arguments.timed && end_ms - now_ms < LOOK_PERIOD_MS;
         const DWORD period_ms = last ? static_cast<DWORD>(end_ms - now_ms) : LOOK_PERIOD_MS;
         const DWORD result = WaitForMultipleObjects(ARRAYSIZE(handles), handles, FALSE, period_ms);
-        if (result == WAIT_OBJECT_0 || result == WAIT_FAILED)
+        if (result == WAIT_OBJECT_0)
             break;
+        if (result == WAIT_FAILED) {
+            Complain(L"cannot wait, error %lu", GetLastError());
+            return CTL_REFUSED;
+        }
         if (result != WAIT_TIMEOUT && !Arm(key, changed.handle)) {
             Complain(L"the service's key has been deleted");
             return CTL_NOT_RUNNING;
