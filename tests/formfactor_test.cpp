@@ -261,7 +261,7 @@ TEST(FormFactorPostures, Refresh) {
     static const struct {
         const char* word;
         unsigned lid;
-    } lids[] = {{"= 2", 1}, {"= 3", 2}, {"= 6", 0}, {"= 7", 0}, {"= 1", 0}, {"fails", 0}};
+    } lids[] = {{"= 2", 1}, {"= 3", 2}, {"= 6", 0}, {"= 7", 0}, {"= 1", 0}, {"= 3 bytes 0", 0}, {"fails", 0}};
     for (const auto& row : lids)
         run_case(row.word, format(R"(
             start | firmware GETLIDSTATUS %s | handler power resume

@@ -108,7 +108,7 @@ TEST(Cleanup, NoCopy) {
             expect no call CreateProcessW* | expect process "-PnPTask" ended 0)");
         EXPECT_EQ(call, bench.machine.failed_call);
         EXPECT_NE(nullptr, sim::find_file(g_inf));
-        EXPECT_EQ(0u, bench.machine.processes.back()->local_blocks);
+        EXPECT_EQ(0u, bench.machine.processes.back()->blocks_left);
     }
 }
 
@@ -138,7 +138,7 @@ TEST(Cleanup, NotStarted) {
                      run "-PnPTask" | expect call ControlService("MPLATSVC", 1) = 1
                      expect call DeleteTask("\Mestra", "Mestra Platform Task") = 0x0
                      expect no call CreateProcessW* | expect process "-PnPTask" ended 0)");
-        EXPECT_FALSE(sim::redirection_off(bench.machine.processes.back().get()));
+        EXPECT_EQ("", bench.machine.processes.back()->left);
     }
 }
 

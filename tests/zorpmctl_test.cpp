@@ -110,27 +110,172 @@ TEST(ControlProgram, ALogOffThatIsCalledOff) {
     bench.run("interrupt zorpmctl log-off | expect request LCDCSCONTROL(0x2) = *");
 }
 
-// What cannot wait for its end is refused, and what it has begun is ended.
+static unsigned lines_of(const Bench& bench, const char* text) {
+    unsigned count = 0;
+    for (const sim::TraceLine& line : bench.machine.trace)
+        count += line.text.starts_with(text);
+    return count;
+}
+
+static unsigned handles_left(const Bench& bench) {
+    unsigned count = 0;
+    for (const auto& process : bench.machine.processes)
+        count += process->program == "zorpmctl" ? static_cast<unsigned>(process->handles_left) : 0;
+    return count;
+}
+
+// What cannot wait for its end is refused before it begins, or ended when it has begun.
 TEST(ControlProgram, WithoutAnEventToWaitFor) {
     for (const char* command : {"watch", "watch --timeout 3", "inhibit-lid", "inhibit-lid --timeout 3"}) {
         for (const auto& [call, error] : {std::pair{"CreateEventW 1", ERROR_NO_SYSTEM_RESOURCES},
                                           {"CreateEventW 2", ERROR_NO_SYSTEM_RESOURCES},
                                           {"WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY}}) {
             SCOPED_TRACE(sim::format("%s, fail %s", command, call));
+            const bool begins = error == ERROR_NOT_ENOUGH_MEMORY && command[0] == 'i';
             Bench bench;
             bench.started("firmware LCDCSGETSTATE = 3");
             bench.run(sim::format(R"(
                 windows console redirected | fail %s | run "zorpmctl" %s
                 expect output zorpmctl "zorpmctl: cannot *, error %u" | expect process "zorpmctl *" ended 1)",
                                   call, command, error));
-            unsigned begun = 0;
-            unsigned ended = 0;
-            for (const sim::TraceLine& line : bench.machine.trace) {
-                begun += line.text.starts_with("request LCDCSCONTROL(0x1)");
-                ended += line.text.starts_with("request LCDCSCONTROL(0x2)");
-            }
-            EXPECT_EQ(begun, ended);
+            EXPECT_EQ(begins, lines_of(bench, "request LCDCSCONTROL(0x1)"));
+            EXPECT_EQ(begins, lines_of(bench, "request LCDCSCONTROL(0x2)"));
+            EXPECT_EQ(begins, lines_of(bench, "window ZorpmctlSessionWindow created"));
         }
+    }
+}
+
+// When an inhibit is looked at and ended, to the millisecond, and by whom it has been ended. Its two events
+// and its window stay until the process ends; at a closed console it ends in the middle.
+TEST(ControlProgram, AnInhibitsTimes) {
+    static const char look[] = "call ControlService(\"ZORPMSVC\", 133) = 1";
+    static const char gone[] =
+        "zorpmctl: another program has ended the lid inhibit: the first to end ends all";
+    static const char limit[] =
+        "zorpmctl: the service has ended the lid inhibit: the lid was closed for five minutes";
+    const std::string off_at =
+        "firmware GETLIDSTATUS = 2 | event 0x5001 | run \"zorpmctl\" inhibit-lid\n"
+        "advance %us | firmware LCDCSGETSTATE = 2 | advance 1s | expect output zorpmctl \"%s\"";
+    const struct {
+        const char* what;
+        std::string script;
+        unsigned looks;
+        unsigned handles_left;
+    } rows[] = {
+        {"the look", "run \"zorpmctl\" inhibit-lid | advance 9999ms", 1, 0},
+        {"ten seconds later", "run \"zorpmctl\" inhibit-lid | advance 10s", 2, 0},
+        {"not yet", "run \"zorpmctl\" inhibit-lid --timeout 20 | advance 19999ms | expect no process *", 2,
+         0},
+        {"in time, without a look",
+         "run \"zorpmctl\" inhibit-lid --timeout 20 | advance 20s | expect process \"zorpmctl *\" ended 0", 2,
+         3},
+        {"280 seconds closed", sim::format(off_at.c_str(), 279, gone), 29, 3},
+        {"290 seconds", sim::format(off_at.c_str(), 289, limit), 30, 3},
+        {"the grace at its end",
+         "firmware LCDCSCONTROL(0x2) takes 10s | run \"zorpmctl\" inhibit-lid | interrupt zorpmctl close\n"
+         "advance 3999ms | expect no process * | advance 1ms | expect process \"zorpmctl inhibit-lid\" ended "
+         "*",
+         1, 8},
+        {"a command line too long by one",
+         "run \"zorpmctl\" inhibit-lid " + std::string(8192, 'x') +
+             "\nexpect output zorpmctl \"zorpmctl: cannot start *\" | expect process * | expect no call "
+             "CreateProcessW*",
+         1, 3},
+        {"the longest",
+         "run \"zorpmctl\" inhibit-lid " + std::string(8191, 'x') +
+             "\nexpect call CreateProcessW* | expect process *",
+         1, 3},
+        {"a program that ends",
+         "windows program \"backup.exe\" takes 1s exits 7 | run \"zorpmctl\" inhibit-lid backup.exe\n"
+         "advance 1s | expect process \"zorpmctl *\" ended 7 | expect no output zorpmctl *interrupted*",
+         1, 3}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        Bench bench;
+        bench.started("firmware LCDCSGETSTATE = 3 | windows console redirected");
+        bench.run("mark\n" + row.script);
+        EXPECT_EQ(row.looks, lines_of(bench, look));
+        EXPECT_EQ(row.handles_left, handles_left(bench));
+    }
+}
+
+// An inhibit that may have come about is ended, not so another program's.
+TEST(ControlProgram, AnInhibitThatIsNotMadeSureOf) {
+    static const struct {
+        const char* what;
+        const char* script;
+        unsigned ends;
+    } rows[] = {
+        {"off all the same",
+         "firmware LCDCSGETSTATE = 2 | run \"zorpmctl\" inhibit-lid\n"
+         "expect output zorpmctl \"zorpmctl: no lid inhibit: the driver has refused it\"\n"
+         "expect call ControlService(\"ZORPMSVC\", 132) = 1",
+         1},
+        {"another program's", "control 133 | firmware LCDCSCONTROL = 1 | run \"zorpmctl\" inhibit-lid", 0},
+        {"not answered in time",
+         "firmware LCDCSCONTROL(0x1) takes 40s\n"
+         "run \"zorpmctl\" inhibit-lid | advance 100s",
+         1},
+        {"not allowed", "fail OpenServiceW 2 | run \"zorpmctl\" inhibit-lid", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        Bench bench;
+        bench.started("firmware LCDCSGETSTATE = 3 | windows console redirected");
+        bench.run(std::string("mark\n") + row.script + "\nexpect process \"zorpmctl inhibit-lid\" ended *");
+        EXPECT_EQ(row.ends, lines_of(bench, "call ControlService(\"ZORPMSVC\", 132)"));
+    }
+}
+
+// What is not published is neither there nor possible; a hot key without an action cannot be taken over.
+TEST(ControlProgram, WithoutPublishedValues) {
+    static const ScriptCase rows[] = {
+        {"notify", "run \"zorpmctl\" hotkey notify 1 | expect output zorpmctl \"zorpmctl: the firmware "
+                   "cannot hand *\"\n"
+                   "expect process * ended 1"},
+        {"override", "run \"zorpmctl\" hotkey override 1 | expect output zorpmctl \"zorpmctl: the service "
+                     "has no action *\"\n"
+                     "expect process * ended 1"},
+        {"another page's", "registry set SVC\\Parameters\\Capability OverrideCapability dword 0xFFFFFFFF\n"
+                           "run \"zorpmctl\" hotkey override 2:1\n"
+                           "expect output zorpmctl \"zorpmctl: the service has no action *\""},
+        {"capabilities", "stop | run \"zorpmctl\" status | expect no output zorpmctl \"capabilities*"},
+    };
+    run_cases("windows console redirected | start | advance 1s\n"
+              "registry delete SVC\\Parameters\\Capability | registry delete HKLM\\Software\\ZOR\\ZORPM",
+              rows);
+}
+
+// A watch of one group tells of it alone.
+TEST(ControlProgram, AWatchOfOneGroup) {
+    static const char changes[] = R"(
+        registry set SVC\Parameters\OverrideSetting @ dword 4 | advance 1s
+        registry set SVC\Parameters\OverrideSetting @ dword 0 | advance 1s
+        registry set SVC\Transform\CurrentStatus Lid dword 1 | advance 1s
+        registry set SVC\Transform\CurrentStatus MM dword 3 | advance 1s
+        registry set SVC\TMCT\Parameters Capability dword 1 | advance 1s
+        registry set SVC\TMC\TIO CurrentOptionStatus dword 2 | advance 1s
+    )";
+    static const struct {
+        const char* group;
+        const char* told;
+    } rows[] = {
+        {"hotkeys", "service  stopped,hot key 3  taken over,hot key 3  released,"},
+        {"events", "service  stopped,lid  closed,posture  tablet,"},
+        {"cooling", "service  stopped,cooling  TMCT Capability = 1,cooling  TIO CurrentOptionStatus = 2,"},
+    };
+    for (const auto& row : rows) {
+        Bench bench;
+        bench.run(sim::format("windows console redirected | run \"zorpmctl\" watch %s | mark", row.group));
+        bench.run(changes);
+        std::string told;
+        for (const sim::TraceLine& line : bench.machine.trace) {
+            if (line.text.starts_with("output zorpmctl \"20"))
+                told +=
+                    line.text.substr(line.text.find("  ") + 2, line.text.size() - line.text.find("  ") - 3) +
+                    ",";
+        }
+        EXPECT_EQ(row.told, told);
     }
 }
 

@@ -26,8 +26,15 @@ struct Process {
     ObjectRef object;
     StateSlots state;
     size_t local_blocks = 0; // LocalAlloc blocks alive
-    size_t handles_left = 0; // once it has ended: those that it had not closed
+    size_t handles_left = 0; // once it has ended: those that it had not closed,
+    size_t blocks_left = 0;  // not freed,
+    std::string left;        // or not given back otherwise, in words
     Image* image = nullptr;  // null: no process of the product
+};
+
+// An area's account of what a process that ends has not given back, in words; "": nothing.
+struct LeftTeller {
+    explicit LeftTeller(std::string (*tell)(Process* process));
 };
 
 enum class Run { Ready, Waiting, Ended };

@@ -114,6 +114,18 @@ size_t com_initialisations(Process* process) {
     return process_state<ComProcess>(process).initialisations;
 }
 
+static std::string com_left(Process* process) {
+    const size_t references = com_references(process);
+    const size_t strings = com_strings(process);
+    const size_t initialisations = com_initialisations(process);
+    return references + strings + initialisations == 0
+               ? ""
+               : format("%zu COM references, %zu strings, %zu initialisations; ", references, strings,
+                        initialisations);
+}
+
+static const LeftTeller g_comLeft(com_left);
+
 // ---- strings ----
 
 std::string bstr_text(BSTR text, const char* call) {

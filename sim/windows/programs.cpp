@@ -36,9 +36,11 @@ void set_redirection_works(bool works) {
     machine_state<Wow64>().works = works;
 }
 
-bool redirection_off(Process* process) {
-    return process_state<Redirection>(process).off;
+static std::string redirection_left(Process* process) {
+    return process_state<Redirection>(process).off ? "redirection off; " : "";
 }
+
+static const LeftTeller g_redirectionLeft(redirection_left);
 
 // Runs as long as `windows program` says, at once otherwise; its handles are signalled when it ends.
 static BOOL start_program(const std::string& line, const Program& program, PROCESS_INFORMATION* info) {

@@ -7,6 +7,5 @@ namespace sim {
 
 // Makes the redirection calls act as in a 32-bit process; a 64-bit one has nothing to turn off.
 void set_redirection_works(bool works);
-bool redirection_off(Process* process);
 
 } // namespace sim
