@@ -35,6 +35,8 @@ TEST(CoolingVersion2, ModeAtStart) {
             check registry SVC\TMCT\Parameters INIT = 20
             check registry SVC\TMCT\Parameters SPCT = 0)",
                                                      row.option, row.setting, row.mode, row.setting_after));
+    run_case("a mode of interface 3 is none", START_V2 + R"(
+        firmware DYTC(0x100) = 0x30010000 | start | advance 25s | expect count 3 request GOPT(0x100)*)");
     run_case("option unknown", START_V2 + R"(
         firmware GOPT(0) = 0x104 | start | expect no request DYTC(0x1)*
         check registry SVC\TMCT\Parameters Capability absent)");
@@ -210,6 +212,13 @@ TEST(CoolingVersion2, StoriesOfOnePhase) {
         control 136 | mark | advance 19s | expect no request DYTC*
         advance 1s | expect count 1 request DYTC(0x100)*
         advance 1h | expect count 1 request DYTC(0x100)*)");
+    for (const char* call : {"SetEvent", "ResetEvent 2", "WaitForSingleObject"}) {
+        SCOPED_TRACE(call);
+        Bench bench;
+        bench.run(PHASE_2 + sim::format("\nfail %s | handler 138 | advance 1h", call));
+        EXPECT_EQ(call == std::string("ResetEvent 2") ? 0u : 1u,
+                  live_threads("AdaptiveCoolingWorkerThread_v1"));
+    }
 }
 
 TEST(CoolingVersion2, TerminationWaitsForASlowFirmware) {

@@ -9,6 +9,15 @@ TEST(Orders, Scripts) {
     }
 }
 
+// A watch that is told to end before it has begun ends, although the firmware goes on telling of an inhibit.
+TEST(Orders, AWatchIsToldToEndBeforeItBegins) {
+    run_seeds(200, [](Bench& bench) {
+        bench.started("firmware LCDCSGETSTATE = 3 | firmware GETLIDSTATUS = 3");
+        bench.run("control 131 | control 132 | advance 5s");
+        EXPECT_EQ(live_threads("LCDCSWatchdog"), 0u);
+    });
+}
+
 // A watch is told to end as it begins, and as another program has ended it: no event of it is used that is
 // closed, and the inhibit after that has a watch.
 TEST(Orders, AWatchEndsAsItBegins) {

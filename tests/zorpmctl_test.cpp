@@ -239,11 +239,29 @@ TEST(ControlProgram, WithoutPublishedValues) {
         {"another page's", "registry set SVC\\Parameters\\Capability OverrideCapability dword 0xFFFFFFFF\n"
                            "run \"zorpmctl\" hotkey override 2:1\n"
                            "expect output zorpmctl \"zorpmctl: the service has no action *\""},
+        {"a setting of the screen",
+         "registry set SVC\\Configurations\\ScreenRotation HRSPMode dword 1\n"
+         "run \"zorpmctl\" FlipButtonForHarrow\n"
+         "expect output zorpmctl \"zorpmctl: this Windows has no auto-rotation setting\""},
         {"capabilities", "stop | run \"zorpmctl\" status | expect no output zorpmctl \"capabilities*"},
     };
     run_cases("windows console redirected | start | advance 1s\n"
               "registry delete SVC\\Parameters\\Capability | registry delete HKLM\\Software\\ZOR\\ZORPM",
               rows);
+}
+
+TEST(ControlProgram, StatusOfWhatIsPublished) {
+    run_cases("windows console redirected", {{"masks", R"(
+        firmware MHKV = 0x100 | firmware MHKA = 0x84 | start | advance 1s
+        registry set SVC\Parameters\OverrideSetting @ dword 4
+        run "zorpmctl" status | expect output zorpmctl "hot keys      page 1  * override 0x00000004 *")"},
+                                             {"a lid without a reading", R"(
+        firmware GETLIDSTATUS fails | start | advance 1s
+        run "zorpmctl" status | expect output zorpmctl "lid           unknown")"},
+                                             {"cooling of both interfaces", R"(
+        registry set SVC\TMCT\Parameters Capability dword 1 | registry set SVC\TMC\TIO Capability dword 1
+        registry set SVC\TMC\TIO CurrentSetting dword 1
+        run "zorpmctl" cooling status | expect process * ended 0)"}});
 }
 
 // A watch of one group tells of it alone.
