@@ -112,6 +112,7 @@ TEST(Driver, HardwareIdsAreSearchedAsSubstrings) {
     } rows[] = {
         {"ACPI\\INT33D6", L"INT33D6", 1, TRUE, ""},
         {"ACPI\\INT33D6", L"int33d6", 0, FALSE, ""},
+        {"ACPI\\ANT33D6", L"INT33D6", 0, FALSE, ""},
         {"ACPI\\INT33D6", L"ACPI\\INT33D6&X", 0, FALSE, ""},
         {"ACPI\\INT33D6", L"INT33D6", 0, TRUE, "SetupDiGetClassDevsW"},
         {"ACPI\\INT33D6", L"INT33D6", 0, TRUE, "SetupDiEnumDeviceInfo"}, // the enumeration failed

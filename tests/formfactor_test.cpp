@@ -381,17 +381,22 @@ TEST(FormFactorLidInhibit, EventsOfOthers) {
 }
 
 TEST(FormFactorLidInhibit, Watch) {
-    run_cases("firmware GETLIDSTATUS = 2\nstart", {{"only one state is an inhibit", R"(
+    run_cases("firmware GETLIDSTATUS = 2\nstart",
+              {{"only one state is an inhibit", R"(
         firmware LCDCSGETSTATE = 1 | control 131 | advance 10m
         expect no request LCDCSCONTROL(0x2)*)"},
-                                                   {"a watch that could not begin", R"(
+               {"a watch that could not begin", R"(
         fail CreateThread | control 131 | control 131 | advance 5s | expect request GETLIDSTATUS*)"},
-                                                   {"asked for again between two polls", R"(
+               {"asked for again between two polls", R"(
         firmware LCDCSGETSTATE = 3 | control 131 | advance 500ms | control 131 | mark | advance 499ms
         expect no request GETLIDSTATUS* | advance 1ms | expect count 1 request GETLIDSTATUS*)"},
-                                                   {"an end that was set before", R"(
+               {"an end that was set before", R"(
         windows object "PMDRVLCDCSWATCHDOG" event | windows object "PMDRVLCDCSWATCHDOG" set
-        control 131 | advance 5s | expect count 5 request GETLIDSTATUS*)"}});
+        control 131 | advance 5s | expect count 5 request GETLIDSTATUS*)"},
+               {"a poll that cannot read the lid does not stop the timer", R"(
+        firmware LCDCSGETSTATE = 3 | control 131 | advance 2s | firmware GETLIDSTATUS fails | advance 2s
+        firmware GETLIDSTATUS = 2 | advance 295s | expect no request LCDCSCONTROL(0x2)*
+        advance 2s | expect request LCDCSCONTROL(0x2)*)"}});
 }
 
 // Its handle is forgotten with the watch: a request that comes before the next watch has one sets nothing.

@@ -1,4 +1,5 @@
 // The service's monitor-off request: without effect from Vista on, the dialog and its manoeuvre before.
+#include "sim/windows/desktop.h"
 #include "sim/windows/messages.h"
 #include "sim/windows/modules.h"
 #include "sim/windows/power.h"
@@ -148,6 +149,14 @@ static const ScriptCase g_showings[] = {
 
 TEST(MonitorOff, TwoShowings) {
     run_cases(g_world, g_showings);
+}
+
+// The window is in the middle of what the bars leave, the cursor half of its width from the screen's edge.
+TEST(MonitorOff, BesideABarAtTheLeft) {
+    Bench bench;
+    sim::screen().work = {100, 54, 900, 600};
+    bench.run(g_world + R"(
+        control 130 | expect window 101 placed 367 280 266 95 top shown | expect next call SetCursorPos(400, 310))");
 }
 
 // The second request's own index, whoever is quicker.

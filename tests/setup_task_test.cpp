@@ -127,6 +127,14 @@ TEST(PnPTask, NoRetryAfterTheStop) {
                  windows scheduler present | mark | advance 1m | expect no *)");
 }
 
+TEST(PnPTask, TriedAgainAfterFiveSeconds) {
+    Bench bench;
+    bench.run("registry set " VERSION_KEY R"( ReleaseId sz "1809"
+                 windows scheduler missing | start | windows scheduler present
+                 advance 4999ms | expect no call RegisterTaskDefinition*
+                 advance 1ms | expect call RegisterTaskDefinition*)");
+}
+
 TEST(PnPTask, Release) {
     static const struct {
         const char* value; // as registry data, "" missing

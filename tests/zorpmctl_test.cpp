@@ -264,36 +264,50 @@ TEST(ControlProgram, StatusOfWhatIsPublished) {
         run "zorpmctl" cooling status | expect process * ended 0)"}});
 }
 
-// A watch of one group tells of it alone.
+// A watch of one group tells of it alone: of a value that has just been made its first state, unless it is
+// one of flipping bits, then of each change; of what was there before it begins, of changes alone.
 TEST(ControlProgram, AWatchOfOneGroup) {
-    static const char changes[] = R"(
-        registry set SVC\Parameters\OverrideSetting @ dword 4 | advance 1s
-        registry set SVC\Parameters\OverrideSetting @ dword 0 | advance 1s
-        registry set SVC\Transform\CurrentStatus Lid dword 1 | advance 1s
-        registry set SVC\Transform\CurrentStatus MM dword 3 | advance 1s
-        registry set SVC\TMCT\Parameters Capability dword 1 | advance 1s
-        registry set SVC\TMC\TIO CurrentOptionStatus dword 2 | advance 1s
-    )";
     static const struct {
         const char* group;
-        const char* told;
+        const char* value;
+        bool first;
+        const char* told; // when it becomes 3, from 1
     } rows[] = {
-        {"hotkeys", "service  stopped,hot key 3  taken over,hot key 3  released,"},
-        {"events", "service  stopped,lid  closed,posture  tablet,"},
-        {"cooling", "service  stopped,cooling  TMCT Capability = 1,cooling  TIO CurrentOptionStatus = 2,"},
+        {"hotkeys", "SVC\\Parameters\\CurrentSetting @", true, "hot key 2  NOTIFY"},
+        {"hotkeys", "SVC\\Parameters2\\Type10\\CurrentSetting @", true, "hot key 2:2  NOTIFY"},
+        {"hotkeys", "SVC\\Parameters2\\Type10\\CurrentSetting Type13", true, "hot key 3:2  NOTIFY"},
+        {"hotkeys", "SVC\\Parameters\\OverrideSetting @", true, "hot key 2  taken over"},
+        {"hotkeys", "SVC\\Parameters\\Notification @", false, "hot key 2  pressed"},
+        {"hotkeys", "SVC\\Parameters2\\Type10\\Notification Type12", false, "hot key 2:2  pressed"},
+        {"hotkeys", "SVC\\Parameters2\\Type10\\Notification Type13", false, "hot key 3:2  pressed"},
+        {"events", "SVC\\Parameters\\Notification Type2", false, "event * (Type2 2)"},
+        {"events", "SVC\\Parameters2\\Type20\\Notification Type22", false, "event * (Type22 2)"},
+        {"events", "SVC\\Transform\\CurrentStatus MM", true, "posture  tablet"},
+        {"events", "SVC\\Transform\\CurrentStatus Lid", true, "lid *"},
+        {"cooling", "SVC\\TMCT\\Parameters Capability", true, "cooling  TMCT Capability = 3"},
+        {"cooling", "SVC\\TMCT\\Parameters CurrentSetting", true, "cooling  TMCT CurrentSetting = 3"},
+        {"cooling", "SVC\\TMC\\MPH CurrentSetting", true, "cooling  MPH CurrentSetting = 3"},
+        {"cooling", "SVC\\TMC\\FHP CurrentStatus", true, "cooling  FHP CurrentStatus = 3"},
+        {"cooling", "SVC\\TMC\\TIO CurrentOptionStatus", true, "cooling  TIO CurrentOptionStatus = 3"},
+        {"cooling", "SVC\\TMC\\TIO CurrentOnHandStatus", true, "cooling  TIO CurrentOnHandStatus = 3"},
     };
     for (const auto& row : rows) {
-        Bench bench;
-        bench.run(sim::format("windows console redirected | run \"zorpmctl\" watch %s | mark", row.group));
-        bench.run(changes);
-        std::string told;
-        for (const sim::TraceLine& line : bench.machine.trace) {
-            if (line.text.starts_with("output zorpmctl \"20"))
-                told +=
-                    line.text.substr(line.text.find("  ") + 2, line.text.size() - line.text.find("  ") - 3) +
-                    ",";
+        for (const std::string group : {"hotkeys", "events", "cooling"}) {
+            for (const bool before : {false, true}) {
+                SCOPED_TRACE(sim::format("%s, watch %s, before %d", row.value, group.c_str(), before));
+                const std::string set = sim::format("registry set %s dword ", row.value);
+                const bool told = group == row.group;
+                const std::string first =
+                    told && row.first && !before ? "\nexpect output zorpmctl *" : "\nexpect no output *";
+                const std::string then = told ? sim::format("\nexpect output zorpmctl \"*  %s\"", row.told)
+                                              : "\nexpect no output *";
+                Bench bench;
+                bench.run("windows console redirected" + (before ? "\n" + set + "1" : ""));
+                bench.run("run \"zorpmctl\" watch " + group + "\nadvance 1s");
+                bench.run(set + "1\nadvance 1s" + first);
+                bench.run(set + "3\nadvance 1s" + then);
+            }
         }
-        EXPECT_EQ(row.told, told);
     }
 }
 

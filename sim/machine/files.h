@@ -48,6 +48,9 @@ void check_device_opening(const OpenRequest& request);
 
 // For kinds: the object of an opened file.
 ObjectRef make_file(const OpenRequest& request, const FileOps* ops, bool device);
+// The file of a handle that `call` is given; null, with the last error, for another one or one that was
+// opened without `access`, which is a violation.
+ObjectRef file_of(HANDLE handle, DWORD access, const char* call);
 // Handles open now to devices, in all processes.
 size_t device_handle_count();
 

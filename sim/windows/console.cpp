@@ -99,8 +99,10 @@ BOOL WINAPI GetConsoleMode(HANDLE console, LPDWORD mode) {
     return entry != nullptr && entry->object->as<File>().path == g_consoleName;
 }
 
-BOOL WINAPI WriteConsoleW(HANDLE, const void* text, DWORD characters, LPDWORD written, LPVOID) {
+BOOL WINAPI WriteConsoleW(HANDLE console, const void* text, DWORD characters, LPDWORD written, LPVOID) {
     SIM_CALL(FALSE, ERROR_GEN_FAILURE);
+    if (file_of(console, GENERIC_WRITE, "WriteConsoleW") == nullptr)
+        return FALSE;
     put_out(narrow(static_cast<const WCHAR*>(text), characters));
     *written = characters;
     return TRUE;

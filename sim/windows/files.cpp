@@ -8,7 +8,7 @@
 namespace sim {
 
 // The file object of a handle, held while a call on it may wait.
-static ObjectRef file_of(HANDLE handle, DWORD access, const char* call) {
+ObjectRef file_of(HANDLE handle, DWORD access, const char* call) {
     HandleEntry* entry = handle_entry(handle, Kind::File, call);
     if (entry == nullptr)
         return nullptr;
