@@ -213,6 +213,7 @@ TEST_F(InfTest, SectionsReferToEachOther) {
 }
 
 TEST_F(InfTest, Version) {
+    EXPECT_EQ(Texts{"11"}, values(inf, "destinationdirs", "DefaultDestDir"));
     EXPECT_EQ(Texts{"$WINDOWS NT$"}, values(inf, "version", "Signature"));
     EXPECT_EQ(Texts{"System"}, values(inf, "version", "Class"));
     EXPECT_EQ(Texts{"{4d36e97d-e325-11ce-bfc1-08002be10318}"}, values(inf, "version", "ClassGuid"));

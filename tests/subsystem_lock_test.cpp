@@ -24,6 +24,11 @@ template <int Number> BOOL Nested() {
     return Log<Number + 1>();
 }
 
+template <int Number> BOOL NestedLate() {
+    Sleep(6000);
+    return Nested<Number>();
+}
+
 template <SubsystemOperation Operation> DWORD WINAPI InTurn(void*) {
     RunExclusive(&g_lock, Operation);
     return 0;
@@ -97,6 +102,34 @@ TEST(SubsystemLock, TheOwnerTerminated) {
                   TerminateThread(owner, 0);
                   CloseHandle(owner);
                   RunExclusive(&g_lock, Nested<5>);
+              }));
+}
+
+// So does who is terminated while he runs it again.
+TEST(SubsystemLock, TerminatedInTheRepeat) {
+    EXPECT_EQ("6000 3000 6000 3000 1 ", logged([] {
+                  const HANDLE owner = start(InTurn<Log<6000>>);
+                  const HANDLE overtaker = start(InTurn<Log<3000>>);
+                  Sleep(9000);
+                  TerminateThread(overtaker, 0);
+                  CloseHandle(overtaker);
+                  RunExclusive(&g_lock, Log<1>);
+                  await(owner);
+              }));
+}
+
+// What was overtaken is run again by the owner at his end, not in the midst, and by nobody who waits.
+TEST(SubsystemLock, RunAgainAtTheOwnersEnd) {
+    EXPECT_EQ("100 1 20000 100 1 ", logged([] {
+                  const HANDLE owner = start(InTurn<Log<20000>>);
+                  await(start(InTurn<Log<100>>));
+                  RunExclusive(&g_lock, Log<1>);
+                  await(owner);
+              }));
+    EXPECT_EQ("100 1 2 100 ", logged([] {
+                  const HANDLE owner = start(InTurn<NestedLate<1>>);
+                  await(start(InTurn<Log<100>>));
+                  await(owner);
               }));
 }
 

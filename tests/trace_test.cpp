@@ -1,5 +1,6 @@
 // What --trace-all tells: every operation's entry and end, and why the service acts or does not.
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -312,6 +313,32 @@ static const std::map<std::string, std::string> g_otherWords = {
     {"DialogBoxParamW", "dialog"},
     {"EndDialog", "dialog"},
 };
+
+// What is only recognised is told by its name, and so is a dock.
+TEST(Trace, NamesOfThermalFunctionsAndDocks) {
+#ifdef NDEBUG
+    GTEST_SKIP() << "the messages are discarded in this build";
+#endif
+    Bench bench;
+    bench.machine.keep_details = true;
+    bench.run("firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x01930001 | start | "
+              "advance 1s");
+    for (const char* status : {"0", "0x10000", "0x20000", "0x80000"})
+        bench.run(sim::format("firmware DOCKMODE = %s | event 0x4010", status));
+    std::string said;
+    for (const sim::TraceLine& line : bench.machine.trace) {
+        for (const char* start :
+             {"says AdaptiveCoolingInitSettings_v3(): ", "says AdaptiveCoolingDockModeControlChange(): "}) {
+            if (line.text.starts_with(start))
+                said += line.text.substr(std::strlen(start)) + "|";
+        }
+    }
+    EXPECT_EQ("Standard is only recognised|Cool Quiet On Laptop is only recognised|"
+              "Skin Temperature Protection is only recognised|Single Fan is only recognised|"
+              "Vantor dock, set the power|Vantor dock, set the power|Quillon dock, set the power|"
+              "Bastion dock, skip|Linkway dock, skip|",
+              said);
+}
 
 // No places to overtake, and never chosen to fail: they look at what is the caller's own.
 static const char* const g_ownCalls[] = {"GetCurrentProcess", "GetCurrentProcessId", "GetCurrentThreadId",

@@ -138,6 +138,7 @@ TEST(ControlProgram, WithoutAnEventToWaitFor) {
                 windows console redirected | fail %s | run "zorpmctl" %s
                 expect output zorpmctl "zorpmctl: cannot *, error %u" | expect process "zorpmctl *" ended 1)",
                                   call, command, error));
+            EXPECT_EQ(1u, lines_of(bench, "output zorpmctl \"zorpmctl: "));
             EXPECT_EQ(begins, lines_of(bench, "request LCDCSCONTROL(0x1)"));
             EXPECT_EQ(begins, lines_of(bench, "request LCDCSCONTROL(0x2)"));
             EXPECT_EQ(begins, lines_of(bench, "window ZorpmctlSessionWindow created"));
@@ -306,6 +307,8 @@ TEST(ControlProgram, AWatchOfOneGroup) {
                 bench.run("run \"zorpmctl\" watch " + group + "\nadvance 1s");
                 bench.run(set + "1\nadvance 1s" + first);
                 bench.run(set + "3\nadvance 1s" + then);
+                if (std::string("hot key 2  taken over") == row.told && told)
+                    bench.run(set + "1\nadvance 1s\nexpect output zorpmctl \"*  hot key 2  released\"");
             }
         }
     }

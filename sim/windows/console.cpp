@@ -96,7 +96,8 @@ BOOL WINAPI GetConsoleMode(HANDLE console, LPDWORD mode) {
     SIM_VISIT();
     HandleEntry* entry = handle_entry(console, Kind::File, "GetConsoleMode");
     *mode = 3;
-    return entry != nullptr && entry->object->as<File>().path == g_consoleName;
+    return entry != nullptr && entry->object->as<File>().path == g_consoleName &&
+           file_of(console, GENERIC_READ, "GetConsoleMode") != nullptr;
 }
 
 BOOL WINAPI WriteConsoleW(HANDLE console, const void* text, DWORD characters, LPDWORD written, LPVOID) {
