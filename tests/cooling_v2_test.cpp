@@ -215,8 +215,8 @@ TEST(CoolingVersion2, StoriesOfOnePhase) {
     for (const char* call : {"SetEvent", "ResetEvent 2", "WaitForSingleObject"}) {
         SCOPED_TRACE(call);
         Bench bench;
-        bench.run(PHASE_2 + sim::format("\nfail %s | handler 138 | advance 1h", call));
-        EXPECT_EQ(call == std::string("ResetEvent 2") ? 0u : 1u,
+        bench.run(PHASE_2 + sim::format("\nfail %s | handler 136 | advance 1h", call));
+        EXPECT_EQ(call == std::string("SetEvent") ? 1u : 0u,
                   live_threads("AdaptiveCoolingWorkerThread_v1"));
     }
 }

@@ -72,7 +72,7 @@ TEST(CoolingVersion3, WhatIsForgottenAndWhatIsNot) {
         expect no status STOPPED* | advance 4s | expect status STOPPED 0/0)"},
                    {"a start in the midst of an initialisation has one of its own", R"(
         firmware DYTC(3) takes 4s)" + START + R"(
-        advance 1s | handler 138 | advance 20s | expect count 2 request DYTC(0x3)*)"},
+        advance 1s | handler 136 | advance 20s | expect count 2 request DYTC(0x3)*)"},
                    {"but flip mode outlives the version", START + R"(
         firmware DYTC(0) = 0x20000001 | firmware DYTC(0x100) = 0x20000000 | control 138
         firmware GOPT(0x200) = 0x10001 | event 0x4012 | expect request DYTC(0xf2001)*)"}});

@@ -11,10 +11,15 @@ TEST(Orders, Scripts) {
 
 // A watch that is told to end before it has begun ends, although the firmware goes on telling of an inhibit.
 TEST(Orders, AWatchIsToldToEndBeforeItBegins) {
-    run_seeds(200, [](Bench& bench) {
+    run_seeds(400, [](Bench& bench) {
         bench.started("firmware LCDCSGETSTATE = 3 | firmware GETLIDSTATUS = 3");
-        bench.run("control 131 | control 132 | advance 5s");
-        EXPECT_EQ(live_threads("LCDCSWatchdog"), 0u);
+        bench.run("together | control 131 | control 132 | end | advance 5s");
+        std::string last;
+        for (const sim::TraceLine& line : bench.machine.trace) {
+            if (line.text.starts_with("request LCDCSCONTROL("))
+                last = line.text;
+        }
+        EXPECT_EQ(last.starts_with("request LCDCSCONTROL(0x1)") ? 1u : 0u, live_threads("LCDCSWatchdog"));
     });
 }
 
