@@ -321,7 +321,7 @@ TEST(Trace, NamesOfThermalFunctionsAndDocks) {
 #endif
     Bench bench;
     bench.machine.keep_details = true;
-    bench.run("firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x01930001 | start | "
+    bench.run("firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x01110001 | start | "
               "advance 1s");
     for (const char* status : {"0", "0x10000", "0x20000", "0x80000"})
         bench.run(sim::format("firmware DOCKMODE = %s | event 0x4010", status));
@@ -333,8 +333,7 @@ TEST(Trace, NamesOfThermalFunctionsAndDocks) {
                 said += line.text.substr(std::strlen(start)) + "|";
         }
     }
-    EXPECT_EQ("Standard is only recognised|Cool Quiet On Laptop is only recognised|"
-              "Skin Temperature Protection is only recognised|Single Fan is only recognised|"
+    EXPECT_EQ("Standard is only recognised|Skin Temperature Protection is only recognised|"
               "Vantor dock, set the power|Vantor dock, set the power|Quillon dock, set the power|"
               "Bastion dock, skip|Linkway dock, skip|",
               said);
