@@ -216,8 +216,7 @@ TEST(CoolingVersion2, StoriesOfOnePhase) {
         SCOPED_TRACE(call);
         Bench bench;
         bench.run(PHASE_2 + sim::format("\nfail %s | handler 136 | advance 1h", call));
-        EXPECT_EQ(call == std::string("SetEvent") ? 1u : 0u,
-                  live_threads("AdaptiveCoolingWorkerThread_v1"));
+        EXPECT_EQ(call == std::string("SetEvent") ? 1u : 0u, live_threads("AdaptiveCoolingWorkerThread_v1"));
     }
 }
 
