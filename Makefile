@@ -101,7 +101,7 @@ mutants:
 coverage:
 	@tools/ensure.sh host mutants
 	@$(call build,coverage,zorpm_tests zorpm_sweeps zorpmsim)
-	@tools/coverage/coverage.py
+	@tools/coverage/coverage.py $(if $(FAIL),--fail)
 
 # What all three take; a failure leaves its script in build/hunt/.
 hunt_limits = $(if $(COUNT),--count $(COUNT)) $(if $(SECONDS),--seconds $(SECONDS)) $(if $(SEED),--seed $(SEED))
