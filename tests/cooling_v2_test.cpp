@@ -35,8 +35,10 @@ TEST(CoolingVersion2, ModeAtStart) {
             check registry SVC\TMCT\Parameters INIT = 20
             check registry SVC\TMCT\Parameters SPCT = 0)",
                                                      row.option, row.setting, row.mode, row.setting_after));
-    run_case("a mode of interface 3 is none", START_V2 + R"(
-        firmware DYTC(0x100) = 0x30010000 | start | advance 25s | expect count 3 request GOPT(0x100)*)");
+    for (const char* mode : {"0x30010000", "0x60010000"})
+        run_case("a mode of another interface is none", START_V2 + sim::format(R"(
+        firmware DYTC(0x100) = %s | start | advance 25s | expect count 3 request GOPT(0x100)*)",
+                                                                               mode));
     run_case("option unknown", START_V2 + R"(
         firmware GOPT(0) = 0x104 | start | expect no request DYTC(0x1)*
         check registry SVC\TMCT\Parameters Capability absent)");

@@ -44,7 +44,8 @@ TEST(Service, TheDriverIsProbedElevenTimes) {
     Bench bench;
     bench.machine.count_calls = true;
     bench.run(R"(
-        driver missing | start | advance 3299ms | check status START_PENDING
+        driver missing | start | expect status START_PENDING 0/0 checkpoint 3
+        advance 3299ms | check status START_PENDING
         advance 1ms | expect status STOPPED 1066/680002 | check status STOPPED 1066/680002)");
     // The eleven probes are the only device openings.
     EXPECT_EQ(11u, bench.machine.call_counts["CreateFileW"]);

@@ -105,6 +105,21 @@ TEST(SubsystemLock, TheOwnerTerminated) {
               }));
 }
 
+// Whoever makes the mutex, one is left.
+TEST(SubsystemLock, MadeByTwoAtOnce) {
+    run_seeds(60, [](Bench&) {
+        g_lock.~SubsystemLock();
+        new (&g_lock) SubsystemLock{};
+        sim::run_on_thread([] {
+            const HANDLE one = start(InTurn<Log<1>>);
+            const HANDLE other = start(InTurn<Log<2>>);
+            await(one);
+            await(other);
+            EXPECT_EQ(1u, sim::handle_count(sim::Kind::Mutex));
+        });
+    });
+}
+
 // So does who is terminated while he runs it again.
 TEST(SubsystemLock, TerminatedInTheRepeat) {
     EXPECT_EQ("6000 3000 6000 3000 1 ", logged([] {

@@ -86,6 +86,8 @@ TEST(ControlProgram, ReadsItsCommandLine) {
          lid.substr(0, lid.find('\n') + 1) +
              ("zorpmctl: cannot start backup.exe " + std::string(8192, 'x')).substr(0, 1023) + "\n"},
         {"cooling status 1", printed("cooling")},
+        {std::string(63, 'x'), none + std::string(63, 'x') + help},
+        {std::string(64, 'x'), none + std::string(63, 'x') + help},
         {"--frob", "zorpmctl: unknown option --frob; see zorpmctl --help\n"},
     };
     for (const auto& row : rows)

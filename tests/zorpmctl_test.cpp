@@ -200,6 +200,15 @@ TEST(ControlProgram, AnInhibitsTimes) {
     }
 }
 
+// A control code that is not answered: given up at the time that was asked for.
+TEST(ControlProgram, ATimeout) {
+    Bench bench;
+    bench.started("firmware DYTC = 1 | firmware DYTC(0) = 0x30000001 | firmware DYTC(3) = 0x03ff0001");
+    bench.run(R"(
+        windows console redirected | firmware DYTC takes 20s | run "zorpmctl" cooling disable --timeout 7
+        advance 6999ms | expect no process * | advance 1ms | expect process "zorpmctl cooling *" ended 1)");
+}
+
 // An inhibit that may have come about is ended, not so another program's.
 TEST(ControlProgram, AnInhibitThatIsNotMadeSureOf) {
     static const struct {
@@ -259,6 +268,9 @@ TEST(ControlProgram, StatusOfWhatIsPublished) {
                                              {"a lid without a reading", R"(
         firmware GETLIDSTATUS fails | start | advance 1s
         run "zorpmctl" status | expect output zorpmctl "lid           unknown")"},
+                                             {"the first hot key", R"(
+        firmware MHKV = 0x100 | firmware MHKA = 0x80000001 | start | advance 1s
+        run "zorpmctl" hotkey list | expect output zorpmctl "     1  BIOS *" | expect output zorpmctl "    32  BIOS *")"},
                                              {"cooling of both interfaces", R"(
         registry set SVC\TMCT\Parameters Capability dword 1 | registry set SVC\TMC\TIO Capability dword 1
         registry set SVC\TMC\TIO CurrentSetting dword 1
