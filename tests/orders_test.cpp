@@ -11,7 +11,7 @@ TEST(Orders, Scripts) {
 
 // A watch that is told to end before it has begun ends, although the firmware goes on telling of an inhibit.
 TEST(Orders, AWatchIsToldToEndBeforeItBegins) {
-    run_seeds(400, [](Bench& bench) {
+    run_seeds(60, [](Bench& bench) {
         bench.started("firmware LCDCSGETSTATE = 3 | firmware GETLIDSTATUS = 3");
         bench.run("together | control 131 | control 132 | end | advance 5s");
         std::string last;
