@@ -310,17 +310,20 @@ TEST(ControlProgram, AWatchOfOneGroup) {
                 SCOPED_TRACE(sim::format("%s, watch %s, before %d", row.value, group.c_str(), before));
                 const std::string set = sim::format("registry set %s dword ", row.value);
                 const bool told = group == row.group;
-                const std::string first =
-                    told && row.first && !before ? "\nexpect output zorpmctl *" : "\nexpect no output *";
-                const std::string then = told ? sim::format("\nexpect output zorpmctl \"*  %s\"", row.told)
-                                              : "\nexpect no output *";
+                const char* first =
+                    told && row.first && !before ? "expect output zorpmctl *" : "expect no output *";
+                const std::string then =
+                    told ? sim::format("expect output zorpmctl \"*  %s\"", row.told) : "expect no output *";
                 Bench bench;
-                bench.run("windows console redirected" + (before ? "\n" + set + "1" : ""));
-                bench.run("run \"zorpmctl\" watch " + group + "\nadvance 1s");
-                bench.run(set + "1\nadvance 1s" + first);
-                bench.run(set + "3\nadvance 1s" + then);
+                if (before)
+                    bench.run(set + "1");
+                bench.run(sim::format("windows console redirected\nrun \"zorpmctl\" watch %s\nadvance 1s",
+                                      group.c_str()));
+                bench.run(sim::format("%s1\nadvance 1s\n%s", set.c_str(), first));
+                bench.run(sim::format("%s3\nadvance 1s\n%s", set.c_str(), then.c_str()));
                 if (std::string("hot key 2  taken over") == row.told && told)
-                    bench.run(set + "1\nadvance 1s\nexpect output zorpmctl \"*  hot key 2  released\"");
+                    bench.run(sim::format(
+                        "%s1\nadvance 1s\nexpect output zorpmctl \"*  hot key 2  released\"", set.c_str()));
             }
         }
     }

@@ -39,7 +39,6 @@ static size_t lines_with(const Bench& bench, const std::string& text) {
     return count;
 }
 
-
 TEST(ScmSim, WhatAProgramIsTold) {
     const char starting[] = "driver missing for 2s\nstart";
     const char stopping[] = "start\nadvance 1s\nfirmware CONNECT takes 10s\nstop";
