@@ -47,7 +47,8 @@ static const ScriptCase g_withoutEffect[] = {
     {"so does an unknown desktop of its own", R"(
         windows version 5.2 | start | advance 1s | fail GetThreadDesktop | control 130
         expect count 1 dialog 101 opened
-        input key | expect next call SetActivePwrScheme(3, null, null) = 1 | expect dialog 101 ended 1 | advance 1h | expect no dialog 101 opened)"},
+        input key | expect next call SetActivePwrScheme(3, null, null) = 1 | expect dialog 101 ended 1
+        advance 1h | expect no dialog 101 opened)"},
 };
 
 TEST(MonitorOff, RequestsWithoutEffect) {

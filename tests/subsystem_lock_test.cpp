@@ -48,11 +48,15 @@ template <int... Numbers> void run_all(std::integer_sequence<int, Numbers...>) {
         RunExclusive(&g_lock, operation);
 }
 
+void renew_lock() {
+    g_lock.~SubsystemLock();
+    new (&g_lock) SubsystemLock{};
+}
+
 // What `work` has logged; the lock is new.
 std::string logged(void (*work)()) {
     Bench bench;
-    g_lock.~SubsystemLock();
-    new (&g_lock) SubsystemLock{};
+    renew_lock();
     g_log.clear();
     sim::run_on_thread(work);
     return g_log;
@@ -108,8 +112,7 @@ TEST(SubsystemLock, TheOwnerTerminated) {
 // Whoever makes the mutex, one is left.
 TEST(SubsystemLock, MadeByTwoAtOnce) {
     run_seeds(60, [](Bench&) {
-        g_lock.~SubsystemLock();
-        new (&g_lock) SubsystemLock{};
+        renew_lock();
         sim::run_on_thread([] {
             const HANDLE one = start(InTurn<Log<1>>);
             const HANDLE other = start(InTurn<Log<2>>);
@@ -151,8 +154,7 @@ TEST(SubsystemLock, RunAgainAtTheOwnersEnd) {
 // What ends beside the owner's last look at the same moment is seen by one of the two.
 TEST(SubsystemLock, EndsAtOneMoment) {
     run_seeds(400, [](Bench&) {
-        g_lock.~SubsystemLock();
-        new (&g_lock) SubsystemLock{};
+        renew_lock();
         sim::run_on_thread([] {
             const HANDLE owner = start(InTurn<Log<6000>>);
             await(start(InTurn<Log<1000>>));
