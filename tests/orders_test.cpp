@@ -26,7 +26,7 @@ TEST(Orders, AWatchIsToldToEndBeforeItBegins) {
 // A watch is told to end as it begins, and as another program has ended it: no event of it is used that is
 // closed, and the inhibit after that has a watch.
 TEST(Orders, AWatchEndsAsItBegins) {
-    run_seeds(400, [](Bench& bench) {
+    run_seeds(800, [](Bench& bench) {
         bench.started("firmware LCDCSGETSTATE = 3 | firmware GETLIDSTATUS = 3");
         bench.run("together | control 131 | control 132 | end | advance 5s | control 131 | advance 5s");
         sim::signal_object(*sim::machine().named.at("PMDRVLCDCSWATCHDOG").lock());
