@@ -38,7 +38,7 @@ demo:
 
 test:
 	@tools/ensure.sh host windows package browser
-	@$(call build,host,all zorpm_sweeps zorpmwine zorpmprobe)
+	@$(call build,host,all races_all zorpm_sweeps zorpmwine zorpmprobe)
 	@$(call build,release,zorpm_sweeps)
 	@$(call build,windows)
 	@tools/run_tests.sh host release windows

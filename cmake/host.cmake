@@ -178,7 +178,7 @@ if(ZORPM_SANITIZE)
     set_tests_properties(tool PROPERTIES LABELS scenario TIMEOUT 300)
 
     add_test(NAME races COMMAND ${CMAKE_SOURCE_DIR}/tests/races/run.sh ${CMAKE_BINARY_DIR}/races)
-    set_tests_properties(races PROPERTIES LABELS scenario TIMEOUT 300)
+    set_tests_properties(races PROPERTIES LABELS sweep TIMEOUT 300)
 
     add_test(NAME page_in_browser COMMAND tests/browser/run.sh $<TARGET_FILE:zorpmsim>
              WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})

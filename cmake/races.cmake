@@ -3,6 +3,13 @@
 # four times as expensive. The objects are those that go without anyway; only what has them is compiled anew.
 set(races ${CMAKE_BINARY_DIR}/races)
 
+# All of it, for who runs the test.
+add_custom_target(races_all)
+function(of_races)
+    set_target_properties(${ARGN} PROPERTIES EXCLUDE_FROM_ALL ON)
+    add_dependencies(races_all ${ARGN})
+endfunction()
+
 add_library(races_lib SHARED ${watched} $<TARGET_OBJECTS:zorpmsim_lib>)
 target_include_directories(races_lib PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
 target_compile_options(races_lib PRIVATE -fno-sanitize=all -g1)
@@ -14,12 +21,14 @@ add_executable(races_sim $<TARGET_OBJECTS:zorpmsim> $<TARGET_OBJECTS:zorpmsim_vi
 target_link_options(races_sim PRIVATE -fno-sanitize=all)
 target_link_libraries(races_sim PRIVATE races_lib edit)
 set_target_properties(races_sim PROPERTIES OUTPUT_NAME zorpmsim RUNTIME_OUTPUT_DIRECTORY ${races})
+of_races(races_lib races_sim)
 
 # It stands for both images of the product: without --atomics the machine hands over at no atomic.
 function(as_races_image name tree)
     as_image(${name} races_lib)
     target_link_options(${name} PRIVATE -fno-sanitize=all)
     set_target_properties(${name} PROPERTIES OUTPUT_NAME zorpm_image LIBRARY_OUTPUT_DIRECTORY ${tree})
+    of_races(${name})
 endfunction()
 
 add_library(races_image MODULE $<TARGET_OBJECTS:zorpm_atomics_objects>)
